@@ -1,0 +1,37 @@
+# Front door. Each target installs what is missing, builds what it needs and runs.
+
+JOBS ?= $(shell nproc)
+DEMO_ARGS ?=
+BENCH_ARGS ?=
+
+.PHONY: help dependencies build test demo bench asan format clean
+
+help: ## list the targets
+	@grep -E '^[a-z]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
+
+dependencies: ## install the Debian packages that are missing
+	@scripts/install-dependencies.sh
+
+build: dependencies ## build library, tests, bench and examples (release)
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS)
+
+test: build ## run all tests
+	ctest --preset release -j $(JOBS)
+
+demo: build ## run the life of a simulated device; DEMO_ARGS="--planes 100"
+	build/release/examples/device_life $(DEMO_ARGS)
+
+bench: build ## each fast form beside a literal one; BENCH_ARGS="--benchmark_filter=..."
+	@for program in build/release/bench/*_bench; do $$program $(BENCH_ARGS) || exit 1; done
+
+asan: dependencies ## run all tests under the address and undefined-behaviour sanitizers
+	cmake --preset asan
+	cmake --build --preset asan -j $(JOBS)
+	ctest --preset asan -j $(JOBS)
+
+format: ## format all sources
+	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+clean: ## remove all builds
+	rm -rf build

@@ -1,0 +1,39 @@
+// The estimator of both calibrations: a robust plane through a cloud.
+#pragma once
+
+#include <cstdint>
+
+#include "fit/points.h"
+
+namespace kestrane {
+
+class LaserGeometryFitter {
+ public:
+  // The settings of the line fit's consensus search; a plane fit reads none of them.
+  void set_params(bool use_consensus, std::int32_t consensus_iterations, double consensus_threshold,
+                  double consensus_min_ratio);
+
+  // A plane through `points` after rejection of outliers.
+  //
+  // points    N x 3, read
+  // plane     a, b, c, d with a unit normal
+  // stats     of the distances of the points of the last fit
+  // inliers   the rows that the last rejection kept, in input order
+  // band      depths that take part; ignored when fit_mode is 2
+  // fit_mode  2: one fit to all points, inliers within 2 sigma of it. Any other value: rows inside
+  //           the band; fit; drop rows beyond 2.5; fit; drop rows beyond 2 sigma; fit
+  //
+  // False with fewer than 3 rows, in the input, in the band or after a rejection. `inliers` is
+  // untouched then; `plane` and `stats` hold what the last successful fit of this call wrote.
+  // Nothing is thrown but the standard allocation exception.
+  bool fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats,
+                        PointMatrix3& inliers, DepthBand band, std::int32_t fit_mode) const;
+
+ private:
+  bool use_consensus_ = false;
+  std::int32_t consensus_iterations_ = 0;
+  double consensus_threshold_ = 0.0;
+  double consensus_min_ratio_ = 0.0;
+};
+
+}  // namespace kestrane

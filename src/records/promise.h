@@ -1,0 +1,19 @@
+// Promises of the host that the library does not check in a release build: capacities, plane
+// numbers, call order. With KESTRANE_CHECKED a broken one is named on standard error and the
+// process aborts before memory is touched; without it the check costs nothing.
+#pragma once
+
+#ifdef KESTRANE_CHECKED
+#include <cstdio>
+#include <cstdlib>
+
+#define KESTRANE_PROMISE(holds, text)                               \
+  do {                                                              \
+    if (!(holds)) {                                                 \
+      std::fprintf(stderr, "kestrane: broken promise: %s\n", text); \
+      std::abort();                                                 \
+    }                                                               \
+  } while (false)
+#else
+#define KESTRANE_PROMISE(holds, text) static_cast<void>(0)
+#endif
