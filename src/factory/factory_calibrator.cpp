@@ -1,0 +1,163 @@
+#include "factory/factory_calibrator.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "factory/cell_indicators.h"
+#include "factory/corner_optimisation.h"
+#include "factory/depth_cells.h"
+#include "factory/fan_sectors.h"
+#include "factory/nominal_grid.h"
+#include "fit/laser_geometry_fitter.h"
+#include "records/carving.h"
+#include "records/promise.h"
+#include "records/table_copy.h"
+
+namespace kestrane {
+namespace {
+
+constexpr std::int32_t kWholePlaneFit = 0;  // fit_mode: banded, with rejection
+
+// Grid record, rows, then each plane's table. Measures with a null buffer.
+std::int64_t lay_out(void* buffer, _MRV_LASER_PLANE_BLOCK_INFOS& table) {
+  Carver carver(buffer);
+  auto* grids = carver.take<_LASER_PLANE_GRIDS>(1);
+  auto* rows = carver.take<_MRV_LASER_PLANE_BLOCK_INFO>(kMaxPlanes);
+  for (std::int32_t p = 0; p < kMaxPlanes; ++p) {
+    carve_table(carver, kBlocks, Counts::kLeft, carver.carves() ? &rows[p].block : nullptr);
+  }
+  if (carver.carves()) {
+    table.grids = grids;
+    table.planes = rows;
+  }
+  return carver.size();
+}
+
+// The host's points, a dropped one (x not a number) as the origin, which no depth band holds.
+PointMatrix3 copy_points(const _KESTRANE_ID_POINT3DS& points) {
+  const Eigen::Index count = std::max(points.count, 0);
+  PointMatrix3 cloud(count, 3);
+  for (Eigen::Index i = 0; i < count; ++i) {
+    const _KESTRANE_ID_POINT3D& point = points.points[i];
+    if (std::isnan(point.x)) {
+      cloud.row(i).setZero();
+    } else {
+      cloud.row(i) << point.x, point.y, point.z;
+    }
+  }
+  return cloud;
+}
+
+bool fit_whole_plane(const PointMatrix3& points, _LASER_TYPE type, PlaneAbcd& plane) {
+  LaserGeometryFitter fitter;
+  fitter.set_params(false, 0, 0.0, 0.0);
+  PlaneFitStats stats{};
+  PointMatrix3 inliers;
+  return fitter.fit_plane_robust(points, plane, stats, inliers, depth_band_of(type),
+                                 kWholePlaneFit);
+}
+
+// From the unit normal form to the table's. The guard is added whatever the sign of d.
+void write_plane(const PlaneAbcd& plane, double* abc) {
+  const double divisor = plane[3] + kGuard;
+  for (int i = 0; i < 3; ++i) abc[i] = plane[i] / divisor;
+}
+
+_LASER_TRIPLE triple_of(const _LASER_TRIPLE& triple) { return triple; }
+
+_LASER_TRIPLE triple_of(const Eigen::Vector3d& point) {
+  return {{point.x(), point.y(), point.z()}};
+}
+
+// Rows of three numbers into a host's table.
+template <class Rows>
+void copy_rows(const Rows& rows, _LASER_LINES_INFOS& table) {
+  table.count = static_cast<std::int32_t>(rows.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    _LASER_LINE_INFOS& line = table.lines[i];
+    line.count = static_cast<std::int32_t>(rows[i].size());
+    for (std::size_t j = 0; j < rows[i].size(); ++j) line.cells[j] = triple_of(rows[i][j]);
+  }
+}
+
+}  // namespace
+
+bool KestraneLaserFactoryCalibrator::init() {
+  void* fresh = allocate_block(alloc_buf_size(nullptr, false), 0);
+  if (fresh == nullptr) return false;
+  raw_block_ = fresh;
+  alloc_buf_size(raw_block_, true);
+  build_nominal_grid(*plane_table_.grids, nominal_rays_);
+  build_fan_dividers(fan_divider_normals_);
+  return true;
+}
+
+std::int32_t KestraneLaserFactoryCalibrator::alloc_buf_size(void* buffer, bool wire) {
+  return reported_size(lay_out(wire ? buffer : nullptr, plane_table_));
+}
+
+bool KestraneLaserFactoryCalibrator::calibrate_one_plane(std::int32_t plane_index,
+                                                         const _KESTRANE_ID_POINT3DS& points) {
+  KESTRANE_PROMISE(raw_block_ != nullptr, "factory_calib comes after init");
+  KESTRANE_PROMISE(plane_index >= 0 && plane_index < kMaxPlanes, "a plane index is 0 to 99");
+  KESTRANE_PROMISE(points.count >= 0, "a point count is not negative");
+  const PointMatrix3 cloud = copy_points(points);
+  cell_points_.clear();
+  grid_corners_.clear();
+  cell_planes_.clear();
+
+  if (!fit_whole_plane(cloud, laser_type_, laser_plane_)) return false;
+  if (std::abs(laser_plane_[3]) < kGuard)
+    return false;  // a plane through the origin has no table form
+
+  SectorClouds sector_clouds;
+  SectorClouds sector_points;
+  SectorPlanes sector_planes;
+  split_points_by_fan_sector(laser_plane_, fan_divider_normals_, cloud, sector_clouds, fan_apex_);
+  fit_sector_planes(laser_type_, sector_clouds, sector_planes, sector_points);
+
+  split_sector_points_by_depth(sector_points, kBlocks.cells, kDepthFirst, kDepthLast, cell_points_);
+  if (!compute_grid_corners(nominal_rays_, sector_planes, grid_corners_)) return false;
+  if (optimize_flag_ == KESTRANE_OPTIM_ON) optimize_grid_corners(cell_points_, grid_corners_);
+  fit_cell_planes(cell_points_, grid_corners_, cell_planes_);
+
+  write_row(plane_table_.planes[plane_index]);
+  return true;
+}
+
+void KestraneLaserFactoryCalibrator::write_row(_MRV_LASER_PLANE_BLOCK_INFO& row) const {
+  write_plane(laser_plane_, row.laser_plane_R);
+  row.block.count = static_cast<std::int32_t>(cell_planes_.size());
+  for (std::size_t i = 0; i < cell_planes_.size(); ++i) {
+    _LASER_LINE_INFOS& line = row.block.lines[i];
+    line.count = static_cast<std::int32_t>(cell_planes_[i].size());
+    for (std::size_t j = 0; j < cell_planes_[i].size(); ++j) {
+      write_plane(cell_planes_[i][j], line.cells[j].v);
+    }
+  }
+}
+
+void KestraneLaserFactoryCalibrator::copy_indicators(
+    std::int32_t plane_index, _LASER_PLANE_INDICATORS_INFOS& indicators,
+    _LASER_PLANE_GRID_CORNERS_INFOS& corners) const {
+  KESTRANE_PROMISE(plane_index < corners.plane_count,
+                   "a plane index lies inside the corner record");
+  KESTRANE_PROMISE(cell_planes_.size() == cell_points_.size(),
+                   "get_indicators comes after a successful factory_calib");
+  copy_rows(compute_cell_indicators(cell_points_, cell_planes_), indicators.planes[plane_index]);
+  copy_rows(grid_corners_, corners.planes[plane_index]);
+}
+
+void KestraneLaserFactoryCalibrator::copy_table_out(_MRV_LASER_PLANE_BLOCK_INFOS& infos) {
+  KESTRANE_PROMISE(raw_block_ != nullptr, "get_laser_plane_infos comes after init");
+  KESTRANE_PROMISE(infos.plane_count <= kMaxPlanes, "a plane count is at most 100");
+  std::copy_n(infos.grids->grid_head, 4, plane_table_.grids->grid_head);
+  *infos.grids = *plane_table_.grids;
+  for (std::int32_t p = 0; p < infos.plane_count; ++p) {
+    const _MRV_LASER_PLANE_BLOCK_INFO& row = plane_table_.planes[p];
+    std::copy_n(row.laser_plane_R, 3, infos.planes[p].laser_plane_R);
+    copy_table(row.block, infos.planes[p].block);
+  }
+}
+
+}  // namespace kestrane

@@ -1,0 +1,132 @@
+#include "factory/fan_sectors.h"
+
+#include <cmath>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "fit/laser_geometry_fitter.h"
+#include "records/shapes.h"
+
+namespace kestrane {
+namespace {
+
+constexpr Eigen::Index kFewestSectorPoints = 200;
+constexpr double kEmptyPlane = 1e-12;
+constexpr std::int32_t kSectorFit = 1;  // fit_mode: banded, with rejection
+
+bool is_empty(const PlaneAbcd& plane) {
+  for (int i = 0; i < 4; ++i) {
+    if (!(std::abs(plane[i]) <= kEmptyPlane)) return false;
+  }
+  return true;
+}
+
+Eigen::Vector3d apex_of(const PlaneAbcd& plane) {
+  const double a = plane[0], b = plane[1], c = plane[2], d = plane[3];
+  const double t = std::abs(d) / std::sqrt(a * a + b * b + c * c) / (-a);
+  // Component by component: an infinite t makes y and z NaN, and then no border separates points.
+  return {t * -1.0, t * 0.0, t * 0.0};
+}
+
+// The first border that q lies below, or the number of borders. A product that is NaN is not below.
+std::size_t first_border_above(const FanDividers& normals, const Eigen::Vector3d& q) {
+  std::size_t k = 0;
+  for (; k < normals.size(); ++k) {
+    const Eigen::Vector3d& n = normals[k];
+    if (q.x() * n.x() + q.y() * n.y() + q.z() * n.z() < 0.0) break;
+  }
+  return k;
+}
+
+}  // namespace
+
+void split_points_by_fan_sector(const PlaneAbcd& laser_plane,
+                                const FanDividers& fan_divider_normals, const PointMatrix3& points,
+                                SectorClouds& sector_clouds, Eigen::Vector3d& fan_apex) {
+  fan_apex = apex_of(laser_plane);
+  const std::size_t sectors = fan_divider_normals.size() - 1;
+  std::vector<std::uint8_t> sector_of(static_cast<std::size_t>(points.rows()));
+  std::vector<Eigen::Index> rows_of(sectors, 0);
+  std::size_t running = sectors - 1;
+  for (std::size_t i = 0; i < sector_of.size(); ++i) {
+    const Eigen::Vector3d q = points.row(static_cast<Eigen::Index>(i)).transpose() - fan_apex;
+    const std::size_t border = first_border_above(fan_divider_normals, q);
+    if (border < fan_divider_normals.size()) running = border == 0 ? 0 : border - 1;
+    sector_of[i] = static_cast<std::uint8_t>(running);
+    ++rows_of[running];
+  }
+  SectorClouds clouds;
+  clouds.reserve(sectors);
+  for (const Eigen::Index rows : rows_of) clouds.emplace_back(rows, 3);
+  std::vector<Eigen::Index> filled(sectors, 0);
+  for (std::size_t i = 0; i < sector_of.size(); ++i) {
+    const std::size_t s = sector_of[i];
+    clouds[s].row(filled[s]++) = points.row(static_cast<Eigen::Index>(i));
+  }
+  sector_clouds = std::move(clouds);
+}
+
+void fit_sector_planes(_LASER_TYPE laser_type, const SectorClouds& sector_clouds,
+                       SectorPlanes& sector_planes, SectorClouds& sector_points) {
+  sector_planes.assign(sector_clouds.size(), PlaneAbcd::Zero());
+  sector_points.assign(sector_clouds.size(), PointMatrix3(0, 3));
+  const DepthBand depth_band = depth_band_of(laser_type);
+  LaserGeometryFitter fitter;
+  fitter.set_params(false, 0, 0.0, 0.0);
+  for (std::size_t s = 0; s < sector_clouds.size(); ++s) {
+    if (sector_clouds[s].rows() < kFewestSectorPoints) continue;
+    PlaneAbcd plane = PlaneAbcd::Zero();
+    PlaneFitStats stats{};
+    if (fitter.fit_plane_robust(sector_clouds[s], plane, stats, sector_points[s], depth_band,
+                                kSectorFit)) {
+      sector_planes[s] = plane;
+    }
+  }
+  fill_empty_sector_planes(sector_planes);
+}
+
+bool find_previous_fitted_plane(const SectorPlanes& sector_planes, std::ptrdiff_t i,
+                                std::ptrdiff_t& found) {
+  found = -1;
+  for (std::ptrdiff_t l = i - 1; l >= 0; --l) {
+    if (is_empty(sector_planes[static_cast<std::size_t>(l)])) continue;
+    found = l;
+    return true;
+  }
+  return false;
+}
+
+bool find_next_fitted_plane(const SectorPlanes& sector_planes, std::ptrdiff_t i,
+                            std::ptrdiff_t& found) {
+  const auto count = static_cast<std::ptrdiff_t>(sector_planes.size());
+  found = count;
+  for (std::ptrdiff_t r = i + 1; r < count; ++r) {
+    if (is_empty(sector_planes[static_cast<std::size_t>(r)])) continue;
+    found = r;
+    return true;
+  }
+  return false;
+}
+
+void fill_empty_sector_planes(SectorPlanes& sector_planes) {
+  // All sources are chosen before any plane changes: a borrowed plane is never lent on.
+  std::vector<std::pair<std::ptrdiff_t, std::ptrdiff_t>> loans;
+  for (std::ptrdiff_t i = 0; i < static_cast<std::ptrdiff_t>(sector_planes.size()); ++i) {
+    if (!is_empty(sector_planes[static_cast<std::size_t>(i)])) continue;
+    std::ptrdiff_t l = 0;
+    std::ptrdiff_t r = 0;
+    const bool before = find_previous_fitted_plane(sector_planes, i, l);
+    const bool after = find_next_fitted_plane(sector_planes, i, r);
+    if (before && (!after || i - l < r - i)) {
+      loans.emplace_back(i, l);
+    } else if (after) {
+      loans.emplace_back(i, r);
+    }
+  }
+  for (const auto& [i, source] : loans) {
+    sector_planes[static_cast<std::size_t>(i)] = sector_planes[static_cast<std::size_t>(source)];
+  }
+}
+
+}  // namespace kestrane
