@@ -3,7 +3,6 @@
 #include <cmath>
 #include <optional>
 
-#include "records/fan.h"
 #include "records/promise.h"
 #include "records/shapes.h"
 
@@ -26,27 +25,26 @@ int pivot_axis(const double* coeffs) {
   return axis;
 }
 
-}  // namespace
-
-bool is_empty_cell(const _LASER_TRIPLE& cell) {
+bool is_empty(const _LASER_TRIPLE& cell) {
   return std::abs(cell.v[0]) < kGuard && std::abs(cell.v[1]) < kGuard &&
          std::abs(cell.v[2]) < kGuard;
 }
 
-const _LASER_TRIPLE* find_plane_cell(const _LASER_PLANE_BLOCK_INFOS& standard, std::int32_t plane,
-                                     double y, double z) {
+}  // namespace
+
+const _LASER_TRIPLE* cell_at(const _LASER_PLANE_BLOCK_INFOS& standard, std::int32_t plane,
+                             CellIndex index) {
   KESTRANE_PROMISE(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
   if (plane < 0 || plane >= kMaxPlanes) return nullptr;
-  const std::optional<CellIndex> index = find_cell(*standard.grids, y, z);
-  if (!index) return nullptr;
-  const _LASER_TRIPLE& cell = standard.planes[plane].block.lines[index->line].cells[index->cell];
-  return is_empty_cell(cell) ? nullptr : &cell;
+  const _LASER_TRIPLE& cell = standard.planes[plane].block.lines[index.line].cells[index.cell];
+  return is_empty(cell) ? nullptr : &cell;
 }
 
 bool lookup_plane_cell(const double* point, const _LASER_PLANE_BLOCK_INFOS& standard,
                        std::int32_t plane, double* coeffs, double* unit_normal,
                        double* plane_point) {
-  const _LASER_TRIPLE* cell = find_plane_cell(standard, plane, point[1], point[2]);
+  const std::optional<CellIndex> index = find_cell(*standard.grids, point[1], point[2]);
+  const _LASER_TRIPLE* cell = index ? cell_at(standard, plane, *index) : nullptr;
   if (cell == nullptr) return false;
   for (int i = 0; i < 3; ++i) coeffs[i] = cell->v[i];
   const double squares = coeffs[0] * coeffs[0] + coeffs[1] * coeffs[1] + coeffs[2] * coeffs[2];

@@ -7,20 +7,18 @@
 #include <cstdint>
 
 #include "kestrane/records.h"
+#include "records/fan.h"
 
 namespace kestrane {
 
-// Whether a cell holds no plane: all three coefficients are as good as zero.
-bool is_empty_cell(const _LASER_TRIPLE& cell);
-
-// The cell of (y, z) in `plane`'s table; x plays no part. Null outside the fan, for an empty cell,
-// for a position that is not a number, and for a plane that the table cannot hold.
-const _LASER_TRIPLE* find_plane_cell(const _LASER_PLANE_BLOCK_INFOS& standard, std::int32_t plane,
-                                     double y, double z);
+// The cell at an index of `plane`'s table. Null for an empty one (all three coefficients as good as
+// zero) and for a plane that the table cannot hold.
+const _LASER_TRIPLE* cell_at(const _LASER_PLANE_BLOCK_INFOS& standard, std::int32_t plane,
+                             CellIndex index);
 
 // The plane of a point's cell in two forms. False where there is no cell; nothing is written then.
 //
-// point        x, y, z
+// point        x, y, z; x plays no part in finding the cell
 // coeffs       (a, b, c)
 // unit_normal  (a, b, c) scaled to length 1
 // plane_point  a point of the plane on the axis of its largest coefficient

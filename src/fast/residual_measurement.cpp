@@ -1,17 +1,13 @@
 #include "fast/residual_measurement.h"
 
-#include <cmath>
-#include <optional>
-
 #include "fast/plane_cell.h"
-#include "records/fan.h"
 #include "records/promise.h"
 
 namespace kestrane {
 
 MovedPlane::MovedPlane(const _LASER_PLANE_BLOCK_INFOS& standard,
                        const _MRV_EXTRINSIC_PARAM& extrinsic)
-    : standard_(standard), extrinsic_(extrinsic) {
+    : standard_(standard), standard_grids_(*standard.grids), extrinsic_(extrinsic) {
   states_.fill(State::kUnseen);
 }
 
@@ -20,40 +16,20 @@ void MovedPlane::select(std::int32_t plane) {
   states_.fill(State::kUnseen);
 }
 
-bool MovedPlane::measure(double x, double y, double z, double& distance) {
-  const std::optional<CellIndex> at = find_cell(*standard_.grids, y, z);
-  if (!at) return false;
-  const auto index = static_cast<std::size_t>(at->line * kBlocks.cells + at->cell);
-  State state = states_[index];
-  if (state == State::kUnseen) state = move_cell(index, y, z);
-  if (state == State::kEmpty) return false;
-  const Cell& cell = cells_[index];
-  // order fixed
-  distance = std::abs(cell.abc[0] * x + cell.abc[1] * y + cell.abc[2] * z + 1.0) / cell.length;
-  return true;
-}
-
-MovedPlane::State MovedPlane::move_cell(std::size_t index, double y, double z) {
-  const _LASER_TRIPLE* found = find_plane_cell(standard_, plane_, y, z);
-  if (found == nullptr) return states_[index] = State::kEmpty;
-  Cell& cell = cells_[index];
+MovedPlane::State MovedPlane::move_cell(CellIndex at, Cell& cell) const {
+  const _LASER_TRIPLE* found = cell_at(standard_, plane_, at);
+  if (found == nullptr) return State::kEmpty;
   double d;
   transform_plane(found->v, cell.abc, extrinsic_, d);
   cell.length = std::sqrt(cell.abc[0] * cell.abc[0] + cell.abc[1] * cell.abc[1] +
                           cell.abc[2] * cell.abc[2]);  // order fixed
-  return states_[index] = State::kMoved;
+  return State::kMoved;
 }
 
 void ResidualMeter::clear() {
   distances_.clear();
   sum_ = 0.0;
   max_ = kLeastMax;
-}
-
-void ResidualMeter::add(double distance) {
-  distances_.push_back(distance);
-  sum_ += distance;  // order fixed
-  if (distance > max_) max_ = distance;
 }
 
 double ResidualMeter::mean() const { return sum_ / static_cast<double>(distances_.size()); }

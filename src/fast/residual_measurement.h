@@ -5,11 +5,14 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "fast/point_sets.h"
+#include "records/fan.h"
 #include "records/shapes.h"
 
 namespace kestrane {
@@ -32,7 +35,17 @@ class MovedPlane {
 
   // The distance of a point to its cell's moved plane. False where it has no cell; `distance` is
   // not written then. A cell with a = 0 gives NaN.
-  bool measure(double x, double y, double z, double& distance);
+  bool measure(double x, double y, double z, double& distance) {
+    const std::optional<CellIndex> at = find_cell(standard_grids_, y, z);
+    if (!at) return false;
+    const auto index = static_cast<std::size_t>(at->line * kBlocks.cells + at->cell);
+    if (states_[index] == State::kUnseen) states_[index] = move_cell(*at, cells_[index]);
+    if (states_[index] == State::kEmpty) return false;
+    const Cell& cell = cells_[index];
+    // order fixed
+    distance = std::abs(cell.abc[0] * x + cell.abc[1] * y + cell.abc[2] * z + 1.0) / cell.length;
+    return true;
+  }
 
  private:
   enum class State : std::uint8_t { kUnseen, kEmpty, kMoved };
@@ -42,9 +55,10 @@ class MovedPlane {
     double length;  // of (a, b, c)
   };
 
-  State move_cell(std::size_t index, double y, double z);
+  State move_cell(CellIndex at, Cell& cell) const;
 
   const _LASER_PLANE_BLOCK_INFOS& standard_;
+  const _LASER_PLANE_GRIDS& standard_grids_;
   const _MRV_EXTRINSIC_PARAM& extrinsic_;
   std::int32_t plane_ = 0;
   std::array<State, kBlocks.lines * kBlocks.cells> states_;
@@ -55,7 +69,12 @@ class MovedPlane {
 class ResidualMeter {
  public:
   void clear();
-  void add(double distance);
+
+  void add(double distance) {
+    distances_.push_back(distance);
+    sum_ += distance;  // order fixed
+    if (distance > max_) max_ = distance;
+  }
 
   // The sum so far over the number of distances.
   double mean() const;

@@ -2,34 +2,16 @@
 
 #include <Eigen/Geometry>
 #include <iostream>
-#include <memory>
-#include <vector>
 
-#include "ceres/autodiff_cost_function.h"
 #include "ceres/solver.h"
-#include "fast/dist_residual_change_plane.h"
-#include "fit/quiet_cost_function.h"
 #include "fit/solver_threads.h"
 
 namespace kestrane {
 namespace {
 
-constexpr double kLossScale = 0.1;
 constexpr double kWeight = 1.0;
 constexpr int kMostIterations = 50;
 constexpr double kFarthest = 1.5;  // in the unit of the points
-
-using PlaneCost = ceres::AutoDiffCostFunction<DIST_RESIDUAL_CHANGE_PLANE, 1, 3, 3>;
-
-std::unique_ptr<ceres::CostFunction> plane_cost(const double* point,
-                                                const _LASER_PLANE_BLOCK_INFOS* const* standard,
-                                                std::int32_t plane) {
-  auto functor = std::make_unique<DIST_RESIDUAL_CHANGE_PLANE>(point[0], point[1], point[2],
-                                                              standard, plane, kWeight);
-  auto derived = std::make_unique<PlaneCost>(functor.get());
-  functor.release();  // the cost function owns it now
-  return std::make_unique<QuietCostFunction>(std::move(derived));
-}
 
 ceres::Solver::Options solver_options() {
   ceres::Solver::Options options;
@@ -50,14 +32,23 @@ Eigen::Matrix3d rotation_matrix(const Eigen::Vector3d& rotation) {
 
 }  // namespace
 
-void add_residual_blocks(ceres::Problem& problem, ceres::LossFunction& loss,
-                         const PointSets& points, const _LASER_PLANE_BLOCK_INFOS* const* standard,
-                         std::int32_t first_plane, double* rotation, double* translation) {
+ceres::Problem::Options borrowed_parts() {
+  ceres::Problem::Options options;
+  options.cost_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
+  options.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
+  return options;
+}
+
+void add_residual_blocks(ceres::Problem& problem, ResidualParts& parts, const PointSets& points,
+                         const _LASER_PLANE_BLOCK_INFOS* const* standard, std::int32_t first_plane,
+                         double* rotation, double* translation) {
   for (std::size_t i = 0; i < points.size(); ++i) {
     const std::int32_t plane = first_plane + static_cast<std::int32_t>(i);
     for (Eigen::Index j = 0; j < points[i].cols(); j += 2) {
-      auto cost = plane_cost(points[i].col(j).data(), standard, plane);
-      problem.AddResidualBlock(cost.release(), &loss, rotation, translation);
+      PlaneFunctor& functor = parts.functors.emplace_back(
+          points[i](0, j), points[i](1, j), points[i](2, j), standard, plane, kWeight);
+      PlaneCost& cost = parts.costs.emplace_back(&functor, ceres::DO_NOT_TAKE_OWNERSHIP);
+      problem.AddResidualBlock(&cost, &parts.loss, rotation, translation);
     }
   }
 }
@@ -69,12 +60,9 @@ _KESTRANE_STATUS solve_transform(const PointSets& points,
   transform.setIdentity();
   Eigen::Vector3d rotation = Eigen::Vector3d::Zero();
   Eigen::Vector3d translation = Eigen::Vector3d::Zero();
-  // The loss outlives the problem, which may end up without a block that would own it.
-  ceres::CauchyLoss loss(kLossScale);
-  ceres::Problem::Options ownership;
-  ownership.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
-  ceres::Problem problem(ownership);
-  add_residual_blocks(problem, loss, points, standard, first_plane, rotation.data(),
+  ResidualParts parts;
+  ceres::Problem problem(borrowed_parts());
+  add_residual_blocks(problem, parts, points, standard, first_plane, rotation.data(),
                       translation.data());
   ceres::Solver::Summary summary;
   ceres::Solve(solver_options(), &problem, &summary);
