@@ -41,23 +41,36 @@ SigmaBand sigma_band_of(PointRows rows, const SignedDistance& distance, double k
   return sigma_band(sum, squares, rows.count, k);
 }
 
-// Moves the kept rows to the front and gives their number.
+// Appends rows to a list that may be the front of the one that they come from. The sums are a value
+// of its own, not a field behind a pointer that the stores might reach, so they stay in registers.
+struct RowList {
+  double* end;
+  PointSums sums;
+
+  void append(const double* point) {
+    sums.add(point);
+    end[0] = point[0];
+    end[1] = point[1];
+    end[2] = point[2];
+    end += 3;
+  }
+
+  Index count_from(const double* begin) const { return (end - begin) / 3; }
+};
+
+// Moves the kept rows to the front.
 template <class Rule>
-Index compact(double* xyz, Index count, const SignedDistance& distance, const Rule& rule,
-              PointSums& sums) {
-  double* end = xyz;
+RowList compact(double* xyz, Index count, const SignedDistance& distance, const Rule& rule) {
+  RowList kept{xyz, {}};
   for_each_block({xyz, count}, distance, [&](Index start, const double* distances, Index n) {
+    RowList list = kept;
     const double* point = xyz + 3 * start;
     for (Index i = 0; i < n; ++i, point += 3) {
-      if (!rule.keeps(distances[i])) continue;
-      sums.add(point);
-      end[0] = point[0];
-      end[1] = point[1];
-      end[2] = point[2];
-      end += 3;
+      if (rule.keeps(distances[i])) list.append(point);
     }
+    kept = list;
   });
-  return (end - xyz) / 3;
+  return kept;
 }
 
 }  // namespace
@@ -69,17 +82,13 @@ WorkingRows::WorkingRows(const PointMatrix3& points, DepthBand band) : storage_(
   const double lowest = static_cast<double>(band.lowest);
   const double highest = static_cast<double>(band.highest);
   const PointRows all = rows_of(points);
-  const double* point = all.xyz;
-  double* end = storage_.data();
-  for (Index i = 0; i < all.count; ++i, point += 3) {
-    if (lowest > point[2] || point[2] > highest) continue;
-    sums_.add(point);
-    end[0] = point[0];
-    end[1] = point[1];
-    end[2] = point[2];
-    end += 3;
-    ++count_;
+  RowList inside{storage_.data(), {}};
+  for (Index i = 0; i < all.count; ++i) {
+    const double* point = all.xyz + 3 * i;
+    if (!(lowest > point[2] || point[2] > highest)) inside.append(point);
   }
+  count_ = inside.count_from(storage_.data());
+  sums_ = inside.sums;
 }
 
 template <class Rule>
@@ -89,14 +98,13 @@ bool WorkingRows::reject(const PlaneAbcd& plane, const Rule& rule, Index fewest)
   double* const xyz = storage_.data();
   const Index saved = 3 * std::min(kMostFewest, count_);
   std::copy_n(xyz, saved, front);
-  PointSums kept_sums;
-  const Index kept = compact(xyz, count_, SignedDistance(plane), rule, kept_sums);
-  if (kept < fewest) {
+  const RowList kept = compact(xyz, count_, SignedDistance(plane), rule);
+  if (kept.count_from(xyz) < fewest) {
     std::copy_n(front, saved, xyz);
     return false;
   }
-  count_ = kept;
-  sums_ = kept_sums;
+  count_ = kept.count_from(xyz);
+  sums_ = kept.sums;
   return true;
 }
 

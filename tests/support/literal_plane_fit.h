@@ -166,22 +166,22 @@ inline bool fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane, Plane
   PointMatrix3 p = points;
   std::vector<double> distances;
   if (fit_mode == 2) {
-    if (!fit_plane_svd(p, plane, stats)) return false;
-    plane_signed_distances(p, plane, distances);
-    filter_by_sigma(p, distances, 2.0, p);
+    if (!literal::fit_plane_svd(p, plane, stats)) return false;
+    literal::plane_signed_distances(p, plane, distances);
+    literal::filter_by_sigma(p, distances, 2.0, p);
     inliers = p;
     return true;
   }
-  const PointMatrix3 q = rows_in_band(points, band);
+  const PointMatrix3 q = literal::rows_in_band(points, band);
   if (q.rows() < 3) return false;
-  if (!fit_plane_svd(q, plane, stats)) return false;
+  if (!literal::fit_plane_svd(q, plane, stats)) return false;
   p = q;
-  plane_signed_distances(p, plane, distances);
-  filter_by_distance(p, distances, 2.5, p);
-  if (!fit_plane_svd(p, plane, stats)) return false;
-  plane_signed_distances(p, plane, distances);
-  filter_by_sigma(p, distances, 2.0, p);
-  if (!fit_plane_svd(p, plane, stats)) return false;
+  literal::plane_signed_distances(p, plane, distances);
+  literal::filter_by_distance(p, distances, 2.5, p);
+  if (!literal::fit_plane_svd(p, plane, stats)) return false;
+  literal::plane_signed_distances(p, plane, distances);
+  literal::filter_by_sigma(p, distances, 2.0, p);
+  if (!literal::fit_plane_svd(p, plane, stats)) return false;
   inliers = p;
   return true;
 }
