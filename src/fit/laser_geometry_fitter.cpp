@@ -38,12 +38,9 @@ bool fit_with_rejections(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& 
     return false;
   }
   const LeastSquaresPlane second = fit_rows(working);
-  if (!working.reject_beyond_sigmas(second.plane, kSigmaRejection, kFewestRows)) {
-    report(working, second, plane, stats);
-    return false;
-  }
-  report(working, fit_rows(working), plane, stats);
-  return true;
+  const bool enough = working.reject_beyond_sigmas(second.plane, kSigmaRejection, kFewestRows);
+  report(working, enough ? fit_rows(working) : second, plane, stats);
+  return enough;
 }
 
 }  // namespace

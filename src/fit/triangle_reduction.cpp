@@ -18,12 +18,15 @@ struct Columns {
   alignas(64) double z[kBlock];
 };
 
-// Partial sums, one a lane, in an order of our own that every compiler keeps.
-struct LaneSum {
-  double lane[kLanes] = {};
+// kLanes neighbours of a column. Partial sums, one a lane, have an order of our own that does not
+// depend on the compiler or on the width of the processor's vectors.
+using Lanes = Eigen::Array<double, kLanes, 1>;
 
-  double total() const { return (lane[0] + lane[2]) + (lane[1] + lane[3]); }
-};
+Eigen::Map<Lanes, Eigen::Aligned16> lanes(double* column) {
+  return Eigen::Map<Lanes, Eigen::Aligned16>(column);
+}
+
+double total(const Lanes& sum) { return (sum[0] + sum[2]) + (sum[1] + sum[3]); }
 
 // A reflection that takes (alpha, column) to (beta, 0); v = (1, column / pivot).
 struct Reflection {
@@ -58,48 +61,44 @@ Index load_centred(const double* xyz, Index count, const Centroid& m, Columns& c
   return padded;
 }
 
-void reflect_first(Triangle& t, const Columns& columns, Index count, double& off_y, double& off_z) {
-  LaneSum xx, xy, xz;
+void reflect_first(Triangle& t, Columns& columns, Index count, double& off_y, double& off_z) {
+  Lanes xx = Lanes::Zero(), xy = Lanes::Zero(), xz = Lanes::Zero();
   for (Index i = 0; i < count; i += kLanes) {
-    for (Index k = 0; k < kLanes; ++k) {
-      xx.lane[k] += columns.x[i + k] * columns.x[i + k];
-      xy.lane[k] += columns.x[i + k] * columns.y[i + k];
-      xz.lane[k] += columns.x[i + k] * columns.z[i + k];
-    }
+    const Lanes x = lanes(columns.x + i);
+    xx += x * x;
+    xy += x * lanes(columns.y + i);
+    xz += x * lanes(columns.z + i);
   }
-  const Reflection h = reflection_of(t.r00, xx.total());
+  const Reflection h = reflection_of(t.r00, total(xx));
   t.r00 = h.beta;
-  off_y = h.apply(t.r01, xy.total());
-  off_z = h.apply(t.r02, xz.total());
+  off_y = h.apply(t.r01, total(xy));
+  off_z = h.apply(t.r02, total(xz));
 }
 
 void reflect_second(Triangle& t, Columns& columns, Index count, double off_y, double off_z,
                     double& off_second) {
-  LaneSum yy, yz;
+  Lanes yy = Lanes::Zero(), yz = Lanes::Zero();
   for (Index i = 0; i < count; i += kLanes) {
-    for (Index k = 0; k < kLanes; ++k) {
-      const double y = columns.y[i + k] - off_y * columns.x[i + k];
-      const double z = columns.z[i + k] - off_z * columns.x[i + k];
-      columns.y[i + k] = y;
-      columns.z[i + k] = z;
-      yy.lane[k] += y * y;
-      yz.lane[k] += y * z;
-    }
+    const Lanes x = lanes(columns.x + i);
+    const Lanes y = lanes(columns.y + i) - off_y * x;
+    const Lanes z = lanes(columns.z + i) - off_z * x;
+    lanes(columns.y + i) = y;
+    lanes(columns.z + i) = z;
+    yy += y * y;
+    yz += y * z;
   }
-  const Reflection h = reflection_of(t.r11, yy.total());
+  const Reflection h = reflection_of(t.r11, total(yy));
   t.r11 = h.beta;
-  off_second = h.apply(t.r12, yz.total());
+  off_second = h.apply(t.r12, total(yz));
 }
 
-void reflect_third(Triangle& t, const Columns& columns, Index count, double off_second) {
-  LaneSum zz;
+void reflect_third(Triangle& t, Columns& columns, Index count, double off_second) {
+  Lanes zz = Lanes::Zero();
   for (Index i = 0; i < count; i += kLanes) {
-    for (Index k = 0; k < kLanes; ++k) {
-      const double z = columns.z[i + k] - off_second * columns.y[i + k];
-      zz.lane[k] += z * z;
-    }
+    const Lanes z = lanes(columns.z + i) - off_second * lanes(columns.y + i);
+    zz += z * z;
   }
-  t.r22 = reflection_of(t.r22, zz.total()).beta;
+  t.r22 = reflection_of(t.r22, total(zz)).beta;
 }
 
 // Folds the rows of `columns`, which are used up, into the triangle.
