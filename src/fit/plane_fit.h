@@ -1,12 +1,13 @@
-// Least-squares planes and the two rejection rules.
+// Least-squares planes, and the distance of points to a plane.
 //
 // in    a cloud, one point a row; a plane in the form a, b, c, d with a unit normal
-// out   a plane with its statistics; signed distances; the rows that a rule keeps
+// out   a plane with its statistics; signed distances
 #pragma once
 
 #include <vector>
 
 #include "fit/points.h"
+#include "fit/rejection.h"  // the rules that work on the distances below
 
 namespace kestrane {
 
@@ -17,8 +18,22 @@ namespace kestrane {
 // stats  of the points' distances to the plane
 //
 // False for no rows, and for one or two rows, which span no plane: nothing is written then. Points
-// that are not finite give a plane and statistics that are not numbers.
+// that are not finite give a plane and statistics that are not numbers. Up to 8 rows no heap is
+// used.
 bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats);
+
+// A least-squares plane with what its statistics need.
+struct LeastSquaresPlane {
+  PlaneAbcd plane;
+  Centroid centroid;
+  bool streamed;  // came from the streaming reduction, so the cloud's spreads are moderate
+};
+
+// The plane alone, for at least 3 rows whose sums the caller has at hand.
+LeastSquaresPlane least_squares_plane(PointRows rows, const PointSums& sums);
+
+// Statistics of the distances of a plane's own rows.
+PlaneFitStats stats_of(PointRows rows, const LeastSquaresPlane& fit);
 
 // Signed distance of every point to a plane.
 //
@@ -27,15 +42,5 @@ bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& 
 // A plane through the origin is not trapped: distances become huge or non-finite.
 void plane_signed_distances(const PointMatrix3& points, const PlaneAbcd& plane,
                             std::vector<double>& distances);
-
-// Keeps the rows whose distance is not beyond `limit` in size; a NaN distance keeps its row.
-// `kept` may be `points` itself. Without rows or distances `kept` stays as it is.
-void filter_by_distance(const PointMatrix3& points, const std::vector<double>& distances,
-                        double limit, PointMatrix3& kept);
-
-// Keeps the rows whose distance lies within k sigma of the sum (not the mean) of all distances,
-// bounds included; a NaN distance keeps its row. `kept` may be `points` itself.
-void filter_by_sigma(const PointMatrix3& points, const std::vector<double>& distances, double k,
-                     PointMatrix3& kept);
 
 }  // namespace kestrane

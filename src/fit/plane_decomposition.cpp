@@ -1,0 +1,133 @@
+#include "fit/plane_decomposition.h"
+
+#include <Eigen/QR>
+#include <Eigen/SVD>
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "fit/triangle_reduction.h"
+
+namespace kestrane {
+namespace {
+
+using Eigen::Index;
+using Eigen::Matrix3d;
+using Eigen::Vector3d;
+
+// Up to here Eigen sums a storage of fixed size in the order of a dynamic one.
+constexpr Index kMostStackRows = 8;
+using StackColumns = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::ColMajor,
+                                   static_cast<int>(kMostStackRows), 3>;
+
+// Squares of lengths within these bounds neither overflow nor lose digits to underflow.
+constexpr double kSmallestSize = 1e-100;
+constexpr double kLargestSize = 1e100;
+// In a cloud thinner than this part of its length, rounding shows in the twelfth digit of the
+// distances' statistics.
+constexpr double kThinnest = 2e-5;
+// Largest growth of rounding on its way into the normal.
+constexpr double kLargestGrowth = 256.0;
+
+template <class Columns>
+Columns centred_columns(PointRows rows, const Centroid& m) {
+  Columns centred(rows.count, 3);
+  for (Index i = 0; i < rows.count; ++i) {
+    centred(i, 0) = rows.xyz[3 * i] - m.x;
+    centred(i, 1) = rows.xyz[3 * i + 1] - m.y;
+    centred(i, 2) = rows.xyz[3 * i + 2] - m.z;
+  }
+  return centred;
+}
+
+// One sweep of two-sided rotations over all pairs; false when there was nothing left to rotate.
+bool jacobi_sweep(Matrix3d& work, Matrix3d& v, double& largest) {
+  constexpr double kPrecision = 2.0 * std::numeric_limits<double>::epsilon();
+  bool rotated = false;
+  for (Index p = 1; p < 3; ++p) {
+    for (Index q = 0; q < p; ++q) {
+      const double negligible = std::max(std::numeric_limits<double>::min(), kPrecision * largest);
+      if (!(std::abs(work(p, q)) > negligible || std::abs(work(q, p)) > negligible)) continue;
+      rotated = true;
+      Eigen::JacobiRotation<double> left, right;
+      Eigen::internal::real_2x2_jacobi_svd(work, p, q, &left, &right);
+      work.applyOnTheLeft(p, q, left);
+      work.applyOnTheRight(p, q, right);
+      v.applyOnTheRight(p, q, right);
+      largest = std::max(largest, std::max(std::abs(work(p, p)), std::abs(work(q, q))));
+    }
+  }
+  return rotated;
+}
+
+void sort_descending(Vector3d& values, Matrix3d& v) {
+  for (Index i = 0; i < 3; ++i) {
+    Index offset;
+    if (values.tail(3 - i).maxCoeff(&offset) == 0.0) return;
+    if (offset == 0) continue;
+    std::swap(values(i), values(i + offset));
+    v.col(i).swap(v.col(i + offset));
+  }
+}
+
+// Singular values of scale * work in descending order; v takes on the right singular vectors.
+Vector3d decompose(Matrix3d& work, Matrix3d& v, double scale) {
+  double largest = work.diagonal().cwiseAbs().maxCoeff();
+  while (jacobi_sweep(work, v, largest)) {
+  }
+  Vector3d values = work.diagonal().cwiseAbs() * scale;
+  sort_descending(values, v);
+  return values;
+}
+
+// What Eigen::JacobiSVD does with a matrix of more rows than columns, in the storage of that matrix
+// alone: JacobiSVD itself keeps two more matrices of the cloud's size. Same operations, same bits.
+Vector3d thin_direction_in_place(Eigen::MatrixXd& centred) {
+  double scale = centred.cwiseAbs().maxCoeff();
+  if (scale == 0.0) scale = 1.0;
+  centred /= scale;
+  const Eigen::ColPivHouseholderQR<Eigen::Ref<Eigen::MatrixXd>> qr(centred);
+  Matrix3d work = qr.matrixQR().topRows(3).triangularView<Eigen::Upper>();
+  Matrix3d v = qr.colsPermutation();
+  decompose(work, v, scale);
+  return v.col(2);
+}
+
+bool size_is_reliable(const Matrix3d& r) {
+  if (!r.allFinite()) return false;
+  const double size = r.cwiseAbs().maxCoeff();
+  return size >= kSmallestSize && size <= kLargestSize;
+}
+
+bool spreads_are_reliable(const Vector3d& s) {  // written so that a NaN is not
+  const bool has_thickness = s(2) >= kThinnest * s(0);
+  // A change of e * s(0) in the cloud turns the normal by about e times this quotient.
+  const bool has_gap = s(0) * s(1) <= kLargestGrowth * ((s(1) - s(2)) * (s(1) + s(2)));
+  return has_thickness && has_gap;
+}
+
+}  // namespace
+
+Vector3d thin_direction(PointRows rows, const Centroid& centroid) {
+  const Vector3d none = Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
+  if (rows.count <= kMostStackRows) {
+    const StackColumns centred = centred_columns<StackColumns>(rows, centroid);
+    if (!centred.allFinite()) return none;
+    return Eigen::JacobiSVD<StackColumns>(centred, Eigen::ComputeThinV).matrixV().col(2);
+  }
+  Eigen::MatrixXd centred = centred_columns<Eigen::MatrixXd>(rows, centroid);
+  if (!centred.allFinite()) return none;
+  return thin_direction_in_place(centred);
+}
+
+StreamedDirection streamed_thin_direction(PointRows rows, const Centroid& centroid) {
+  const Triangle t = reduce_centred(rows, centroid);
+  Matrix3d r;
+  r << t.r00, t.r01, t.r02, 0.0, t.r11, t.r12, 0.0, 0.0, t.r22;
+  if (!size_is_reliable(r)) return {false, Vector3d::Zero(), 0.0};
+  Matrix3d v = Matrix3d::Identity();
+  const Vector3d spreads = decompose(r, v, 1.0);
+  return {spreads_are_reliable(spreads), v.col(2), spreads.sum()};
+}
+
+}  // namespace kestrane
