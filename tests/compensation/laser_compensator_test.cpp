@@ -206,6 +206,25 @@ TEST(LaserCompensator, PutsThePivotOnTheWholePlaneAlongTheTranslation) {
   }
 }
 
+TEST(LaserCompensator, LeavesCellsBeyondACountInTheStoreAsTheyWere) {
+  HostTable table(1);
+  table.fill(-0.01, 1e-5, 1e-3);
+  LaserCompensator engine;
+  ASSERT_TRUE(engine.init());
+  engine.set_laser_plane_param(table.record());
+  table.line(0, 3).count = 13;
+  table.row(0).block.count = 5;
+  engine.set_laser_plane_param(table.record());
+  engine.set_extrinsic_matrix(kExtrinsic);
+  engine.set_compensate_param(kWarm, 0, 1);
+  engine.compensate(0, 1);
+  const kestrane::_LASER_LINE_INFOS* lines = engine.planes()[0].block.lines;
+  EXPECT_NE(lines[3].cells[12].v[0], -0.01);
+  EXPECT_EQ(lines[3].cells[13].v[0], -0.01);
+  EXPECT_NE(lines[4].cells[49].v[0], -0.01);
+  EXPECT_EQ(lines[5].cells[0].v[0], -0.01);
+}
+
 TEST(LaserCompensator, LeavesTheSecondTableAndTheFlagAlone) {
   simulation::Random random(24);
   HostTable table(2);
