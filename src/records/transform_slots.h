@@ -12,7 +12,6 @@
 namespace kestrane {
 
 inline constexpr std::int32_t kSlotSize = 12;        // doubles
-inline constexpr std::int32_t kSlotTranslation = 9;  // position of the translation
 inline constexpr std::int32_t kTransformSlots = kMaxPlanes;
 
 inline constexpr std::int32_t kMaxRanges = 20;  // plane ranges of a coefficient record
