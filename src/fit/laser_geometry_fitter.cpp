@@ -69,4 +69,11 @@ bool LaserGeometryFitter::fit_plane_robust(const PointMatrix3& points, PlaneAbcd
   return true;
 }
 
+bool LaserGeometryFitter::fit_line(const PointMatrix2& points, LineAbc& line,
+                                   double& mean_distance) const {
+  const ConsensusSettings consensus{consensus_iterations_, consensus_threshold_,
+                                    consensus_min_ratio_};
+  return fit_line_to(points, use_consensus_ ? &consensus : nullptr, line, mean_distance);
+}
+
 }  // namespace kestrane
