@@ -23,11 +23,11 @@ using StackColumns = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen
 // Squares of lengths within these bounds neither overflow nor lose digits to underflow.
 constexpr double kSmallestSize = 1e-100;
 constexpr double kLargestSize = 1e100;
-// In a cloud thinner than this part of its length, rounding shows in the twelfth digit of the
-// distances' statistics.
+// In a cloud thinner than this part of its length, rounding could show in the rows that lie beyond
+// a number of sigmas.
 constexpr double kThinnest = 2e-5;
 // Largest growth of rounding on its way into the normal.
-constexpr double kLargestGrowth = 256.0;
+constexpr double kLargestGrowth = 64.0;
 
 template <class Columns>
 Columns centred_columns(PointRows rows, const Centroid& m) {
