@@ -84,7 +84,8 @@ struct ColumnNorms {
   Vector3d direct;   // as last computed
   Vector3d updated;  // with the rows since then taken off
 
-  void take_off_row(const Eigen::MatrixXd& a, Index k) {
+  template <class Columns>
+  void take_off_row(const Columns& a, Index k) {
     static const double kInaccurate = std::sqrt(std::numeric_limits<double>::epsilon());
     for (Index j = k + 1; j < 3; ++j) {
       if (updated(j) == 0.0) continue;
@@ -101,7 +102,8 @@ struct ColumnNorms {
 };
 
 // Reflects column k and those to its right, so that column k is zero below its head.
-void reflect_columns(Eigen::MatrixXd& a, Index k) {
+template <class Columns>
+void reflect_columns(Columns& a, Index k) {
   const Index below = a.rows() - k - 1;
   const Index right = 2 - k;
   double tau, beta;
@@ -121,7 +123,8 @@ void reflect_columns(Eigen::MatrixXd& a, Index k) {
 
 // The triangle R of a column-pivoting Householder QR in the storage of `a`; the columns of `v` are
 // exchanged as those of `a` are.
-Matrix3d pivoted_triangle(Eigen::MatrixXd& a, Matrix3d& v) {
+template <class Columns>
+Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
   ColumnNorms norms;
   for (Index k = 0; k < 3; ++k) norms.direct(k) = a.col(k).norm();
   norms.updated = norms.direct;
@@ -137,17 +140,20 @@ Matrix3d pivoted_triangle(Eigen::MatrixXd& a, Matrix3d& v) {
     reflect_columns(a, k);
     norms.take_off_row(a, k);
   }
-  return a.topRows(3).triangularView<Eigen::Upper>();
+  return a.topRows(3).template triangularView<Eigen::Upper>();
 }
 
-// What Eigen::JacobiSVD does with a matrix of more rows than columns, in the storage of that matrix
-// alone: JacobiSVD keeps more than two others of its size. Same operations, same bits.
-Vector3d thin_direction_in_place(Eigen::MatrixXd& centred) {
+// What Eigen::JacobiSVD does, in the storage of the matrix alone: JacobiSVD keeps more than two
+// others of its size. Same operations, same bits.
+template <class Columns>
+Vector3d thin_direction_in_place(Columns centred) {
+  if (!centred.allFinite()) return Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
   double scale = centred.cwiseAbs().maxCoeff();
   if (scale == 0.0) scale = 1.0;
   centred /= scale;
   Matrix3d v = Matrix3d::Identity();
-  Matrix3d work = pivoted_triangle(centred, v);
+  // A square matrix needs no reduction and gets none, not even an exchange of columns.
+  Matrix3d work = centred.rows() == 3 ? Matrix3d(centred) : pivoted_triangle(centred, v);
   decompose(work, v, scale);
   return v.col(2);
 }
@@ -168,15 +174,9 @@ bool spreads_are_reliable(const Vector3d& s) {  // written so that a NaN is not
 }  // namespace
 
 Vector3d thin_direction(PointRows rows, const Centroid& centroid) {
-  const Vector3d none = Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
-  if (rows.count <= kMostStackRows) {
-    const StackColumns centred = centred_columns<StackColumns>(rows, centroid);
-    if (!centred.allFinite()) return none;
-    return Eigen::JacobiSVD<StackColumns>(centred, Eigen::ComputeThinV).matrixV().col(2);
-  }
-  Eigen::MatrixXd centred = centred_columns<Eigen::MatrixXd>(rows, centroid);
-  if (!centred.allFinite()) return none;
-  return thin_direction_in_place(centred);
+  return rows.count <= kMostStackRows
+             ? thin_direction_in_place(centred_columns<StackColumns>(rows, centroid))
+             : thin_direction_in_place(centred_columns<Eigen::MatrixXd>(rows, centroid));
 }
 
 StreamedDirection streamed_thin_direction(PointRows rows, const Centroid& centroid) {

@@ -7,6 +7,7 @@
 
 #include "fit/distance_stats.h"
 #include "fit/plane_clouds.h"
+#include "fit/plane_decomposition.h"
 #include "support/literal_plane_fit.h"
 
 namespace {
@@ -18,6 +19,7 @@ using kestrane::passing_plane;
 using kestrane::plane_signed_distances;
 using kestrane::rows_of;
 using kestrane::streamed_plane;
+using kestrane::streamed_thin_direction;
 using kestrane::sums_of;
 
 // Of a normal's components, and of d relative to the centroid: the decomposition's own rounding,
@@ -155,14 +157,18 @@ TEST(FitPlaneSvd, LeavesTheSignOfTheDecompositionInATie) {
   }
 }
 
-// Points within rounding of the plane through the origin could fall on either side.
+// Each point with its images in y and z, so that the normal lies along x: most of the points are
+// within rounding of the plane through the origin and could fall on either side of it.
 TEST(PassingPlane, LeavesTheSignToTheDecompositionWhenRoundingCouldTurnIt) {
   Random random(4);
-  PointMatrix3 points =
-      box_cloud(random, 999, {Eigen::Matrix3d::Identity(), {1.0, 80.0, 60.0}, {}});
-  points.col(0).setZero();
-  for (Eigen::Index i = 0; i < 400; ++i) points(i, 0) = i % 2 == 0 ? 1.0 : -1.0;
-  for (Eigen::Index i = 400; i < 999; ++i) points(i, 0) = 1e-15 * random.gaussian();
+  PointMatrix3 points(1000, 3);
+  for (Eigen::Index i = 0; i < points.rows(); i += 4) {
+    const double y = random.uniform(1.0, 80.0);
+    const double z = random.uniform(1.0, 60.0);
+    const double x = i < 400 ? (i % 8 == 0 ? 1.0 : -1.0) : 1e-15 * random.gaussian();
+    points.middleRows(i, 4) << x, y, z, x, -y, z, x, y, -z, x, -y, -z;
+  }
+  EXPECT_TRUE(streamed_thin_direction(rows_of(points), mean_of(points)).reliable);
   EXPECT_FALSE(is_streamed(points));
   EXPECT_TRUE(same(passing(points), literal_fit(points).plane));
 }
