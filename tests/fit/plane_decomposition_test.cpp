@@ -117,13 +117,13 @@ TEST(ReduceCentred, KeepsTheSingularValuesOfClouds) {
   }
 }
 
-// A second block that hardly adds to the first column: the reflection that joins it must not
+// A first block that hardly adds to the column of the second: the reflection that joins it must not
 // subtract nearly equal numbers.
 TEST(ReduceCentred, JoinsPartsOfVeryDifferentSize) {
   constexpr double kRounding = 1e-13;  // of the largest singular value
   Random random(10);
   PointMatrix3 points = 100.0 * scattered(random, 512);
-  points.bottomRows(256).col(0) *= 1e-8;
+  points.topRows(256).col(0) *= 1e-8;
   const Triangle t = reduce_centred(rows_of(points), kNoShift);
   Eigen::Matrix3d r;
   r << t.r00, t.r01, t.r02, 0.0, t.r11, t.r12, 0.0, 0.0, t.r22;
