@@ -1,12 +1,15 @@
 // The robust plane fit on one laser sheet: the library's form beside a literal one.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <vector>
 
 #include "fit/laser_geometry_fitter.h"
+#include "fit/plane_fit.h"
 #include "simulation/random.h"
 #include "support/literal_plane_fit.h"
 
@@ -22,6 +25,7 @@ constexpr DepthBand kBand{100, 1000};
 constexpr double kNoise = 0.05;         // standard deviation along x
 constexpr double kOutlierShare = 0.02;  // points anywhere within kOutlierReach of the sheet
 constexpr double kOutlierReach = 20.0;
+constexpr int kCells = 750;           // local planes of one laser plane
 constexpr double kAgreement = 1e-12;  // of the two forms, relative to the size of a figure
 
 // A tilted sheet of nearly constant x in the fan, some of it outside the depth band.
@@ -108,6 +112,53 @@ void fit_sheet(benchmark::State& state) {
   state.counters["difference"] = cloud.difference;
 }
 
+// The corners of the cells of one laser plane: four rows each, and only the plane is wanted.
+std::vector<PointMatrix3> cells() {
+  simulation::Random random(1);
+  std::vector<PointMatrix3> all;
+  for (int i = 0; i < kCells; ++i) {
+    const double z = random.uniform(150.0, 1500.0);
+    const double y = random.uniform(-0.577, 0.577) * z;
+    PointMatrix3 corners(4, 3);
+    corners << 0.0, y, z, 0.0, y + 40.0, z, 0.0, y, z + 27.0, 0.0, y + 41.0, z + 27.0;
+    for (int k = 0; k < 4; ++k) {
+      corners(k, 0) = 60.0 + 0.15 * corners(k, 2) + kNoise * random.gaussian();
+    }
+    all.push_back(corners);
+  }
+  return all;
+}
+
+bool fast_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats) {
+  return kestrane::fit_plane_svd(points, plane, stats);
+}
+
+bool literal_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats) {
+  return literal::fit_plane_svd(points, plane, stats);
+}
+
+template <bool (*Fit)(const PointMatrix3&, PlaneAbcd&, PlaneFitStats&)>
+void fit_cells(benchmark::State& state) {
+  const std::vector<PointMatrix3> all = cells();
+  for (const PointMatrix3& corners : all) {
+    Result fast, slow;
+    if (!fast_svd(corners, fast.plane, fast.stats) ||
+        !literal_svd(corners, slow.plane, slow.stats) || fast.plane != slow.plane) {
+      std::fprintf(stderr, "plane_fit_bench: the two forms give a cell different planes\n");
+      std::abort();
+    }
+  }
+  for (auto _ : state) {
+    for (const PointMatrix3& corners : all) {
+      Result result;
+      benchmark::DoNotOptimize(Fit(corners, result.plane, result.stats));
+      benchmark::DoNotOptimize(result);
+    }
+  }
+  state.counters["fits/s"] =
+      benchmark::Counter(kCells, benchmark::Counter::kIsIterationInvariantRate);
+}
+
 BENCHMARK(fit_sheet<literal_fit>)
     ->Name("fit_plane_robust/literal")
     ->Unit(benchmark::kMillisecond)
@@ -120,5 +171,8 @@ BENCHMARK(fit_sheet<fast_fit>)
     ->Arg(20000)
     ->Arg(100000)
     ->Arg(500000);
+
+BENCHMARK(fit_cells<literal_svd>)->Name("fit_plane_svd/literal/four_rows");
+BENCHMARK(fit_cells<fast_svd>)->Name("fit_plane_svd/fast/four_rows");
 
 }  // namespace

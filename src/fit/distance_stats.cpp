@@ -1,15 +1,11 @@
 #include "fit/distance_stats.h"
 
-#include <algorithm>
 #include <cmath>
 
 namespace kestrane {
 namespace {
 
 using Eigen::Index;
-
-constexpr Index kBlock = 256;  // distances of one block stay in the first-level cache
-constexpr Index kLanes = 4;    // partial results side by side; kBlock is a multiple of it
 
 class UnsignedDistance {
  public:
@@ -26,49 +22,6 @@ class UnsignedDistance {
   Centroid m_;
   Eigen::Vector3d n_;
 };
-
-// Count, mean and summed squares about the mean of the distances so far.
-struct Moments {
-  double count = 0.0;
-  double mean = 0.0;
-  double squares = 0.0;
-
-  void join(const Moments& other) {
-    const double total = count + other.count;
-    const double apart = other.mean - mean;
-    mean += apart * (other.count / total);
-    squares += other.squares + apart * apart * (count * other.count / total);
-    count = total;
-  }
-};
-
-template <class Term>
-double lane_sum(const double* r, Index count, Term term) {
-  double lane[kLanes] = {};
-  Index i = 0;
-  for (; i + kLanes <= count; i += kLanes) {
-    for (Index k = 0; k < kLanes; ++k) lane[k] += term(r[i + k]);
-  }
-  double sum = (lane[0] + lane[2]) + (lane[1] + lane[3]);
-  for (; i < count; ++i) sum += term(r[i]);
-  return sum;
-}
-
-double largest_of(const double* r, Index count, double largest) {
-  double lane[kLanes] = {largest, largest, largest, largest};
-  Index i = 0;
-  for (; i + kLanes <= count; i += kLanes) {
-    for (Index k = 0; k < kLanes; ++k) lane[k] = lane[k] < r[i + k] ? r[i + k] : lane[k];
-  }
-  for (; i < count; ++i) lane[0] = lane[0] < r[i] ? r[i] : lane[0];
-  return std::max(std::max(lane[0], lane[1]), std::max(lane[2], lane[3]));
-}
-
-Moments moments_of(const double* r, Index count) {
-  const double n = static_cast<double>(count);
-  const double mean = lane_sum(r, count, [](double ri) { return ri; }) / n;
-  return {n, mean, lane_sum(r, count, [mean](double ri) { return (ri - mean) * (ri - mean); })};
-}
 
 }  // namespace
 
@@ -89,21 +42,6 @@ PlaneFitStats distance_stats(PointRows rows, const Centroid& centroid, const Pla
     squares += off * off;
   }
   return {largest, mean, std::sqrt(squares / n)};
-}
-
-PlaneFitStats streamed_distance_stats(PointRows rows, const Centroid& centroid,
-                                      const PlaneAbcd& plane) {
-  const UnsignedDistance distance(centroid, plane);
-  Moments all;
-  double largest = 0.0;
-  double r[kBlock];
-  for (Index start = 0; start < rows.count; start += kBlock) {
-    const Index count = std::min(kBlock, rows.count - start);
-    for (Index i = 0; i < count; ++i) r[i] = distance(rows.xyz + 3 * (start + i));
-    largest = largest_of(r, count, largest);
-    all.join(moments_of(r, count));
-  }
-  return {largest, all.mean, std::sqrt(all.squares / all.count)};
 }
 
 }  // namespace kestrane

@@ -9,8 +9,4 @@ namespace kestrane {
 // `centroid` with the direction of `plane`'s normal. Point after point, in two passes.
 PlaneFitStats distance_stats(PointRows rows, const Centroid& centroid, const PlaneAbcd& plane);
 
-// The same to rounding, in one pass, for a cloud whose spreads are far from overflow.
-PlaneFitStats streamed_distance_stats(PointRows rows, const Centroid& centroid,
-                                      const PlaneAbcd& plane);
-
 }  // namespace kestrane

@@ -11,35 +11,28 @@ constexpr double kFirstRejection = 2.5;  // in the unit of the points
 constexpr double kSigmaRejection = 2.0;  // in sigmas
 constexpr std::int32_t kSinglePass = 2;  // the fit_mode without depth band and refits
 
-LeastSquaresPlane fit_rows(const WorkingRows& working) {
-  return least_squares_plane(working.rows(), working.sums());
+void report_fit(const WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
+  fit_rows(working.rows(), working.sums(), plane, stats);
 }
 
-void report(const WorkingRows& working, const LeastSquaresPlane& fit, PlaneAbcd& plane,
-            PlaneFitStats& stats) {
-  plane = fit.plane;
-  stats = stats_of(working.rows(), fit);
+PlaneAbcd passing_plane(const WorkingRows& working) {
+  return passing_plane(working.rows(), working.sums());
 }
 
 // Plane and statistics stay those of all points, and no number of survivors is too small.
 void fit_once(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
-  const LeastSquaresPlane fit = fit_rows(working);
-  report(working, fit, plane, stats);
-  working.reject_beyond_sigmas(fit.plane, kSigmaRejection, 0);
+  report_fit(working, plane, stats);
+  working.reject_beyond_sigmas(plane, kSigmaRejection, 0);
 }
 
-// The statistics of a fit that is followed by another show only where the rejection between them
-// fails, so they are left out until then.
+// Of a fit that is followed by another nothing shows but the rows that its plane rejects, unless
+// the rejection fails: then the rows are still there, and the fit is reported after all.
 bool fit_with_rejections(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
   if (working.rows().count < kFewestRows) return false;
-  const LeastSquaresPlane first = fit_rows(working);
-  if (!working.reject_beyond(first.plane, kFirstRejection, kFewestRows)) {
-    report(working, first, plane, stats);
-    return false;
-  }
-  const LeastSquaresPlane second = fit_rows(working);
-  const bool enough = working.reject_beyond_sigmas(second.plane, kSigmaRejection, kFewestRows);
-  report(working, enough ? fit_rows(working) : second, plane, stats);
+  const bool enough =
+      working.reject_beyond(passing_plane(working), kFirstRejection, kFewestRows) &&
+      working.reject_beyond_sigmas(passing_plane(working), kSigmaRejection, kFewestRows);
+  report_fit(working, plane, stats);
   return enough;
 }
 
@@ -67,6 +60,13 @@ bool LaserGeometryFitter::fit_plane_robust(const PointMatrix3& points, PlaneAbcd
   if (!fit_with_rejections(working, plane, stats)) return false;
   inliers = working.release();
   return true;
+}
+
+bool LaserGeometryFitter::fit_line(const PointMatrix2& points, LineAbc& line,
+                                   double& mean_distance) const {
+  const ConsensusSettings consensus{consensus_iterations_, consensus_threshold_,
+                                    consensus_min_ratio_};
+  return fit_line_to(points, use_consensus_ ? &consensus : nullptr, line, mean_distance);
 }
 
 }  // namespace kestrane

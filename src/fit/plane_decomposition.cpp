@@ -1,6 +1,5 @@
 #include "fit/plane_decomposition.h"
 
-#include <Eigen/QR>
 #include <Eigen/SVD>
 #include <algorithm>
 #include <cmath>
@@ -23,11 +22,11 @@ using StackColumns = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen
 // Squares of lengths within these bounds neither overflow nor lose digits to underflow.
 constexpr double kSmallestSize = 1e-100;
 constexpr double kLargestSize = 1e100;
-// In a cloud thinner than this part of its length, rounding shows in the twelfth digit of the
-// distances' statistics.
+// In a cloud thinner than this part of its length, rounding could show in the rows that lie beyond
+// a number of sigmas.
 constexpr double kThinnest = 2e-5;
 // Largest growth of rounding on its way into the normal.
-constexpr double kLargestGrowth = 256.0;
+constexpr double kLargestGrowth = 64.0;
 
 template <class Columns>
 Columns centred_columns(PointRows rows, const Centroid& m) {
@@ -80,15 +79,81 @@ Vector3d decompose(Matrix3d& work, Matrix3d& v, double scale) {
   return values;
 }
 
-// What Eigen::JacobiSVD does with a matrix of more rows than columns, in the storage of that matrix
-// alone: JacobiSVD itself keeps two more matrices of the cloud's size. Same operations, same bits.
-Vector3d thin_direction_in_place(Eigen::MatrixXd& centred) {
+// Eigen's own bookkeeping of what is left of the columns' norms, for the choice of pivots.
+struct ColumnNorms {
+  Vector3d direct;   // as last computed
+  Vector3d updated;  // with the rows since then taken off
+
+  template <class Columns>
+  void take_off_row(const Columns& a, Index k) {
+    static const double kInaccurate = std::sqrt(std::numeric_limits<double>::epsilon());
+    for (Index j = k + 1; j < 3; ++j) {
+      if (updated(j) == 0.0) continue;
+      const double share = std::abs(a(k, j)) / updated(j);
+      const double rest = std::max(0.0, (1.0 + share) * (1.0 - share));
+      const double ratio = updated(j) / direct(j);
+      if (rest * (ratio * ratio) <= kInaccurate) {
+        updated(j) = direct(j) = a.col(j).tail(a.rows() - k - 1).norm();
+      } else {
+        updated(j) *= std::sqrt(rest);
+      }
+    }
+  }
+};
+
+// Reflects column k and those to its right, so that column k is zero below its head.
+template <class Columns>
+void reflect_columns(Columns& a, Index k) {
+  const Index below = a.rows() - k - 1;
+  const Index right = 2 - k;
+  double tau, beta;
+  a.col(k).tail(below + 1).makeHouseholderInPlace(tau, beta);
+  a(k, k) = beta;
+  if (tau == 0.0 || right == 0) return;
+  const auto essential = a.col(k).tail(below);
+  auto bottom = a.bottomRightCorner(below, right);
+  double dots[2];
+  Eigen::Map<Eigen::RowVectorXd> w(dots, right);
+  w.noalias() = essential.adjoint() * bottom;
+  w += a.row(k).tail(right);
+  a.row(k).tail(right) -= tau * w;
+  // Column by column: as one product, tau times the column would be copied.
+  for (Index j = 0; j < right; ++j) bottom.col(j) -= w(j) * (tau * essential);
+}
+
+// The triangle R of a column-pivoting Householder QR in the storage of `a`; the columns of `v` are
+// exchanged as those of `a` are.
+template <class Columns>
+Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
+  ColumnNorms norms;
+  for (Index k = 0; k < 3; ++k) norms.direct(k) = a.col(k).norm();
+  norms.updated = norms.direct;
+  for (Index k = 0; k < 3; ++k) {
+    Index offset;
+    norms.updated.tail(3 - k).maxCoeff(&offset);
+    if (offset != 0) {
+      a.col(k).swap(a.col(k + offset));
+      v.col(k).swap(v.col(k + offset));
+      std::swap(norms.direct(k), norms.direct(k + offset));
+      std::swap(norms.updated(k), norms.updated(k + offset));
+    }
+    reflect_columns(a, k);
+    norms.take_off_row(a, k);
+  }
+  return a.topRows(3).template triangularView<Eigen::Upper>();
+}
+
+// What Eigen::JacobiSVD does, in the storage of the matrix alone: JacobiSVD keeps more than two
+// others of its size. Same operations, same bits.
+template <class Columns>
+Vector3d thin_direction_in_place(Columns centred) {
+  if (!centred.allFinite()) return Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
   double scale = centred.cwiseAbs().maxCoeff();
   if (scale == 0.0) scale = 1.0;
   centred /= scale;
-  const Eigen::ColPivHouseholderQR<Eigen::Ref<Eigen::MatrixXd>> qr(centred);
-  Matrix3d work = qr.matrixQR().topRows(3).triangularView<Eigen::Upper>();
-  Matrix3d v = qr.colsPermutation();
+  Matrix3d v = Matrix3d::Identity();
+  // A square matrix needs no reduction and gets none, not even an exchange of columns.
+  Matrix3d work = centred.rows() == 3 ? Matrix3d(centred) : pivoted_triangle(centred, v);
   decompose(work, v, scale);
   return v.col(2);
 }
@@ -109,15 +174,9 @@ bool spreads_are_reliable(const Vector3d& s) {  // written so that a NaN is not
 }  // namespace
 
 Vector3d thin_direction(PointRows rows, const Centroid& centroid) {
-  const Vector3d none = Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
-  if (rows.count <= kMostStackRows) {
-    const StackColumns centred = centred_columns<StackColumns>(rows, centroid);
-    if (!centred.allFinite()) return none;
-    return Eigen::JacobiSVD<StackColumns>(centred, Eigen::ComputeThinV).matrixV().col(2);
-  }
-  Eigen::MatrixXd centred = centred_columns<Eigen::MatrixXd>(rows, centroid);
-  if (!centred.allFinite()) return none;
-  return thin_direction_in_place(centred);
+  return rows.count <= kMostStackRows
+             ? thin_direction_in_place(centred_columns<StackColumns>(rows, centroid))
+             : thin_direction_in_place(centred_columns<Eigen::MatrixXd>(rows, centroid));
 }
 
 StreamedDirection streamed_thin_direction(PointRows rows, const Centroid& centroid) {

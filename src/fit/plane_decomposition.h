@@ -8,7 +8,7 @@
 
 namespace kestrane {
 
-// Below this length the decomposition of the whole cloud is cheap enough.
+// Below this length the decomposition of the whole cloud is cheap.
 inline constexpr Eigen::Index kFewestStreamedRows = 64;
 
 // The vector as Eigen::JacobiSVD of the centred N x 3 matrix gives it, to the last bit, sign
@@ -16,7 +16,8 @@ inline constexpr Eigen::Index kFewestStreamedRows = 64;
 // all components then. Up to 8 rows no heap, else one copy of the cloud.
 Eigen::Vector3d thin_direction(PointRows rows, const Centroid& centroid);
 
-// The same direction to rounding, with a sign that carries no meaning, by streaming over the rows.
+// The same direction to rounding, without a copy of the cloud, with a sign that carries no meaning,
+// by streaming over the rows.
 struct StreamedDirection {
   bool reliable;           // false: spreads for which rounding would show; ask thin_direction
   Eigen::Vector3d normal;  // of unit length, where reliable

@@ -56,42 +56,44 @@ Side certain_side(PointRows rows, const Vector3d& n, double doubt) {
   return Side::kUndecided;
 }
 
-// False where only the decomposition of the whole cloud can tell the plane or its sign.
-bool streamed_plane(PointRows rows, const Centroid& m, PlaneAbcd& plane) {
-  const StreamedDirection direction = streamed_thin_direction(rows, m);
-  if (!direction.reliable) return false;
-  const double reach = std::abs(m.x) + std::abs(m.y) + std::abs(m.z) + direction.reach;
-  const Side side = certain_side(rows, direction.normal, kNormalDoubt * reach);
-  if (side == Side::kUndecided) return false;
-  plane = plane_through(m, direction.normal);
-  if (side == Side::kInward) plane *= -1.0;
-  return true;
+PlaneAbcd least_squares_plane(PointRows rows, const Centroid& m) {
+  const Vector3d normal = thin_direction(rows, m);
+  PlaneAbcd plane = plane_through(m, normal);
+  if (points_inward(rows, normal)) plane *= -1.0;
+  return plane;
 }
 
 }  // namespace
 
-LeastSquaresPlane least_squares_plane(PointRows rows, const PointSums& sums) {
-  LeastSquaresPlane fit;
-  fit.centroid = centroid_of(sums, rows.count);
-  fit.streamed = rows.count >= kFewestStreamedRows && streamed_plane(rows, fit.centroid, fit.plane);
-  if (fit.streamed) return fit;
-  const Vector3d normal = thin_direction(rows, fit.centroid);
-  fit.plane = plane_through(fit.centroid, normal);
-  if (points_inward(rows, normal)) fit.plane *= -1.0;
-  return fit;
+void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats& stats) {
+  const Centroid m = centroid_of(sums, rows.count);
+  plane = least_squares_plane(rows, m);
+  stats = distance_stats(rows, m, plane);
 }
 
-PlaneFitStats stats_of(PointRows rows, const LeastSquaresPlane& fit) {
-  return fit.streamed ? streamed_distance_stats(rows, fit.centroid, fit.plane)
-                      : distance_stats(rows, fit.centroid, fit.plane);
+bool streamed_plane(PointRows rows, const Centroid& centroid, PlaneAbcd& plane) {
+  if (rows.count < kFewestStreamedRows) return false;
+  const StreamedDirection direction = streamed_thin_direction(rows, centroid);
+  if (!direction.reliable) return false;
+  const double offset = std::abs(centroid.x) + std::abs(centroid.y) + std::abs(centroid.z);
+  const Side side = certain_side(rows, direction.normal, kNormalDoubt * (offset + direction.reach));
+  if (side == Side::kUndecided) return false;
+  plane = plane_through(centroid, direction.normal);
+  if (side == Side::kInward) plane *= -1.0;
+  return true;
+}
+
+PlaneAbcd passing_plane(PointRows rows, const PointSums& sums) {
+  const Centroid m = centroid_of(sums, rows.count);
+  PlaneAbcd plane;
+  if (!streamed_plane(rows, m, plane)) plane = least_squares_plane(rows, m);
+  return plane;
 }
 
 bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats) {
   const PointRows rows = rows_of(points);
   if (rows.count < 3) return false;
-  const LeastSquaresPlane fit = least_squares_plane(rows, sums_of(rows));
-  plane = fit.plane;
-  stats = stats_of(rows, fit);
+  fit_rows(rows, sums_of(rows), plane, stats);
   return true;
 }
 

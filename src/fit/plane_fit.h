@@ -22,18 +22,16 @@ namespace kestrane {
 // used.
 bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats);
 
-// A least-squares plane with what its statistics need.
-struct LeastSquaresPlane {
-  PlaneAbcd plane;
-  Centroid centroid;
-  bool streamed;  // came from the streaming reduction, so the cloud's spreads are moderate
-};
+// The same for rows with their coordinate sums at hand, at least 3 of them.
+void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats& stats);
 
-// The plane alone, for at least 3 rows whose sums the caller has at hand.
-LeastSquaresPlane least_squares_plane(PointRows rows, const PointSums& sums);
+// The plane alone, to rounding: good enough to tell outliers from it, at a tenth of the cost. At
+// least 3 rows.
+PlaneAbcd passing_plane(PointRows rows, const PointSums& sums);
 
-// Statistics of the distances of a plane's own rows.
-PlaneFitStats stats_of(PointRows rows, const LeastSquaresPlane& fit);
+// The same by streaming over the rows. False, with nothing written, where rounding would show: too
+// few rows, degenerate spreads, or points on both sides of the origin in nearly equal numbers.
+bool streamed_plane(PointRows rows, const Centroid& centroid, PlaneAbcd& plane);
 
 // Signed distance of every point to a plane.
 //

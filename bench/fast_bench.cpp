@@ -1,0 +1,348 @@
+// Fast calibration: the whole, and its two costly stages alone, each beside a literal form of the
+// same work.
+#include <benchmark/benchmark.h>
+
+#include <Eigen/SVD>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+
+#include "ceres/ceres.h"
+#include "fast/frame_filter.h"
+#include "fast/interior_planes.h"
+#include "fast/residual_measurement.h"
+#include "fast/transform_solve.h"
+#include "fit/solver_threads.h"
+#include "kestrane/fast_calib.h"
+#include "simulation/scanner.h"
+#include "tests/support/fast_literal_solve.h"
+#include "tests/support/fast_scene.h"
+
+namespace {
+
+using kestrane::FrameLists;
+using kestrane::PointSets;
+using kestrane::ResidualSets;
+
+// What the device's shaking may cost the comparison of both forms: two solvers that stop within
+// the solver's own tolerance of each other.
+constexpr double kSameSolution = 1e-6;
+
+struct Scene {
+  std::vector<simulation::Sheet> sheets;
+  fast_scene::Standard standard;
+  FrameLists frames;
+
+  Scene(int planes, int points, int capture_frames)
+      : sheets(simulation::make_device({.planes = planes})), standard(sheets) {
+    simulation::CloudSettings settings = simulation::field_cloud_settings();
+    settings.points = points;
+    settings.frames = capture_frames;
+    settings.bad_frames = capture_frames / 10;
+    settings.outlier_share = 0.01;
+    frames = fast_scene::measure_all(
+        sheets, simulation::rigid_motion({3e-4, -2e-4, 4e-4}, {0.15, 0.0, -0.1}), settings);
+  }
+
+  PointSets point_sets() const {
+    PointSets sets;
+    for (const auto& list : frames) {
+      kestrane::PlanePoints points(3, static_cast<Eigen::Index>(list.size()));
+      for (std::size_t i = 0; i < list.size(); ++i) {
+        points.col(static_cast<Eigen::Index>(i)) << list[i].x, list[i].y, list[i].z;
+      }
+      sets.push_back(points);
+    }
+    return sets;
+  }
+};
+
+// The solver's report goes to standard output; a benchmark's table does not want it.
+class SilencedOutput {
+ public:
+  SilencedOutput() : before_(std::cout.rdbuf(sink_.rdbuf())) {}
+  ~SilencedOutput() { std::cout.rdbuf(before_); }
+
+ private:
+  std::ostringstream sink_;
+  std::streambuf* before_;
+};
+
+void require(bool holds, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "fast_bench: %s\n", what);
+  std::exit(1);
+}
+
+// --- The plane fit as it is described: growing lists, copies, a decomposition with both factors.
+
+using Cloud = Eigen::Matrix<double, Eigen::Dynamic, 3, Eigen::RowMajor>;
+
+bool literal_svd(const Cloud& cloud, double* plane) {
+  if (cloud.rows() < 3) return false;
+  Eigen::Vector3d m = Eigen::Vector3d::Zero();
+  for (Eigen::Index i = 0; i < cloud.rows(); ++i) m += cloud.row(i).transpose();
+  m /= static_cast<double>(cloud.rows());
+  Eigen::MatrixXd centred(cloud.rows(), 3);
+  for (Eigen::Index i = 0; i < cloud.rows(); ++i) centred.row(i) = cloud.row(i) - m.transpose();
+  const Eigen::JacobiSVD<Eigen::MatrixXd> svd(centred, Eigen::ComputeThinU | Eigen::ComputeThinV);
+  Eigen::Vector3d n = svd.matrixV().col(2);
+  double d = -n.dot(m);
+  Eigen::Index positive = 0;
+  for (Eigen::Index i = 0; i < cloud.rows(); ++i) positive += cloud.row(i).dot(n) > 0.0 ? 1 : 0;
+  if (positive < cloud.rows() - positive) {
+    n = -n;
+    d = -d;
+  }
+  for (int i = 0; i < 3; ++i) plane[i] = n[i];
+  plane[3] = d;
+  return true;
+}
+
+std::vector<double> literal_distances(const Cloud& cloud, const double* plane) {
+  const double s = plane[3] + 2.220446049250313e-16;
+  double p = plane[0] / s, q = plane[1] / s, t = plane[2] / s, k = 1.0;
+  if (0.0 > p) {
+    p = -p;
+    q = -q;
+    t = -t;
+    k = -1.0;
+  }
+  const double w = 1.0 / std::sqrt(t * t + (p * p + q * q));
+  std::vector<double> distances;
+  for (Eigen::Index i = 0; i < cloud.rows(); ++i) {
+    distances.push_back((t * cloud(i, 2) + (p * cloud(i, 0) + q * cloud(i, 1)) + k) * w);
+  }
+  return distances;
+}
+
+template <class Keep>
+Cloud literal_rows(const Cloud& cloud, Keep keep) {
+  std::vector<Eigen::Vector3d> rows;
+  for (Eigen::Index i = 0; i < cloud.rows(); ++i) {
+    if (keep(i)) rows.push_back(cloud.row(i).transpose());
+  }
+  Cloud kept(static_cast<Eigen::Index>(rows.size()), 3);
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    kept.row(static_cast<Eigen::Index>(i)) = rows[i].transpose();
+  }
+  return kept;
+}
+
+void literal_fit(const Cloud& cloud, double* plane) {
+  if (cloud.rows() < 3) return;
+  Cloud rows = literal_rows(
+      cloud, [&](Eigen::Index i) { return !(220.0 > cloud(i, 2) || cloud(i, 2) > 350.0); });
+  if (!literal_svd(rows, plane)) return;
+  std::vector<double> d = literal_distances(rows, plane);
+  rows = literal_rows(
+      rows, [&](Eigen::Index i) { return !(std::abs(d[static_cast<std::size_t>(i)]) > 2.5); });
+  if (!literal_svd(rows, plane)) return;
+  d = literal_distances(rows, plane);
+  double sum = 0.0, squares = 0.0;
+  for (const double v : d) sum += v;
+  for (const double v : d) squares += (v - sum) * (v - sum);
+  const double sigma = std::sqrt(squares / static_cast<double>(d.size()));
+  rows = literal_rows(rows, [&](Eigen::Index i) {
+    const double v = d[static_cast<std::size_t>(i)];
+    return !(sum - sigma * 2.0 > v || v > sigma * 2.0 + sum);
+  });
+  literal_svd(rows, plane);
+}
+
+// --- The whole ---
+
+void require_same_calibration(Scene& scene) {
+  kestrane::KESTRANE_LASER_FAST_CALIB calib;
+  calib.init();
+  calib.set_laser_plane_standard(scene.standard.host());
+  const int last = static_cast<int>(scene.frames.size()) - 1;
+  require(calib.fast_calib(scene.frames, 0, last) == KESTRANE_OK, "the calibration fails");
+  double mean, max, deviation;
+  calib.get_calib_indicator(mean, max, deviation);
+  _MRV_EXTRINSIC_PARAM motion;
+  literal::Indicators expected;
+  require(literal::calib_Rt(scene.frames, scene.standard.table(), 0, literal_fit, motion, expected),
+          "the literal calibration fails");
+  require(std::abs(mean - expected.mean) < kSameSolution &&
+              std::abs(deviation - expected.deviation) < kSameSolution,
+          "both forms end elsewhere");
+}
+
+void BM_FastCalib(benchmark::State& state) {
+  const SilencedOutput silenced;
+  Scene scene(static_cast<int>(state.range(0)), 4000, 20);
+  require_same_calibration(scene);
+  kestrane::KESTRANE_LASER_FAST_CALIB calib;
+  calib.init();
+  calib.set_laser_plane_standard(scene.standard.host());
+  const int last = static_cast<int>(state.range(0)) - 1;
+  for (auto _ : state) benchmark::DoNotOptimize(calib.fast_calib(scene.frames, 0, last));
+  state.SetItemsProcessed(state.iterations() * state.range(0) * 4000);
+}
+
+void BM_FastCalibLiteral(benchmark::State& state) {
+  const SilencedOutput silenced;
+  Scene scene(static_cast<int>(state.range(0)), 4000, 20);
+  for (auto _ : state) {
+    const FrameLists copy = scene.frames;  // the exported operation takes its lists by value
+    _MRV_EXTRINSIC_PARAM motion;
+    literal::Indicators indicators;
+    literal::calib_Rt(copy, scene.standard.table(), 0, literal_fit, motion, indicators);
+    benchmark::DoNotOptimize(motion);
+    benchmark::DoNotOptimize(indicators);
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0) * 4000);
+}
+
+// Where the time of one calibration goes. The counters are in milliseconds: the frame filter, the
+// interior planes, and of the first solve building the problem, evaluating it, its linear solves.
+void BM_FastCalibSplit(benchmark::State& state) {
+  const SilencedOutput silenced;
+  Scene scene(static_cast<int>(state.range(0)), 4000, 20);
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* standard = &scene.standard.table();
+  const auto now = [] { return std::chrono::steady_clock::now(); };
+  const auto ms = [](auto a, auto b) {
+    return std::chrono::duration<double, std::milli>(b - a).count();
+  };
+  double frames = 0, planes = 0, building = 0, evaluation = 0, linear = 0, other = 0;
+  for (auto _ : state) {
+    const auto t0 = now();
+    FrameLists filtered;
+    kestrane::filter_frames(scene.frames, *standard, 0, filtered);
+    const auto t1 = now();
+    PointSets points;
+    kestrane::divide_into_interior_planes(filtered, *standard->grids, points);
+    const auto t2 = now();
+    double rotation[3] = {0, 0, 0}, translation[3] = {0, 0, 0};
+    kestrane::ResidualParts parts;
+    ceres::Problem problem(kestrane::borrowed_parts());
+    kestrane::add_residual_blocks(problem, parts, points, &standard, 0, rotation, translation);
+    const auto t3 = now();
+    ceres::Solver::Options options;
+    options.num_threads = kestrane::solver_threads();
+    options.linear_solver_type = ceres::ITERATIVE_SCHUR;
+    options.logging_type = ceres::SILENT;
+    ceres::Solver::Summary summary;
+    ceres::Solve(options, &problem, &summary);
+    frames += ms(t0, t1);
+    planes += ms(t1, t2);
+    building += ms(t2, t3);
+    const double evaluating =
+        summary.residual_evaluation_time_in_seconds + summary.jacobian_evaluation_time_in_seconds;
+    evaluation += 1e3 * evaluating;
+    linear += 1e3 * summary.linear_solver_time_in_seconds;
+    other +=
+        1e3 * (summary.total_time_in_seconds - evaluating - summary.linear_solver_time_in_seconds);
+  }
+  const auto average = benchmark::Counter::kAvgIterations;
+  state.counters["1_frame_filter"] = {frames, average};
+  state.counters["2_interior_planes"] = {planes, average};
+  state.counters["3_building"] = {building, average};
+  state.counters["4_evaluation"] = {evaluation, average};
+  state.counters["5_linear_solve"] = {linear, average};
+  state.counters["6_solver_rest"] = {other, average};
+}
+
+// --- Residual measurement ---
+
+void require_same_residuals(const Scene& scene, const PointSets& points) {
+  ResidualSets residuals(points.size());
+  ResidualSets expected(points.size());
+  literal::Indicators indicators;
+  const _MRV_EXTRINSIC_PARAM identity = literal::identity();
+  const auto measured =
+      kestrane::measure_residuals(points, scene.standard.table(), 0, identity, residuals);
+  literal::cal_residual(points, scene.standard.table(), 0, identity, expected, indicators);
+  require(residuals == expected && measured.mean == indicators.mean &&
+              measured.deviation == indicators.deviation && measured.max == indicators.max,
+          "residuals differ from the literal form");
+}
+
+void BM_CalResidual(benchmark::State& state) {
+  const Scene scene(50, 4000, 20);
+  const PointSets points = scene.point_sets();
+  require_same_residuals(scene, points);
+  ResidualSets residuals(points.size());
+  const _MRV_EXTRINSIC_PARAM identity = literal::identity();
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(
+        kestrane::measure_residuals(points, scene.standard.table(), 0, identity, residuals));
+  }
+  state.SetItemsProcessed(state.iterations() * 200000);
+}
+
+void BM_CalResidualLiteral(benchmark::State& state) {
+  const Scene scene(50, 4000, 20);
+  const PointSets points = scene.point_sets();
+  ResidualSets residuals(points.size());
+  literal::Indicators indicators;
+  for (auto _ : state) {
+    literal::cal_residual(points, scene.standard.table(), 0, literal::identity(), residuals,
+                          indicators);
+    benchmark::DoNotOptimize(indicators);
+  }
+  state.SetItemsProcessed(state.iterations() * 200000);
+}
+
+// --- Frame filter, 40 planes, 200 capture frames ---
+
+void require_same_frames(const Scene& scene) {
+  FrameLists filtered;
+  FrameLists expected;
+  literal::Indicators indicators;
+  kestrane::filter_frames(scene.frames, scene.standard.table(), 0, filtered);
+  literal::filter_point_by_frame(scene.frames, scene.standard.table(), 0, expected, indicators);
+  for (std::size_t f = 0; f < filtered.size(); ++f) {
+    require(filtered[f].size() == expected[f].size(), "the frame filter keeps other points");
+  }
+}
+
+void BM_FrameFilter(benchmark::State& state) {
+  const Scene scene(40, 4000, 200);
+  require_same_frames(scene);
+  for (auto _ : state) {
+    FrameLists filtered;
+    kestrane::filter_frames(scene.frames, scene.standard.table(), 0, filtered);
+    benchmark::DoNotOptimize(filtered);
+  }
+  state.SetItemsProcessed(state.iterations() * 160000);
+}
+
+void BM_FrameFilterLiteral(benchmark::State& state) {
+  const Scene scene(40, 4000, 200);
+  for (auto _ : state) {
+    FrameLists filtered;
+    literal::Indicators indicators;
+    literal::filter_point_by_frame(scene.frames, scene.standard.table(), 0, filtered, indicators);
+    benchmark::DoNotOptimize(filtered);
+  }
+  state.SetItemsProcessed(state.iterations() * 160000);
+}
+
+BENCHMARK(BM_FastCalib)
+    ->Arg(10)
+    ->Arg(40)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(BM_FastCalibLiteral)
+    ->Arg(10)
+    ->Arg(40)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(BM_FastCalibSplit)
+    ->Arg(10)
+    ->Arg(40)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(BM_CalResidual)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CalResidualLiteral)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FrameFilter)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FrameFilterLiteral)->Unit(benchmark::kMillisecond);
+
+}  // namespace

@@ -1,0 +1,203 @@
+// The engine: keeps standard and result, and calls the stages in their order.
+#include <Eigen/Geometry>
+#include <algorithm>
+#include <utility>
+
+#include "fast/frame_filter.h"
+#include "fast/frame_selection.h"
+#include "fast/interior_planes.h"
+#include "fast/residual_measurement.h"
+#include "fast/standard_store.h"
+#include "fast/transform_solve.h"
+#include "fit/coefficient_calibration.h"
+#include "kestrane/fast_calib.h"
+#include "records/carving.h"
+#include "records/promise.h"
+
+namespace kestrane {
+namespace {
+
+constexpr std::int32_t kTooManyRanges = 20;
+
+// In 64 bits: the host's plane numbers may be any.
+bool has_list_per_plane(const FrameLists& frames, std::int64_t first_plane,
+                        std::int64_t last_plane) {
+  return static_cast<std::int64_t>(frames.size()) == last_plane - first_plane + 1;
+}
+
+bool holds_range(const _COMPENSATOR_COEFFS& coeffs, std::int32_t first_plane,
+                 std::int32_t last_plane) {
+  for (std::int32_t r = 0; r < coeffs.range_count; ++r) {
+    if (coeffs.range_first[r] == first_plane && coeffs.range_last[r] == last_plane) return true;
+  }
+  return false;
+}
+
+// The first check that applies decides.
+_KESTRANE_STATUS check_coefficients(const FrameLists& frames, std::int32_t first_plane,
+                                    std::int32_t last_plane, const _COMPENSATOR_COEFFS& in,
+                                    const _COMPENSATOR_COEFFS& out) {
+  if (!has_list_per_plane(frames, first_plane, last_plane)) return KESTRANE_ERR_COUNT_MISMATCH;
+  if (last_plane == first_plane) return KESTRANE_ERR_EMPTY_RANGE;
+  if (in.plane_count < 1) return KESTRANE_ERR_INVALID_PARAM;
+  if (in.opt_coeffs == nullptr) return KESTRANE_ERR_NULL_POINTER;
+  if (out.plane_count < 1) return KESTRANE_ERR_INVALID_PARAM;
+  if (out.opt_coeffs == nullptr) return KESTRANE_ERR_NULL_POINTER;
+  if (in.range_count >= kTooManyRanges) return KESTRANE_ERR_INVALID_PARAM;
+  if (in.range_count < 1) return KESTRANE_ERR_RANGE_UNKNOWN;
+  if (!holds_range(in, first_plane, last_plane)) return KESTRANE_ERR_RANGE_UNKNOWN;
+  return KESTRANE_OK;
+}
+
+_MRV_EXTRINSIC_PARAM extrinsic_of(const Eigen::Matrix4d& transform) {
+  _MRV_EXTRINSIC_PARAM extrinsic{};
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) extrinsic.R[3 * i + j] = transform(i, j);
+    extrinsic.T[i] = transform(i, 3);
+  }
+  return extrinsic;
+}
+
+void write_slot(const _MRV_EXTRINSIC_PARAM& extrinsic, std::int32_t plane,
+                _COMPENSATOR_COEFFS& coeffs) {
+  double* slot = coeffs.Mbs_factory_to_user + 12 * static_cast<std::ptrdiff_t>(plane);
+  std::copy_n(extrinsic.T, 3, std::copy_n(extrinsic.R, 9, slot));
+}
+
+}  // namespace
+
+KestraneLaserFastCalibrator::KestraneLaserFastCalibrator()
+    : buffer(nullptr),
+      residual_mean(0.0),
+      residual_max(0.0),
+      residual_deviation(0.0),
+      extrinsic{},
+      standard(nullptr) {}
+
+// The block stays allocated: hosts may hold on to what lies in it, and a device is calibrated a
+// few times in the life of a process.
+KestraneLaserFastCalibrator::~KestraneLaserFastCalibrator() = default;
+
+_KESTRANE_STATUS KestraneLaserFastCalibrator::init() {
+  void* block = allocate_block(alloc_buf_size(nullptr, false), 0);
+  if (block == nullptr) return KESTRANE_ERR_NO_MEMORY;
+  buffer = block;
+  alloc_buf_size(buffer, true);
+  return KESTRANE_OK;
+}
+
+int KestraneLaserFastCalibrator::alloc_buf_size(void* block, bool carve) {
+  return reported_size(lay_out_standard(carve ? block : nullptr, standard));
+}
+
+_KESTRANE_STATUS KestraneLaserFastCalibrator::set_laser_plane_standard(
+    const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
+  KESTRANE_PROMISE(standard != nullptr, "set_laser_plane_standard comes after init");
+  copy_standard(infos, *standard);
+  return KESTRANE_OK;
+}
+
+_KESTRANE_STATUS KestraneLaserFastCalibrator::get_transform_param(_MRV_TRANSFORM& out) {
+  Eigen::Quaterniond q(
+      Eigen::Matrix3d(Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(extrinsic.R)));
+  if (q.squaredNorm() > 0.0) q.normalize();
+  out = {{q.x(), q.y(), q.z(), q.w()}, {extrinsic.T[0], extrinsic.T[1], extrinsic.T[2]}};
+  return KESTRANE_OK;
+}
+
+_KESTRANE_STATUS KestraneLaserFastCalibrator::get_calib_indicator(double& mean, double& max,
+                                                                  double& deviation) {
+  mean = residual_mean;
+  max = residual_max;
+  deviation = residual_deviation;
+  return KESTRANE_OK;
+}
+
+_KESTRANE_STATUS KestraneLaserFastCalibrator::calib_Rt(const FrameLists& frames,
+                                                       const std::int32_t& first_plane,
+                                                       const std::int32_t& last_plane) {
+  for (const int diagonal : {0, 4, 8}) extrinsic.R[diagonal] = 1.0;
+  if (!has_list_per_plane(frames, first_plane, last_plane)) return KESTRANE_ERR_COUNT_MISMATCH;
+
+  PointSets points;
+  {
+    FrameLists filtered;
+    filter_point_by_frame(frames, first_plane, last_plane, filtered);
+    divide_interior_planes(filtered, points);
+  }
+  Eigen::Matrix4d transform;
+  solve_transform(points, &standard, first_plane, last_plane, transform);
+  extrinsic = extrinsic_of(transform);
+
+  ResidualSets residuals(points.size());
+  cal_residual(points, first_plane, last_plane, extrinsic, residuals);
+  PointSets kept;
+  filter_point_by_residual(points, residuals, kept);
+  const _KESTRANE_STATUS solved =
+      solve_transform(kept, &standard, first_plane, last_plane, transform);
+  extrinsic = extrinsic_of(transform);
+  cal_residual(kept, first_plane, last_plane, extrinsic, residuals);
+  return solved;
+}
+
+_KESTRANE_STATUS KestraneLaserFastCalibrator::calib_Rt(const FrameLists& frames,
+                                                       const std::int32_t& first_plane,
+                                                       const std::int32_t& last_plane,
+                                                       const double& /*distance*/,
+                                                       const _COMPENSATOR_COEFFS& coeffs_in,
+                                                       _COMPENSATOR_COEFFS& coeffs_out) {
+  const _KESTRANE_STATUS checked =
+      check_coefficients(frames, first_plane, last_plane, coeffs_in, coeffs_out);
+  if (checked != KESTRANE_OK) return checked;
+  KESTRANE_PROMISE(standard != nullptr, "calib_Rt comes after init");
+  PointSets points;
+  if (!collect_plane_points(frames, points)) return KESTRANE_ERR_FIT_FAILED;
+  Eigen::Matrix4d transform;
+  solve_transform(points, &standard, first_plane, last_plane, transform);
+  const _MRV_EXTRINSIC_PARAM solved = extrinsic_of(transform);
+  for (std::int32_t plane = first_plane; plane <= last_plane; ++plane) {
+    KESTRANE_PROMISE(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
+    write_slot(solved, plane, coeffs_out);
+  }
+  return KESTRANE_OK;
+}
+
+void KestraneLaserFastCalibrator::cal_residual(const PointSets& points,
+                                               const std::int32_t& first_plane,
+                                               const std::int32_t& /*last_plane*/,
+                                               _MRV_EXTRINSIC_PARAM motion,
+                                               ResidualSets& residuals) {
+  KESTRANE_PROMISE(standard != nullptr, "cal_residual comes after init");
+  const ResidualIndicators measured =
+      measure_residuals(points, *standard, first_plane, motion, residuals);
+  residual_mean = measured.mean;
+  residual_max = measured.max;
+  residual_deviation = measured.deviation;
+}
+
+_KESTRANE_STATUS KestraneLaserFastCalibrator::calib(const _LASER_PLANE_INDICATORS_INFOS& indicators,
+                                                    const _LASER_PLANE_GRID_CORNERS_INFOS& corners,
+                                                    double condition, _COMPENSATOR_COEFFS& source,
+                                                    _COMPENSATOR_COEFFS& result) {
+  return calibrate_coefficients(indicators, corners, condition, source, result);
+}
+
+void KestraneLaserFastCalibrator::filter_point_by_frame(const FrameLists& frames,
+                                                        const std::int32_t& first_plane,
+                                                        const std::int32_t& /*last_plane*/,
+                                                        FrameLists& filtered) {
+  KESTRANE_PROMISE(standard != nullptr, "calib_Rt comes after init");
+  const std::optional<ResidualIndicators> last =
+      filter_frames(frames, *standard, first_plane, filtered);
+  if (!last) return;
+  residual_mean = last->mean;
+  residual_max = last->max;
+  residual_deviation = last->deviation;
+}
+
+void KestraneLaserFastCalibrator::divide_interior_planes(const FrameLists& filtered,
+                                                         PointSets& points) {
+  divide_into_interior_planes(filtered, *standard->grids, points);
+}
+
+}  // namespace kestrane

@@ -1,0 +1,23 @@
+// The two forms in which points travel through a fast calibration.
+#pragma once
+
+#include <Eigen/Core>
+#include <vector>
+
+#include "kestrane/records.h"
+
+namespace kestrane {
+
+// One list of measured points per laser plane, each point with its capture frame.
+using FrameLists = std::vector<std::vector<_KESTRANE_ID_POINT3D>>;
+
+// The points of one laser plane, one a column; the frames are forgotten.
+using PlanePoints = Eigen::Matrix<double, 3, Eigen::Dynamic>;
+
+// One matrix per laser plane of the range, in plane order.
+using PointSets = std::vector<PlanePoints>;
+
+// One row of distances per matrix of a point set, one entry per column.
+using ResidualSets = std::vector<std::vector<double>>;
+
+}  // namespace kestrane

@@ -1,0 +1,90 @@
+#include "fast/transform_solve.h"
+
+#include <Eigen/Geometry>
+#include <iostream>
+
+#include "ceres/solver.h"
+#include "fit/solver_threads.h"
+
+namespace kestrane {
+namespace {
+
+constexpr double kWeight = 1.0;
+constexpr int kMostIterations = 50;
+constexpr double kFarthest = 1.5;  // in the unit of the points
+
+ceres::Solver::Options solver_options() {
+  ceres::Solver::Options options;
+  options.minimizer_progress_to_stdout = false;
+  options.max_num_iterations = kMostIterations;
+  options.num_threads = solver_threads();
+  options.linear_solver_type = ceres::ITERATIVE_SCHUR;
+  options.logging_type = ceres::SILENT;  // nothing on standard error
+  return options;
+}
+
+Eigen::Matrix3d rotation_matrix(const Eigen::Vector3d& rotation) {
+  const double angle = rotation.norm();
+  const Eigen::Vector3d axis =
+      rotation.squaredNorm() > 0.0 ? Eigen::Vector3d(rotation / angle) : rotation;
+  return Eigen::AngleAxisd(angle, axis).toRotationMatrix();
+}
+
+}  // namespace
+
+ceres::Problem::Options borrowed_parts() {
+  ceres::Problem::Options options;
+  options.cost_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
+  options.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
+  return options;
+}
+
+void add_residual_blocks(ceres::Problem& problem, ResidualParts& parts, const PointSets& points,
+                         const _LASER_PLANE_BLOCK_INFOS* const* standard, std::int32_t first_plane,
+                         double* rotation, double* translation) {
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    const std::int32_t plane = first_plane + static_cast<std::int32_t>(i);
+    for (Eigen::Index j = 0; j < points[i].cols(); j += 2) {
+      PlaneFunctor& functor = parts.functors.emplace_back(
+          points[i](0, j), points[i](1, j), points[i](2, j), standard, plane, kWeight);
+      PlaneCost& cost = parts.costs.emplace_back(&functor, ceres::DO_NOT_TAKE_OWNERSHIP);
+      problem.AddResidualBlock(&cost, &parts.loss, rotation, translation);
+    }
+  }
+}
+
+_KESTRANE_STATUS solve_transform(const PointSets& points,
+                                 const _LASER_PLANE_BLOCK_INFOS* const* standard,
+                                 const std::int32_t& first_plane,
+                                 const std::int32_t& /*last_plane*/, Eigen::Matrix4d& transform) {
+  transform.setIdentity();
+  Eigen::Vector3d rotation = Eigen::Vector3d::Zero();
+  Eigen::Vector3d translation = Eigen::Vector3d::Zero();
+  ResidualParts parts;
+  ceres::Problem problem(borrowed_parts());
+  add_residual_blocks(problem, parts, points, standard, first_plane, rotation.data(),
+                      translation.data());
+  ceres::Solver::Summary summary;
+  ceres::Solve(solver_options(), &problem, &summary);
+  std::cout << summary.BriefReport() << std::endl;
+  if (!summary.IsSolutionUsable()) return KESTRANE_ERR_SOLVE_FAILED;
+  transform.topLeftCorner<3, 3>() = rotation_matrix(rotation);
+  transform.topRightCorner<3, 1>() = translation;
+  return KESTRANE_OK;
+}
+
+void filter_point_by_residual(const PointSets& points, const ResidualSets& residuals,
+                              PointSets& kept) {
+  kept.resize(points.size());
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    PlanePoints near(3, points[i].cols());
+    Eigen::Index count = 0;
+    for (Eigen::Index j = 0; j < points[i].cols(); ++j) {
+      if (residuals[i][static_cast<std::size_t>(j)] > kFarthest) continue;
+      near.col(count++) = points[i].col(j);
+    }
+    kept[i] = near.leftCols(count);
+  }
+}
+
+}  // namespace kestrane

@@ -1,0 +1,67 @@
+// The solve: one rotation and one translation for all laser planes of the range.
+//
+// in    points per laser plane, the standard
+// out   the transform that carries the standard onto the points; the points close to the result
+#pragma once
+
+#include <Eigen/Core>
+#include <cstdint>
+#include <deque>
+
+#include "ceres/autodiff_cost_function.h"
+#include "ceres/loss_function.h"
+#include "ceres/problem.h"
+#include "fast/dist_residual_change_plane.h"
+#include "fast/point_sets.h"
+#include "fast/quiet_functor.h"
+
+namespace kestrane {
+
+using PlaneFunctor = QuietFunctor<DIST_RESIDUAL_CHANGE_PLANE>;
+using PlaneCost = ceres::AutoDiffCostFunction<PlaneFunctor, 1, 3, 3>;
+
+// What the residual blocks of one problem are made of. It outlives the problem, which only refers
+// to it: side by side the parts are faster to make, to read and to drop than one by one, and no
+// failed allocation can lose one of them.
+struct ResidualParts {
+  ceres::CauchyLoss loss{0.1};  // shared by all blocks
+  std::deque<PlaneFunctor> functors;
+  std::deque<PlaneCost> costs;
+};
+
+// Options of a problem that takes no ownership of its parts.
+ceres::Problem::Options borrowed_parts();
+
+// Adds a residual block for every second point of each matrix, the first included.
+//
+// problem      made with borrowed_parts()
+// parts        without functors and costs
+// rotation     angle-axis, 3 numbers, the first parameter block of each residual
+// translation  3 numbers, the second one
+//
+// Without points the problem gets no block.
+void add_residual_blocks(ceres::Problem& problem, ResidualParts& parts, const PointSets& points,
+                         const _LASER_PLANE_BLOCK_INFOS* const* standard, std::int32_t first_plane,
+                         double* rotation, double* translation);
+
+// Solves from zero and writes the solver's brief report to standard output.
+//
+// standard   where the engine keeps the address of its table
+// last_plane not read
+// transform  homogeneous, from standard coordinates to present ones
+//
+// KESTRANE_ERR_SOLVE_FAILED  nothing usable came out; `transform` is the identity
+_KESTRANE_STATUS solve_transform(const PointSets& points,
+                                 const _LASER_PLANE_BLOCK_INFOS* const* standard,
+                                 const std::int32_t& first_plane, const std::int32_t& last_plane,
+                                 Eigen::Matrix4d& transform);
+
+// Keeps the columns whose residual is not greater than 1.5; a residual that is not a number keeps
+// its column, and so does the 0 of a point without a cell.
+//
+// residuals  one row per matrix, one entry per column
+// kept       resized to `points`
+void filter_point_by_residual(const PointSets& points, const ResidualSets& residuals,
+                              PointSets& kept);
+
+}  // namespace kestrane
