@@ -137,4 +137,38 @@ class KESTRANE_API LASER_GRID_PLANE_GROUPS_MANAGER : public _LASER_GRID_PLANE_GR
   LASER_PLANE_GRID_CORNERS_MANAGER* managers_;
 };
 
+// Owns the coefficients of one device: per-corner line models, plane ranges, and 100 slots of
+// factory-to-user transforms, whatever the capacity is.
+class KESTRANE_API LASER_COMPENSATOR_COEFFS_MANAGER : public _COMPENSATOR_COEFFS {
+ public:
+  LASER_COMPENSATOR_COEFFS_MANAGER();
+  ~LASER_COMPENSATOR_COEFFS_MANAGER();
+  LASER_COMPENSATOR_COEFFS_MANAGER(const LASER_COMPENSATOR_COEFFS_MANAGER&) = delete;
+  // Flat like the others: `opt_coeffs` then leads to the table inside `other`.
+  LASER_COMPENSATOR_COEFFS_MANAGER& operator=(const LASER_COMPENSATOR_COEFFS_MANAGER& other);
+
+  // Allocates the transforms, all 100 a unit rotation without translation, and a coefficient table
+  // for `capacity` planes; no plane range is in use. The record's own `plane_count` is left alone:
+  // `get_compensator_coeffs` sets it, and comes before any use of the record.
+  //
+  // KESTRANE_ERR_INVALID_PARAM  capacity 0; nothing has changed
+  // KESTRANE_ERR_NO_MEMORY      a block could not be had; transforms that were allocated before
+  //                             the table failed stay until the object is destroyed
+  _KESTRANE_STATUS init(std::int32_t capacity);
+
+  // Sets the planes in use, in the record and in its coefficient table, and hands the record out.
+  // No data is cleared or moved.
+  _KESTRANE_STATUS get_compensator_coeffs(std::int32_t count, _COMPENSATOR_COEFFS*& out);
+
+ private:
+  std::int32_t alloc_buf_size(void* buffer, std::int32_t count, bool commit);
+  void init_Mbs_factory_to_user(double* store);
+  _KESTRANE_STATUS init_grid_opt_coeffs(std::int32_t count,
+                                        LASER_PLANE_GRID_OPT_COEFFS_MANAGER& manager,
+                                        _COMPENSATOR_COEFFS& record);
+
+  void* block_;
+  LASER_PLANE_GRID_OPT_COEFFS_MANAGER opt_coeffs_manager_;
+};
+
 }  // namespace kestrane

@@ -100,6 +100,26 @@ class KESTRANE_API KestraneLaserFastCalibrator {
                     const std::int32_t& first_plane, const std::int32_t& last_plane,
                     _MRV_EXTRINSIC_PARAM motion, std::vector<std::vector<double>>& residuals);
 
+  // Brings the per-corner line models of a coefficient record up to date from one corner table
+  // that was measured at `condition`. Corners of blocks without points keep their model; the others
+  // get a line through ten samples of the old one and the new reading, which is held within 0.01 of
+  // what the old line predicts. Uses nothing of this object and needs no `init`.
+  //
+  // source  read only; may be `result`
+  // result  carved by its owner with room for all that `source` holds; its factory-to-user
+  //         transforms become unit transforms for the planes in use
+  //
+  // The checks come in this order; on a failure nothing is written:
+  // KESTRANE_ERR_INVALID_PARAM  `indicators.plane_count` is 0
+  // KESTRANE_ERR_NULL_POINTER   `indicators.planes` is null
+  // KESTRANE_ERR_INVALID_PARAM  `corners.plane_count` is 0
+  // KESTRANE_ERR_NULL_POINTER   `corners.planes` is null
+  // KESTRANE_ERR_INVALID_PARAM  `source.plane_count` is below 1
+  // KESTRANE_ERR_NULL_POINTER   `source.opt_coeffs` is null
+  _KESTRANE_STATUS calib(const _LASER_PLANE_INDICATORS_INFOS& indicators,
+                         const _LASER_PLANE_GRID_CORNERS_INFOS& corners, double condition,
+                         _COMPENSATOR_COEFFS& source, _COMPENSATOR_COEFFS& result);
+
  private:
   int alloc_buf_size(void* block, bool carve);
   void filter_point_by_frame(const std::vector<std::vector<_KESTRANE_ID_POINT3D>>& frames,

@@ -1,5 +1,6 @@
 #include "factory/fan_sectors.h"
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <utility>
@@ -29,14 +30,30 @@ Eigen::Vector3d apex_of(const PlaneAbcd& plane) {
   return {t * -1.0, t * 0.0, t * 0.0};
 }
 
-// The first border that q lies below, or the number of borders. A product that is NaN is not below.
-std::size_t first_border_above(const FanDividers& normals, const Eigen::Vector3d& q) {
-  std::size_t k = 0;
-  for (; k < normals.size(); ++k) {
-    const Eigen::Vector3d& n = normals[k];
-    if (q.x() * n.x() + q.y() * n.y() + q.z() * n.z() < 0.0) break;
-  }
-  return k;
+constexpr std::size_t kBorders = 16;
+
+// The last components of the borders' normals (0, 1, -tangent), in descending order.
+using BorderSlopes = std::array<double, kBorders>;
+
+BorderSlopes slopes_of(const FanDividers& normals) {
+  BorderSlopes slopes;
+  for (std::size_t k = 0; k < kBorders; ++k) slopes[k] = normals[k].z();
+  return slopes;
+}
+
+// The first border that q lies below, or the number of borders: the first k whose product with q is
+// negative. A product that is NaN is not.
+//
+// The products rise or fall steadily with the tangent, also after rounding: in front of the scanner
+// the negative ones are the last ones, behind it the first ones. So they are counted, without a
+// branch that would have to guess.
+std::size_t first_border_above(const BorderSlopes& slopes, const Eigen::Vector3d& q) {
+  const double across = q.x() * 0.0 + q.y();  // NaN where x is infinite
+  std::int64_t below = 0;
+  for (std::size_t k = 0; k < kBorders; ++k) below += across + q.z() * slopes[k] < 0.0 ? 1 : 0;
+  const auto count = static_cast<std::size_t>(below);
+  if (q.z() < 0.0) return count > 0 ? 0 : kBorders;
+  return kBorders - count;
 }
 
 }  // namespace
@@ -45,14 +62,15 @@ void split_points_by_fan_sector(const PlaneAbcd& laser_plane,
                                 const FanDividers& fan_divider_normals, const PointMatrix3& points,
                                 SectorClouds& sector_clouds, Eigen::Vector3d& fan_apex) {
   fan_apex = apex_of(laser_plane);
-  const std::size_t sectors = fan_divider_normals.size() - 1;
+  constexpr std::size_t sectors = kBorders - 1;
   std::vector<std::uint8_t> sector_of(static_cast<std::size_t>(points.rows()));
   std::vector<Eigen::Index> rows_of(sectors, 0);
+  const BorderSlopes slopes = slopes_of(fan_divider_normals);
   std::size_t running = sectors - 1;
   for (std::size_t i = 0; i < sector_of.size(); ++i) {
     const Eigen::Vector3d q = points.row(static_cast<Eigen::Index>(i)).transpose() - fan_apex;
-    const std::size_t border = first_border_above(fan_divider_normals, q);
-    if (border < fan_divider_normals.size()) running = border == 0 ? 0 : border - 1;
+    const std::size_t border = first_border_above(slopes, q);
+    if (border < kBorders) running = border == 0 ? 0 : border - 1;
     sector_of[i] = static_cast<std::uint8_t>(running);
     ++rows_of[running];
   }

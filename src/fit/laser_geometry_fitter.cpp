@@ -1,25 +1,39 @@
 #include "fit/laser_geometry_fitter.h"
 
 #include "fit/plane_fit.h"
+#include "fit/working_rows.h"
 
 namespace kestrane {
 namespace {
 
+constexpr Eigen::Index kFewestRows = 3;  // fewer span no plane
 constexpr double kFirstRejection = 2.5;  // in the unit of the points
 constexpr double kSigmaRejection = 2.0;  // in sigmas
 constexpr std::int32_t kSinglePass = 2;  // the fit_mode without depth band and refits
 
-PointMatrix3 rows_in_band(const PointMatrix3& points, DepthBand band) {
-  std::vector<Eigen::Index> rows;
-  for (Eigen::Index i = 0; i < points.rows(); ++i) {
-    const double z = points(i, 2);
-    if (static_cast<double>(band.lowest) > z || z > static_cast<double>(band.highest)) continue;
-    rows.push_back(i);
-  }
-  PointMatrix3 inside(rows.size(), 3);
-  for (std::size_t i = 0; i < rows.size(); ++i)
-    inside.row(static_cast<Eigen::Index>(i)) = points.row(rows[i]);
-  return inside;
+void report_fit(const WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
+  fit_rows(working.rows(), working.sums(), plane, stats);
+}
+
+PlaneAbcd passing_plane(const WorkingRows& working) {
+  return passing_plane(working.rows(), working.sums());
+}
+
+// Plane and statistics stay those of all points, and no number of survivors is too small.
+void fit_once(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
+  report_fit(working, plane, stats);
+  working.reject_beyond_sigmas(plane, kSigmaRejection, 0);
+}
+
+// Of a fit that is followed by another nothing shows but the rows that its plane rejects, unless
+// the rejection fails: then the rows are still there, and the fit is reported after all.
+bool fit_with_rejections(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
+  if (working.rows().count < kFewestRows) return false;
+  const bool enough =
+      working.reject_beyond(passing_plane(working), kFirstRejection, kFewestRows) &&
+      working.reject_beyond_sigmas(passing_plane(working), kSigmaRejection, kFewestRows);
+  report_fit(working, plane, stats);
+  return enough;
 }
 
 }  // namespace
@@ -35,20 +49,24 @@ void LaserGeometryFitter::set_params(bool use_consensus, std::int32_t consensus_
 bool LaserGeometryFitter::fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane,
                                            PlaneFitStats& stats, PointMatrix3& inliers,
                                            DepthBand band, std::int32_t fit_mode) const {
-  if (points.rows() < 3) return false;
-  std::vector<double> distances;
-  PointMatrix3 working = fit_mode == kSinglePass ? points : rows_in_band(points, band);
-  if (working.rows() < 3 || !fit_plane_svd(working, plane, stats)) return false;
-  if (fit_mode != kSinglePass) {
-    plane_signed_distances(working, plane, distances);
-    filter_by_distance(working, distances, kFirstRejection, working);
-    if (!fit_plane_svd(working, plane, stats)) return false;
+  if (points.rows() < kFewestRows) return false;
+  if (fit_mode == kSinglePass) {
+    WorkingRows working(points);
+    fit_once(working, plane, stats);
+    inliers = working.release();
+    return true;
   }
-  plane_signed_distances(working, plane, distances);
-  filter_by_sigma(working, distances, kSigmaRejection, working);
-  if (fit_mode != kSinglePass && !fit_plane_svd(working, plane, stats)) return false;
-  inliers = std::move(working);
+  WorkingRows working(points, band);
+  if (!fit_with_rejections(working, plane, stats)) return false;
+  inliers = working.release();
   return true;
+}
+
+bool LaserGeometryFitter::fit_line(const PointMatrix2& points, LineAbc& line,
+                                   double& mean_distance) const {
+  const ConsensusSettings consensus{consensus_iterations_, consensus_threshold_,
+                                    consensus_min_ratio_};
+  return fit_line_to(points, use_consensus_ ? &consensus : nullptr, line, mean_distance);
 }
 
 }  // namespace kestrane

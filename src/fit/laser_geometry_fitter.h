@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "fit/line_fit.h"
 #include "fit/points.h"
 
 namespace kestrane {
@@ -28,6 +29,15 @@ class LaserGeometryFitter {
   // Nothing is thrown but the standard allocation exception.
   bool fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats,
                         PointMatrix3& inliers, DepthBand band, std::int32_t fit_mode) const;
+
+  // A line through `points`; with `use_consensus` through the inliers of a consensus search.
+  //
+  // points         N x 2, read
+  // line           a, b, c with (a, b) of unit length; its sign is not normalised
+  // mean_distance  of the fitted points to the line
+  //
+  // False with fewer than 2 rows or when the search fails: nothing is written then.
+  bool fit_line(const PointMatrix2& points, LineAbc& line, double& mean_distance) const;
 
  private:
   bool use_consensus_ = false;

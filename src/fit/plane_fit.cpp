@@ -1,134 +1,109 @@
 #include "fit/plane_fit.h"
 
-#include <Eigen/SVD>
+#include <algorithm>
 #include <cmath>
-#include <limits>
 
-#include "records/shapes.h"
+#include "fit/distance_stats.h"
+#include "fit/plane_decomposition.h"
+#include "fit/signed_distance.h"
 
 namespace kestrane {
 namespace {
 
-struct Centroid {
-  double x;
-  double y;
-  double z;
-};
+using Eigen::Index;
+using Eigen::Vector3d;
 
-Centroid centroid_of(const PointMatrix3& points) {
-  Centroid sum{0.0, 0.0, 0.0};
-  for (Eigen::Index i = 0; i < points.rows(); ++i) {  // order fixed
-    sum.x += points(i, 0);
-    sum.y += points(i, 1);
-    sum.z += points(i, 2);
+constexpr Index kBlock = 256;  // points between two looks at the count
+
+// A streamed normal differs from the decomposed one by less than this, so a point whose dot product
+// is within this part of its size has no certain side.
+constexpr double kNormalDoubt = 4e-12;
+
+PlaneAbcd plane_through(const Centroid& m, const Vector3d& n) {
+  return {n[0], n[1], n[2], -(n[0] * m.x + n[1] * m.y + n[2] * m.z)};
+}
+
+double along(const Vector3d& n, const double* point) {
+  return n[0] * point[0] + n[1] * point[1] + n[2] * point[2];
+}
+
+// Whether fewer points lie on the normal's side of the origin than not. A tie keeps the normal.
+bool points_inward(PointRows rows, const Vector3d& n) {
+  Index positive = 0;
+  for (Index i = 0; i < rows.count; ++i) {
+    if (along(n, rows.xyz + 3 * i) > 0.0) ++positive;  // a NaN is not positive
   }
-  const double n = static_cast<double>(points.rows());
-  return {sum.x / n, sum.y / n, sum.z / n};
+  return positive < rows.count - positive;
+}
+
+enum class Side { kInward, kOutward, kUndecided };
+
+// The same, decided only where more than half of the points lie beyond `doubt` on one side: then
+// neither rounding nor the sign that a decomposition happens to give can turn the outcome.
+Side certain_side(PointRows rows, const Vector3d& n, double doubt) {
+  Index outward = 0;
+  Index inward = 0;
+  for (Index start = 0; start < rows.count; start += kBlock) {
+    const Index end = std::min(rows.count, start + kBlock);
+    for (Index i = start; i < end; ++i) {
+      const double height = along(n, rows.xyz + 3 * i);
+      outward += height > doubt ? 1 : 0;
+      inward += height < -doubt ? 1 : 0;
+    }
+    if (outward > rows.count / 2) return Side::kOutward;
+    if (inward > rows.count / 2) return Side::kInward;
+  }
+  return Side::kUndecided;
+}
+
+PlaneAbcd least_squares_plane(PointRows rows, const Centroid& m) {
+  const Vector3d normal = thin_direction(rows, m);
+  PlaneAbcd plane = plane_through(m, normal);
+  if (points_inward(rows, normal)) plane *= -1.0;
+  return plane;
 }
 
 }  // namespace
 
-bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats) {
-  const Eigen::Index n = points.rows();
-  if (n < 3) return false;
-  const Centroid m = centroid_of(points);
-  Eigen::MatrixXd centred(n, 3);
-  for (Eigen::Index i = 0; i < n; ++i) {
-    centred(i, 0) = points(i, 0) - m.x;
-    centred(i, 1) = points(i, 1) - m.y;
-    centred(i, 2) = points(i, 2) - m.z;
-  }
-  double a = std::numeric_limits<double>::quiet_NaN(), b = a, c = a;
-  if (centred.allFinite()) {
-    const Eigen::JacobiSVD<Eigen::MatrixXd> svd(centred, Eigen::ComputeThinU | Eigen::ComputeThinV);
-    a = svd.matrixV()(0, 2);
-    b = svd.matrixV()(1, 2);
-    c = svd.matrixV()(2, 2);
-  }
-  double d = -(a * m.x + b * m.y + c * m.z);
-  Eigen::Index positive = 0;
-  for (Eigen::Index i = 0; i < n; ++i) {
-    if (a * points(i, 0) + b * points(i, 1) + c * points(i, 2) > 0.0) ++positive;
-  }
-  if (positive < n - positive) {
-    a *= -1.0;
-    b *= -1.0;
-    c *= -1.0;
-    d *= -1.0;
-  }
-  plane << a, b, c, d;
+void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats& stats) {
+  const Centroid m = centroid_of(sums, rows.count);
+  plane = least_squares_plane(rows, m);
+  stats = distance_stats(rows, m, plane);
+}
 
-  Eigen::Vector3d normal(a, b, c);
-  if (normal.squaredNorm() > 0.0) normal /= normal.norm();
-  std::vector<double> r(static_cast<std::size_t>(n));
-  double sum = 0.0;
-  double largest = 0.0;
-  for (Eigen::Index i = 0; i < n; ++i) {
-    const double ri =
-        std::abs((points(i, 0) - m.x) * normal.x() + (points(i, 1) - m.y) * normal.y() +
-                 (points(i, 2) - m.z) * normal.z());
-    if (!(ri <= largest)) largest = ri;
-    sum += ri;
-    r[static_cast<std::size_t>(i)] = ri;
-  }
-  const double mean = sum / static_cast<double>(n);
-  double squares = 0.0;
-  for (const double ri : r) squares += (ri - mean) * (ri - mean);
-  stats = {largest, mean, std::sqrt(squares / static_cast<double>(n))};
+bool streamed_plane(PointRows rows, const Centroid& centroid, PlaneAbcd& plane) {
+  if (rows.count < kFewestStreamedRows) return false;
+  const StreamedDirection direction = streamed_thin_direction(rows, centroid);
+  if (!direction.reliable) return false;
+  const double offset = std::abs(centroid.x) + std::abs(centroid.y) + std::abs(centroid.z);
+  const Side side = certain_side(rows, direction.normal, kNormalDoubt * (offset + direction.reach));
+  if (side == Side::kUndecided) return false;
+  plane = plane_through(centroid, direction.normal);
+  if (side == Side::kInward) plane *= -1.0;
+  return true;
+}
+
+PlaneAbcd passing_plane(PointRows rows, const PointSums& sums) {
+  const Centroid m = centroid_of(sums, rows.count);
+  PlaneAbcd plane;
+  if (!streamed_plane(rows, m, plane)) plane = least_squares_plane(rows, m);
+  return plane;
+}
+
+bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats) {
+  const PointRows rows = rows_of(points);
+  if (rows.count < 3) return false;
+  fit_rows(rows, sums_of(rows), plane, stats);
   return true;
 }
 
 void plane_signed_distances(const PointMatrix3& points, const PlaneAbcd& plane,
                             std::vector<double>& distances) {
-  const double s = plane[3] + kGuard;
-  double p = plane[0] / s;
-  double q = plane[1] / s;
-  double t = plane[2] / s;
-  double k = 1.0;
-  if (0.0 > p) {
-    p = -p;
-    q = -q;
-    t = -t;
-    k = -1.0;
-  }
-  const double w = 1.0 / std::sqrt(t * t + (p * p + q * q));
-  distances.resize(static_cast<std::size_t>(points.rows()));
-  for (Eigen::Index i = 0; i < points.rows(); ++i) {  // order fixed
-    distances[static_cast<std::size_t>(i)] =
-        (t * points(i, 2) + (p * points(i, 0) + q * points(i, 1)) + k) * w;
-  }
-}
-
-void filter_by_distance(const PointMatrix3& points, const std::vector<double>& distances,
-                        double limit, PointMatrix3& kept) {
-  if (points.rows() == 0 || distances.empty()) return;
-  std::vector<Eigen::Index> rows;
-  for (std::size_t i = 0; i < distances.size(); ++i) {
-    if (!(std::abs(distances[i]) > limit)) rows.push_back(static_cast<Eigen::Index>(i));
-  }
-  PointMatrix3 survivors(rows.size(), 3);
-  for (std::size_t i = 0; i < rows.size(); ++i)
-    survivors.row(static_cast<Eigen::Index>(i)) = points.row(rows[i]);
-  kept = std::move(survivors);
-}
-
-void filter_by_sigma(const PointMatrix3& points, const std::vector<double>& distances, double k,
-                     PointMatrix3& kept) {
-  double sum = 0.0;
-  for (const double d : distances) sum += d;
-  double v = 0.0;
-  for (const double d : distances) v += (d - sum) * (d - sum);
-  const double sigma = std::sqrt(v / static_cast<double>(distances.size()));
-  const double low = sum - sigma * k;
-  const double high = sigma * k + sum;
-  std::vector<Eigen::Index> rows;
-  for (std::size_t i = 0; i < distances.size(); ++i) {
-    if (!(low > distances[i] || distances[i] > high)) rows.push_back(static_cast<Eigen::Index>(i));
-  }
-  PointMatrix3 survivors(rows.size(), 3);
-  for (std::size_t i = 0; i < rows.size(); ++i)
-    survivors.row(static_cast<Eigen::Index>(i)) = points.row(rows[i]);
-  kept = std::move(survivors);
+  const SignedDistance distance(plane);
+  const PointRows rows = rows_of(points);
+  distances.resize(static_cast<std::size_t>(rows.count));
+  double* out = distances.data();
+  for (Index i = 0; i < rows.count; ++i) out[i] = distance(rows.xyz + 3 * i);
 }
 
 }  // namespace kestrane

@@ -1,12 +1,13 @@
-// Least-squares planes and the two rejection rules.
+// Least-squares planes, and the distance of points to a plane.
 //
 // in    a cloud, one point a row; a plane in the form a, b, c, d with a unit normal
-// out   a plane with its statistics; signed distances; the rows that a rule keeps
+// out   a plane with its statistics; signed distances
 #pragma once
 
 #include <vector>
 
 #include "fit/points.h"
+#include "fit/rejection.h"  // the rules that work on the distances below
 
 namespace kestrane {
 
@@ -17,8 +18,20 @@ namespace kestrane {
 // stats  of the points' distances to the plane
 //
 // False for no rows, and for one or two rows, which span no plane: nothing is written then. Points
-// that are not finite give a plane and statistics that are not numbers.
+// that are not finite give a plane and statistics that are not numbers. Up to 8 rows no heap is
+// used.
 bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats);
+
+// The same for rows with their coordinate sums at hand, at least 3 of them.
+void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats& stats);
+
+// The plane alone, to rounding: good enough to tell outliers from it, at a tenth of the cost. At
+// least 3 rows.
+PlaneAbcd passing_plane(PointRows rows, const PointSums& sums);
+
+// The same by streaming over the rows. False, with nothing written, where rounding would show: too
+// few rows, degenerate spreads, or points on both sides of the origin in nearly equal numbers.
+bool streamed_plane(PointRows rows, const Centroid& centroid, PlaneAbcd& plane);
 
 // Signed distance of every point to a plane.
 //
@@ -27,15 +40,5 @@ bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& 
 // A plane through the origin is not trapped: distances become huge or non-finite.
 void plane_signed_distances(const PointMatrix3& points, const PlaneAbcd& plane,
                             std::vector<double>& distances);
-
-// Keeps the rows whose distance is not beyond `limit` in size; a NaN distance keeps its row.
-// `kept` may be `points` itself. Without rows or distances `kept` stays as it is.
-void filter_by_distance(const PointMatrix3& points, const std::vector<double>& distances,
-                        double limit, PointMatrix3& kept);
-
-// Keeps the rows whose distance lies within k sigma of the sum (not the mean) of all distances,
-// bounds included; a NaN distance keeps its row. `kept` may be `points` itself.
-void filter_by_sigma(const PointMatrix3& points, const std::vector<double>& distances, double k,
-                     PointMatrix3& kept);
 
 }  // namespace kestrane

@@ -25,4 +25,42 @@ struct PlaneFitStats {
   double std_distance;  // root mean square about the mean, divided by N
 };
 
+// The first `count` rows of a cloud that lives elsewhere.
+struct PointRows {
+  const double* xyz;
+  Eigen::Index count;
+};
+
+inline PointRows rows_of(const PointMatrix3& points) { return {points.data(), points.rows()}; }
+
+// Running sums of the coordinates, added point after point.
+struct PointSums {
+  double x = 0.0;
+  double y = 0.0;
+  double z = 0.0;
+
+  void add(const double* point) {  // order fixed: the centroid is promised to the last bit
+    x += point[0];
+    y += point[1];
+    z += point[2];
+  }
+};
+
+struct Centroid {
+  double x;
+  double y;
+  double z;
+};
+
+inline Centroid centroid_of(const PointSums& sums, Eigen::Index count) {
+  const double n = static_cast<double>(count);
+  return {sums.x / n, sums.y / n, sums.z / n};
+}
+
+inline PointSums sums_of(PointRows rows) {
+  PointSums sums;
+  for (Eigen::Index i = 0; i < rows.count; ++i) sums.add(rows.xyz + 3 * i);
+  return sums;
+}
+
 }  // namespace kestrane

@@ -1,0 +1,270 @@
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <optional>
+
+#include "files/number_text.h"
+#include "files/powers_of_ten.h"
+
+namespace kestrane {
+namespace {
+
+// Numbers in real files are shorter; a longer one takes the slow road.
+constexpr std::size_t kUsualLength = 64;
+
+// A double lies on one side of the middle between two neighbours or the other by its first 768
+// digits and by whether any digit follows that is not 0.
+constexpr std::size_t kDecisiveDigits = 800;
+constexpr std::int64_t kLargestExponent = 308;    // of the first digit of any finite double
+constexpr std::int64_t kSmallestExponent = -330;  // well below that of any double but 0
+constexpr std::int64_t kExponentCap = std::int64_t{1} << 56;  // beyond what any file could undo
+
+bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+// False at the end of the file.
+bool skip_space(InputFile& in) {
+  for (;;) {
+    const std::string_view text = in.view(1);
+    if (text.empty()) return false;
+    const auto first = std::find_if_not(text.begin(), text.end(), is_space);
+    in.consume(static_cast<std::size_t>(first - text.begin()));
+    if (first != text.end()) return true;
+  }
+}
+
+enum class Part {
+  kNone,
+  kSign,
+  kWhole,
+  kPoint,
+  kFraction,
+  kExponentMark,
+  kExponentSign,
+  kExponent
+};
+
+// The characters that a number can go on with, one after the other: sign, digits with one point
+// among them, and behind at least one digit an exponent. It takes what could become a number, which
+// is more than what is one.
+class RealGrammar {
+ public:
+  // Which part of the number `c` is; kNone if it does not belong to it.
+  Part next(char c) {
+    const Part part = part_of(c);
+    if (part == Part::kNone) return part;
+    has_digits_ = has_digits_ || part == Part::kWhole || part == Part::kFraction;
+    has_point_ = has_point_ || part == Part::kPoint;
+    has_mark_ = has_mark_ || part == Part::kExponentMark;
+    latest_ = part;
+    return part;
+  }
+
+  // Whether what came so far is a number.
+  bool complete() const { return has_digits_ && (!has_mark_ || latest_ == Part::kExponent); }
+
+ private:
+  Part part_of(char c) const {
+    if (is_digit(c)) {
+      if (has_mark_) return Part::kExponent;
+      return has_point_ ? Part::kFraction : Part::kWhole;
+    }
+    if (c == '.') return has_point_ || has_mark_ ? Part::kNone : Part::kPoint;
+    if (c == 'e' || c == 'E') return has_digits_ && !has_mark_ ? Part::kExponentMark : Part::kNone;
+    if (c != '+' && c != '-') return Part::kNone;
+    if (latest_ == Part::kNone) return Part::kSign;
+    return latest_ == Part::kExponentMark ? Part::kExponentSign : Part::kNone;
+  }
+
+  Part latest_ = Part::kNone;
+  bool has_digits_ = false;
+  bool has_point_ = false;
+  bool has_mark_ = false;
+};
+
+// A number of any length in bounded memory: its decisive digits as an integer, times a power of
+// ten.
+class DecimalCollector {
+ public:
+  void add(Part part, char c) {
+    if (part == Part::kSign) negative_ = c == '-';
+    if (part == Part::kWhole || part == Part::kFraction) add_digit(c, part == Part::kFraction);
+    if (part == Part::kExponentSign) negative_exponent_ = c == '-';
+    if (part == Part::kExponent) exponent_ = std::min(exponent_ * 10 + (c - '0'), kExponentCap);
+  }
+
+  // The nearest double; none when it is beyond the largest.
+  std::optional<double> value() const {
+    const double zero = negative_ ? -0.0 : 0.0;
+    if (count_ == 0) return zero;
+    const std::int64_t power = shift_ + (negative_exponent_ ? -exponent_ : exponent_);
+    const std::int64_t first = power + static_cast<std::int64_t>(count_) - 1;
+    if (first > kLargestExponent) return std::nullopt;
+    if (first < kSmallestExponent) return zero;
+    return convert(power, first < 0, zero);
+  }
+
+ private:
+  void add_digit(char c, bool fraction) {
+    if (count_ == 0 && c == '0') {
+      if (fraction) --shift_;
+    } else if (count_ < kDecisiveDigits) {
+      digits_[count_++] = c;
+      if (fraction) --shift_;
+    } else {
+      more_ = more_ || c != '0';
+      if (!fraction) ++shift_;
+    }
+  }
+
+  std::optional<double> convert(std::int64_t power, bool small, double zero) const {
+    char text[kDecisiveDigits + 32];
+    char* end = text;
+    if (negative_) *end++ = '-';
+    end = std::copy_n(digits_, count_, end);
+    if (more_) end = std::copy_n(".1", 2, end);
+    *end++ = 'e';
+    end = std::to_chars(end, text + sizeof text, power).ptr;
+    double result = 0.0;
+    if (std::from_chars(text, end, result).ec == std::errc{}) return result;
+    if (small) return zero;
+    return std::nullopt;
+  }
+
+  char digits_[kDecisiveDigits];
+  std::size_t count_ = 0;
+  bool more_ = false;  // a digit that is not 0 follows the collected ones
+  bool negative_ = false;
+  bool negative_exponent_ = false;
+  std::int64_t shift_ = 0;
+  std::int64_t exponent_ = 0;
+};
+
+// A number of any length, character by character.
+bool read_long_number(InputFile& in, double& value) {
+  RealGrammar grammar;
+  DecimalCollector collector;
+  for (std::string_view text = in.view(1); !text.empty(); text = in.view(1)) {
+    const Part part = grammar.next(text.front());
+    if (part == Part::kNone) break;
+    collector.add(part, text.front());
+    in.consume(1);
+  }
+  if (!grammar.complete()) return false;
+  const std::optional<double> result = collector.value();
+  if (!result) return false;
+  value = *result;
+  return true;
+}
+
+// What the stream takes for a number at the front of `text`.
+struct Token {
+  std::size_t size;
+  bool complete;
+};
+
+Token token_at(std::string_view text) {
+  RealGrammar grammar;
+  std::size_t size = 0;
+  while (size < text.size() && grammar.next(text[size]) != Part::kNone) ++size;
+  return {size, grammar.complete()};
+}
+
+// Any number, and any text that is none.
+bool read_any_number(InputFile& in, double& value) {
+  if (!skip_space(in)) return false;
+  const std::string_view text = in.view(kUsualLength).substr(0, kUsualLength);
+  const Token token = token_at(text);
+  if (token.size == kUsualLength || token.size == text.size()) return read_long_number(in, value);
+  if (!token.complete) return false;
+  const char* end = text.data() + token.size;
+  double result = 0.0;
+  const auto parsed = std::from_chars(text.data() + (text.front() == '+' ? 1 : 0), end, result);
+  // Beyond the range of doubles: too large is refused, too small is 0.
+  if (parsed.ec != std::errc{}) return read_long_number(in, value);
+  in.consume(token.size);
+  value = result;
+  return true;
+}
+
+// Reads digits, not more than `most`, behind those that `digits` holds already.
+const char* take_digits(const char* at, std::ptrdiff_t most, std::uint64_t& digits) {
+  const char* const stop = at + most;
+  while (at < stop && is_digit(*at)) digits = digits * 10 + static_cast<std::uint64_t>(*at++ - '0');
+  return at;
+}
+
+// e+XX with a two-digit exponent, which is added to `power`. Null for any other form.
+const char* take_short_exponent(const char* at, int& power) {
+  const bool negative = at[1] == '-';
+  if ((!negative && at[1] != '+') || !is_digit(at[2]) || !is_digit(at[3])) return nullptr;
+  const int size = (at[2] - '0') * 10 + (at[3] - '0');
+  power += negative ? -size : size;
+  return at + 4;
+}
+
+// The numbers that real files are full of: a few digits, a point among them, maybe a short
+// exponent, white space behind. Where digits and power of ten are exact doubles, one operation
+// gives the nearest double. Null, with `value` untouched, for all other text.
+const char* take_plain_decimal(std::string_view text, double& value) {
+  constexpr std::size_t kEnough = 32;   // longer than all that is taken here
+  constexpr std::ptrdiff_t kMost = 18;  // digits that cannot overflow 64 bits
+  constexpr std::uint64_t kExact = std::uint64_t{1} << 53;
+  if (text.size() < kEnough) return nullptr;
+  const bool negative = text.front() == '-';
+  const char* const begin = text.data() + (negative ? 1 : 0);
+  std::uint64_t digits = 0;
+  const char* at = take_digits(begin, kMost, digits);
+  std::ptrdiff_t count = at - begin;
+  int power = 0;
+  if (*at == '.') {
+    const char* const fraction = ++at;
+    at = take_digits(at, kMost - count, digits);
+    power = static_cast<int>(fraction - at);
+    count -= power;
+  }
+  if (count > 0 && *at == 'e') at = take_short_exponent(at, power);
+  if (at == nullptr || count == 0 || !is_space(*at) || digits > kExact) return nullptr;
+  if (std::abs(power) > kLargestExactPower) return nullptr;
+  const double size = times_power_of_ten(static_cast<double>(digits), power);
+  value = negative ? -size : size;
+  return at;
+}
+
+}  // namespace
+
+bool read_number(InputFile& in, double& value) {
+  const std::string_view text = in.view(kUsualLength);
+  const auto first = std::find_if_not(text.begin(), text.end(), is_space);
+  const std::string_view number = text.substr(static_cast<std::size_t>(first - text.begin()));
+  const char* end = take_plain_decimal(number, value);
+  if (end == nullptr) return read_any_number(in, value);
+  in.consume(static_cast<std::size_t>(end - text.data()));
+  return true;
+}
+
+bool read_number(InputFile& in, std::int32_t& value) {
+  if (!skip_space(in)) return false;
+  constexpr std::int64_t kBeyond = std::int64_t{std::numeric_limits<std::int32_t>::max()} + 2;
+  const char sign = in.view(1).front();
+  if (sign == '+' || sign == '-') in.consume(1);
+  std::int64_t size = 0;
+  bool has_digits = false;
+  for (std::string_view text = in.view(1); !text.empty() && is_digit(text.front());
+       text = in.view(1)) {
+    size = std::min(size * 10 + (text.front() - '0'), kBeyond);
+    has_digits = true;
+    in.consume(1);
+  }
+  const std::int64_t result = sign == '-' ? -size : size;
+  if (!has_digits || result < std::numeric_limits<std::int32_t>::min() ||
+      result > std::numeric_limits<std::int32_t>::max())
+    return false;
+  value = static_cast<std::int32_t>(result);
+  return true;
+}
+
+}  // namespace kestrane

@@ -1,0 +1,30 @@
+// Numbers as text, in the form that a C++ stream with its default settings gives and takes in the
+// classic locale. No locale of the host takes part.
+//
+// in    a number, or a file at the place where one is expected
+// out   its text, or the number with the file behind it
+#pragma once
+
+#include <cstdint>
+
+#include "files/file_stream.h"
+
+namespace kestrane {
+
+inline constexpr std::size_t kLongestNumber = 16;  // "-1.23457e-308" has 13
+
+// Writes at `to`, which has room for kLongestNumber, and returns the end. General format with six
+// significant digits: 0.1, 1e-05, 123457, 1.23457e+06, -0, inf, -nan.
+char* format_number(char* to, double value);
+char* format_number(char* to, std::int32_t value);
+
+// Skips white space and reads one number. A number ends where the next character cannot belong to
+// it, so "1.5.2" is two and "1e" is none.
+//
+// False at the end of the file, for text that is no number (inf, nan and hexadecimal digits are
+// none) and for one outside the type's range; `value` is untouched then, and the file's position is
+// of no more use. A number too small for a double is 0.
+bool read_number(InputFile& in, double& value);
+bool read_number(InputFile& in, std::int32_t& value);
+
+}  // namespace kestrane

@@ -1,0 +1,192 @@
+#include "fit/plane_decomposition.h"
+
+#include <Eigen/SVD>
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "fit/triangle_reduction.h"
+
+namespace kestrane {
+namespace {
+
+using Eigen::Index;
+using Eigen::Matrix3d;
+using Eigen::Vector3d;
+
+// Up to here Eigen sums a storage of fixed size in the order of a dynamic one.
+constexpr Index kMostStackRows = 8;
+using StackColumns = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::ColMajor,
+                                   static_cast<int>(kMostStackRows), 3>;
+
+// Squares of lengths within these bounds neither overflow nor lose digits to underflow.
+constexpr double kSmallestSize = 1e-100;
+constexpr double kLargestSize = 1e100;
+// In a cloud thinner than this part of its length, rounding could show in the rows that lie beyond
+// a number of sigmas.
+constexpr double kThinnest = 2e-5;
+// Largest growth of rounding on its way into the normal.
+constexpr double kLargestGrowth = 64.0;
+
+template <class Columns>
+Columns centred_columns(PointRows rows, const Centroid& m) {
+  Columns centred(rows.count, 3);
+  for (Index i = 0; i < rows.count; ++i) {
+    centred(i, 0) = rows.xyz[3 * i] - m.x;
+    centred(i, 1) = rows.xyz[3 * i + 1] - m.y;
+    centred(i, 2) = rows.xyz[3 * i + 2] - m.z;
+  }
+  return centred;
+}
+
+// One sweep of two-sided rotations over all pairs; false when there was nothing left to rotate.
+bool jacobi_sweep(Matrix3d& work, Matrix3d& v, double& largest) {
+  constexpr double kPrecision = 2.0 * std::numeric_limits<double>::epsilon();
+  bool rotated = false;
+  for (Index p = 1; p < 3; ++p) {
+    for (Index q = 0; q < p; ++q) {
+      const double negligible = std::max(std::numeric_limits<double>::min(), kPrecision * largest);
+      if (!(std::abs(work(p, q)) > negligible || std::abs(work(q, p)) > negligible)) continue;
+      rotated = true;
+      Eigen::JacobiRotation<double> left, right;
+      Eigen::internal::real_2x2_jacobi_svd(work, p, q, &left, &right);
+      work.applyOnTheLeft(p, q, left);
+      work.applyOnTheRight(p, q, right);
+      v.applyOnTheRight(p, q, right);
+      largest = std::max(largest, std::max(std::abs(work(p, p)), std::abs(work(q, q))));
+    }
+  }
+  return rotated;
+}
+
+void sort_descending(Vector3d& values, Matrix3d& v) {
+  for (Index i = 0; i < 3; ++i) {
+    Index offset;
+    if (values.tail(3 - i).maxCoeff(&offset) == 0.0) return;
+    if (offset == 0) continue;
+    std::swap(values(i), values(i + offset));
+    v.col(i).swap(v.col(i + offset));
+  }
+}
+
+// Singular values of scale * work in descending order; v takes on the right singular vectors.
+Vector3d decompose(Matrix3d& work, Matrix3d& v, double scale) {
+  double largest = work.diagonal().cwiseAbs().maxCoeff();
+  while (jacobi_sweep(work, v, largest)) {
+  }
+  Vector3d values = work.diagonal().cwiseAbs() * scale;
+  sort_descending(values, v);
+  return values;
+}
+
+// Eigen's own bookkeeping of what is left of the columns' norms, for the choice of pivots.
+struct ColumnNorms {
+  Vector3d direct;   // as last computed
+  Vector3d updated;  // with the rows since then taken off
+
+  template <class Columns>
+  void take_off_row(const Columns& a, Index k) {
+    static const double kInaccurate = std::sqrt(std::numeric_limits<double>::epsilon());
+    for (Index j = k + 1; j < 3; ++j) {
+      if (updated(j) == 0.0) continue;
+      const double share = std::abs(a(k, j)) / updated(j);
+      const double rest = std::max(0.0, (1.0 + share) * (1.0 - share));
+      const double ratio = updated(j) / direct(j);
+      if (rest * (ratio * ratio) <= kInaccurate) {
+        updated(j) = direct(j) = a.col(j).tail(a.rows() - k - 1).norm();
+      } else {
+        updated(j) *= std::sqrt(rest);
+      }
+    }
+  }
+};
+
+// Reflects column k and those to its right, so that column k is zero below its head.
+template <class Columns>
+void reflect_columns(Columns& a, Index k) {
+  const Index below = a.rows() - k - 1;
+  const Index right = 2 - k;
+  double tau, beta;
+  a.col(k).tail(below + 1).makeHouseholderInPlace(tau, beta);
+  a(k, k) = beta;
+  if (tau == 0.0 || right == 0) return;
+  const auto essential = a.col(k).tail(below);
+  auto bottom = a.bottomRightCorner(below, right);
+  double dots[2];
+  Eigen::Map<Eigen::RowVectorXd> w(dots, right);
+  w.noalias() = essential.adjoint() * bottom;
+  w += a.row(k).tail(right);
+  a.row(k).tail(right) -= tau * w;
+  // Column by column: as one product, tau times the column would be copied.
+  for (Index j = 0; j < right; ++j) bottom.col(j) -= w(j) * (tau * essential);
+}
+
+// The triangle R of a column-pivoting Householder QR in the storage of `a`; the columns of `v` are
+// exchanged as those of `a` are.
+template <class Columns>
+Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
+  ColumnNorms norms;
+  for (Index k = 0; k < 3; ++k) norms.direct(k) = a.col(k).norm();
+  norms.updated = norms.direct;
+  for (Index k = 0; k < 3; ++k) {
+    Index offset;
+    norms.updated.tail(3 - k).maxCoeff(&offset);
+    if (offset != 0) {
+      a.col(k).swap(a.col(k + offset));
+      v.col(k).swap(v.col(k + offset));
+      std::swap(norms.direct(k), norms.direct(k + offset));
+      std::swap(norms.updated(k), norms.updated(k + offset));
+    }
+    reflect_columns(a, k);
+    norms.take_off_row(a, k);
+  }
+  return a.topRows(3).template triangularView<Eigen::Upper>();
+}
+
+// What Eigen::JacobiSVD does, in the storage of the matrix alone: JacobiSVD keeps more than two
+// others of its size. Same operations, same bits.
+template <class Columns>
+Vector3d thin_direction_in_place(Columns centred) {
+  if (!centred.allFinite()) return Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
+  double scale = centred.cwiseAbs().maxCoeff();
+  if (scale == 0.0) scale = 1.0;
+  centred /= scale;
+  Matrix3d v = Matrix3d::Identity();
+  // A square matrix needs no reduction and gets none, not even an exchange of columns.
+  Matrix3d work = centred.rows() == 3 ? Matrix3d(centred) : pivoted_triangle(centred, v);
+  decompose(work, v, scale);
+  return v.col(2);
+}
+
+bool size_is_reliable(const Matrix3d& r) {
+  if (!r.allFinite()) return false;
+  const double size = r.cwiseAbs().maxCoeff();
+  return size >= kSmallestSize && size <= kLargestSize;
+}
+
+bool spreads_are_reliable(const Vector3d& s) {  // written so that a NaN is not
+  const bool has_thickness = s(2) >= kThinnest * s(0);
+  // A change of e * s(0) in the cloud turns the normal by about e times this quotient.
+  const bool has_gap = s(0) * s(1) <= kLargestGrowth * ((s(1) - s(2)) * (s(1) + s(2)));
+  return has_thickness && has_gap;
+}
+
+}  // namespace
+
+Vector3d thin_direction(PointRows rows, const Centroid& centroid) {
+  return rows.count <= kMostStackRows
+             ? thin_direction_in_place(centred_columns<StackColumns>(rows, centroid))
+             : thin_direction_in_place(centred_columns<Eigen::MatrixXd>(rows, centroid));
+}
+
+StreamedDirection streamed_thin_direction(PointRows rows, const Centroid& centroid) {
+  const Triangle t = reduce_centred(rows, centroid);
+  Matrix3d r;
+  r << t.r00, t.r01, t.r02, 0.0, t.r11, t.r12, 0.0, 0.0, t.r22;
+  if (!size_is_reliable(r)) return {false, Vector3d::Zero(), 0.0};
+  Matrix3d v = Matrix3d::Identity();
+  const Vector3d spreads = decompose(r, v, 1.0);
+  return {spreads_are_reliable(spreads), v.col(2), spreads.sum()};
+}
+
+}  // namespace kestrane

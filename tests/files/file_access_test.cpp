@@ -1,0 +1,210 @@
+// What the four functions share: opening, descriptors, full disks, and the host's locale.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <locale>
+#include <string>
+#include <vector>
+
+#include "files/records_under_test.h"
+#include "files/temporary_folder.h"
+#include "kestrane/files.h"
+
+namespace kestrane {
+namespace {
+
+// All four functions on one path.
+class FileAccess : public testing::Test {
+ protected:
+  // A file that one format writes is refused by the other and leaves its plane count behind, so
+  // that the records start afresh each time.
+  std::vector<_KESTRANE_STATUS> read_both(const std::string& path) {
+    coefficients_.fill(1);
+    planes_.fill(2);
+    return {read_compensator_coeffs(path, *coefficients_), read_plane_block_infos(path, *planes_)};
+  }
+  std::vector<_KESTRANE_STATUS> save_both(const std::string& path) {
+    coefficients_.fill(1);
+    planes_.fill(2);
+    return {save_compensator_coeffs(*coefficients_, path), save_plane_block_infos(*planes_, path)};
+  }
+  void expect_no_opening(const std::string& path) {
+    const std::vector<_KESTRANE_STATUS> failed(2, KESTRANE_ERR_FILE_OPEN);
+    EXPECT_EQ(read_both(path), failed) << path;
+    EXPECT_EQ(save_both(path), failed) << path;
+  }
+
+  TemporaryFolder folder_;
+  Coefficients coefficients_{2, 2, 1};
+  PlaneTable planes_{2, 2, 2};
+};
+
+std::ptrdiff_t open_descriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return std::distance(begin(all), end(all));
+}
+
+TEST_F(FileAccess, FailsToOpenWhatIsNoFile) {
+  std::filesystem::create_symlink("loop", folder_.path("loop"));
+  expect_no_opening(folder_.path("missing/file"));
+  expect_no_opening(folder_.path());
+  expect_no_opening(folder_.path() + "/");
+  expect_no_opening("");
+  expect_no_opening(folder_.path(std::string(300, 'n')));
+  expect_no_opening("/" + std::string(5000, 'p'));
+  expect_no_opening(folder_.path("loop"));
+}
+
+TEST_F(FileAccess, LeavesTheRecordsAloneWhenNothingOpens) {
+  const std::string coefficients = coefficients_.all_bytes();
+  const std::string planes = planes_.all_bytes();
+  read_both(folder_.path("missing"));
+  EXPECT_TRUE(coefficients_.all_bytes() == coefficients);
+  EXPECT_TRUE(planes_.all_bytes() == planes);
+}
+
+TEST_F(FileAccess, FailsToWriteIntoAReadOnlyFolder) {
+  constexpr uid_t kNobody = 65534;
+  const std::string path = folder_.path("shut");
+  std::filesystem::create_directory(path);
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(path.c_str(), 0555), 0);
+  const bool root = ::geteuid() == 0;  // to whom no folder is shut
+  ASSERT_TRUE(!root || ::seteuid(kNobody) == 0);
+  const std::vector<_KESTRANE_STATUS> saved = save_both(path + "/file");
+  ASSERT_TRUE(!root || ::seteuid(0) == 0);
+  EXPECT_EQ(saved, std::vector<_KESTRANE_STATUS>(2, KESTRANE_ERR_FILE_OPEN));
+}
+
+TEST_F(FileAccess, FailsToOpenWithoutADescriptorLeft) {
+  const std::string path = folder_.path("file");
+  save_both(path);
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  std::vector<int> taken;
+  rlimit few = before;
+  few.rlim_cur = 64;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+  for (int next = ::dup(0); next >= 0; next = ::dup(0)) taken.push_back(next);
+  const std::vector<_KESTRANE_STATUS> read = read_both(path), saved = save_both(path);
+  for (const int descriptor : taken) ::close(descriptor);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  const std::vector<_KESTRANE_STATUS> failed(2, KESTRANE_ERR_FILE_OPEN);
+  EXPECT_EQ(read, failed);
+  EXPECT_EQ(saved, failed);
+  EXPECT_FALSE(bytes_of(path).empty());
+}
+
+TEST_F(FileAccess, LeavesNoDescriptorOpenOnAnyPath) {
+  const std::string whole = folder_.path("whole");
+  const std::ptrdiff_t before = open_descriptors();
+  for (const std::string& path : {whole, folder_.path(), std::string("/dev/full"), std::string()}) {
+    save_both(path);
+    read_both(path);
+  }
+  read_both(folder_.file("wrong", std::string(2000, '9')));
+  read_both(folder_.file("cut", std::string("\2\0\0\0\20\0\0\0\61", 9)));
+  read_both(folder_.file("large", std::string("\2\0\0\0\21\0\0\0", 8)));
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(FileAccess, SaysNothingOfAFullDisk) {
+  Coefficients many(100, 100, 3);
+  EXPECT_EQ(save_both("/dev/full"), std::vector<_KESTRANE_STATUS>(2, KESTRANE_OK));
+  EXPECT_EQ(save_compensator_coeffs(*many, "/dev/full"), KESTRANE_OK);
+}
+
+TEST_F(FileAccess, TruncatesAFileThatExists) {
+  const std::string fresh = folder_.path("fresh");
+  const std::string old = folder_.file("old", std::string(1 << 20, 'x'));
+  for (int format = 0; format < 2; ++format) {
+    const auto save = [&](const std::string& path) {
+      return format == 0 ? save_compensator_coeffs(*coefficients_, path)
+                         : save_plane_block_infos(*planes_, path);
+    };
+    ASSERT_EQ(save(fresh), KESTRANE_OK);
+    ASSERT_EQ(save(old), KESTRANE_OK);
+    EXPECT_TRUE(bytes_of(old) == bytes_of(fresh));
+  }
+}
+
+TEST_F(FileAccess, FollowsALinkToAFile) {
+  const std::string target = folder_.file("target", "");
+  std::filesystem::create_symlink(target, folder_.path("link"));
+  EXPECT_EQ(save_plane_block_infos(*planes_, folder_.path("link")), KESTRANE_OK);
+  EXPECT_FALSE(bytes_of(target).empty());
+  EXPECT_EQ(read_plane_block_infos(folder_.path("link"), *planes_), KESTRANE_OK);
+}
+
+TEST_F(FileAccess, ReadsFromAPipeInPieces) {
+  const std::string pipe = folder_.path("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  ASSERT_EQ(save_compensator_coeffs(*coefficients_, folder_.path("file")), KESTRANE_OK);
+  const std::string bytes = bytes_of(folder_.path("file"));
+  const pid_t writer = ::fork();
+  if (writer == 0) {
+    std::ofstream out(pipe, std::ios::binary);
+    for (std::size_t at = 0; at < bytes.size(); at += 1001)
+      out.write(bytes.data() + at,
+                static_cast<std::streamsize>(std::min<std::size_t>(1001, bytes.size() - at)))
+          .flush();
+    out.close();
+    ::_exit(0);
+  }
+  Coefficients target(2, 2, 99);
+  EXPECT_EQ(read_compensator_coeffs(pipe, *target), KESTRANE_OK);
+  EXPECT_TRUE(target.all_bytes() != coefficients_.all_bytes());  // ranges that are not in use
+  EXPECT_EQ(target->opt_coeffs->planes[1].lines[15].count, 51);
+  EXPECT_EQ(std::memcmp(target->opt_coeffs->planes[1].lines[15].cells,
+                        coefficients_->opt_coeffs->planes[1].lines[15].cells, 51 * 24),
+            0);
+}
+
+TEST_F(FileAccess, LocksNobodyOut) {
+  const std::string path = folder_.path("shared");
+  ASSERT_EQ(save_plane_block_infos(*planes_, path), KESTRANE_OK);
+  std::fstream other(path, std::ios::in | std::ios::out);
+  ASSERT_TRUE(other.is_open());
+  EXPECT_EQ(read_plane_block_infos(path, *planes_), KESTRANE_OK);
+  EXPECT_EQ(save_plane_block_infos(*planes_, path), KESTRANE_OK);
+}
+
+// A decimal comma, and points between thousands.
+class Comma : public std::numpunct<char> {
+ protected:
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(FileAccess, TakesNoNoticeOfTheLocaleOfTheHost) {
+  const std::string classic = folder_.path("classic"), local = folder_.path("local");
+  ASSERT_EQ(save_plane_block_infos(*planes_, classic), KESTRANE_OK);
+  const std::locale before =
+      std::locale::global(std::locale(std::locale::classic(), new Comma));  // owned by the locale
+  // As many C locales with a comma as the machine knows; none is no reason to fail.
+  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "de_DE"})
+    if (std::setlocale(LC_ALL, name) != nullptr) break;
+  PlaneTable target(2, 2, 99);
+  const _KESTRANE_STATUS saved = save_plane_block_infos(*planes_, local);
+  const _KESTRANE_STATUS read = read_plane_block_infos(local, *target);
+  std::locale::global(before);
+  std::setlocale(LC_ALL, "C");
+  EXPECT_EQ(saved, KESTRANE_OK);
+  EXPECT_EQ(read, KESTRANE_OK);
+  EXPECT_TRUE(bytes_of(local) == bytes_of(classic));
+  PlaneTable wanted(2, 2, 98);
+  ASSERT_EQ(read_plane_block_infos(classic, *wanted), KESTRANE_OK);
+  EXPECT_EQ(target->planes[1].laser_plane_R[0], wanted->planes[1].laser_plane_R[0]);
+  EXPECT_EQ(target->planes[1].block.lines[14].cells[49].v[2],
+            wanted->planes[1].block.lines[14].cells[49].v[2]);
+}
+
+}  // namespace
+}  // namespace kestrane

@@ -1,0 +1,324 @@
+#include "files/number_text.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <locale>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "files/temporary_folder.h"
+#include "simulation/random.h"
+
+namespace kestrane {
+namespace {
+
+template <class Number>
+std::string formatted(Number value) {
+  char text[kLongestNumber];
+  return std::string(text, format_number(text, value));
+}
+
+// The same number through a stream with its default settings.
+template <class Number>
+std::string streamed(Number value) {
+  std::ostringstream out;
+  out.imbue(std::locale::classic());
+  out << value;
+  return out.str();
+}
+
+double from_bits(std::uint64_t bits) { return std::bit_cast<double>(bits); }
+
+// The numbers of a text until the first failure; each begins where the one before ended.
+template <class Number>
+struct Taken {
+  std::vector<Number> values;
+  bool operator==(const Taken&) const = default;
+};
+
+template <class Number>
+Taken<Number> taken_by_stream(const std::string& text) {
+  std::istringstream in(text);
+  in.imbue(std::locale::classic());
+  Taken<Number> taken;
+  for (Number value{}; in >> value;) taken.values.push_back(value);
+  return taken;
+}
+
+template <class Number>
+Taken<Number> taken_from_file(const std::string& path, std::size_t window) {
+  InputFile in(path, window);
+  Taken<Number> taken;
+  for (Number value{}; read_number(in, value);) taken.values.push_back(value);
+  return taken;
+}
+
+bool same_bits(const Taken<double>& a, const Taken<double>& b) {
+  if (a.values.size() != b.values.size()) return false;
+  for (std::size_t i = 0; i < a.values.size(); ++i)
+    if (std::bit_cast<std::uint64_t>(a.values[i]) != std::bit_cast<std::uint64_t>(b.values[i]))
+      return false;
+  return true;
+}
+
+bool same_bits(const Taken<std::int32_t>& a, const Taken<std::int32_t>& b) {
+  return a.values == b.values;
+}
+
+// Reads `text` with the default window and with one that cuts most numbers, and as the stream does.
+template <class Number>
+void expect_read_as_stream_does(const MemoryFile& file, const std::string& text) {
+  const std::string path = file.hold(text);
+  const Taken<Number> expected = taken_by_stream<Number>(text);
+  EXPECT_TRUE(same_bits(taken_from_file<Number>(path, kFileWindow), expected)) << text;
+  EXPECT_TRUE(same_bits(taken_from_file<Number>(path, 5), expected)) << text;
+}
+
+// The first number of `text`, none when it is refused.
+template <class Number>
+std::optional<Number> first_number(const std::string& text) {
+  const MemoryFile file;
+  InputFile in(file.hold(text));
+  Number value{};
+  if (!read_number(in, value)) return std::nullopt;
+  return value;
+}
+
+constexpr const char* kPieces[] = {
+    "0",  "1",  "7",   "9",   "00",  "5",   ".",    "e", "E",   "+",   "-",         "e+",
+    "E-", "12", "308", "309", "324", "400", "x",    "p", "inf", "nan", "f",         ",",
+    "'",  "_",  "\t",  "\n",  "\v",  "\f",  "\r\n", " ", " ",   " ",   "2147483647"};
+
+std::string random_text(simulation::Random& random) {
+  std::string text;
+  const int count = 1 + random.index(12);
+  for (int i = 0; i < count; ++i) text += kPieces[random.index(std::size(kPieces))];
+  if (random.index(16) == 0) text[static_cast<std::size_t>(random.index(1))] = '\0';
+  return text;
+}
+
+TEST(FormatNumber, WritesSixSignificantDigitsWithoutTrailingZeros) {
+  EXPECT_EQ(formatted(0.0), "0");
+  EXPECT_EQ(formatted(-0.0), "-0");
+  EXPECT_EQ(formatted(150.0), "150");
+  EXPECT_EQ(formatted(0.1), "0.1");
+  EXPECT_EQ(formatted(-86.60254037844386), "-86.6025");
+  EXPECT_EQ(formatted(123456.0), "123456");
+  EXPECT_EQ(formatted(1234567.0), "1.23457e+06");
+  EXPECT_EQ(formatted(0.0001), "0.0001");
+  EXPECT_EQ(formatted(0.00001234567), "1.23457e-05");
+  EXPECT_EQ(formatted(1e22), "1e+22");
+  EXPECT_EQ(formatted(1e-100), "1e-100");
+}
+
+TEST(FormatNumber, RoundsUpIntoAnotherDecade) {
+  EXPECT_EQ(formatted(9.9999999), "10");
+  EXPECT_EQ(formatted(999999.9), "1e+06");
+  EXPECT_EQ(formatted(0.00099999999), "0.001");
+  EXPECT_EQ(formatted(0.000099999999), "0.0001");
+}
+
+TEST(FormatNumber, RoundsAnExactMiddleToTheEvenDigit) {
+  EXPECT_EQ(formatted(100000.5), "100000");
+  EXPECT_EQ(formatted(100001.5), "100002");
+  EXPECT_EQ(formatted(0.5000005), streamed(0.5000005));
+  EXPECT_EQ(formatted(1000005.0), "1e+06");
+  EXPECT_EQ(formatted(1000015.0), "1.00002e+06");
+}
+
+TEST(FormatNumber, SpellsWhatIsNotFiniteAsAStreamDoes) {
+  const double inf = std::numeric_limits<double>::infinity();
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (const double value : {inf, -inf, nan, -nan}) EXPECT_EQ(formatted(value), streamed(value));
+  EXPECT_EQ(formatted(std::copysign(nan, -1.0)), "-nan");
+}
+
+TEST(FormatNumber, EqualsTheStreamForDoublesOfAnyBits) {
+  simulation::Random random(1);
+  for (int i = 0; i < 300000; ++i) {
+    const double value = from_bits(random.bits());
+    ASSERT_EQ(formatted(value), streamed(value)) << std::hexfloat << value;
+  }
+}
+
+TEST(FormatNumber, EqualsTheStreamForNumbersOfCommonSizes) {
+  simulation::Random random(2);
+  for (int i = 0; i < 300000; ++i) {
+    const double value = random.uniform(-1.0, 1.0) * std::pow(10.0, random.uniform(-18.0, 29.0));
+    ASSERT_EQ(formatted(value), streamed(value)) << std::hexfloat << value;
+  }
+}
+
+TEST(FormatNumber, EqualsTheStreamBesideEveryMiddleAndEveryPowerOfTen) {
+  simulation::Random random(3);
+  for (int exponent = -30; exponent <= 35; ++exponent) {
+    for (int i = 0; i < 400; ++i) {
+      const double digits = i < 100 ? 1e5 + 0.5 * i : 1e5 + random.index(899999) + 0.5;
+      double value = digits * std::pow(10.0, exponent - 5);
+      for (int step = -3; step < 0; ++step) value = std::nextafter(value, 0.0);
+      for (int step = -3; step <= 3; ++step, value = std::nextafter(value, 1e300))
+        ASSERT_EQ(formatted(value), streamed(value)) << std::hexfloat << value;
+    }
+  }
+}
+
+TEST(FormatNumber, WritesEveryKindOfInteger) {
+  for (const std::int32_t value : {0, 7, -1, 100, std::numeric_limits<std::int32_t>::max(),
+                                   std::numeric_limits<std::int32_t>::min()})
+    EXPECT_EQ(formatted(value), streamed(value));
+}
+
+TEST(ReadNumber, TakesWhatAStreamTakes) {
+  EXPECT_EQ(first_number<double>("1.5"), 1.5);
+  EXPECT_EQ(first_number<double>(" \t\n\v\f\r-2e3 "), -2000.0);
+  EXPECT_EQ(first_number<double>("+7"), 7.0);
+  EXPECT_EQ(first_number<double>(".5"), 0.5);
+  EXPECT_EQ(first_number<double>("5."), 5.0);
+  EXPECT_EQ(first_number<double>("1E2"), 100.0);
+  EXPECT_EQ(first_number<double>("0x10"), 0.0);
+  EXPECT_EQ(first_number<double>("1.5.2"), 1.5);
+  EXPECT_EQ(first_number<double>("3,5"), 3.0);
+}
+
+TEST(ReadNumber, RefusesWhatAStreamRefuses) {
+  for (const char* text : {"", " ", "inf", "nan", "-inf", "e5", ".", "-", "+", "+-1", "1e", "1e+",
+                           "1e-", ".e5", "1e309", "-1e309", "1e99999999999999999999", "x", ","})
+    EXPECT_EQ(first_number<double>(text), std::nullopt) << text;
+}
+
+TEST(ReadNumber, TakesANumberTooSmallForADoubleAsASignedZero) {
+  EXPECT_EQ(first_number<double>("1e-400"), 0.0);
+  EXPECT_TRUE(std::signbit(first_number<double>("-1e-400").value()));
+  EXPECT_EQ(first_number<double>("1e-99999999999999999999"), 0.0);
+  EXPECT_EQ(first_number<double>("0e99999999999999999999"), 0.0);
+  EXPECT_EQ(first_number<double>("4.9406564584124654e-324"), 0x1p-1074);
+  EXPECT_EQ(first_number<double>("2.4703282292062327e-324"), 0.0);
+  EXPECT_EQ(first_number<double>("2.4703282292062328e-324"), 0x1p-1074);
+  EXPECT_EQ(first_number<double>("1.7976931348623157e308"), std::numeric_limits<double>::max());
+}
+
+TEST(ReadNumber, TakesWholeNumbersWithinThirtyTwoBitsOnly) {
+  EXPECT_EQ(first_number<std::int32_t>("2147483647"), 2147483647);
+  EXPECT_EQ(first_number<std::int32_t>("-2147483648"), std::numeric_limits<std::int32_t>::min());
+  EXPECT_EQ(first_number<std::int32_t>("+0000012"), 12);
+  EXPECT_EQ(first_number<std::int32_t>("-0"), 0);
+  EXPECT_EQ(first_number<std::int32_t>("15.7"), 15);
+  for (const char* text : {"", "2147483648", "-2147483649", "99999999999999999999999", "-", "+",
+                           "x", ".5", "--1", "+-1"})
+    EXPECT_EQ(first_number<std::int32_t>(text), std::nullopt) << text;
+}
+
+TEST(ReadNumber, LeavesTheValueAloneWhenItRefuses) {
+  const MemoryFile file;
+  double real = 3.25;
+  InputFile in(file.hold("1e400"));
+  EXPECT_FALSE(read_number(in, real));
+  EXPECT_EQ(real, 3.25);
+  std::int32_t whole = 17;
+  InputFile other(file.hold("3000000000"));
+  EXPECT_FALSE(read_number(other, whole));
+  EXPECT_EQ(whole, 17);
+}
+
+TEST(ReadNumber, EqualsTheStreamForTextOfAllSorts) {
+  const MemoryFile file;
+  simulation::Random random(4);
+  for (int i = 0; i < 20000 && !testing::Test::HasFailure(); ++i) {
+    const std::string text = random_text(random);
+    expect_read_as_stream_does<double>(file, text);
+    expect_read_as_stream_does<std::int32_t>(file, text);
+  }
+}
+
+TEST(ReadNumber, EqualsTheStreamForDoublesOfAnyBitsInFullPrecision) {
+  const MemoryFile file;
+  simulation::Random random(5);
+  std::string text;
+  for (int i = 0; i < 20000; ++i) {
+    const double value = from_bits(random.bits());
+    if (!std::isfinite(value)) continue;
+    char number[32];
+    std::snprintf(number, sizeof number, "%.17g\n", value);
+    text += number;
+  }
+  expect_read_as_stream_does<double>(file, text);
+}
+
+TEST(ReadNumber, EqualsTheStreamForNumbersOfManyDigits) {
+  const MemoryFile file;
+  simulation::Random random(6);
+  for (int i = 0; i < 300 && !testing::Test::HasFailure(); ++i) {
+    std::string text(static_cast<std::size_t>(random.index(3) * 400), '0');
+    const int digits = 1 + random.index(1500);
+    const int point = random.index(1600);
+    for (int d = 0; d < digits; ++d) {
+      if (d == point) text += '.';
+      text += static_cast<char>('0' + random.index(10));
+    }
+    text += 'e' + std::to_string(random.index(900) - 600 - digits / 2);
+    expect_read_as_stream_does<double>(file, text + " 12.5");
+  }
+}
+
+// The middle between two neighbours has up to 767 digits; one digit more, anywhere behind, decides.
+TEST(ReadNumber, RoundsByADigitFarBehindTheMiddleBetweenTwoDoubles) {
+  const MemoryFile file;
+  constexpr double kLow = 0x1p-1022;  // even, so the exact middle rounds down to it
+  constexpr double kHigh = 0x1.0000000000001p-1022;
+  char middle[1200];
+  std::snprintf(middle, sizeof middle, "%.1100Lf",
+                (static_cast<long double>(kLow) + static_cast<long double>(kHigh)) / 2);
+  const std::string zeros(3000, '0');
+  expect_read_as_stream_does<double>(file, middle + zeros + "1");
+  EXPECT_EQ(first_number<double>(middle + zeros), kLow);
+  EXPECT_EQ(first_number<double>(middle + zeros + "1"), kHigh);
+  const std::string odd_middle = "9007199254740993";  // 2^53 + 1, between two even integers
+  EXPECT_EQ(first_number<double>(odd_middle + "." + zeros), 9007199254740992.0);
+  EXPECT_EQ(first_number<double>(odd_middle + "." + zeros + "1"), 9007199254740994.0);
+  EXPECT_EQ(first_number<double>(odd_middle + zeros + "1e-3001"), 9007199254740994.0);
+}
+
+TEST(ReadNumber, LeavesTheFileBehindTheNumberAsAStreamDoes) {
+  const MemoryFile file;
+  simulation::Random random(7);
+  for (int i = 0; i < 5000 && !testing::Test::HasFailure(); ++i) {
+    const std::string text = random_text(random);
+    std::istringstream stream(text);
+    stream.imbue(std::locale::classic());
+    InputFile in(file.hold(text), i % 2 == 0 ? kFileWindow : 3);
+    for (bool good = true; good;) {
+      double real[2] = {0.0, 0.0};
+      std::int32_t whole[2] = {0, 0};
+      const bool takes_real = random.index(2) == 0;
+      good =
+          takes_real ? static_cast<bool>(stream >> real[0]) : static_cast<bool>(stream >> whole[0]);
+      ASSERT_EQ(takes_real ? read_number(in, real[1]) : read_number(in, whole[1]), good) << text;
+      if (!good) break;
+      ASSERT_EQ(real[0], real[1]) << text;
+      ASSERT_EQ(whole[0], whole[1]) << text;
+    }
+  }
+}
+
+TEST(ReadNumber, ReadsANumberThatSpansManyWindows) {
+  const std::string text =
+      "1" + std::string(3 * kFileWindow, '0') + "e-" + std::to_string(3 * kFileWindow) + " 2";
+  const MemoryFile file;
+  InputFile in(file.hold(text));
+  double value = 0.0;
+  ASSERT_TRUE(read_number(in, value));
+  EXPECT_EQ(value, 1.0);
+  ASSERT_TRUE(read_number(in, value));
+  EXPECT_EQ(value, 2.0);
+  EXPECT_FALSE(read_number(in, value));
+}
+
+}  // namespace
+}  // namespace kestrane

@@ -1,0 +1,146 @@
+// Clouds and comparisons that the tests of the plane fit share.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <Eigen/Geometry>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <initializer_list>
+#include <limits>
+
+#include "fit/points.h"
+#include "simulation/random.h"
+
+namespace plane_clouds {
+
+using kestrane::DepthBand;
+using kestrane::PlaneAbcd;
+using kestrane::PlaneFitStats;
+using kestrane::PointMatrix3;
+using simulation::Random;
+
+inline constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+inline constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+struct Point {
+  double x, y, z;
+};
+
+inline PointMatrix3 cloud(std::initializer_list<Point> points) {
+  PointMatrix3 rows(points.size(), 3);
+  Eigen::Index i = 0;
+  for (const Point& p : points) rows.row(i++) << p.x, p.y, p.z;
+  return rows;
+}
+
+// Rows with coordinates in [-1, 1).
+inline PointMatrix3 scattered(Random& random, Eigen::Index count) {
+  PointMatrix3 rows(count, 3);
+  for (Eigen::Index i = 0; i < rows.size(); ++i) rows.data()[i] = random.uniform(-1.0, 1.0);
+  return rows;
+}
+
+inline Eigen::Matrix3d random_rotation(Random& random) {
+  return Eigen::Quaterniond(random.gaussian(), random.gaussian(), random.gaussian(),
+                            random.gaussian())
+      .normalized()
+      .toRotationMatrix();
+}
+
+// Even spreads along three axes of a frame about `centre`.
+struct Box {
+  Eigen::Matrix3d axes = Eigen::Matrix3d::Identity();
+  Eigen::Vector3d spreads;
+  Eigen::Vector3d centre = Eigen::Vector3d::Zero();
+};
+
+inline PointMatrix3 box_cloud(Random& random, Eigen::Index count, const Box& box) {
+  PointMatrix3 rows(count, 3);
+  for (Eigen::Index i = 0; i < count; ++i) {
+    const Eigen::Vector3d local(random.uniform(-1.0, 1.0), random.uniform(-1.0, 1.0),
+                                random.uniform(-1.0, 1.0));
+    rows.row(i) = (box.axes * box.spreads.cwiseProduct(local) + box.centre).transpose();
+  }
+  return rows;
+}
+
+// A laser sheet of nearly constant x in the fan, with noise along x and some points far off.
+struct Sheet {
+  double offset = 60.0;
+  double along_y = 0.02;
+  double along_z = 0.15;
+  double noise = 0.05;
+  double outliers = 0.02;  // share of the points
+};
+
+inline PointMatrix3 sheet_cloud(Random& random, Eigen::Index count, const Sheet& sheet) {
+  PointMatrix3 rows(count, 3);
+  for (Eigen::Index i = 0; i < count; ++i) {
+    const double z = random.uniform(80.0, 1020.0);
+    const double y = random.uniform(-0.577, 0.577) * z;
+    double x = sheet.offset + sheet.along_y * y + sheet.along_z * z;
+    x += sheet.noise * random.gaussian();
+    if (random.uniform() < sheet.outliers) x += random.uniform(-30.0, 30.0);
+    rows.row(i) << x, y, z;
+  }
+  return rows;
+}
+
+inline bool same_bits(double a, double b) {
+  return (std::isnan(a) && std::isnan(b)) ||
+         std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
+}
+
+// Equal bits in every number; a NaN equals a NaN.
+inline testing::AssertionResult same(const PlaneAbcd& a, const PlaneAbcd& b) {
+  for (int k = 0; k < 4; ++k) {
+    if (!same_bits(a[k], b[k])) {
+      return testing::AssertionFailure()
+             << std::hexfloat << "planes differ: " << a.transpose() << " and " << b.transpose();
+    }
+  }
+  return testing::AssertionSuccess();
+}
+
+inline testing::AssertionResult same(const PlaneFitStats& a, const PlaneFitStats& b) {
+  if (same_bits(a.max_distance, b.max_distance) && same_bits(a.mean_distance, b.mean_distance) &&
+      same_bits(a.std_distance, b.std_distance)) {
+    return testing::AssertionSuccess();
+  }
+  return testing::AssertionFailure()
+         << std::hexfloat << "statistics differ: " << a.max_distance << ' ' << a.mean_distance
+         << ' ' << a.std_distance << " and " << b.max_distance << ' ' << b.mean_distance << ' '
+         << b.std_distance;
+}
+
+inline testing::AssertionResult same(const PointMatrix3& a, const PointMatrix3& b) {
+  if (a.rows() != b.rows()) {
+    return testing::AssertionFailure() << a.rows() << " rows and " << b.rows() << " rows";
+  }
+  for (Eigen::Index i = 0; i < a.rows(); ++i) {
+    for (int k = 0; k < 3; ++k) {
+      if (!same_bits(a(i, k), b(i, k))) {
+        return testing::AssertionFailure()
+               << "row " << i << ": " << a.row(i) << " and " << b.row(i);
+      }
+    }
+  }
+  return testing::AssertionSuccess();
+}
+
+// What a call may leave untouched.
+struct Result {
+  PlaneAbcd plane{11.0, 12.0, 13.0, 14.0};
+  PlaneFitStats stats{21.0, 22.0, 23.0};
+  PointMatrix3 inliers = cloud({{31.0, 32.0, 33.0}});
+};
+
+inline testing::AssertionResult same(const Result& a, const Result& b) {
+  if (auto outcome = same(a.plane, b.plane); !outcome) return outcome;
+  if (auto outcome = same(a.stats, b.stats); !outcome) return outcome;
+  return same(a.inliers, b.inliers);
+}
+
+}  // namespace plane_clouds

@@ -1,0 +1,204 @@
+#include "fit/plane_decomposition.h"
+
+#include <gtest/gtest.h>
+
+#include <Eigen/SVD>
+
+#include "fit/plane_clouds.h"
+#include "fit/triangle_reduction.h"
+#include "support/literal_plane_fit.h"
+
+namespace {
+
+using namespace plane_clouds;
+using kestrane::Centroid;
+using kestrane::reduce_centred;
+using kestrane::rows_of;
+using kestrane::streamed_thin_direction;
+using kestrane::StreamedDirection;
+using kestrane::thin_direction;
+using kestrane::Triangle;
+
+constexpr Centroid kNoShift{0.0, 0.0, 0.0};
+
+Centroid mean_of(const PointMatrix3& points) {
+  const Eigen::RowVector3d m = points.colwise().mean();
+  return {m[0], m[1], m[2]};
+}
+
+Eigen::MatrixXd centred(const PointMatrix3& points, const Centroid& m) {
+  return points.rowwise() - Eigen::RowVector3d(m.x, m.y, m.z);
+}
+
+bool same_as_the_dynamic_decomposition(const PointMatrix3& points) {
+  const Centroid m = mean_of(points);
+  const Eigen::Vector3d expected = literal::third_right_vector(centred(points, m));
+  const Eigen::Vector3d actual = thin_direction(rows_of(points), m);
+  return same_bits(actual[0], expected[0]) && same_bits(actual[1], expected[1]) &&
+         same_bits(actual[2], expected[2]);
+}
+
+// Spreads over eight decades, some of them zero, in all positions, at ordinary and extreme scales,
+// now and then rounded so that rows repeat and lengths tie.
+PointMatrix3 any_cloud(Random& random, Eigen::Index count) {
+  Box box;
+  if (random.index(3) != 0) box.axes = random_rotation(random);
+  for (int k = 0; k < 3; ++k) {
+    box.spreads[k] = random.index(8) == 0 ? 0.0 : std::pow(10.0, random.uniform(-4.0, 4.0));
+    box.centre[k] = random.index(2) == 0 ? 0.0 : random.uniform(-1e3, 1e3);
+  }
+  PointMatrix3 points = box_cloud(random, count, box);
+  if (random.index(6) == 0) points = points.array().round();
+  if (random.index(6) == 0) points *= std::pow(10.0, random.uniform(-150.0, 150.0));
+  return points;
+}
+
+TEST(ThinDirection, EqualsTheDynamicDecompositionForEveryShortCloud) {
+  Random random(1);
+  for (Eigen::Index count = 3; count < 70; ++count) {
+    for (int run = 0; run < 300; ++run) {
+      ASSERT_TRUE(same_as_the_dynamic_decomposition(any_cloud(random, count)))
+          << count << " rows, run " << run;
+    }
+  }
+}
+
+TEST(ThinDirection, EqualsTheDynamicDecompositionForFourRowsOfAnyShape) {
+  Random random(2);
+  for (int run = 0; run < 20000; ++run) {
+    ASSERT_TRUE(same_as_the_dynamic_decomposition(any_cloud(random, 4))) << run;
+  }
+}
+
+TEST(ThinDirection, EqualsTheDynamicDecompositionForLongClouds) {
+  Random random(3);
+  for (int run = 0; run < 300; ++run) {
+    ASSERT_TRUE(same_as_the_dynamic_decomposition(any_cloud(random, 70 + random.index(3000))))
+        << run;
+  }
+}
+
+TEST(ThinDirection, EqualsTheDynamicDecompositionForPointsThatAreAllTheSame) {
+  for (const Eigen::Index count : {3, 4, 9, 100}) {
+    EXPECT_TRUE(same_as_the_dynamic_decomposition(PointMatrix3::Constant(count, 3, 0.1))) << count;
+    EXPECT_TRUE(same_as_the_dynamic_decomposition(PointMatrix3::Zero(count, 3))) << count;
+  }
+}
+
+TEST(ThinDirection, IsNaNInAllComponentsForPointsThatAreNotFinite) {
+  Random random(7);
+  for (const Eigen::Index count : {3, 8, 9, 100}) {
+    for (const double odd : {kNan, kInfinity, -kInfinity}) {
+      PointMatrix3 points = scattered(random, count);
+      points(1, 2) = odd;
+      EXPECT_TRUE(thin_direction(rows_of(points), kNoShift).array().isNaN().all());
+    }
+  }
+}
+
+// R shares A's singular values, whatever orthogonal factor stands between them.
+TEST(ReduceCentred, KeepsTheSingularValuesOfClouds) {
+  constexpr double kRounding = 1e-13;  // of the largest one
+  Random random(4);
+  for (const Eigen::Index count : {1, 2, 3, 4, 5, 255, 256, 257, 511, 512, 1000, 5000}) {
+    const PointMatrix3 points =
+        box_cloud(random, count, {random_rotation(random), {90.0, 20.0, 0.5}, {3.0, 2.0, 1.0}});
+    const Centroid m{2.5, 2.0, 1.5};
+    const Triangle t = reduce_centred(rows_of(points), m);
+    Eigen::MatrixXd padded = Eigen::MatrixXd::Zero(std::max<Eigen::Index>(3, count), 3);
+    padded.topRows(count) = centred(points, m);
+    Eigen::Matrix3d r;
+    r << t.r00, t.r01, t.r02, 0.0, t.r11, t.r12, 0.0, 0.0, t.r22;
+    const Eigen::Vector3d expected = Eigen::JacobiSVD<Eigen::MatrixXd>(padded).singularValues();
+    const Eigen::Vector3d actual = Eigen::JacobiSVD<Eigen::MatrixXd>(r).singularValues();
+    EXPECT_LE((actual - expected).cwiseAbs().maxCoeff(), kRounding * expected[0]) << count;
+    const Eigen::Matrix3d gram = padded.transpose() * padded;
+    EXPECT_LE((r.transpose() * r - gram).norm(), kRounding * gram.norm()) << count;
+  }
+}
+
+// A first block that hardly adds to the column of the second: the reflection that joins it must not
+// subtract nearly equal numbers.
+TEST(ReduceCentred, JoinsPartsOfVeryDifferentSize) {
+  constexpr double kRounding = 1e-13;  // of the largest singular value
+  Random random(10);
+  PointMatrix3 points = 100.0 * scattered(random, 512);
+  points.topRows(256).col(0) *= 1e-8;
+  const Triangle t = reduce_centred(rows_of(points), kNoShift);
+  Eigen::Matrix3d r;
+  r << t.r00, t.r01, t.r02, 0.0, t.r11, t.r12, 0.0, 0.0, t.r22;
+  const Eigen::Matrix3d gram = points.transpose() * points;
+  EXPECT_LE((r.transpose() * r - gram).norm(), kRounding * gram.norm());
+}
+
+// One row is its own triangle up to sign: a reflection carries (3, 4, 12) to (-3, -4, -12).
+TEST(ReduceCentred, TurnsOneRowIntoTheFirstRowOfTheTriangle) {
+  const Triangle t = reduce_centred(rows_of(cloud({{3.0, 4.0, 12.0}})), kNoShift);
+  EXPECT_EQ(std::abs(t.r00), 3.0);
+  EXPECT_DOUBLE_EQ(t.r01 / t.r00, 4.0 / 3.0);
+  EXPECT_DOUBLE_EQ(t.r02 / t.r00, 4.0);
+  EXPECT_EQ(t.r11, 0.0);
+  EXPECT_EQ(t.r12, 0.0);
+  EXPECT_EQ(t.r22, 0.0);
+}
+
+TEST(ReduceCentred, LeavesAZeroColumnZero) {
+  Random random(8);
+  PointMatrix3 points = scattered(random, 300);
+  points.col(0).setConstant(7.0);
+  const Triangle t = reduce_centred(rows_of(points), {7.0, 0.0, 0.0});
+  EXPECT_EQ(t.r00, 0.0);
+  EXPECT_EQ(t.r01, 0.0);
+  EXPECT_NEAR(std::abs(t.r11), points.col(1).norm(), 1e-13 * points.col(1).norm());
+}
+
+TEST(StreamedThinDirection, AgreesWithTheDecompositionAndReachesOverTheCloud) {
+  constexpr double kRounding = 1e-12;
+  Random random(5);
+  for (int run = 0; run < 200; ++run) {
+    const Box box{random_rotation(random), {200.0, random.uniform(20.0, 200.0), 0.05}, {1, 2, 3}};
+    const PointMatrix3 points = box_cloud(random, 64 + random.index(4000), box);
+    const Centroid m = mean_of(points);
+    const StreamedDirection streamed = streamed_thin_direction(rows_of(points), m);
+    ASSERT_TRUE(streamed.reliable);
+    const Eigen::Vector3d expected = thin_direction(rows_of(points), m);
+    const double sign = streamed.normal.dot(expected) < 0.0 ? -1.0 : 1.0;
+    EXPECT_LE((sign * streamed.normal - expected).norm(), kRounding);
+    EXPECT_LE(centred(points, m).rowwise().norm().maxCoeff(), streamed.reach);
+  }
+}
+
+bool is_reliable(const Eigen::Vector3d& spreads, double scale) {
+  Random random(6);
+  const PointMatrix3 points =
+      scale * box_cloud(random, 1000, {random_rotation(random), spreads, {0, 0, 0}});
+  return streamed_thin_direction(rows_of(points), mean_of(points)).reliable;
+}
+
+TEST(StreamedThinDirection, DeclinesSpreadsForWhichRoundingWouldShow) {
+  EXPECT_TRUE(is_reliable({200.0, 200.0, 0.1}, 1.0));
+  EXPECT_FALSE(is_reliable({200.0, 200.0, 0.0}, 1.0)) << "a plane";
+  EXPECT_FALSE(is_reliable({200.0, 0.0, 0.0}, 1.0)) << "a line";
+  EXPECT_FALSE(is_reliable({200.0, 1e-3, 1e-6}, 1.0)) << "nearly a line";
+  EXPECT_FALSE(is_reliable({0.0, 0.0, 0.0}, 1.0)) << "a point";
+  EXPECT_FALSE(is_reliable({200.0, 1.0, 0.9999}, 1.0)) << "a round rod";
+  EXPECT_TRUE(is_reliable({200.0, 200.0, 0.1}, 1e95));
+  EXPECT_TRUE(is_reliable({200.0, 200.0, 0.1}, 1e-95));
+  EXPECT_FALSE(is_reliable({200.0, 200.0, 0.1}, 1e110));
+  EXPECT_FALSE(is_reliable({200.0, 200.0, 0.1}, 1e-110));
+  EXPECT_FALSE(is_reliable({200.0, 200.0, 0.1}, 1e200)) << "squares overflow";
+  EXPECT_FALSE(is_reliable({200.0, 200.0, 0.1}, 1e-250)) << "squares vanish";
+}
+
+TEST(StreamedThinDirection, DeclinesPointsThatAreNotFinite) {
+  Random random(9);
+  for (int column = 0; column < 3; ++column) {
+    for (const double odd : {kNan, kInfinity, -kInfinity}) {
+      PointMatrix3 points = scattered(random, 1000);
+      points(777, column) = odd;
+      EXPECT_FALSE(streamed_thin_direction(rows_of(points), kNoShift).reliable);
+    }
+  }
+}
+
+}  // namespace

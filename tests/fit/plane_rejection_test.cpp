@@ -1,0 +1,234 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "fit/plane_clouds.h"
+#include "fit/rejection.h"
+#include "fit/working_rows.h"
+#include "support/literal_plane_fit.h"
+
+namespace {
+
+using namespace plane_clouds;
+using kestrane::filter_by_distance;
+using kestrane::filter_by_sigma;
+using kestrane::WorkingRows;
+
+constexpr double kAnyLimit = 1.0;
+constexpr double kTwoSigmas = 2.0;
+
+// Rows that carry their number.
+PointMatrix3 numbered(std::size_t count) {
+  PointMatrix3 rows(count, 3);
+  for (Eigen::Index i = 0; i < rows.rows(); ++i) rows.row(i).setConstant(static_cast<double>(i));
+  return rows;
+}
+
+std::vector<int> numbers(const PointMatrix3& rows) {
+  std::vector<int> list;
+  for (Eigen::Index i = 0; i < rows.rows(); ++i) list.push_back(static_cast<int>(rows(i, 0)));
+  return list;
+}
+
+std::vector<int> kept_by_distance(const std::vector<double>& distances, double limit) {
+  PointMatrix3 kept;
+  filter_by_distance(numbered(distances.size()), distances, limit, kept);
+  return numbers(kept);
+}
+
+std::vector<int> kept_by_sigma(const std::vector<double>& distances, double k) {
+  PointMatrix3 kept = numbered(7);
+  filter_by_sigma(numbered(distances.size()), distances, k, kept);
+  return numbers(kept);
+}
+
+using Rows = std::vector<int>;
+
+std::vector<double> awkward_distances(Random& random, int count) {
+  static const double kAwkward[] = {kNan, kInfinity, -kInfinity, 0.0, -0.0, 1e300, -1e300, 1e-310};
+  std::vector<double> distances;
+  for (int i = 0; i < count; ++i) {
+    const bool odd = random.uniform() < 0.002;
+    distances.push_back(odd ? kAwkward[random.index(8)] : 2.0 * random.gaussian());
+  }
+  return distances;
+}
+
+TEST(FilterByDistance, LeavesKeptAloneWithoutRows) {
+  PointMatrix3 kept = numbered(2);
+  filter_by_distance(PointMatrix3(0, 3), {1.0}, kAnyLimit, kept);
+  EXPECT_EQ(numbers(kept), (Rows{0, 1}));
+}
+
+TEST(FilterByDistance, LeavesKeptAloneWithoutDistances) {
+  PointMatrix3 kept = numbered(2);
+  filter_by_distance(numbered(5), {}, kAnyLimit, kept);
+  EXPECT_EQ(numbers(kept), (Rows{0, 1}));
+}
+
+TEST(FilterByDistance, KeepsADistanceEqualToTheLimitOnBothSides) {
+  const double beyond = std::nextafter(2.5, 3.0);
+  EXPECT_EQ(kept_by_distance({2.5, beyond, -2.5, -beyond, 0.0}, 2.5), (Rows{0, 2, 4}));
+}
+
+TEST(FilterByDistance, KeepsAPointWhoseDistanceIsNaNAndDropsAnInfiniteOne) {
+  EXPECT_EQ(kept_by_distance({kNan, kInfinity, -kInfinity, 9.0}, 2.5), (Rows{0}));
+}
+
+TEST(FilterByDistance, KeepsEverythingForALimitThatIsNaN) {
+  EXPECT_EQ(kept_by_distance({1.0, kInfinity}, kNan), (Rows{0, 1}));
+}
+
+TEST(FilterByDistance, EmptiesKeptWhenEveryRowIsBeyond) {
+  PointMatrix3 kept = numbered(4);
+  filter_by_distance(numbered(3), {5.0, -5.0, 5.0}, 2.5, kept);
+  EXPECT_EQ(kept.rows(), 0);
+}
+
+TEST(FilterByDistance, ThinsInPlace) {
+  PointMatrix3 points = numbered(5);
+  filter_by_distance(points, {0.0, 9.0, 0.0, 9.0, 0.0}, 2.5, points);
+  EXPECT_EQ(numbers(points), (Rows{0, 2, 4}));
+}
+
+TEST(FilterByDistance, WalksOnlyAsFarAsTheDistancesGo) {
+  PointMatrix3 kept;
+  filter_by_distance(numbered(5), {0.0, 0.0}, 2.5, kept);
+  EXPECT_EQ(numbers(kept), (Rows{0, 1}));
+}
+
+TEST(FilterBySigma, EmptiesKeptWithoutDistances) {
+  PointMatrix3 kept = numbered(2);
+  filter_by_sigma(numbered(5), {}, kTwoSigmas, kept);
+  EXPECT_EQ(kept.rows(), 0);
+}
+
+// Six distances of 1: the sum is 6, each lies 5 from it, so sigma is 5. A band about their mean
+// would keep all of them for every k.
+TEST(FilterBySigma, CentresItsBandOnThePlainSum) {
+  const std::vector<double> ones(6, 1.0);
+  EXPECT_EQ(kept_by_sigma(ones, 1.0), (Rows{0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(kept_by_sigma(ones, 0.99), Rows{});
+}
+
+// Distances 4, 4, 4, -11 sum to 1: V = 27 + 144, sigma = 6.54. With k = 1.5 the band is
+// 1 +- 9.81, while one about the mean 0.25 would reach from -9.5 to 10.
+TEST(FilterBySigma, MovesItsBandByTheWholeSum) {
+  EXPECT_EQ(kept_by_sigma({4.0, 4.0, 4.0, -11.0}, 1.5), (Rows{0, 1, 2}));
+  // The band is 1 +- 12.1; about 0.25 it would end at 12.33.
+  EXPECT_EQ(kept_by_sigma({4.0, 4.0, 4.0, -11.0}, 1.85), (Rows{0, 1, 2, 3}));
+}
+
+// Sum 1, deviations 0, 0, 0 and -3: sigma is 1.5 and the band reaches from -2 to 4, without
+// rounding.
+TEST(FilterBySigma, KeepsADistanceOnEitherBound) {
+  EXPECT_EQ(kept_by_sigma({1.0, 1.0, 1.0, -2.0}, kTwoSigmas), (Rows{0, 1, 2, 3}));
+  EXPECT_EQ(kept_by_sigma({-1.0, -1.0, -1.0, 2.0}, kTwoSigmas), (Rows{0, 1, 2, 3}));
+  EXPECT_EQ(kept_by_sigma({1.0, 1.0, 1.0, -2.0}, 1.999), (Rows{0, 1, 2}));
+  EXPECT_EQ(kept_by_sigma({-1.0, -1.0, -1.0, 2.0}, 1.999), (Rows{0, 1, 2}));
+}
+
+TEST(FilterBySigma, RejectsNothingOfAtMostFourDistancesWithinTwoSigmas) {
+  Random random(1);
+  for (int run = 0; run < 20000; ++run) {
+    std::vector<double> distances;
+    const int count = 1 + random.index(4);
+    for (int i = 0; i < count; ++i) distances.push_back(random.uniform(-100.0, 100.0));
+    EXPECT_EQ(static_cast<int>(kept_by_sigma(distances, kTwoSigmas).size()), count);
+  }
+}
+
+// Sum 1, deviations 0 four times and -4: sigma is 1.789, twice it is less than 4.
+TEST(FilterBySigma, CanRejectOneOfFiveDistances) {
+  EXPECT_EQ(kept_by_sigma({1.0, 1.0, -3.0, 1.0, 1.0}, kTwoSigmas), (Rows{0, 1, 3, 4}));
+}
+
+TEST(FilterBySigma, KeepsAPointWhoseDistanceIsNaN) {
+  EXPECT_EQ(kept_by_sigma({0.0, kNan, 1e9, 0.0, 0.0, 0.0}, kTwoSigmas), (Rows{0, 1, 2, 3, 4, 5}));
+}
+
+TEST(FilterBySigma, ThinsInPlace) {
+  PointMatrix3 points = numbered(5);
+  filter_by_sigma(points, {1.0, 1.0, -3.0, 1.0, 1.0}, kTwoSigmas, points);
+  EXPECT_EQ(numbers(points), (Rows{0, 1, 3, 4}));
+}
+
+TEST(Filters, KeepTheRowsThatTheirLiteralFormsKeep) {
+  Random random(2);
+  for (int run = 0; run < 3000; ++run) {
+    const std::vector<double> distances = awkward_distances(random, 1 + random.index(400));
+    const PointMatrix3 points = numbered(distances.size());
+    const double factor = random.uniform(0.0, 3.0);
+    PointMatrix3 kept, expected;
+    filter_by_distance(points, distances, factor, kept);
+    literal::filter_by_distance(points, distances, factor, expected);
+    ASSERT_TRUE(same(kept, expected)) << run;
+    filter_by_sigma(points, distances, factor, kept);
+    literal::filter_by_sigma(points, distances, factor, expected);
+    ASSERT_TRUE(same(kept, expected)) << run;
+  }
+}
+
+// The plane x = 10 with a unit normal.
+const PlaneAbcd kAtTen(1.0, 0.0, 0.0, -10.0);
+
+PointMatrix3 rows_at(const std::vector<double>& xs) {
+  PointMatrix3 points(xs.size(), 3);
+  for (std::size_t i = 0; i < xs.size(); ++i) {
+    points.row(static_cast<Eigen::Index>(i)) << xs[i], static_cast<double>(i), 0.5;
+  }
+  return points;
+}
+
+PointMatrix3 copy_of(const WorkingRows& working) {
+  return Eigen::Map<const PointMatrix3>(working.rows().xyz, working.rows().count, 3);
+}
+
+class WorkingRowsThatRunShort : public testing::TestWithParam<int> {};
+
+TEST_P(WorkingRowsThatRunShort, KeepAllRowsAndSumsAsTheyWere) {
+  std::vector<double> xs(700, 20.0);
+  for (int i = 0; i < GetParam(); ++i) xs[static_cast<std::size_t>(299 + 170 * i)] = 10.0;
+  const PointMatrix3 points = rows_at(xs);
+  WorkingRows working(points);
+  const double sum_of_x = working.sums().x;
+  EXPECT_FALSE(working.reject_beyond(kAtTen, 2.5, 3));
+  EXPECT_TRUE(same(copy_of(working), points));
+  EXPECT_EQ(working.sums().x, sum_of_x);
+}
+
+INSTANTIATE_TEST_SUITE_P(WithNoneOneOrTwoLeft, WorkingRowsThatRunShort, testing::Values(0, 1, 2));
+
+TEST(WorkingRows, PassARejectionThatLeavesExactlyTheFewest) {
+  WorkingRows working(rows_at({20.0, 10.0, 11.0, 0.0, 9.0}));
+  EXPECT_TRUE(working.reject_beyond(kAtTen, 2.5, 3));
+  EXPECT_EQ(working.rows().count, 3);
+  EXPECT_EQ(working.sums().x, 30.0);
+  EXPECT_EQ(working.sums().y, 1.0 + 2.0 + 4.0);
+  EXPECT_EQ(working.sums().z, 1.5);
+}
+
+TEST(WorkingRows, GiveBackNoRowsWhenNoneIsLeft) {
+  WorkingRows working(rows_at({20.0, 20.0}));
+  EXPECT_TRUE(working.reject_beyond(kAtTen, 2.5, 0));
+  EXPECT_EQ(working.release().rows(), 0);
+}
+
+TEST(WorkingRows, RejectBySigmasAsTheFilterDoes) {
+  Random random(3);
+  for (int run = 0; run < 200; ++run) {
+    const PointMatrix3 points = box_cloud(random, 3 + random.index(1500),
+                                          {random_rotation(random), {50.0, 20.0, 1.0}, {9, 8, 7}});
+    const PlaneAbcd plane(0.6, 0.0, 0.8, random.uniform(-20.0, 20.0));
+    std::vector<double> distances;
+    literal::plane_signed_distances(points, plane, distances);
+    PointMatrix3 expected;
+    literal::filter_by_sigma(points, distances, 1.5, expected);
+    WorkingRows working(points);
+    const bool enough = working.reject_beyond_sigmas(plane, 1.5, 3);
+    ASSERT_EQ(enough, expected.rows() >= 3);
+    ASSERT_TRUE(same(working.release(), enough ? expected : points));
+  }
+}
+
+}  // namespace
