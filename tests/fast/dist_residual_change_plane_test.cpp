@@ -2,9 +2,9 @@
 
 #include "ceres/rotation.h"
 #include "fast/quiet_functor.h"
+#include "fast_support.h"
 #include "simulation/random.h"
-#include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal_solve.h"
+#include "support/fast_literal_solve.h"
 
 namespace {
 

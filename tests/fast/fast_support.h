@@ -10,7 +10,7 @@
 
 #include "fast/point_sets.h"
 #include "kestrane/fast_calib.h"
-#include "tests/support/fast_scene.h"
+#include "support/fast_scene.h"
 
 namespace fast_support {
 

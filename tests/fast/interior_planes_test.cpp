@@ -1,9 +1,9 @@
 #include "fast/interior_planes.h"
 
+#include "fast_support.h"
 #include "fit/laser_geometry_fitter.h"
 #include "simulation/random.h"
-#include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal.h"
+#include "support/fast_literal.h"
 
 namespace {
 

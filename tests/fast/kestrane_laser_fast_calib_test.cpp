@@ -6,16 +6,16 @@
 #include <string>
 #include <type_traits>
 
+#include "engine_access.h"
 #include "fast/frame_filter.h"
 #include "fast/interior_planes.h"
 #include "fast/residual_measurement.h"
 #include "fast/transform_solve.h"
+#include "fast_support.h"
 #include "fit/laser_geometry_fitter.h"
 #include "kestrane/fast_calib.h"
 #include "simulation/random.h"
-#include "tests/fast/engine_access.h"
-#include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal_solve.h"
+#include "support/fast_literal_solve.h"
 
 namespace {
 
@@ -509,25 +509,46 @@ TEST(FastCalibration, RepeatsItsResultForTheSameInput) {
   }
 }
 
-TEST(FastCalibration, FailsWithTheIdentityWhereTheSolveGivesNothing) {
+// Frames of which the last one begins with two points at x = `odd` and survives. Bucket 1 is empty:
+// frame 0 is no number and takes the limit with it; frame 2 at position 1 is rejected; frame 3 at
+// position 2 is spared, since bucket 2 is rejected already.
+List frames_with_survivor(double odd) {
+  List list;
+  add_frame(list, 0, kNaN);
+  add_frame(list, 2, 1);
+  add_frame(list, 3, odd, 2);
+  for (int i = 0; i < 12; ++i) {
+    list.push_back({129.0, -12.0 + 2.0 * i, 230.0 + 10.0 * ((i * 5) % 12), 3});
+  }
+  return list;
+}
+
+TEST(FastCalibration, FailsWithTheIdentityWhereTheLastSolveGivesNothing) {
   fast_scene::Standard standard = flat_standard(1);
   KESTRANE_LASER_FAST_CALIB calib;
   calib.init();
   calib.set_laser_plane_standard(standard.host());
-  // Bucket 1 is empty. Frame 0 is no number and takes the limit with it; frame 2 at position 1 is
-  // rejected; frame 3 at position 2 is spared, since bucket 2 is rejected already.
-  List list;
-  add_frame(list, 0, kNaN);
-  add_frame(list, 2, 1);
-  List good = list;
-  add_frame(good, 3, 1, 4);
-  EXPECT_NE(calibrate(calib, {good}, 0, 0).max, -1000.0) << "points of frame 3 are left";
-  add_frame(list, 3, kInf, 2);
-  add_frame(list, 3, 1, 4);
-  const Result failed = calibrate(calib, {list}, 0, 0);
+  const Result failed = calibrate(calib, {frames_with_survivor(kNaN)}, 0, 0);
   EXPECT_EQ(failed.status, KESTRANE_ERR_SOLVE_FAILED);
   EXPECT_EQ(failed.complaints, "");
   expect_transform(failed.transform, {0, 0, 0, 1, 0, 0, 0});
+  expect_same(failed.mean, kNaN);
+  EXPECT_EQ(failed.max, 1.0) << "measured with the identity";
+}
+
+TEST(FastCalibration, GoesOnWithTheIdentityWhereTheFirstSolveGivesNothing) {
+  fast_scene::Standard standard = flat_standard(1);
+  KESTRANE_LASER_FAST_CALIB calib;
+  calib.init();
+  calib.set_laser_plane_standard(standard.host());
+  // The residual filter drops the infinite points, so that the second solve can be had.
+  const Result result = calibrate(calib, {frames_with_survivor(kInf)}, 0, 0);
+  EXPECT_EQ(result.complaints, "");
+  EXPECT_EQ(result.report.find("Termination: FAILURE"),
+            result.report.find('\n') - std::string("Termination: FAILURE").size());
+  ASSERT_EQ(result.status, KESTRANE_OK) << result.report;
+  constexpr double kSolver = 1e-3;
+  EXPECT_NEAR(result.max, 0.0, kSolver);
 }
 
 TEST(FastCalibration, GoesThroughWithoutASurvivingPoint) {
@@ -785,6 +806,39 @@ TEST_F(CoefficientSolve, WritesTheIdentityWhereTheSolveGivesNothing) {
   const std::vector<double> identity = {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0};
   for (std::size_t i = 0; i < 60; ++i) EXPECT_EQ(coeffs.slots[i], identity[i % 12]);
   EXPECT_NE(report_.find("FAILURE"), std::string::npos);
+}
+
+// --- Coefficients ---
+
+TEST(FastCalibrator, CalibratesCoefficientsWithoutAnInit) {
+  kestrane::LASER_PLANE_INDICATOR_MANAGER indicators;
+  kestrane::LASER_PLANE_GRID_CORNERS_MANAGER corners;
+  kestrane::LASER_PLANE_GRID_OPT_COEFFS_MANAGER old_lines, new_lines;
+  indicators.init(1);
+  corners.init(1);
+  old_lines.init(1);
+  new_lines.init(1);
+  std::vector<double> slots(1200, -7.0);
+  kestrane::_COMPENSATOR_COEFFS source{}, result{};
+  source.opt_coeffs = &old_lines;
+  result.opt_coeffs = &new_lines;
+  source.plane_count = 1;
+  result.Mbs_factory_to_user = slots.data();
+  old_lines.planes[0].lines[2].cells[3] = {{0.0, 1.0, -5.0}};
+  corners.planes[0].lines[2].cells[3] = {{5.005, 0, 0}};
+  KestraneLaserFastCalibrator engine;
+  ASSERT_EQ(engine.calib(indicators, corners, 31.0, source, result), KESTRANE_OK);
+  EXPECT_EQ(new_lines.planes[0].lines[2].cells[3].v[2], -5.0) << "no block was measured";
+  EXPECT_EQ(slots[0], 1.0);
+  EXPECT_EQ(slots[12], -7.0);
+  indicators.planes[0].lines[2].cells[3].v[1] = 0.1;
+  ASSERT_EQ(engine.calib(indicators, corners, 31.0, source, result), KESTRANE_OK);
+  // Ten samples at 5 and one at 5.005 in the middle of them: the line moves by an eleventh.
+  const double* line = new_lines.planes[0].lines[2].cells[3].v;
+  constexpr double kRounding = 1e-9;
+  EXPECT_NEAR(-(line[0] * 31.0 + line[2]) / line[1], 5.0 + 0.005 / 11, kRounding);
+  indicators.plane_count = 0;
+  EXPECT_EQ(engine.calib(indicators, corners, 31.0, source, result), KESTRANE_ERR_INVALID_PARAM);
 }
 
 }  // namespace

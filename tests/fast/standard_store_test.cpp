@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "tests/fast/fast_support.h"
+#include "fast_support.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "fast/residual_measurement.h"
+#include "fast_support.h"
 #include "simulation/random.h"
-#include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal_solve.h"
+#include "support/fast_literal_solve.h"
 
 namespace {
 
