@@ -10,6 +10,21 @@
 #include "kestrane/files.h"
 
 namespace kestrane {
+
+// Names in an explicit instantiation are not checked for access: the way to the private steps.
+template <auto size, auto neutral, auto table>
+struct PrivateSteps {
+  friend auto private_size() { return size; }
+  friend auto private_neutral() { return neutral; }
+  friend auto private_table() { return table; }
+};
+auto private_size();
+auto private_neutral();
+auto private_table();
+template struct PrivateSteps<&LASER_COMPENSATOR_COEFFS_MANAGER::alloc_buf_size,
+                             &LASER_COMPENSATOR_COEFFS_MANAGER::init_Mbs_factory_to_user,
+                             &LASER_COMPENSATOR_COEFFS_MANAGER::init_grid_opt_coeffs>;
+
 namespace {
 
 constexpr std::int32_t kTooMany = 200000;  // 4 GB of cells: beyond 32 bits
@@ -67,6 +82,37 @@ TEST(CompensatorCoeffsManager, StartsWithoutRangesAndWithAllTransformsNeutral) {
   for (int r = 0; r < 20; ++r) EXPECT_EQ(manager.range_first[r] | manager.range_last[r], 0);
   for (int i = 0; i < 1200; ++i)
     ASSERT_EQ(manager.Mbs_factory_to_user[i], identity_at(i % 12)) << i;
+}
+
+TEST(CompensatorCoeffsManager, MeasuresTheTransformsAsNinetySixHundredBytesForAnyCount) {
+  LASER_COMPENSATOR_COEFFS_MANAGER manager;
+  double store[1200] = {};
+  for (const std::int32_t count : {0, 1, 100, -5, std::numeric_limits<std::int32_t>::max()}) {
+    EXPECT_EQ((manager.*private_size())(store, count, false), 9600);
+    EXPECT_EQ(manager.Mbs_factory_to_user, nullptr);
+  }
+  EXPECT_EQ((manager.*private_size())(store, 3, true), 9600);
+  EXPECT_EQ(manager.Mbs_factory_to_user, store);
+}
+
+TEST(CompensatorCoeffsManager, WritesTheOnesOfTheNeutralTransformsAndNothingElse) {
+  LASER_COMPENSATOR_COEFFS_MANAGER manager;
+  double store[1201];
+  for (double& number : store) number = 7.0;
+  (manager.*private_neutral())(store);
+  for (int i = 0; i < 1200; ++i) ASSERT_EQ(store[i], identity_at(i % 12) == 1.0 ? 1.0 : 7.0) << i;
+  EXPECT_EQ(store[1200], 7.0);
+}
+
+TEST(CompensatorCoeffsManager, HangsAnyTableManagerBelowAnyRecord) {
+  LASER_COMPENSATOR_COEFFS_MANAGER manager;
+  LASER_PLANE_GRID_OPT_COEFFS_MANAGER table;
+  _COMPENSATOR_COEFFS record{};
+  EXPECT_EQ((manager.*private_table())(kTooMany, table, record), KESTRANE_ERR_NO_MEMORY);
+  EXPECT_EQ(record.opt_coeffs, nullptr);
+  EXPECT_EQ((manager.*private_table())(4, table, record), KESTRANE_OK);
+  EXPECT_EQ(record.opt_coeffs, &table);
+  EXPECT_EQ(table.plane_count, 4);
 }
 
 // The object is made in memory that is not clear, and what it leaves alone shows.
