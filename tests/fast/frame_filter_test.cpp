@@ -190,6 +190,21 @@ TEST(FilterFrames, BridgesFrameNumbersThatLieFarApart) {
   EXPECT_EQ(ids(filtered({list})[0]), (Ids{0, 1000000000, kLowest}));
 }
 
+TEST(FilterFrames, TellsFrameNumbersApartByAllOfTheirBits) {
+  for (int bit = 0; bit < 31; ++bit) {
+    const std::int32_t other = std::int32_t{1} << bit;
+    List list;
+    for (const double distance : {1.0, 5.0, 1.0}) {
+      add_frame(list, 0, distance);
+      add_frame(list, other, distance);
+    }
+    // Both means are 7/3; taken apart point by point, 5 would lie beyond the limit.
+    EXPECT_EQ(filtered({list})[0].size(), 6u) << bit;
+    add_frame(list, other, 40.0);
+    EXPECT_EQ(ids(filtered({list})[0]), (Ids{0, 0, 0})) << bit;
+  }
+}
+
 TEST(FilterFrames, MeasuresListsAgainstTheirOwnPlanes) {
   fast_scene::Standard standard = flat_standard(3);
   standard.fill(2, {{-0.00390625, 0, 0}});  // x = 256

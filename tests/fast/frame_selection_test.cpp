@@ -161,6 +161,13 @@ TEST(CollectPlanePoints, CountsShallowPointsInTheirFrameOnly) {
   EXPECT_EQ(collected({carried})[0].cols(), 32 + 7);
 }
 
+TEST(CollectPlanePoints, KeepsADepthThatIsNoNumberOutOfTheFit) {
+  List list;
+  for (int id = 0; id < 4; ++id) add_crossing_frame(list, id);
+  list.push_back({128.0, 0.0, kNaN, 2});
+  EXPECT_EQ(collected({list})[0].cols(), 33) << "it comes along with its frame";
+}
+
 TEST(CollectPlanePoints, FitsTheBandFrom220To350) {
   List list;
   for (int id = 0; id < 4; ++id) add_crossing_frame(list, id);
