@@ -95,8 +95,7 @@ void fit_sector_planes(_LASER_TYPE laser_type, const SectorClouds& sector_clouds
   for (std::size_t s = 0; s < sector_clouds.size(); ++s) {
     if (sector_clouds[s].rows() < kFewestSectorPoints) continue;
     PlaneAbcd plane = PlaneAbcd::Zero();
-    PlaneFitStats stats{};
-    if (fitter.fit_plane_robust(sector_clouds[s], plane, stats, sector_points[s], depth_band,
+    if (fitter.fit_plane_robust(sector_clouds[s], plane, sector_points[s], depth_band,
                                 kSectorFit)) {
       sector_planes[s] = plane;
     }

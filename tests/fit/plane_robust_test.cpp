@@ -281,6 +281,20 @@ TEST(FitPlaneRobust, EqualsItsLiteralFormToTheLastBitForShortClouds) {
   }
 }
 
+TEST(FitPlaneRobust, GivesTheSamePlaneAndInliersWithoutStatistics) {
+  Random random(12);
+  for (int run = 0; run < 100; ++run) {
+    const PointMatrix3 points = sheet_cloud(random, 2 + random.index(300), any_sheet(random));
+    const std::int32_t mode = random.index(4);
+    Result full, bare;
+    const bool fitted = robust(points, full, kBand, mode);
+    ASSERT_EQ(LaserGeometryFitter().fit_plane_robust(points, bare.plane, bare.inliers, kBand, mode),
+              fitted);
+    bare.stats = full.stats;
+    ASSERT_TRUE(same(bare, full)) << run;
+  }
+}
+
 TEST(FitPlaneRobust, EqualsItsLiteralFormForLongClouds) {
   Random random(9);
   for (int run = 0; run < 200; ++run) {
