@@ -3,8 +3,9 @@
 JOBS ?= $(shell nproc)
 DEMO_ARGS ?=
 BENCH_ARGS ?=
+FUZZ_SECONDS ?= 60
 
-.PHONY: help dependencies build test demo bench asan format clean
+.PHONY: help dependencies build test demo bench asan fuzz format clean
 
 help: ## list the targets
 	@grep -E '^[a-z]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
@@ -29,6 +30,15 @@ asan: dependencies ## run all tests under the address and undefined-behaviour sa
 	cmake --preset asan
 	cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan -j $(JOBS)
+
+fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
+	@scripts/install-dependencies.sh fuzz
+	cmake --preset fuzz
+	cmake --build --preset fuzz -j $(JOBS)
+	@cd build/fuzz/fuzz && for format in coefficient plane_block; do \
+	  ./$${format}_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -print_final_stats=1 \
+	    $${format}_corpus $${format}_seeds || exit 1; \
+	done
 
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

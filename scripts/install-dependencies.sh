@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the build and the tests need, and only those that are missing.
+#   install-dependencies.sh [group...]   with the packages of a group beside them: fuzz
 set -euo pipefail
 
 packages=(
@@ -7,6 +8,13 @@ packages=(
   libeigen3-dev libceres-dev libsuitesparse-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
+
+for group in "$@"; do
+  case $group in
+    fuzz) packages+=(clang libclang-rt-14-dev) ;;
+    *) echo "install-dependencies: no group named $group" >&2; exit 1 ;;
+  esac
+done
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
   echo "install-dependencies: no apt here; please install what these Debian packages hold:" >&2

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -287,19 +288,19 @@ TEST(CoefficientFile, StoresNegativeCountsAndReadsNothingForThem) {
   EXPECT_EQ(target->range_count, -4);
 }
 
-// A file whose counts are those of a full record but one, which is `count`.
+// A file with these counts, and as many numbers behind each as a record has room for.
 std::string with_counts(std::int32_t lines, std::int32_t cells, std::int32_t ranges,
                         std::int32_t matrices) {
   Bytes bytes;
   bytes.i(1).i(lines);
   for (int j = 0; j < lines && j < 16; ++j) {
     bytes.i(cells);
-    for (int v = 0; v < 3 * cells && v < 3 * 51; ++v) bytes.d(v);
+    for (int v = 0; v < 3 * std::min(cells, 51); ++v) bytes.d(v);
   }
   bytes.i(ranges);
-  for (int r = 0; r < 2 * ranges && r < 40; ++r) bytes.i(r);
+  for (int r = 0; r < 2 * std::min(ranges, 20); ++r) bytes.i(r);
   bytes.i(matrices);
-  for (int v = 0; v < 12 * matrices && v < 1200; ++v) bytes.d(v);
+  for (int v = 0; v < 12 * std::min(matrices, 100); ++v) bytes.d(v);
   return bytes;
 }
 

@@ -117,6 +117,20 @@ TEST(ReduceCentred, KeepsTheSingularValuesOfClouds) {
   }
 }
 
+// A first block that hardly adds to the column of the second: the reflection that joins it must not
+// subtract nearly equal numbers.
+TEST(ReduceCentred, JoinsPartsOfVeryDifferentSize) {
+  constexpr double kRounding = 1e-13;  // of the largest singular value
+  Random random(10);
+  PointMatrix3 points = 100.0 * scattered(random, 512);
+  points.topRows(256).col(0) *= 1e-8;
+  const Triangle t = reduce_centred(rows_of(points), kNoShift);
+  Eigen::Matrix3d r;
+  r << t.r00, t.r01, t.r02, 0.0, t.r11, t.r12, 0.0, 0.0, t.r22;
+  const Eigen::Matrix3d gram = points.transpose() * points;
+  EXPECT_LE((r.transpose() * r - gram).norm(), kRounding * gram.norm());
+}
+
 // One row is its own triangle up to sign: a reflection carries (3, 4, 12) to (-3, -4, -12).
 TEST(ReduceCentred, TurnsOneRowIntoTheFirstRowOfTheTriangle) {
   const Triangle t = reduce_centred(rows_of(cloud({{3.0, 4.0, 12.0}})), kNoShift);

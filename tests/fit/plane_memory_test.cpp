@@ -97,7 +97,8 @@ using namespace plane_clouds;
 using kestrane::LaserGeometryFitter;
 
 constexpr DepthBand kBand{100, 1000};
-constexpr std::size_t kSmallBlocks = 4096;  // lists of three, the allocator's rounding
+// Lists of three, and up to a page each that the allocator rounds the two large blocks up by.
+constexpr std::size_t kSmallBlocks = 3 * 4096;
 constexpr std::int32_t kSinglePass = 2;
 
 std::size_t bytes_of(const PointMatrix3& points) {
