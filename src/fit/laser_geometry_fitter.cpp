@@ -11,12 +11,18 @@ constexpr double kFirstRejection = 2.5;  // in the unit of the points
 constexpr double kSigmaRejection = 2.0;  // in sigmas
 constexpr std::int32_t kSinglePass = 2;  // the fit_mode without depth band and refits
 
-void report_fit(const WorkingRows& working, PlaneAbcd& plane, PlaneFitStats* stats) {
-  fit_rows(working.rows(), working.sums(), plane, stats);
-}
-
 PlaneAbcd passing_plane(const WorkingRows& working) {
   return passing_plane(working.rows(), working.sums());
+}
+
+// Statistics go with the decomposition of the whole cloud; who wants none gets the plane by
+// streaming, to rounding the same.
+void report_fit(const WorkingRows& working, PlaneAbcd& plane, PlaneFitStats* stats) {
+  if (stats != nullptr) {
+    fit_rows(working.rows(), working.sums(), plane, *stats);
+  } else {
+    plane = passing_plane(working);
+  }
 }
 
 // Plane and statistics stay those of all points, and no number of survivors is too small.

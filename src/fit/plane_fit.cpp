@@ -65,10 +65,10 @@ PlaneAbcd least_squares_plane(PointRows rows, const Centroid& m) {
 
 }  // namespace
 
-void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats* stats) {
+void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats& stats) {
   const Centroid m = centroid_of(sums, rows.count);
   plane = least_squares_plane(rows, m);
-  if (stats != nullptr) *stats = distance_stats(rows, m, plane);
+  stats = distance_stats(rows, m, plane);
 }
 
 bool streamed_plane(PointRows rows, const Centroid& centroid, PlaneAbcd& plane) {
@@ -93,7 +93,7 @@ PlaneAbcd passing_plane(PointRows rows, const PointSums& sums) {
 bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats) {
   const PointRows rows = rows_of(points);
   if (rows.count < 3) return false;
-  fit_rows(rows, sums_of(rows), plane, &stats);
+  fit_rows(rows, sums_of(rows), plane, stats);
   return true;
 }
 
