@@ -2,7 +2,6 @@
 // same work.
 #include <benchmark/benchmark.h>
 
-#include <Eigen/SVD>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -17,8 +16,9 @@
 #include "fit/solver_threads.h"
 #include "kestrane/fast_calib.h"
 #include "simulation/scanner.h"
-#include "tests/support/fast_literal_solve.h"
-#include "tests/support/fast_scene.h"
+#include "support/fast_literal_solve.h"
+#include "support/fast_scene.h"
+#include "support/literal_plane_fit.h"
 
 namespace {
 
@@ -76,80 +76,13 @@ void require(bool holds, const char* what) {
   std::exit(1);
 }
 
-// --- The plane fit as it is described: growing lists, copies, a decomposition with both factors.
-
-using Cloud = Eigen::Matrix<double, Eigen::Dynamic, 3, Eigen::RowMajor>;
-
-bool literal_svd(const Cloud& cloud, double* plane) {
-  if (cloud.rows() < 3) return false;
-  Eigen::Vector3d m = Eigen::Vector3d::Zero();
-  for (Eigen::Index i = 0; i < cloud.rows(); ++i) m += cloud.row(i).transpose();
-  m /= static_cast<double>(cloud.rows());
-  Eigen::MatrixXd centred(cloud.rows(), 3);
-  for (Eigen::Index i = 0; i < cloud.rows(); ++i) centred.row(i) = cloud.row(i) - m.transpose();
-  const Eigen::JacobiSVD<Eigen::MatrixXd> svd(centred, Eigen::ComputeThinU | Eigen::ComputeThinV);
-  Eigen::Vector3d n = svd.matrixV().col(2);
-  double d = -n.dot(m);
-  Eigen::Index positive = 0;
-  for (Eigen::Index i = 0; i < cloud.rows(); ++i) positive += cloud.row(i).dot(n) > 0.0 ? 1 : 0;
-  if (positive < cloud.rows() - positive) {
-    n = -n;
-    d = -d;
-  }
-  for (int i = 0; i < 3; ++i) plane[i] = n[i];
-  plane[3] = d;
-  return true;
-}
-
-std::vector<double> literal_distances(const Cloud& cloud, const double* plane) {
-  const double s = plane[3] + 2.220446049250313e-16;
-  double p = plane[0] / s, q = plane[1] / s, t = plane[2] / s, k = 1.0;
-  if (0.0 > p) {
-    p = -p;
-    q = -q;
-    t = -t;
-    k = -1.0;
-  }
-  const double w = 1.0 / std::sqrt(t * t + (p * p + q * q));
-  std::vector<double> distances;
-  for (Eigen::Index i = 0; i < cloud.rows(); ++i) {
-    distances.push_back((t * cloud(i, 2) + (p * cloud(i, 0) + q * cloud(i, 1)) + k) * w);
-  }
-  return distances;
-}
-
-template <class Keep>
-Cloud literal_rows(const Cloud& cloud, Keep keep) {
-  std::vector<Eigen::Vector3d> rows;
-  for (Eigen::Index i = 0; i < cloud.rows(); ++i) {
-    if (keep(i)) rows.push_back(cloud.row(i).transpose());
-  }
-  Cloud kept(static_cast<Eigen::Index>(rows.size()), 3);
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    kept.row(static_cast<Eigen::Index>(i)) = rows[i].transpose();
-  }
-  return kept;
-}
-
-void literal_fit(const Cloud& cloud, double* plane) {
-  if (cloud.rows() < 3) return;
-  Cloud rows = literal_rows(
-      cloud, [&](Eigen::Index i) { return !(220.0 > cloud(i, 2) || cloud(i, 2) > 350.0); });
-  if (!literal_svd(rows, plane)) return;
-  std::vector<double> d = literal_distances(rows, plane);
-  rows = literal_rows(
-      rows, [&](Eigen::Index i) { return !(std::abs(d[static_cast<std::size_t>(i)]) > 2.5); });
-  if (!literal_svd(rows, plane)) return;
-  d = literal_distances(rows, plane);
-  double sum = 0.0, squares = 0.0;
-  for (const double v : d) sum += v;
-  for (const double v : d) squares += (v - sum) * (v - sum);
-  const double sigma = std::sqrt(squares / static_cast<double>(d.size()));
-  rows = literal_rows(rows, [&](Eigen::Index i) {
-    const double v = d[static_cast<std::size_t>(i)];
-    return !(sum - sigma * 2.0 > v || v > sigma * 2.0 + sum);
-  });
-  literal_svd(rows, plane);
+// The plane fit of the literal form: a literal one too.
+void literal_fit(const kestrane::PointMatrix3& cloud, double* plane) {
+  literal::PlaneAbcd abcd(plane[0], plane[1], plane[2], plane[3]);
+  literal::PlaneFitStats stats{};
+  literal::PointMatrix3 inliers;
+  literal::fit_plane_robust(cloud, abcd, stats, inliers, {220, 350}, 0);
+  for (int i = 0; i < 4; ++i) plane[i] = abcd[i];
 }
 
 // --- The whole ---

@@ -115,7 +115,7 @@ class DIST_RESIDUAL_CHANGE_PLANE {
   const _LASER_PLANE_BLOCK_INFOS* const* standard;
   std::int32_t plane;
   std::int32_t foot_axis_ = kNoCell;
-  double weight;  // never read
+  [[maybe_unused]] double weight;  // never read
   double foot_ = 0.0;
   double unit_normal_[3] = {0.0, 0.0, 0.0};
 };

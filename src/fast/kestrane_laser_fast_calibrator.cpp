@@ -58,9 +58,11 @@ _MRV_EXTRINSIC_PARAM extrinsic_of(const Eigen::Matrix4d& transform) {
   return extrinsic;
 }
 
-void write_slot(const _MRV_EXTRINSIC_PARAM& extrinsic, std::int32_t plane,
+void write_slot(const _MRV_EXTRINSIC_PARAM& extrinsic, std::int64_t plane,
                 _COMPENSATOR_COEFFS& coeffs) {
-  double* slot = coeffs.Mbs_factory_to_user + 12 * static_cast<std::ptrdiff_t>(plane);
+  KESTRANE_PROMISE(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
+  if (plane < 0 || plane >= kMaxPlanes) return;
+  double* slot = coeffs.Mbs_factory_to_user + 12 * plane;
   std::copy_n(extrinsic.T, 3, std::copy_n(extrinsic.R, 9, slot));
 }
 
@@ -155,8 +157,7 @@ _KESTRANE_STATUS KestraneLaserFastCalibrator::calib_Rt(const FrameLists& frames,
   Eigen::Matrix4d transform;
   solve_transform(points, &standard, first_plane, last_plane, transform);
   const _MRV_EXTRINSIC_PARAM solved = extrinsic_of(transform);
-  for (std::int32_t plane = first_plane; plane <= last_plane; ++plane) {
-    KESTRANE_PROMISE(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
+  for (std::int64_t plane = first_plane; plane <= last_plane; ++plane) {
     write_slot(solved, plane, coeffs_out);
   }
   return KESTRANE_OK;

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "ceres/solver.h"
+#include "fit/solver_silence.h"
 #include "fit/solver_threads.h"
 
 namespace kestrane {
@@ -19,7 +20,7 @@ ceres::Solver::Options solver_options() {
   options.max_num_iterations = kMostIterations;
   options.num_threads = solver_threads();
   options.linear_solver_type = ceres::ITERATIVE_SCHUR;
-  options.logging_type = ceres::SILENT;  // nothing on standard error
+  options.logging_type = ceres::SILENT;
   return options;
 }
 
@@ -65,6 +66,7 @@ _KESTRANE_STATUS solve_transform(const PointSets& points,
   add_residual_blocks(problem, parts, points, standard, first_plane, rotation.data(),
                       translation.data());
   ceres::Solver::Summary summary;
+  const SolverSilence silence;
   ceres::Solve(solver_options(), &problem, &summary);
   std::cout << summary.BriefReport() << std::endl;
   if (!summary.IsSolutionUsable()) return KESTRANE_ERR_SOLVE_FAILED;

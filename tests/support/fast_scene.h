@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "kestrane/buffers.h"
@@ -14,22 +15,22 @@ namespace fast_scene {
 class Standard {
  public:
   explicit Standard(std::int32_t planes) {
-    group_.init(planes);
-    for (std::int32_t p = 0; p < planes; ++p) rows_.push_back({group_.planes[p].block, {0, 0, 0}});
+    group_->init(planes);
+    for (std::int32_t p = 0; p < planes; ++p) rows_.push_back({group_->planes[p].block, {0, 0, 0}});
   }
 
   explicit Standard(const std::vector<simulation::Sheet>& sheets)
       : Standard(static_cast<std::int32_t>(sheets.size())) {
     for (std::size_t p = 0; p < sheets.size(); ++p) {
-      simulation::fill_true_table(sheets[p], {}, *group_.grids, group_.planes[p].block);
+      simulation::fill_true_table(sheets[p], {}, *group_->grids, group_->planes[p].block);
     }
   }
 
-  const kestrane::_LASER_PLANE_BLOCK_INFOS& table() const { return group_; }
-  const kestrane::_LASER_PLANE_GRIDS& grids() const { return *group_.grids; }
-  kestrane::_LASER_PLANE_GRIDS& grids() { return *group_.grids; }
+  const kestrane::_LASER_PLANE_BLOCK_INFOS& table() const { return *group_; }
+  const kestrane::_LASER_PLANE_GRIDS& grids() const { return *group_->grids; }
+  kestrane::_LASER_PLANE_GRIDS& grids() { return *group_->grids; }
   kestrane::_LASER_TRIPLE& cell(int plane, int line, int cell) {
-    return group_.planes[plane].block.lines[line].cells[cell];
+    return group_->planes[plane].block.lines[line].cells[cell];
   }
 
   // All cells of one plane alike.
@@ -40,11 +41,12 @@ class Standard {
   }
 
   _MRV_LASER_PLANE_BLOCK_INFOS host() {
-    return {rows_.data(), group_.grids, static_cast<std::int32_t>(rows_.size())};
+    return {rows_.data(), group_->grids, static_cast<std::int32_t>(rows_.size())};
   }
 
  private:
-  kestrane::LASER_PLANE_BLOCK_INFOS_GROUP group_;
+  std::unique_ptr<kestrane::LASER_PLANE_BLOCK_INFOS_GROUP> group_ =
+      std::make_unique<kestrane::LASER_PLANE_BLOCK_INFOS_GROUP>();
   std::vector<_MRV_LASER_PLANE_BLOCK_INFO> rows_;
 };
 

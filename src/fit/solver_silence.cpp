@@ -1,0 +1,33 @@
+#include "fit/solver_silence.h"
+
+#include <glog/logging.h>
+
+#include <mutex>
+
+namespace kestrane {
+namespace {
+
+// Set up by the compiler: nothing runs at load time.
+std::mutex lock;
+int lives = 0;
+bool raised = false;
+int level_before = 0;
+
+}  // namespace
+
+SolverSilence::SolverSilence() {
+  const std::lock_guard<std::mutex> guard(lock);
+  if (lives++ > 0 || google::IsGoogleLoggingInitialized()) return;
+  raised = true;
+  level_before = FLAGS_minloglevel;
+  FLAGS_minloglevel = google::GLOG_FATAL;
+}
+
+SolverSilence::~SolverSilence() {
+  const std::lock_guard<std::mutex> guard(lock);
+  if (--lives > 0 || !raised) return;
+  raised = false;
+  FLAGS_minloglevel = level_before;
+}
+
+}  // namespace kestrane

@@ -1,0 +1,310 @@
+#include "fast/transform_solve.h"
+
+#include <sched.h>
+
+#include <cstdio>
+#include <string>
+
+#include "fast/residual_measurement.h"
+#include "fast_support.h"
+#include "simulation/random.h"
+#include "support/fast_literal_solve.h"
+
+namespace {
+
+using namespace fast_support;
+using kestrane::filter_point_by_residual;
+using kestrane::solve_transform;
+using simulation::Random;
+
+int blocks_of(const PointSets& points) {
+  static const fast_scene::Standard standard = flat_standard(10);
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+  double rotation[3] = {0, 0, 0}, translation[3] = {0, 0, 0};
+  kestrane::ResidualParts parts;
+  ceres::Problem problem(kestrane::borrowed_parts());
+  kestrane::add_residual_blocks(problem, parts, points, &table, 0, rotation, translation);
+  return problem.NumResidualBlocks();
+}
+
+PlanePoints on_sheet(int count) {
+  PlanePoints points(3, count);
+  for (int j = 0; j < count; ++j) points.col(j) << 128.0, -60.0 + 8.0 * (j % 16), 224.0 + 4.0 * j;
+  return points;
+}
+
+TEST(AddResidualBlocks, TakesEverySecondPointAndTheFirst) {
+  for (int count = 0; count <= 7; ++count) {
+    EXPECT_EQ(blocks_of({on_sheet(count)}), (count + 1) / 2) << count;
+  }
+}
+
+TEST(AddResidualBlocks, StartsAnewWithEachPlane) {
+  EXPECT_EQ(blocks_of({on_sheet(3), on_sheet(0), on_sheet(1), on_sheet(4)}), 5);
+}
+
+TEST(AddResidualBlocks, GivesEachBlockRotationThenTranslationAndTheSharedLoss) {
+  const fast_scene::Standard standard = flat_standard(2);
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+  double rotation[3] = {0, 0, 0}, translation[3] = {0, 0, 0};
+  kestrane::ResidualParts parts;
+  ceres::Problem problem(kestrane::borrowed_parts());
+  kestrane::add_residual_blocks(problem, parts, {on_sheet(4), on_sheet(2)}, &table, 0, rotation,
+                                translation);
+  std::vector<ceres::ResidualBlockId> blocks;
+  problem.GetResidualBlocks(&blocks);
+  ASSERT_EQ(blocks.size(), 3u);
+  for (const auto& block : blocks) {
+    std::vector<double*> parameters;
+    problem.GetParameterBlocksForResidualBlock(block, &parameters);
+    EXPECT_EQ(parameters, (std::vector<double*>{rotation, translation}));
+    EXPECT_EQ(problem.GetLossFunctionForResidualBlock(block), &parts.loss);
+  }
+}
+
+TEST(AddResidualBlocks, WeighsWithACauchyLossOfScaleOneTenth) {
+  const fast_scene::Standard standard = flat_standard(1);
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+  double rotation[3] = {0, 0, 0}, translation[3] = {0, 0, 0};
+  kestrane::ResidualParts parts;
+  ceres::Problem problem(kestrane::borrowed_parts());
+  kestrane::add_residual_blocks(problem, parts, {columns({{130.0, 0, 300}})}, &table, 0, rotation,
+                                translation);
+  double cost = 0;
+  problem.Evaluate({}, &cost, nullptr, nullptr, nullptr);
+  constexpr double kRounding = 1e-15;
+  EXPECT_NEAR(cost, 0.5 * 0.01 * std::log(1 + 2.0 * 2.0 / 0.01), kRounding);
+}
+
+// A solve with both outputs captured.
+struct Solved {
+  _KESTRANE_STATUS status;
+  Eigen::Matrix4d transform = Eigen::Matrix4d::Constant(-7);
+  std::string report;
+  std::string complaints;
+};
+
+Solved solve(const PointSets& points, const fast_scene::Standard& standard, int first = 0) {
+  Solved result;
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  result.status = solve_transform(points, &table, first, 0, result.transform);
+  result.complaints = testing::internal::GetCapturedStderr();
+  result.report = testing::internal::GetCapturedStdout();
+  return result;
+}
+
+void expect_identity(const Eigen::Matrix4d& transform) {
+  for (int i = 0; i < 4; ++i) {
+    for (int j = 0; j < 4; ++j) EXPECT_EQ(transform(i, j), i == j ? 1.0 : 0.0);
+  }
+}
+
+TEST(SolveTransform, LeavesPointsOnTheirCellsWhereTheyAre) {
+  const Solved solved = solve({on_sheet(24)}, flat_standard(1));
+  EXPECT_EQ(solved.status, KESTRANE_OK);
+  expect_identity(solved.transform);
+}
+
+TEST(SolveTransform, EndsWithTheIdentityWithoutPoints) {
+  for (const PointSets& points : {PointSets{}, PointSets(3, PlanePoints(3, 0))}) {
+    const Solved solved = solve(points, flat_standard(1));
+    EXPECT_EQ(solved.status, KESTRANE_OK);
+    expect_identity(solved.transform);
+  }
+}
+
+TEST(SolveTransform, EndsWithTheIdentityWherePointsHaveNoCells) {
+  const Solved solved = solve({columns({{128, 0, 2000}, {128, 0, 300}})}, flat_standard(1));
+  EXPECT_EQ(solved.status, KESTRANE_OK);
+  expect_identity(solved.transform);
+}
+
+TEST(SolveTransform, CannotUseAPointThatIsNoNumber) {
+  const Solved solved =
+      solve({columns({{128, 0, 300}, {0, 0, 0}, {kNaN, 0, 300}})}, flat_standard(1));
+  EXPECT_EQ(solved.status, KESTRANE_ERR_SOLVE_FAILED);
+  expect_identity(solved.transform);
+}
+
+TEST(SolveTransform, DoesNotSeeThePointsInBetween) {
+  const Solved solved =
+      solve({columns({{128, 0, 300}, {kNaN, 0, 300}, {128, 9, 310}})}, flat_standard(1));
+  EXPECT_EQ(solved.status, KESTRANE_OK);
+  expect_identity(solved.transform);
+}
+
+TEST(SolveTransform, WritesOneReportAndNothingElse) {
+  const Solved solved = solve({on_sheet(24)}, flat_standard(1));
+  EXPECT_EQ(solved.report.rfind("Ceres Solver Report: Iterations: ", 0), 0u) << solved.report;
+  EXPECT_NE(solved.report.find("Termination: CONVERGENCE\n"), std::string::npos);
+  EXPECT_EQ(solved.report.find('\n'), solved.report.size() - 1);
+  EXPECT_EQ(solved.complaints, "");
+}
+
+TEST(SolveTransform, ReportsASolveThatIsNotUsableToo) {
+  const Solved solved = solve({columns({{kInf, 0, 300}})}, flat_standard(1));
+  EXPECT_EQ(solved.status, KESTRANE_ERR_SOLVE_FAILED);
+  EXPECT_NE(solved.report.find("Termination: FAILURE\n"), std::string::npos) << solved.report;
+}
+
+TEST(SolveTransform, FlushesTheReport) {
+  const fast_scene::Standard standard = flat_standard(1);
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+  class CountingBuffer : public std::stringbuf {
+   public:
+    int flushes = 0;
+
+   protected:
+    int sync() override {
+      ++flushes;
+      return 0;
+    }
+  } buffer;
+  std::streambuf* before = std::cout.rdbuf(&buffer);
+  Eigen::Matrix4d transform;
+  solve_transform({on_sheet(4)}, &table, 0, 0, transform);
+  std::cout.rdbuf(before);
+  EXPECT_GE(buffer.flushes, 1);
+  EXPECT_EQ(buffer.str().back(), '\n');
+}
+
+TEST(SolveTransform, StaysOffStandardErrorWhateverThePointsAre) {
+  fast_scene::Standard odd = flat_standard(2);
+  odd.cell(0, 7, 5) = {{0.0, 0.5, 0.25}};
+  odd.cell(0, 7, 6) = {{kNaN, 0.5, 0.25}};
+  odd.cell(0, 7, 7) = {{kInf, 0.0, 0.0}};
+  odd.cell(0, 7, 8) = {{1e200, 1e-200, 0.0}};
+  odd.cell(0, 7, 9) = {{1e-15, 0.0, 0.0}};
+  const std::vector<Eigen::Vector3d> points = {
+      {128, 0, 300},    {kNaN, 0, 300},   {kInf, 0, 300}, {-kInf, 0, 300},  {128, 0, 325},
+      {128, 0, 350},    {128, 0, 380},    {128, 0, 410},  {1e200, 0, 300},  {1e308, 0, 425},
+      {-1e160, 0, 440}, {128, kNaN, 300}, {128, 0, kNaN}, {128, kInf, 300}, {1e154, 0, 500}};
+  for (const Eigen::Vector3d& point : points) {
+    const Solved alone = solve({columns({point})}, odd);
+    EXPECT_EQ(alone.complaints, "") << point.transpose();
+    const Solved among = solve({on_sheet(24), columns({point, point, point})}, odd);
+    EXPECT_EQ(among.complaints, "") << point.transpose();
+  }
+}
+
+TEST(SolveTransform, AsksForNoMoreThreadsThanThereAre) {
+  cpu_set_t before;
+  ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
+  cpu_set_t single;
+  CPU_ZERO(&single);
+  for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&single) == 0; ++cpu) {
+    if (CPU_ISSET(cpu, &before)) CPU_SET(cpu, &single);
+  }
+  ASSERT_EQ(sched_setaffinity(0, sizeof single, &single), 0);
+  const Solved solved = solve({on_sheet(24)}, flat_standard(1));
+  sched_setaffinity(0, sizeof before, &before);
+  EXPECT_EQ(solved.status, KESTRANE_OK);
+  EXPECT_EQ(solved.complaints, "");
+}
+
+TEST(SolveTransform, FindsTheShiftOfASheet) {
+  PlanePoints points = on_sheet(200);
+  for (Eigen::Index j = 0; j < points.cols(); ++j) {
+    points.col(j) << 128.5, -60.0 + 0.6 * static_cast<double>(j),
+        220.0 + 0.6 * static_cast<double>((j * 37) % 200);
+  }
+  const Solved solved = solve({points}, flat_standard(1));
+  ASSERT_EQ(solved.status, KESTRANE_OK);
+  // The solver stops at a relative change of the cost of 1e-6; in x that is far below this.
+  constexpr double kSolver = 1e-4;
+  const Eigen::Matrix3d R = solved.transform.topLeftCorner<3, 3>();
+  const Eigen::Vector3d t = solved.transform.topRightCorner<3, 1>();
+  const Eigen::Vector3d normal = R.col(0);
+  for (Eigen::Index j = 0; j < points.cols(); ++j) {
+    EXPECT_NEAR(normal.dot(points.col(j) - (128.0 * normal + t)), 0.0, kSolver);
+  }
+  constexpr double kOrthonormal = 1e-14;
+  EXPECT_NEAR((R * R.transpose() - Eigen::Matrix3d::Identity()).norm(), 0.0, kOrthonormal);
+  EXPECT_EQ(solved.transform(3, 0), 0.0);
+  EXPECT_EQ(solved.transform(3, 3), 1.0);
+}
+
+TEST(SolveTransform, AgreesWithTheLiteralSolve) {
+  const auto sheets = simulation::make_device({.planes = 6});
+  const fast_scene::Standard standard(sheets);
+  simulation::CloudSettings settings = simulation::field_cloud_settings();
+  settings.points = 800;
+  PointSets points;
+  for (const List& list : fast_scene::measure_all(
+           sheets, simulation::rigid_motion({3e-4, -2e-4, 4e-4}, {0.15, 0.0, -0.1}), settings)) {
+    points.push_back(matrix_of(list));
+  }
+  const Solved solved = solve(points, standard);
+  _MRV_EXTRINSIC_PARAM expected;
+  ASSERT_TRUE(literal::solve_transform(points, &standard.table(), 0, expected));
+  // Equal evaluations; what is left is the order in which the solver's threads add up, enlarged
+  // along y, which the sheets hardly fix.
+  constexpr double kThreads = 1e-7;
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) {
+      EXPECT_NEAR(solved.transform(i, j), expected.R[3 * i + j], kThreads);
+    }
+  }
+  EXPECT_NEAR(solved.transform(0, 3), expected.T[0], kThreads);
+  EXPECT_NEAR(solved.transform(2, 3), expected.T[2], kThreads);
+}
+
+TEST(FilterPointByResidual, KeepsExactlyOneAndAHalf) {
+  PointSets kept;
+  filter_point_by_residual({columns({{1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {4, 0, 0}})},
+                           {{1.5, 1.5000000001, 0.0, 7.0}}, kept);
+  ASSERT_EQ(kept.size(), 1u);
+  expect_same(kept[0], columns({{1, 0, 0}, {3, 0, 0}}));
+}
+
+TEST(FilterPointByResidual, KeepsAPointWhoseResidualIsNoNumber) {
+  PointSets kept;
+  filter_point_by_residual({columns({{1, 0, 0}, {2, 0, 0}})}, {{kNaN, kInf}}, kept);
+  expect_same(kept[0], columns({{1, 0, 0}}));
+}
+
+TEST(FilterPointByResidual, KeepsAPointWithoutACell) {
+  const fast_scene::Standard standard = flat_standard(1);
+  const PointSets points = {columns({{140, 0, 300}, {140, 0, 2000}})};
+  ResidualSets residuals(1);
+  kestrane::measure_residuals(points, standard.table(), 0, literal::identity(), residuals);
+  PointSets kept;
+  filter_point_by_residual(points, residuals, kept);
+  expect_same(kept[0], columns({{140, 0, 2000}}));
+}
+
+TEST(FilterPointByResidual, KeepsAPlaceForEveryPlane) {
+  PointSets kept;
+  filter_point_by_residual({columns({{1, 0, 0}}), PlanePoints(3, 0), columns({{2, 0, 0}})},
+                           {{9.0}, {}, {1.0}}, kept);
+  ASSERT_EQ(kept.size(), 3u);
+  EXPECT_EQ(kept[0].cols(), 0);
+  EXPECT_EQ(kept[1].cols(), 0);
+  EXPECT_EQ(kept[2].cols(), 1);
+}
+
+TEST(FilterPointByResidual, EqualsThePlainTwinOnRandomInput) {
+  Random random(8);
+  for (int round = 0; round < 200; ++round) {
+    PointSets points;
+    ResidualSets residuals;
+    for (int i = 0; i < 3; ++i) {
+      PlanePoints set(3, random.index(60));
+      residuals.emplace_back();
+      for (Eigen::Index j = 0; j < set.cols(); ++j) {
+        set.col(j) << random.gaussian(), random.gaussian(), random.gaussian();
+        residuals.back().push_back(random.index(20) == 0 ? kNaN : random.uniform(0, 3));
+      }
+      points.push_back(set);
+    }
+    PointSets kept, expected;
+    filter_point_by_residual(points, residuals, kept);
+    literal::filter_point_by_residual(points, residuals, expected);
+    ASSERT_EQ(kept.size(), expected.size());
+    for (std::size_t i = 0; i < kept.size(); ++i) expect_same(kept[i], expected[i]);
+  }
+}
+
+}  // namespace
