@@ -51,10 +51,8 @@ PointMatrix3 copy_points(const _KESTRANE_ID_POINT3DS& points) {
 bool fit_whole_plane(const PointMatrix3& points, _LASER_TYPE type, PlaneAbcd& plane) {
   LaserGeometryFitter fitter;
   fitter.set_params(false, 0, 0.0, 0.0);
-  PlaneFitStats stats{};
-  PointMatrix3 inliers;
-  return fitter.fit_plane_robust(points, plane, stats, inliers, depth_band_of(type),
-                                 kWholePlaneFit);
+  PointMatrix3 inliers;  // not wanted
+  return fitter.fit_plane_robust(points, plane, inliers, depth_band_of(type), kWholePlaneFit);
 }
 
 // From the unit normal form to the table's. The guard is added whatever the sign of d.

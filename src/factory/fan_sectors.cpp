@@ -45,15 +45,17 @@ BorderSlopes slopes_of(const FanDividers& normals) {
 // negative. A product that is NaN is not.
 //
 // The products rise or fall steadily with the tangent, also after rounding: in front of the scanner
-// the negative ones are the last ones, behind it the first ones. So they are counted, without a
-// branch that would have to guess.
+// the negative ones are the last ones, and halving finds the first of them; behind it they are the
+// first ones, if there are any. No branch has to guess where a point lies.
 std::size_t first_border_above(const BorderSlopes& slopes, const Eigen::Vector3d& q) {
   const double across = q.x() * 0.0 + q.y();  // NaN where x is infinite
-  std::int64_t below = 0;
-  for (std::size_t k = 0; k < kBorders; ++k) below += across + q.z() * slopes[k] < 0.0 ? 1 : 0;
-  const auto count = static_cast<std::size_t>(below);
-  if (q.z() < 0.0) return count > 0 ? 0 : kBorders;
-  return kBorders - count;
+  const auto below = [&](std::size_t k) { return across + q.z() * slopes[k] < 0.0; };
+  if (q.z() < 0.0) return below(0) ? 0 : kBorders;
+  std::size_t first = 0;
+  for (const std::size_t half : {8u, 4u, 2u, 1u}) {
+    first += half * static_cast<std::size_t>(!below(first + half - 1));
+  }
+  return first + static_cast<std::size_t>(!below(first));
 }
 
 }  // namespace
@@ -95,8 +97,7 @@ void fit_sector_planes(_LASER_TYPE laser_type, const SectorClouds& sector_clouds
   for (std::size_t s = 0; s < sector_clouds.size(); ++s) {
     if (sector_clouds[s].rows() < kFewestSectorPoints) continue;
     PlaneAbcd plane = PlaneAbcd::Zero();
-    PlaneFitStats stats{};
-    if (fitter.fit_plane_robust(sector_clouds[s], plane, stats, sector_points[s], depth_band,
+    if (fitter.fit_plane_robust(sector_clouds[s], plane, sector_points[s], depth_band,
                                 kSectorFit)) {
       sector_planes[s] = plane;
     }

@@ -11,29 +11,50 @@ constexpr double kFirstRejection = 2.5;  // in the unit of the points
 constexpr double kSigmaRejection = 2.0;  // in sigmas
 constexpr std::int32_t kSinglePass = 2;  // the fit_mode without depth band and refits
 
-void report_fit(const WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
-  fit_rows(working.rows(), working.sums(), plane, stats);
-}
-
 PlaneAbcd passing_plane(const WorkingRows& working) {
   return passing_plane(working.rows(), working.sums());
 }
 
+// Statistics go with the decomposition of the whole cloud; who wants none gets the plane by
+// streaming, to rounding the same.
+void report_fit(const WorkingRows& working, PlaneAbcd& plane, PlaneFitStats* stats) {
+  if (stats != nullptr) {
+    fit_rows(working.rows(), working.sums(), plane, *stats);
+  } else {
+    plane = passing_plane(working);
+  }
+}
+
 // Plane and statistics stay those of all points, and no number of survivors is too small.
-void fit_once(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
+void fit_once(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats* stats) {
   report_fit(working, plane, stats);
   working.reject_beyond_sigmas(plane, kSigmaRejection, 0);
 }
 
 // Of a fit that is followed by another nothing shows but the rows that its plane rejects, unless
 // the rejection fails: then the rows are still there, and the fit is reported after all.
-bool fit_with_rejections(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats& stats) {
+bool fit_with_rejections(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats* stats) {
   if (working.rows().count < kFewestRows) return false;
   const bool enough =
       working.reject_beyond(passing_plane(working), kFirstRejection, kFewestRows) &&
       working.reject_beyond_sigmas(passing_plane(working), kSigmaRejection, kFewestRows);
   report_fit(working, plane, stats);
   return enough;
+}
+
+bool fit_robust(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats* stats,
+                PointMatrix3& inliers, DepthBand band, std::int32_t fit_mode) {
+  if (points.rows() < kFewestRows) return false;
+  if (fit_mode == kSinglePass) {
+    WorkingRows working(points);
+    fit_once(working, plane, stats);
+    inliers = working.release();
+    return true;
+  }
+  WorkingRows working(points, band);
+  if (!fit_with_rejections(working, plane, stats)) return false;
+  inliers = working.release();
+  return true;
 }
 
 }  // namespace
@@ -49,17 +70,13 @@ void LaserGeometryFitter::set_params(bool use_consensus, std::int32_t consensus_
 bool LaserGeometryFitter::fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane,
                                            PlaneFitStats& stats, PointMatrix3& inliers,
                                            DepthBand band, std::int32_t fit_mode) const {
-  if (points.rows() < kFewestRows) return false;
-  if (fit_mode == kSinglePass) {
-    WorkingRows working(points);
-    fit_once(working, plane, stats);
-    inliers = working.release();
-    return true;
-  }
-  WorkingRows working(points, band);
-  if (!fit_with_rejections(working, plane, stats)) return false;
-  inliers = working.release();
-  return true;
+  return fit_robust(points, plane, &stats, inliers, band, fit_mode);
+}
+
+bool LaserGeometryFitter::fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane,
+                                           PointMatrix3& inliers, DepthBand band,
+                                           std::int32_t fit_mode) const {
+  return fit_robust(points, plane, nullptr, inliers, band, fit_mode);
 }
 
 bool LaserGeometryFitter::fit_line(const PointMatrix2& points, LineAbc& line,

@@ -30,6 +30,11 @@ class LaserGeometryFitter {
   bool fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats,
                         PointMatrix3& inliers, DepthBand band, std::int32_t fit_mode) const;
 
+  // The same inliers and, to rounding, the same plane without the statistics, for callers who would
+  // drop them: a third of the work less.
+  bool fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane, PointMatrix3& inliers,
+                        DepthBand band, std::int32_t fit_mode) const;
+
   // A line through `points`; with `use_consensus` through the inliers of a consensus search.
   //
   // points         N x 2, read

@@ -25,8 +25,7 @@ bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& 
 // The same for rows with their coordinate sums at hand, at least 3 of them.
 void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats& stats);
 
-// The plane alone, to rounding: good enough to tell outliers from it, at a tenth of the cost. At
-// least 3 rows.
+// The plane alone, to rounding, at a tenth of the cost. At least 3 rows.
 PlaneAbcd passing_plane(PointRows rows, const PointSums& sums);
 
 // The same by streaming over the rows. False, with nothing written, where rounding would show: too

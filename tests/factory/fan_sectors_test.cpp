@@ -211,9 +211,8 @@ TEST(SectorFit, GivesWhatTheRobustFitGives) {
   kestrane::fit_sector_planes(kestrane::LASER_TYPE_STANDARD, clouds, planes, kept);
   for (std::size_t s = 0; s < 15; ++s) {
     PlaneAbcd plane;
-    kestrane::PlaneFitStats stats{};
     PointMatrix3 inliers;
-    ASSERT_TRUE(kestrane::LaserGeometryFitter().fit_plane_robust(clouds[s], plane, stats, inliers,
+    ASSERT_TRUE(kestrane::LaserGeometryFitter().fit_plane_robust(clouds[s], plane, inliers,
                                                                  {100, 1000}, 1));
     EXPECT_TRUE(planes[s] == plane);
     EXPECT_TRUE(kept[s] == inliers);

@@ -281,6 +281,24 @@ TEST(FitPlaneRobust, EqualsItsLiteralFormToTheLastBitForShortClouds) {
   }
 }
 
+TEST(FitPlaneRobust, GivesTheSameInliersAndToRoundingTheSamePlaneWithoutStatistics) {
+  Random random(12);
+  for (int run = 0; run < 300; ++run) {
+    const PointMatrix3 points = sheet_cloud(random, 2 + random.index(3000), any_sheet(random));
+    const std::int32_t mode = random.index(4);
+    Result full, bare;
+    const bool fitted = robust(points, full, kBand, mode);
+    ASSERT_EQ(LaserGeometryFitter().fit_plane_robust(points, bare.plane, bare.inliers, kBand, mode),
+              fitted);
+    // Two ways to decompose one cloud; what differs is rounding, seen against distances near 1000.
+    constexpr double kRounding = 1e-10;
+    EXPECT_LT((bare.plane - full.plane).cwiseAbs().maxCoeff(), kRounding) << run;
+    bare.plane = full.plane;
+    bare.stats = full.stats;
+    ASSERT_TRUE(same(bare, full)) << run;
+  }
+}
+
 TEST(FitPlaneRobust, EqualsItsLiteralFormForLongClouds) {
   Random random(9);
   for (int run = 0; run < 200; ++run) {

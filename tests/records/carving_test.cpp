@@ -90,6 +90,22 @@ TEST(CarveTable, PutsLinesBeforeCellsInSectionsOf256And1280Bytes) {
   }
 }
 
+// The stores of factory calibration and compensation, which have no owner class.
+TEST(CarveTable, AddsUpToTheBlocksOfFactoryAndCompensation) {
+  Carver factory(nullptr);
+  factory.take<_LASER_PLANE_GRIDS>(1);
+  EXPECT_EQ(factory.size(), 1280);
+  factory.take<_MRV_LASER_PLANE_BLOCK_INFO>(100);
+  EXPECT_EQ(factory.size(), 1280 + 4096);
+  for (int p = 0; p < 100; ++p) carve_table(factory, kBlocks, Counts::kLeft, nullptr);
+  EXPECT_EQ(factory.size(), 1950976);
+
+  Carver compensation(nullptr);
+  compensation.take<_LASER_PLANE_BLOCK_INFO>(100);
+  for (int t = 0; t < 200; ++t) carve_table(compensation, kBlocks, Counts::kLeft, nullptr);
+  EXPECT_EQ(compensation.size(), 8832 + 100 * 38912);
+}
+
 TEST(CarveTable, LeavesCountsWhenToldSo) {
   Carver measuring(nullptr);
   carve_table(measuring, kBlocks, Counts::kLeft, nullptr);

@@ -4,10 +4,12 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <new>
 
 #include "kestrane/records.h"
@@ -45,10 +47,13 @@ inline void expect_triple(const _LASER_TRIPLE& cell, double a, double b, double 
   EXPECT_EQ(cell.v[2], c);
 }
 
-// Leaves this process without room for a block of more than 300 MB; for use in a death test only.
+// Leaves this process without room for more than another 300 MB; for use in a death test only.
 inline void starve_heap() {
-  const rlimit limit = {std::size_t{300} << 20, std::size_t{300} << 20};
-  if (setrlimit(RLIMIT_AS, &limit) != 0) std::_Exit(77);
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  const std::size_t used = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const rlimit limit = {used + (std::size_t{300} << 20), used + (std::size_t{300} << 20)};
+  if (pages == 0 || setrlimit(RLIMIT_AS, &limit) != 0) std::_Exit(77);
 }
 
 // The address sanitizer reserves more address space than any limit, and ends a process whose

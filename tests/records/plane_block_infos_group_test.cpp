@@ -198,8 +198,8 @@ TEST(PlaneBlockInfosGroup, HandsItselfOutForACountUpToItsCapacity) {
     _LASER_PLANE_BLOCK_INFOS* out = nullptr;
     EXPECT_EQ(group.get_laser_plane_info(count, out), KESTRANE_OK);
     EXPECT_EQ(out, &group);
-    EXPECT_EQ(out->plane_count, count);
-    EXPECT_EQ(out->plane_capacity, 5);
+    EXPECT_EQ(group.plane_count, count);
+    EXPECT_EQ(group.plane_capacity, 5);
   }
 }
 

@@ -96,10 +96,8 @@ TEST(CarryBack, UndoesCarry) {
   EXPECT_NEAR(back.z, 910.0, kRounding);
 }
 
-TEST(SheetX, PutsCarriedPointsOfTheSheetOnThePresentSheet) {
+void expect_carried_points_on_present_sheet(const Placement& placement) {
   const Sheet sheet = bowed_sheet();
-  Placement placement = shaken();
-  placement.scale = 1.02;
   Random random(3);
   for (int i = 0; i < 1000; ++i) {
     const double z = random.uniform(20.0, 1600.0);
@@ -107,6 +105,16 @@ TEST(SheetX, PutsCarriedPointsOfTheSheetOnThePresentSheet) {
     const Vec3 now = carry(placement, {sheet_x(sheet, y, z), y, z});
     EXPECT_NEAR(sheet_x(sheet, placement, now.y, now.z), now.x, kRounding);
   }
+}
+
+TEST(SheetX, PutsCarriedPointsOfTheSheetOnThePresentSheet) {
+  Placement placement = shaken();
+  placement.scale = 1.02;
+  expect_carried_points_on_present_sheet(placement);
+}
+
+TEST(SheetX, FollowsMotionsFarBeyondThoseOfADevice) {
+  expect_carried_points_on_present_sheet(rigid_motion({0.1, -0.2, 0.1}, {40.0, -20.0, 30.0}));
 }
 
 TEST(LocalPlane, TouchesThePresentSheetAtItsPlace) {
