@@ -76,8 +76,8 @@ KestraneLaserFastCalibrator::KestraneLaserFastCalibrator()
       extrinsic{},
       standard(nullptr) {}
 
-// The block stays allocated: hosts may hold on to what lies in it, and a device is calibrated a
-// few times in the life of a process.
+// The block deliberately stays allocated for the life of the process, as the header tells hosts. A
+// device is calibrated a few times in that life, so what is left behind stays small.
 KestraneLaserFastCalibrator::~KestraneLaserFastCalibrator() = default;
 
 _KESTRANE_STATUS KestraneLaserFastCalibrator::init() {

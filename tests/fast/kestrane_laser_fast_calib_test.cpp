@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <type_traits>
 
 #include "engine_access.h"
@@ -598,6 +599,38 @@ TEST(FastCalibration, StaysOffStandardErrorWhateverThePointsAre) {
     frames[2].insert(frames[2].begin(), {bad, bad, bad, 6});
     EXPECT_EQ(calibrate(calib, frames, 0, 2).complaints, "") << bad;
   }
+}
+
+TEST(FastCalibration, WorksOnTwoDevicesInTwoThreads) {
+  // One sheet alone is a degenerate problem, over which the solver would complain.
+  Device several(4, 1);
+  Device single(1, 2);
+  const FrameLists several_frames = several.measured(kShaken, 400);
+  const FrameLists single_frames = single.measured(kShaken, 400);
+  const auto mean_of = [](Device& device, const FrameLists& frames) {
+    KESTRANE_LASER_FAST_CALIB calib;
+    calib.init();
+    calib.set_laser_plane_standard(device.standard.host());
+    double mean = 0, max = 0, deviation = 0;
+    for (int run = 0; run < 5; ++run) {
+      calib.fast_calib(frames, 0, static_cast<int>(frames.size()) - 1);
+      calib.get_calib_indicator(mean, max, deviation);
+    }
+    return mean;
+  };
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  const double several_alone = mean_of(several, several_frames);
+  const double single_alone = mean_of(single, single_frames);
+  double several_beside = 0, single_beside = 0;
+  std::thread other([&] { single_beside = mean_of(single, single_frames); });
+  several_beside = mean_of(several, several_frames);
+  other.join();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  testing::internal::GetCapturedStdout();
+  constexpr double kThreads = 1e-6;  // a degenerate problem enlarges the solver's rounding
+  EXPECT_NEAR(several_beside, several_alone, kThreads);
+  EXPECT_NEAR(single_beside, single_alone, kThreads);
 }
 
 // --- Second overload ---
