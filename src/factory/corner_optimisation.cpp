@@ -9,7 +9,7 @@
 #include "ceres/solver.h"
 #include "factory/cell_cost.h"
 #include "factory/depth_cells.h"
-#include "fit/quiet_cost_function.h"
+#include "fit/solver_silence.h"
 #include "fit/solver_threads.h"
 
 namespace kestrane {
@@ -20,24 +20,20 @@ constexpr double kReach = 0.5;  // how far a corner's x may move, in the unit of
 
 using CellCost = ceres::AutoDiffCostFunction<OPTIMISIZE_COST_FUNCTION_FIT, 1, 1, 1, 1, 1>;
 
-// Adds the cell's residual. False where it cannot be evaluated as the corners stand.
-bool add_cell(const PointMatrix3& points, GridCorners& corners, std::size_t i, std::size_t j,
+void add_cell(const PointMatrix3& points, GridCorners& corners, std::size_t i, std::size_t j,
               ceres::LossFunction& loss, ceres::Problem& problem) {
   PointMatrix3 matrix(4, 3);
   gather_cell_corners(corners, i, j, matrix);
   auto functor = std::make_unique<OPTIMISIZE_COST_FUNCTION_FIT>(points, std::move(matrix));
-  auto derived = std::make_unique<CellCost>(functor.get());
+  auto cost = std::make_unique<CellCost>(functor.get());
   functor.release();  // the cost function owns it now
-  auto cost = std::make_unique<QuietCostFunction>(std::move(derived));
   const std::array<double*, 4> x = {&corners[i][j].x(), &corners[i][j + 1].x(),
                                     &corners[i + 1][j].x(), &corners[i + 1][j + 1].x()};
-  const bool can_start = cost->can_start(x.data());
   problem.AddResidualBlock(cost.release(), &loss, x[0], x[1], x[2], x[3]);
   for (double* corner_x : x) {
     problem.SetParameterLowerBound(corner_x, 0, *corner_x - kReach);
     problem.SetParameterUpperBound(corner_x, 0, *corner_x + kReach);
   }
-  return can_start;
 }
 
 }  // namespace
@@ -51,8 +47,7 @@ void optimize_grid_corners(const CellPoints& cell_points, GridCorners& grid_corn
   for (std::size_t i = 0; i < cell_points.size(); ++i) {
     for (std::size_t j = 0; j < cell_points[i].size(); ++j) {
       if (cell_points[i][j].rows() == 0) continue;
-      // The solver would end before its first step, with all corners as they are.
-      if (!add_cell(cell_points[i][j], grid_corners, i, j, loss, problem)) return;
+      add_cell(cell_points[i][j], grid_corners, i, j, loss, problem);
     }
   }
 
@@ -60,8 +55,9 @@ void optimize_grid_corners(const CellPoints& cell_points, GridCorners& grid_corn
   options.linear_solver_type = ceres::SPARSE_SCHUR;
   options.num_threads = solver_threads();
   options.minimizer_progress_to_stdout = false;
-  options.logging_type = ceres::SILENT;  // nothing on standard error
+  options.logging_type = ceres::SILENT;
   ceres::Solver::Summary summary;
+  const SolverSilence silence;
   ceres::Solve(options, &problem, &summary);
 }
 

@@ -13,19 +13,17 @@
 #include "ceres/problem.h"
 #include "fast/dist_residual_change_plane.h"
 #include "fast/point_sets.h"
-#include "fast/quiet_functor.h"
 
 namespace kestrane {
 
-using PlaneFunctor = QuietFunctor<DIST_RESIDUAL_CHANGE_PLANE>;
-using PlaneCost = ceres::AutoDiffCostFunction<PlaneFunctor, 1, 3, 3>;
+using PlaneCost = ceres::AutoDiffCostFunction<DIST_RESIDUAL_CHANGE_PLANE, 1, 3, 3>;
 
 // What the residual blocks of one problem are made of. It outlives the problem, which only refers
 // to it: side by side the parts are faster to make, to read and to drop than one by one, and no
 // failed allocation can lose one of them.
 struct ResidualParts {
   ceres::CauchyLoss loss{0.1};  // shared by all blocks
-  std::deque<PlaneFunctor> functors;
+  std::deque<DIST_RESIDUAL_CHANGE_PLANE> functors;
   std::deque<PlaneCost> costs;
 };
 

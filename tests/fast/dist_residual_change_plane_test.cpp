@@ -1,7 +1,6 @@
 #include "fast/dist_residual_change_plane.h"
 
 #include "ceres/rotation.h"
-#include "fast/quiet_functor.h"
 #include "fast_support.h"
 #include "simulation/random.h"
 #include "support/fast_literal_solve.h"
@@ -150,41 +149,6 @@ TEST(AngleAxisRotation, EqualsTheSolversOwnRotationToTheLastBit) {
       for (int d = 0; d < 6; ++d) ASSERT_EQ(jets[c].v[d], jets_expected[c].v[d]);
     }
   }
-}
-
-// A functor with a residual and derivatives of the test's choice.
-struct Chosen {
-  double value;
-  double derivative;
-
-  bool operator()(const double*, const double*, double* residual) const {
-    *residual = value;
-    return true;
-  }
-  bool operator()(const Jet*, const Jet*, Jet* residual) const {
-    *residual = Jet(value);
-    residual->v[4] = derivative;
-    return true;
-  }
-};
-
-TEST(QuietFunctor, RefusesWhatIsNotFiniteAndNothingElse) {
-  double plain;
-  Jet jet;
-  const double* none = nullptr;
-  const Jet* no_jets = nullptr;
-  const auto evaluates = [&](double value, double derivative) {
-    const kestrane::QuietFunctor<Chosen> quiet(Chosen{value, derivative});
-    const bool with_doubles = quiet(none, none, &plain);
-    const bool with_jets = quiet(no_jets, no_jets, &jet);
-    return std::pair(with_doubles, with_jets);
-  };
-  EXPECT_EQ(evaluates(1, 2), std::pair(true, true));
-  EXPECT_EQ(evaluates(1e308, -1e308), std::pair(true, true));
-  EXPECT_EQ(evaluates(kNaN, 2), std::pair(false, false));
-  EXPECT_EQ(evaluates(kInf, 2), std::pair(false, false));
-  EXPECT_EQ(evaluates(1, -kInf), std::pair(true, false));
-  EXPECT_EQ(evaluates(1, kNaN), std::pair(true, false));
 }
 
 }  // namespace
