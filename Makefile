@@ -5,7 +5,7 @@ DEMO_ARGS ?=
 BENCH_ARGS ?=
 FUZZ_SECONDS ?= 60
 
-.PHONY: help dependencies build test demo bench asan fuzz format clean
+.PHONY: help dependencies build test demo bench asan fuzz check format clean
 
 help: ## list the targets
 	@grep -E '^[a-z]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
@@ -30,6 +30,12 @@ asan: dependencies ## run all tests under the address and undefined-behaviour sa
 	cmake --preset asan
 	cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan -j $(JOBS)
+
+check: ## format, all tests under the sanitizers, a short fuzz run of each reader
+	@scripts/install-dependencies.sh check
+	git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
+	$(MAKE) asan
+	$(MAKE) fuzz FUZZ_SECONDS=15
 
 fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
 	@scripts/install-dependencies.sh fuzz

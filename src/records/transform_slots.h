@@ -11,7 +11,7 @@
 
 namespace kestrane {
 
-inline constexpr std::int32_t kSlotSize = 12;        // doubles
+inline constexpr std::int32_t kSlotSize = 12;  // doubles
 inline constexpr std::int32_t kTransformSlots = kMaxPlanes;
 
 inline constexpr std::int32_t kMaxRanges = 20;  // plane ranges of a coefficient record
