@@ -164,7 +164,7 @@ TEST(FanSplit, KeepsEveryPointOnceInInputOrder) {
   kestrane::split_points_by_fan_sector(kSheet, dividers(), cloud_of(points), clouds, apex);
   ASSERT_EQ(clouds.size(), 15u);
 
-  // The text's walk, point by point.
+  // The plain walk over all borders, point by point.
   const auto normals = dividers();
   std::vector<std::vector<Eigen::Vector3d>> expected(15);
   std::size_t running = 14;
