@@ -1,15 +1,18 @@
 // Calibrates the laser planes whose measured clouds stand in a CSV file, and tells how well, and
 // what the status of a calibration does not tell: sectors of the fan without enough points of their
-// own, and an optimisation that changed nothing.
+// own, and an optimisation that changed nothing. With a stored table the clouds are field
+// measurements: it finds the motion between table and device, and tells what of it to trust.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "examples/arguments.h"
 #include "examples/cloud_csv.h"
+#include "examples/field_clouds.h"
 #include "examples/host_table.h"
 #include "kestrane/buffers.h"
 #include "kestrane/factory_calib.h"
@@ -20,15 +23,22 @@ using examples::HostTable;
 using examples::PlaneCloud;
 
 constexpr char kUsage[] =
-    "usage: calibrate_clouds [--optimise] [--far] FILE\n"
-    "  FILE         CSV with the header plane,frame,x,y,z; up to 100 planes, rows in any order\n"
-    "  --optimise   refine the grid corners against the points of each cell\n"
-    "  --far        take depths 220 to 1000 instead of 100 to 1000\n"
+    "usage: calibrate_clouds [--optimise] [--far] [--save TABLE] FILE\n"
+    "       calibrate_clouds --standard TABLE FILE\n"
+    "  FILE              CSV with the header plane,frame,x,y,z; up to 100 planes, rows in any "
+    "order\n"
+    "  --optimise        refine the grid corners against the points of each cell\n"
+    "  --far             take depths 220 to 1000 instead of 100 to 1000\n"
+    "  --save TABLE      write the table to a text file, its planes in ascending order\n"
+    "  --standard TABLE  calibrate in the field, against the planes of that table in the same "
+    "order\n"
     "Exit status 0: every plane was calibrated; 1: not so; 2: the command line was not "
     "understood.\n";
 
 struct Options {
   std::string path;
+  std::string save;      // where the table goes; empty for nowhere
+  std::string standard;  // the stored table; empty for a factory calibration
   bool optimise = false;
   bool far = false;
 };
@@ -202,7 +212,10 @@ bool calibrate_all(const Options& options, std::vector<PlaneCloud>& clouds) {
   for (std::size_t p = 0; p < clouds.size(); ++p) {
     all = calibrate(options, static_cast<int>(p), clouds[p], chosen, plain) && all;
   }
-  return all;
+  if (!all || options.save.empty()) return all;
+  HostTable table(static_cast<int>(clouds.size()));
+  return chosen.calibrator.get_laser_plane_infos(table.infos()) == KESTRANE_OK &&
+         examples::save_table(table.infos(), options.save);
 }
 
 bool read_file(const Options& options, std::vector<PlaneCloud>& planes) {
@@ -215,6 +228,17 @@ bool read_file(const Options& options, std::vector<PlaneCloud>& planes) {
   } else {
     std::fprintf(stderr, "%s: %s\n", options.path.c_str(), clouds.error.c_str());
   }
+  return false;
+}
+
+// The word behind an option; false, with a complaint, when there is none.
+bool read_path(examples::Arguments& arguments, std::string_view option, std::string& path) {
+  const auto word = arguments.next();
+  if (word && !word->empty()) {
+    path = *word;
+    return true;
+  }
+  std::fprintf(stderr, "%s takes a path\n", std::string(option).c_str());
   return false;
 }
 
@@ -231,12 +255,20 @@ std::optional<int> read_options(int argc, char** argv, Options& options) {
       options.optimise = true;
     } else if (*name == "--far") {
       options.far = true;
+    } else if (*name == "--save") {
+      understood = read_path(arguments, *name, options.save) && understood;
+    } else if (*name == "--standard") {
+      understood = read_path(arguments, *name, options.standard) && understood;
     } else if (name->starts_with("--") || name->empty() || !options.path.empty()) {
       std::fprintf(stderr, "unknown argument: %s\n", std::string(*name).c_str());
       understood = false;
     } else {
       options.path = *name;
     }
+  }
+  if (!options.standard.empty() && (options.optimise || options.far || !options.save.empty())) {
+    std::fprintf(stderr, "--standard stands alone\n");
+    understood = false;
   }
   if (understood && !options.path.empty()) return std::nullopt;
   if (understood) std::fprintf(stderr, "no FILE given\n");
@@ -253,5 +285,8 @@ int main(int argc, char** argv) {
 
   std::vector<PlaneCloud> clouds;
   if (!read_file(options, clouds)) return examples::kExitFailed;
-  return calibrate_all(options, clouds) ? examples::kExitOk : examples::kExitFailed;
+  const bool calibrated = options.standard.empty()
+                              ? calibrate_all(options, clouds)
+                              : examples::calibrate_field(options.standard, clouds);
+  return calibrated ? examples::kExitOk : examples::kExitFailed;
 }

@@ -36,8 +36,23 @@ Ended run(const std::string& command) {
   return result;
 }
 
+// A folder that is not there yet, and gone at the end of its test.
+class Folder {
+ public:
+  Folder() : path_(testing::TempDir() + "kestrane_device_" + std::to_string(getpid())) {}
+  ~Folder() { std::filesystem::remove_all(path_); }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
 Ended device_life(const std::string& arguments) {
-  return run(std::string(DEVICE_LIFE).append(" ").append(arguments).append(" 2>&1"));
+  const Folder folder;
+  return run(std::string(DEVICE_LIFE) + " --out " + folder.path() + " " + arguments + " 2>&1");
 }
 
 Ended calibrate_clouds(const std::string& arguments) {
@@ -76,15 +91,17 @@ class CsvFile {
 };
 
 const simulation::Sheet kSheet = {118.0, 0.004, -0.2, 0.4, -0.3};
+const simulation::Sheet kOtherSheet = {121.0, -0.003, 0.2, -0.2, 0.3};
 
-simulation::Cloud cloud_of(double fan_low_degrees, double fan_high_degrees) {
+simulation::Cloud cloud_of(double fan_low_degrees, double fan_high_degrees,
+                           const simulation::Sheet& sheet = kSheet) {
   simulation::CloudSettings settings;
   settings.points = 6000;
   settings.fan_low_degrees = fan_low_degrees;
   settings.fan_high_degrees = fan_high_degrees;
   settings.dropped_share = 0.01;
   settings.frames = 10;
-  return simulation::measure(kSheet, settings);
+  return simulation::measure(sheet, settings);
 }
 
 // device_life
@@ -94,8 +111,31 @@ TEST(DeviceLife, LivesThroughItsStagesWithinTheBounds) {
   EXPECT_EQ(life.status, 0) << life.output;
   EXPECT_THAT(life.output, HasSubstr("calibrating plane 4 of 4"));
   EXPECT_THAT(life.output, HasSubstr("Factory calibration"));
+  EXPECT_THAT(life.output, HasSubstr("Coefficients"));
+  EXPECT_THAT(life.output, HasSubstr("Fast calibration after a knock: 4 planes, 16000 points"));
+  EXPECT_THAT(life.output,
+              HasSubstr("frames in 80, of them bad 8, kept by their mean residual 72"));
+  EXPECT_THAT(life.output, HasSubstr("planes 0 to 3 hold one transform: yes"));
   EXPECT_THAT(life.output, HasSubstr("Compensation"));
   EXPECT_THAT(life.output, Not(HasSubstr("beyond the bound")));
+}
+
+TEST(DeviceLife, LeavesItsFilesInTheFolderThatItIsGiven) {
+  const Folder folder;
+  const Ended life = run(std::string(DEVICE_LIFE) + " --planes 2 --points 6000 --out " +
+                         folder.path() + "/a/b 2>&1");
+  EXPECT_EQ(life.status, 0) << life.output;
+  // 12 bytes of counts, 8 of one range, 19748 a plane.
+  EXPECT_EQ(std::filesystem::file_size(folder.path() + "/a/b/coefficients.bin"),
+            12u + 8u + 2u * 19748u);
+  EXPECT_TRUE(std::filesystem::exists(folder.path() + "/a/b/planes.txt"));
+}
+
+TEST(DeviceLife, FailsWhereItsFilesCannotBeWritten) {
+  const Ended life =
+      run(std::string(DEVICE_LIFE) + " --planes 1 --points 6000 --out /dev/null/a 2>&1");
+  EXPECT_EQ(life.status, 1);
+  EXPECT_THAT(life.output, HasSubstr("save_compensator_coeffs failed with status -8"));
 }
 
 TEST(DeviceLife, LivesWithTheRefinedTableToo) {
@@ -110,7 +150,8 @@ TEST(DeviceLife, LivesWithOnePlane) {
 }
 
 TEST(DeviceLife, ShowsProgressOnStandardErrorAlone) {
-  const Ended life = run(std::string(DEVICE_LIFE) + " --planes 1 --points 6000 2>/dev/null");
+  const Ended life = run(std::string(DEVICE_LIFE) + " --planes 1 --points 6000 --out " +
+                         Folder().path() + " 2>/dev/null");
   EXPECT_EQ(life.status, 0);
   EXPECT_THAT(life.output, Not(HasSubstr("calibrating plane")));
 }
@@ -123,7 +164,7 @@ TEST(DeviceLife, FailsWhereACallFails) {
 
 TEST(DeviceLife, EndsWithItsUsageForAnArgumentThatItDoesNotUnderstand) {
   for (const char* bad : {"--planes 0", "--planes 101", "--planes", "--planes 3x", "--points 0",
-                          "--seed -1", "--seed 1.5", "--bad", "extra"}) {
+                          "--seed -1", "--seed 1.5", "--out", "--bad", "extra"}) {
     const Ended life = device_life(bad);
     EXPECT_EQ(life.status, 2) << bad;
     EXPECT_THAT(life.output, HasSubstr("usage: device_life")) << bad;
@@ -208,11 +249,67 @@ TEST(CalibrateClouds, EndsForAFileThatIsNotThere) {
 }
 
 TEST(CalibrateClouds, EndsWithItsUsageForAnArgumentThatItDoesNotUnderstand) {
-  for (const char* bad : {"", "--bad", "--bad one.csv", "one.csv two.csv"}) {
+  for (const char* bad : {"", "--bad", "--bad one.csv", "one.csv two.csv", "--save", "--standard",
+                          "--standard t.txt --far one.csv", "--standard t.txt --save u.txt one.csv",
+                          "--standard t.txt --optimise one.csv"}) {
     const Ended clouds = calibrate_clouds(bad);
     EXPECT_EQ(clouds.status, 2) << bad;
     EXPECT_THAT(clouds.output, HasSubstr("usage: calibrate_clouds")) << bad;
   }
+}
+
+// Field measurements of two sheets; the second list has a frame number that the first one lacks.
+std::vector<simulation::Cloud> field_clouds(const simulation::Placement& knock) {
+  simulation::CloudSettings settings = simulation::field_cloud_settings();
+  settings.points = 3400;
+  settings.frames = 17;
+  std::vector<simulation::Cloud> clouds = {simulation::measure(kSheet, knock, settings)};
+  settings.points = 3600;
+  settings.frames = 18;
+  clouds.push_back(simulation::measure(kOtherSheet, knock, settings));
+  return clouds;
+}
+
+TEST(CalibrateClouds, FindsTheMotionBetweenAStoredTableAndTheField) {
+  const Folder folder;
+  std::filesystem::create_directory(folder.path());
+  const std::string table = folder.path() + "/table.txt";
+  {
+    CsvFile file;
+    file.add_in_turn({4, 9}, {cloud_of(-30.0, 30.0), cloud_of(-30.0, 30.0, kOtherSheet)});
+    const Ended factory = calibrate_clouds("--save " + table + " " + file.path());
+    ASSERT_EQ(factory.status, 0) << factory.output;
+  }
+  CsvFile file;
+  const auto clouds = field_clouds(simulation::rigid_motion({0, 0, 0}, {0.4, 0.0, 0.0}));
+  file.add_in_turn({4}, {clouds[0]});
+  file.add_in_turn({9}, {clouds[1]});
+  const Ended field = calibrate_clouds("--standard " + table + " " + file.path());
+  EXPECT_EQ(field.status, 0) << field.output;
+  EXPECT_THAT(field.output, HasSubstr("field calibration of 2 planes\n  status      0\n"));
+  EXPECT_THAT(field.output,
+              HasSubstr("35 in, 1 with a number that the first plane lacks, 34 kept"));
+  EXPECT_THAT(field.output, HasSubstr("points      7000 in, 6800 in kept frames"));
+  // Along the laser lines nothing fixes a translation.
+  EXPECT_THAT(field.output, testing::ContainsRegex(
+                                "least fixed.*translation .-?0.0[0-9]*, -?(1.000|0.9[0-9]*),"));
+  EXPECT_THAT(field.output, HasSubstr("do not trust it"));
+}
+
+TEST(CalibrateClouds, RefusesATableOfAnotherNumberOfPlanes) {
+  const Folder folder;
+  std::filesystem::create_directory(folder.path());
+  const std::string table = folder.path() + "/table.txt";
+  CsvFile file;
+  file.add_in_turn({0}, {cloud_of(-30.0, 30.0)});
+  ASSERT_EQ(calibrate_clouds("--save " + table + " " + file.path()).status, 0);
+  file.add_in_turn({1}, {cloud_of(-30.0, 30.0)});
+  const Ended field = calibrate_clouds("--standard " + table + " " + file.path());
+  EXPECT_EQ(field.status, 1);
+  EXPECT_THAT(field.output, HasSubstr("not a table of 2 planes"));
+  const Ended missing = calibrate_clouds("--standard " + table + ".no " + file.path());
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_THAT(missing.output, HasSubstr("read_plane_block_infos ended with status -8"));
 }
 
 TEST(CalibrateClouds, HelpsWhenAsked) {
@@ -231,6 +328,63 @@ TEST(CalibrateClouds, FindsTheSheetsOfARealDevice) {
     EXPECT_THAT(clouds.output, HasSubstr("sectors     5 of 15 populated"));
     EXPECT_THAT(clouds.output, HasSubstr("borrowed    0-5, 11-14:"));
   }
+}
+
+TEST(CalibrateClouds, CalibratesARealDeviceInTheField) {
+  if (!std::filesystem::exists(REAL_CLOUDS)) GTEST_SKIP() << "no " << REAL_CLOUDS;
+  const Folder folder;
+  std::filesystem::create_directory(folder.path());
+  const std::string table = folder.path() + "/table.txt";
+  ASSERT_EQ(calibrate_clouds("--save " + table + " " + REAL_CLOUDS).status, 0);
+  const Ended field = calibrate_clouds("--standard " + table + " " + REAL_CLOUDS);
+  EXPECT_EQ(field.status, 0) << field.output;
+  EXPECT_THAT(field.output,
+              HasSubstr("frames      35 in, 1 with a number that the first plane lacks"));
+  EXPECT_THAT(field.output, HasSubstr("points      11536 in"));
+  // Both sheets contain one common direction, nearly y.
+  EXPECT_THAT(field.output, testing::ContainsRegex(
+                                "least fixed.*translation .-?0.0[0-9]*, -?(1.000|0.99[0-9]),"));
+}
+
+// first_table
+
+TEST(FirstTable, PrintsThreePlanes) {
+  const Ended table = run(FIRST_TABLE);
+  EXPECT_EQ(table.status, 0);
+  EXPECT_THAT(table.output, testing::StartsWith("plane 0: -0.0"));
+  EXPECT_THAT(table.output, HasSubstr("plane 2: "));
+}
+
+std::vector<std::string> lines_of(const std::string& path) {
+  std::ifstream file(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) lines.push_back(line);
+  return lines;
+}
+
+// The lines between a line that holds `from` and the next one that holds `to`.
+std::vector<std::string> between(const std::vector<std::string>& lines, const std::string& from,
+                                 const std::string& to) {
+  std::vector<std::string> part;
+  bool inside = false;
+  for (const std::string& line : lines) {
+    if (inside && line.find(to) != std::string::npos) break;
+    if (inside) part.push_back(line);
+    inside = inside || line.find(from) != std::string::npos;
+  }
+  return part;
+}
+
+TEST(Readme, ShowsWhatTheFirstExampleHolds) {
+  const std::string folder = SOURCE_FOLDER;
+  auto example = between(lines_of(folder + "/examples/first_table.cpp"), "// [first table]",
+                         "// [first table end]");
+  ASSERT_FALSE(example.empty());
+  for (std::string& line : example) line.erase(0, 2);  // the indentation of a function's body
+  const auto readme = lines_of(folder + "/README.md");
+  EXPECT_EQ(
+      between(between(readme, "<!-- from examples/first_table.cpp -->", "~"), "```cpp", "```"),
+      example);
 }
 
 }  // namespace

@@ -1,0 +1,253 @@
+// The coefficient record: per corner a line that ties its x to the condition of the device. The
+// device leaves an earlier calibration with models that are a little off; the corners that the
+// factory run measured pull them closer. Record and table then go into files and come back.
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "examples/life/life.h"
+#include "kestrane/fast_calib.h"
+#include "kestrane/files.h"
+#include "simulation/random.h"
+
+namespace device_life {
+namespace {
+
+using kestrane::_LASER_TRIPLE;
+
+constexpr double kCondition = 30.0;     // at which the factory measured its corners
+constexpr double kModelSlope = 0.003;   // of the old models, mm per unit of the condition
+constexpr double kModelError = 0.02;    // most that an old model is off, mm
+constexpr double kReadingLimit = 0.01;  // how far a reading may pull, mm
+constexpr double kFirstSample = 22.0;   // the old model counts with ten samples, 22 to 40
+constexpr double kMiddleSample = 31.0;
+constexpr int kSamples = 10;
+
+double model_x(const _LASER_TRIPLE& model, double condition) {
+  return -(model.v[0] * condition + model.v[2]) / model.v[1];
+}
+
+// How far a reading `off` from the old model moves it at the condition of the reading: one sample
+// among eleven, on a line whose slope is too small to matter.
+double expected_move(double off) {
+  const double held = std::clamp(off, -kReadingLimit, kReadingLimit);
+  double spread = 0.0;
+  for (int i = 0; i < kSamples; ++i) {
+    const double t = kFirstSample + 2.0 * i - kMiddleSample;
+    spread += t * t;
+  }
+  const double away = kCondition - kMiddleSample;
+  const double middle = away / (kSamples + 1);  // of all eleven, as seen from the ten
+  const double all = spread + away * away * kSamples / (kSamples + 1);
+  const double from_middle = away - middle;
+  return held * (1.0 / (kSamples + 1) + from_middle * from_middle / all);
+}
+
+// Models of an earlier calibration: off by up to kModelError, the same line for all conditions.
+void fill_old_models(const Life& life, kestrane::_COMPENSATOR_COEFFS& record) {
+  simulation::Random random(life.options.seed);
+  for (int p = 0; p < life.options.planes; ++p) {
+    for (int i = 0; i < 16; ++i) {
+      for (int k = 0; k < 51; ++k) {
+        const double x = life.factory->corners.planes[p].lines[i].cells[k].v[0] +
+                         random.uniform(-kModelError, kModelError);
+        record.opt_coeffs->planes[p].lines[i].cells[k] = {
+            {-kModelSlope, 1.0, kModelSlope * kCondition - x}};
+      }
+    }
+  }
+  record.range_count = 1;
+  record.range_first[0] = 0;
+  record.range_last[0] = life.options.planes - 1;
+}
+
+struct ModelMoves {
+  Spread before;      // reading minus old model
+  Spread moved;       // new model minus old model, at the condition of the reading
+  Spread difference;  // from the expected move
+  int untouched = 0;  // models of corners that nothing measured
+  int changed = 0;    // of those, models that changed all the same
+};
+
+ModelMoves compare_models(const Life& life, const kestrane::_COMPENSATOR_COEFFS& old_record,
+                          const kestrane::_COMPENSATOR_COEFFS& new_record) {
+  ModelMoves moves;
+  for (int p = 0; p < life.options.planes; ++p) {
+    const auto& measured = life.factory->measured[static_cast<std::size_t>(p)];
+    for (int i = 0; i < 16; ++i) {
+      for (int k = 0; k < 51; ++k) {
+        const _LASER_TRIPLE& old_model = old_record.opt_coeffs->planes[p].lines[i].cells[k];
+        const _LASER_TRIPLE& new_model = new_record.opt_coeffs->planes[p].lines[i].cells[k];
+        if (i == 15 || k == 50 || !measured[static_cast<std::size_t>(i * 50 + k)]) {
+          ++moves.untouched;
+          moves.changed += std::memcmp(&old_model, &new_model, sizeof(_LASER_TRIPLE)) != 0 ? 1 : 0;
+          continue;
+        }
+        const double reading = life.factory->corners.planes[p].lines[i].cells[k].v[0];
+        const double off = reading - model_x(old_model, kCondition);
+        const double moved = model_x(new_model, kCondition) - model_x(old_model, kCondition);
+        moves.before.add(off);
+        moves.moved.add(moved);
+        moves.difference.add(moved - expected_move(off));
+      }
+    }
+  }
+  return moves;
+}
+
+bool update_models(Life& life) {
+  const int planes = life.options.planes;
+  kestrane::LASER_COMPENSATOR_COEFFS_MANAGER old_owner;
+  kestrane::_COMPENSATOR_COEFFS* old_record = nullptr;
+  kestrane::_COMPENSATOR_COEFFS* new_record = nullptr;
+  if (!succeeded(life, "coefficients init", old_owner.init(planes)) ||
+      !succeeded(life, "get_compensator_coeffs",
+                 old_owner.get_compensator_coeffs(planes, old_record)) ||
+      !succeeded(life, "coefficients init", life.coeffs.init(planes)) ||
+      !succeeded(life, "get_compensator_coeffs",
+                 life.coeffs.get_compensator_coeffs(planes, new_record))) {
+    return false;
+  }
+  fill_old_models(life, *old_record);
+  kestrane::KestraneLaserFastCalibrator engine;
+  if (!succeeded(life, "calib",
+                 engine.calib(life.factory->indicators, life.factory->corners, kCondition,
+                              *old_record, *new_record))) {
+    return false;
+  }
+  const ModelMoves moves = compare_models(life, *old_record, *new_record);
+  // Slopes of a few micrometres per unit turn the line's normal by as much: a part in 100,000.
+  constexpr double kRounding = 1e-6;
+  std::printf("\nCoefficients: models of corners follow one measurement at condition %.0f, mm\n",
+              kCondition);
+  std::printf(
+      "  old models off by      rms %.5f, largest %.5f, a reading pulls with %.3f at most\n",
+      moves.before.rms(), moves.before.largest, kReadingLimit);
+  std::printf("  models moved by        rms %.5f, largest %.5f (%d models)\n", moves.moved.rms(),
+              moves.moved.largest, moves.moved.count);
+  std::printf("  from the expected move largest %.1e, bound %.0e%s\n", moves.difference.largest,
+              kRounding, judged(life, moves.difference.largest <= kRounding));
+  std::printf("  models of unmeasured corners: %d, changed: %d%s\n", moves.untouched, moves.changed,
+              judged(life, moves.changed == 0));
+  return true;
+}
+
+// --- Files --------------------------------------------------------------------------------------
+
+// From the form in which the library hands tables out to the form that it keeps in files.
+void copy_to_owner(HostTable& table, kestrane::_LASER_PLANE_BLOCK_INFOS& owned) {
+  *owned.grids = table.grids();
+  for (int p = 0; p < owned.plane_count; ++p) {
+    const _MRV_LASER_PLANE_BLOCK_INFO& row = table.infos().planes[p];
+    std::copy_n(row.laser_plane_R, 3, owned.planes[p].laser_plane_R);
+    for (int j = 0; j < HostTable::kLines; ++j) {
+      std::copy_n(row.block.lines[j].cells, HostTable::kCells,
+                  owned.planes[p].block.lines[j].cells);
+    }
+  }
+}
+
+void copy_from_owner(const kestrane::_LASER_PLANE_BLOCK_INFOS& owned, HostTable& table) {
+  *table.infos().grids = *owned.grids;
+  for (int p = 0; p < owned.plane_count; ++p) {
+    _MRV_LASER_PLANE_BLOCK_INFO& row = table.infos().planes[p];
+    std::copy_n(owned.planes[p].laser_plane_R, 3, row.laser_plane_R);
+    for (int j = 0; j < HostTable::kLines; ++j) {
+      std::copy_n(owned.planes[p].block.lines[j].cells, HostTable::kCells,
+                  row.block.lines[j].cells);
+    }
+  }
+}
+
+// Largest change of a cell's number, relative to its size.
+double largest_loss(HostTable& table, const kestrane::_LASER_PLANE_BLOCK_INFOS& read_back) {
+  double largest = 0.0;
+  for (int p = 0; p < read_back.plane_count; ++p) {
+    for (int j = 0; j < HostTable::kLines; ++j) {
+      for (int k = 0; k < HostTable::kCells; ++k) {
+        for (int i = 0; i < 3; ++i) {
+          const double kept = table.cell(p, j, k).v[i];
+          const double lost = read_back.planes[p].block.lines[j].cells[k].v[i] - kept;
+          if (kept != 0.0) largest = std::max(largest, std::abs(lost / kept));
+        }
+      }
+    }
+  }
+  return largest;
+}
+
+bool store_table(Life& life, const std::string& path) {
+  kestrane::LASER_PLANE_BLOCK_INFOS_GROUP written;
+  kestrane::LASER_PLANE_BLOCK_INFOS_GROUP read_back;
+  if (!succeeded(life, "table init", written.init(life.options.planes)) ||
+      !succeeded(life, "table init", read_back.init(life.options.planes))) {
+    return false;
+  }
+  copy_to_owner(life.table, written);
+  if (!succeeded(life, "save_plane_block_infos", kestrane::save_plane_block_infos(written, path)) ||
+      !succeeded(life, "read_plane_block_infos",
+                 kestrane::read_plane_block_infos(path, read_back))) {
+    return false;
+  }
+  constexpr double kSixDigits = 5.001e-6;  // half a unit of the sixth digit
+  const double loss = largest_loss(life.table, read_back);
+  std::printf("  %s: %ju bytes, largest relative change %.1e, bound %.1e%s\n", path.c_str(),
+              static_cast<std::uintmax_t>(std::filesystem::file_size(path)), loss, kSixDigits,
+              judged(life, loss <= kSixDigits));
+  copy_from_owner(read_back, life.table);
+  return true;
+}
+
+// Cells and transforms that differ in any bit.
+int differing(const kestrane::_COMPENSATOR_COEFFS& a, const kestrane::_COMPENSATOR_COEFFS& b) {
+  int count = 0;
+  for (int p = 0; p < a.plane_count; ++p) {
+    for (int i = 0; i < 16; ++i) {
+      count += std::memcmp(a.opt_coeffs->planes[p].lines[i].cells,
+                           b.opt_coeffs->planes[p].lines[i].cells, 51 * sizeof(_LASER_TRIPLE)) != 0
+                   ? 1
+                   : 0;
+    }
+    count += std::memcmp(a.Mbs_factory_to_user + 12 * p, b.Mbs_factory_to_user + 12 * p,
+                         12 * sizeof(double)) != 0
+                 ? 1
+                 : 0;
+  }
+  return count + (a.range_count != b.range_count || a.range_first[0] != b.range_first[0] ||
+                          a.range_last[0] != b.range_last[0]
+                      ? 1
+                      : 0);
+}
+
+bool store_coefficients(Life& life, const std::string& path) {
+  kestrane::LASER_COMPENSATOR_COEFFS_MANAGER fresh;
+  kestrane::_COMPENSATOR_COEFFS* read_back = nullptr;
+  if (!succeeded(life, "coefficients init", fresh.init(life.options.planes)) ||
+      !succeeded(life, "get_compensator_coeffs",
+                 fresh.get_compensator_coeffs(life.options.planes, read_back)) ||
+      !succeeded(life, "save_compensator_coeffs",
+                 kestrane::save_compensator_coeffs(life.coeffs, path)) ||
+      !succeeded(life, "read_compensator_coeffs",
+                 kestrane::read_compensator_coeffs(path, *read_back))) {
+    return false;
+  }
+  const int lines = differing(life.coeffs, *read_back);
+  std::printf("  %s: %ju bytes, lines and transforms that differ in any bit: %d%s\n", path.c_str(),
+              static_cast<std::uintmax_t>(std::filesystem::file_size(path)), lines,
+              judged(life, lines == 0));
+  return true;
+}
+
+}  // namespace
+
+bool coefficient_stage(Life& life) {
+  if (!update_models(life)) return false;
+  std::error_code trouble;
+  std::filesystem::create_directories(life.options.out, trouble);
+  std::printf("\nFiles: written, read back, and used from here on\n");
+  const std::filesystem::path folder(life.options.out);
+  return store_coefficients(life, (folder / "coefficients.bin").string()) &&
+         store_table(life, (folder / "planes.txt").string());
+}
+
+}  // namespace device_life

@@ -1,0 +1,92 @@
+// What the stages of a simulated device's life share: the device, what it has been given so far,
+// and how calls and errors are judged.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "examples/host_table.h"
+#include "kestrane/buffers.h"
+#include "kestrane/factory_calib.h"
+#include "simulation/scanner.h"
+
+namespace device_life {
+
+using examples::HostTable;
+using simulation::Sheet;
+
+inline constexpr double kNoise = 0.05;  // standard deviation of a measured x, mm
+inline constexpr double kBow = 0.4;     // most that a sheet bows, within the measured depths, mm
+
+struct Options {
+  int planes = 8;
+  int points = 20000;
+  bool optimise = false;
+  std::uint32_t seed = 1;
+  std::string out;  // folder of the files that the device keeps
+};
+
+// One calibration of the whole device: the calibrator, and the figures of all its planes.
+struct FactoryRun {
+  kestrane::KESTRANE_LASER_FAC_CALIB calibrator;
+  kestrane::LASER_PLANE_INDICATOR_MANAGER indicators;
+  kestrane::LASER_PLANE_GRID_CORNERS_MANAGER corners;
+  std::vector<std::vector<bool>> measured;  // per plane, its 15 x 50 cells that had points
+};
+
+// What the device has been through so far.
+struct Life {
+  explicit Life(const Options& chosen) : options(chosen), table(chosen.planes) {}
+
+  Options options;
+  std::vector<Sheet> sheets;
+  std::unique_ptr<FactoryRun> factory;                // the run whose table goes on
+  HostTable table;                                    // the one that the device keeps
+  kestrane::LASER_COMPENSATOR_COEFFS_MANAGER coeffs;  // the coefficients that the device keeps
+  int troubles = 0;                                   // failed calls and errors beyond their bounds
+};
+
+// Notes a call that failed; true when it succeeded.
+bool succeeded(Life& life, const char* call, _KESTRANE_STATUS status);
+
+// Notes an error beyond its bound; the mark stands at the end of the line.
+const char* judged(Life& life, bool within);
+
+// One line on standard error that overwrites itself on a terminal.
+void show_progress(const char* what, int done, int all);
+
+// Root mean square and largest size of a series.
+struct Spread {
+  double squares = 0.0;
+  double largest = 0.0;
+  int count = 0;
+
+  void add(double value) {
+    squares += value * value;
+    largest = std::max(largest, std::abs(value));
+    ++count;
+  }
+  double rms() const { return count > 0 ? std::sqrt(squares / count) : 0.0; }
+};
+
+// The stages, in the order of a life. Each prints what went in, what came out and how far from the
+// known truth it is; false when a call failed that the following stages build on.
+
+// Measured clouds become the table that the device keeps.
+bool factory_stage(Life& life);
+
+// Line models of the corners follow one measurement; record and table go into files, and the device
+// lives on with what is read back.
+bool coefficient_stage(Life& life);
+
+// The device is shaken, and recalibrated against its stored table in both ways.
+bool field_stage(Life& life);
+
+// The table follows a warmer device.
+bool run_time_stage(Life& life);
+
+}  // namespace device_life
