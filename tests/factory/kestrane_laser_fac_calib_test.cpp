@@ -303,10 +303,10 @@ TEST_F(FacCalib, GivesAFullTableOfAFlatSheet) {
   }
 }
 
-TEST(FactoryEngine, DividesAllPlanesByDPlusTheGuard) {
+// All planes of a run's row, held against the fits that it left.
+void expect_divided_by_d_plus_guard(Cloud cloud) {
   KestraneLaserFactoryCalibrator engine;
   ASSERT_TRUE(engine.init());
-  Cloud cloud = noisy_sheet(150.0, 9000, 11);
   ASSERT_TRUE(engine.calibrate_one_plane(42, view(cloud)));
   const auto& row = engine.plane_table().planes[42];
   const auto& whole = engine.laser_plane();
@@ -318,6 +318,19 @@ TEST(FactoryEngine, DividesAllPlanesByDPlusTheGuard) {
         EXPECT_EQ(row.block.lines[j].cells[k].v[i], plane[i] / (plane[3] + kGuard));
       }
     }
+  }
+}
+
+TEST(FactoryEngine, DividesAllPlanesByDPlusTheGuard) {
+  expect_divided_by_d_plus_guard(noisy_sheet(150.0, 9000, 11));
+}
+
+TEST(FactoryEngine, AddsTheGuardWhateverTheSignOfD) {
+  // So close to the origin the guard shows in the fourth digit.
+  for (const double offset : {0x1p-40, -0x1p-40}) {
+    Cloud cloud = sheet_through_origin();
+    for (auto& point : cloud) point.x = offset;
+    expect_divided_by_d_plus_guard(cloud);
   }
 }
 
