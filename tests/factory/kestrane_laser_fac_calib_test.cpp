@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "kestrane/buffers.h"
 #include "kestrane/factory_calib.h"
 #include "simulation/random.h"
+#include "support/starved_heap.h"
 
 namespace {
 
@@ -428,6 +430,25 @@ TEST_F(FacCalib, StartsBlankAfterASecondInit) {
   EXPECT_EQ(table_of(calib, 1).row(0).block.count, 0);
   EXPECT_EQ(run(0, sheet(150.0, 6000, 20)), KESTRANE_OK);
   EXPECT_EQ(table_of(calib, 1).row(0).block.count, 15);
+}
+
+// Every init leaves its block behind, so a starved process runs out of memory for another one.
+void run_out_of_blocks() {
+  KESTRANE_LASER_FAC_CALIB calib;
+  calib.init();
+  starved::starve_heap();
+  _KESTRANE_STATUS status = KESTRANE_OK;
+  for (int i = 0; i < 1000 && status == KESTRANE_OK; ++i) status = calib.init();
+  HostTable table(1);
+  table.infos.plane_count = 0;
+  const bool works = calib.get_laser_plane_infos(table.infos) == KESTRANE_OK &&
+                     table.infos.grids->grid_z[50] == 1500.0;
+  std::_Exit(status == KESTRANE_ERR_FAILED && works ? 0 : 1);
+}
+
+TEST(FacCalibDeathTest, ReportsAnInitThatFindsNoMemoryAndChangesNothing) {
+  if (!starved::kHeapCanRunOut) GTEST_SKIP() << "the sanitizer owns the heap";
+  EXPECT_EXIT(run_out_of_blocks(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(FacCalib, SharesNothingWithAnotherObject) {

@@ -1,6 +1,7 @@
 // The exported classes: order of checks, life cycle, and whole calibrations.
 #include <Eigen/Geometry>
 #include <array>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -17,6 +18,7 @@
 #include "kestrane/fast_calib.h"
 #include "simulation/random.h"
 #include "support/fast_literal_solve.h"
+#include "support/starved_heap.h"
 
 namespace {
 
@@ -114,6 +116,31 @@ TEST(FastCalib, RefusesAWrongNumberOfListsWithTheDiagonalSetAlready) {
   EXPECT_EQ(refused.mean, 0.0);
   EXPECT_EQ(refused.max, 0.0);
   expect_transform(refused.transform, {0, 0, 0, 1, 0, 0, 0});
+}
+
+TEST(FastCalib, SetsTheDiagonalAloneBeforeItRefusesTheNumberOfLists) {
+  kestrane::KestraneLaserFastCalibrator engine_alone;
+  ASSERT_EQ(engine_alone.init(), KESTRANE_OK);
+  EXPECT_EQ(engine_alone.calib_Rt(FrameLists(2), 0, 2), KESTRANE_ERR_COUNT_MISMATCH);
+  const _MRV_EXTRINSIC_PARAM& extrinsic = engine_alone.*member(engine_access::Extrinsic{});
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(extrinsic.R[i], i % 4 == 0 ? 1.0 : 0.0) << i;
+  for (const double t : extrinsic.T) EXPECT_EQ(t, 0.0);
+}
+
+// Every init leaves its block behind, so a starved process runs out of memory for another one.
+void run_out_of_blocks() {
+  KESTRANE_LASER_FAST_CALIB calib;
+  starved::starve_heap();
+  _KESTRANE_STATUS status = KESTRANE_OK;
+  for (int i = 0; i < 1000 && status == KESTRANE_OK; ++i) status = calib.init();
+  const bool reported = status == KESTRANE_ERR_NO_MEMORY;
+  const bool empty = calib.fast_calib(FrameLists(1), 0, 0) == KESTRANE_ERR_NOT_READY;
+  std::_Exit(reported && empty ? 0 : 1);
+}
+
+TEST(FastCalibDeathTest, IsLeftWithoutAnEngineByAnInitThatFindsNoMemory) {
+  if (!starved::kHeapCanRunOut) GTEST_SKIP() << "the sanitizer owns the heap";
+  EXPECT_EXIT(run_out_of_blocks(), testing::ExitedWithCode(0), "");
 }
 
 TEST(FastCalib, CountsListsWithoutOverflow) {

@@ -1,20 +1,20 @@
 // What the tests of all owner classes need: objects that are never destroyed, a picture of an
-// object's bytes, and a heap that has run out.
+// object's bytes, and, from the header below, a heap that has run out.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <new>
 
 #include "kestrane/records.h"
+#include "support/starved_heap.h"
 
 namespace kestrane {
+
+using starved::kHeapCanRunOut;
+using starved::starve_heap;
 
 // An object in storage of its own whose destructor never runs: the second owner of one block after
 // a flat assignment.
@@ -46,22 +46,5 @@ inline void expect_triple(const _LASER_TRIPLE& cell, double a, double b, double 
   EXPECT_EQ(cell.v[1], b);
   EXPECT_EQ(cell.v[2], c);
 }
-
-// Leaves this process without room for more than another 300 MB; for use in a death test only.
-inline void starve_heap() {
-  std::size_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages;
-  const std::size_t used = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  const rlimit limit = {used + (std::size_t{300} << 20), used + (std::size_t{300} << 20)};
-  if (pages == 0 || setrlimit(RLIMIT_AS, &limit) != 0) std::_Exit(77);
-}
-
-// The address sanitizer reserves more address space than any limit, and ends a process whose
-// allocation fails instead of returning null.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kHeapCanRunOut = false;
-#else
-inline constexpr bool kHeapCanRunOut = true;
-#endif
 
 }  // namespace kestrane
