@@ -110,6 +110,15 @@ TEST(FilterFrames, CarriesTheAverageFromListToList) {
   EXPECT_EQ(ids(kept[1]), (Ids{0, 1})) << "limit 1.5 * (2 + 1 + 3.5) / 2";
 }
 
+TEST(FilterFrames, AddsTheMeansToTheCarriedAverageOneByOne) {
+  // 2^-44 from the first list, then 256 + 2^-43 and 768: one by one the sum is 1024 + 2^-42 and the
+  // limit just above 768; with the two means added first both roundings go down and it is 768.
+  const double tiny = std::ldexp(1.0, -44);
+  const List first = frames_of({{0, tiny}, {1, tiny}});
+  const List second = frames_of({{0, 256 + 2 * tiny}, {1, 768}});
+  EXPECT_EQ(ids(filtered({first, second})[1]), (Ids{0, 1}));
+}
+
 TEST(FilterFrames, TestsThePositionAndInsertsTheBucketNumber) {
   // Ids 0, 2, 3, 4 and so on: bucket 1 is empty.
   List list = frames_of({{0, 1}, {2, 9}, {3, 9}});

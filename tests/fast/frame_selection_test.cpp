@@ -176,6 +176,16 @@ TEST(CollectPlanePoints, FitsTheBandFrom220To350) {
   EXPECT_EQ(collected({list})[0].cols(), count) << "another plane outside the band has no say";
 }
 
+TEST(CollectPlanePoints, TakesBothEndsOfTheBandIntoTheFit) {
+  // Two rows in the middle of the band: it takes the other two to make a plane.
+  const auto with_depth = [](double z) {
+    return List{
+        {128.25, -20, 300, 1}, {127.75, 20, 300, 1}, {127.75, -20, z, 1}, {128.25, 20, z, 1}};
+  };
+  for (const double end : {220.0, 350.0}) EXPECT_EQ(collected({with_depth(end)})[0].cols(), 4);
+  for (const double off : {219.9375, 350.0625}) collected({with_depth(off)}, false);
+}
+
 TEST(CollectPlanePoints, FailsOnAnEmptyList) {
   List list;
   add_crossing_frame(list, 1);

@@ -59,6 +59,11 @@ TEST(DivideIntoInteriorPlanes, LeavesTheLastZoneOpen) {
   EXPECT_EQ(numbers(divided(list)), (Numbers{4, 1, 2, 3}));
 }
 
+TEST(DivideIntoInteriorPlanes, TakesAnInfinitePositionForBeyondTheLastLine) {
+  const List list = {{1, kInf, 300, 0}, {2, -8.0, 300, 0}};
+  EXPECT_EQ(numbers(divided(list)), (Numbers{2, 1}));
+}
+
 TEST(DivideIntoInteriorPlanes, TruncatesALineJustBelowZeroIntoTheFirstZone) {
   const List list = {at_line(-0.5, 1), at_line(-1.0, 2), at_line(-0.99, 3), at_line(-7, 4)};
   EXPECT_EQ(numbers(divided(list)), (Numbers{1, 3}));
@@ -153,6 +158,54 @@ void fit_by_library(const Eigen::Matrix<double, Eigen::Dynamic, 3, Eigen::RowMaj
   kestrane::PointMatrix3 inliers;
   fitter.fit_plane_robust(cloud, abcd, stats, inliers, {220, 350}, 0);
   for (int i = 0; i < 4; ++i) plane[i] = abcd[i];
+}
+
+TEST(DivideIntoInteriorPlanes, GoesByThePlaneOfAFitThatFailedBehindIt) {
+  // The corners of a tetrahedron in the last zone: any plane through their middle has all of them
+  // beyond the limit of the fit's rejection, which leaves no row.
+  const List list = {at_line(10, 100, 280), at_line(10, 180, 320), at_line(60, 100, 320),
+                     at_line(60, 180, 280)};
+  double plane[4] = {0, 0, 0, 0};
+  fit_by_library(matrix_of(list).transpose(), plane);
+  double length = 0;
+  for (int i = 0; i < 3; ++i) length += plane[i] * plane[i];
+  constexpr double kRounding = 1e-12;
+  ASSERT_NEAR(length, 1.0, kRounding) << "written before the failure";
+  double nearest = kInf;
+  for (const auto& p : list) {
+    nearest =
+        std::min(nearest, std::abs(plane[0] * p.x + plane[1] * p.y + plane[2] * p.z + plane[3]));
+  }
+  ASSERT_GT(nearest, 2.0);
+  EXPECT_EQ(divided(list).cols(), 0);
+}
+
+TEST(DivideIntoInteriorPlanes, DividesByTheNormalsLengthToTheLastBit) {
+  int told_apart = 0;
+  for (int tilt = 1; tilt <= 20; ++tilt) {
+    List list;
+    for (int i = 0; i < 24; ++i) {
+      const double z = 224.0 + 5.0 * i;
+      list.push_back(at_line(i % 5, 128.0 + 0.03 * tilt * (i % 5) - 0.01 * tilt * z, z));
+    }
+    double plane[4] = {0, 0, 0, 0};
+    fit_by_library(matrix_of(list).transpose(), plane);
+    const double a = plane[0], b = plane[1], c = plane[2], d = plane[3];
+    // Neighbouring doubles about the place where the distance passes the limit, out of the band.
+    double x = (2.0 - b * -6.0 - c * 400.0 - d) / a;
+    for (int step = 0; step < 60; ++step) x = std::nextafter(x, -kInf);
+    auto expected = static_cast<Eigen::Index>(list.size());
+    for (int step = 0; step < 120; ++step) {
+      x = std::nextafter(x, kInf);
+      list.push_back({x, -6.0, 400.0, 0});
+      const double off = std::abs(a * x + b * -6.0 + c * 400.0 + d);
+      const bool far = off / std::sqrt(a * a + b * b + c * c) > 2.0;
+      if (!far) ++expected;
+      if (far != (off > 2.0)) ++told_apart;
+    }
+    EXPECT_EQ(divided(list).cols(), expected) << tilt;
+  }
+  EXPECT_GT(told_apart, 0);
 }
 
 TEST(DivideIntoInteriorPlanes, EqualsThePlainTwinOnRandomInput) {

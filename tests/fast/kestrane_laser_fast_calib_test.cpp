@@ -2,6 +2,7 @@
 #include <Eigen/Geometry>
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -278,6 +279,111 @@ TEST(FastCalibrator, PassesARotationThatIsNoNumberOn) {
   const _MRV_TRANSFORM t = transform_of(Eigen::Matrix3d::Constant(kNaN), {0, 0, 0});
   for (const double q : t.quaternion) expect_same(q, std::abs(q) == 0 ? q : kNaN);
   EXPECT_TRUE(std::isnan(t.quaternion[0]) || std::isnan(t.quaternion[3]));
+}
+
+// An engine whose every number of the result is set, by measuring and by hand.
+void fill_result(KestraneLaserFastCalibrator& engine) {
+  fast_scene::Standard standard = flat_standard(1);
+  engine.set_laser_plane_standard(standard.host());
+  ResidualSets residuals(1);
+  engine.cal_residual({columns({{129, 0, 300}, {131, 0, 300}})}, 0, 0, literal::identity(),
+                      residuals);
+  _MRV_EXTRINSIC_PARAM& extrinsic = engine.*member(engine_access::Extrinsic{});
+  for (int i = 0; i < 9; ++i) extrinsic.R[i] = 20.0 + i;
+  for (int i = 0; i < 3; ++i) extrinsic.T[i] = 40.0 + i;
+}
+
+// `diagonal` aside, what `fill_result` has left.
+void expect_filled_result(KestraneLaserFastCalibrator& engine, bool diagonal_is_one = false) {
+  const _MRV_EXTRINSIC_PARAM& extrinsic = engine.*member(engine_access::Extrinsic{});
+  for (int i = 0; i < 9; ++i) {
+    EXPECT_EQ(extrinsic.R[i], diagonal_is_one && i % 4 == 0 ? 1.0 : 20.0 + i) << i;
+  }
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(extrinsic.T[i], 40.0 + i) << i;
+  double mean, max, deviation;
+  engine.get_calib_indicator(mean, max, deviation);
+  EXPECT_EQ(mean, 2.0);
+  EXPECT_EQ(max, 3.0);
+  EXPECT_EQ(deviation, 0.5);
+}
+
+TEST(FastCalibrator, SetsTheDiagonalAndNothingElseBeforeItRefuses) {
+  KestraneLaserFastCalibrator engine;
+  engine.init();
+  fill_result(engine);
+  EXPECT_EQ(engine.calib_Rt(FrameLists(2), 0, 2), KESTRANE_ERR_COUNT_MISMATCH);
+  expect_filled_result(engine, true);
+}
+
+TEST(FastCalibrator, KeepsItsResultThroughAnInitAndANewStandard) {
+  KestraneLaserFastCalibrator engine;
+  engine.init();
+  fill_result(engine);
+  fast_scene::Standard standard = flat_standard(2);
+  EXPECT_EQ(engine.set_laser_plane_standard(standard.host()), KESTRANE_OK);
+  expect_filled_result(engine);
+  EXPECT_EQ(engine.init(), KESTRANE_OK);
+  expect_filled_result(engine);
+}
+
+TEST(FastCalibrator, KeepsItsResultThroughTheVariantWithCoefficients) {
+  Device device(2);
+  KestraneLaserFastCalibrator engine;
+  engine.init();
+  fill_result(engine);
+  engine.set_laser_plane_standard(device.standard.host());
+  kestrane::_LASER_PLANE_GRID_OPT_COEFFS_INFOS table{};
+  std::vector<double> slots(1200);
+  kestrane::_COMPENSATOR_COEFFS in{}, out{};
+  in.opt_coeffs = out.opt_coeffs = &table;
+  in.plane_count = 5;
+  in.range_count = 2;
+  in.range_first[1] = 0;
+  in.range_last[1] = 1;
+  out.plane_count = 7;
+  out.plane_capacity = 9;
+  out.range_count = 3;
+  for (int r = 0; r < 20; ++r) out.range_first[r] = out.range_last[r] = 50 + r;
+  out.Mbs_factory_to_user = slots.data();
+  kestrane::_COMPENSATOR_COEFFS before = out;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(engine.calib_Rt(FrameLists(3), 0, 1, 0.0, in, out), KESTRANE_ERR_COUNT_MISMATCH);
+  expect_filled_result(engine);
+  EXPECT_EQ(engine.calib_Rt(device.measured(kShaken), 0, 1, 0.0, in, out), KESTRANE_OK);
+  testing::internal::GetCapturedStdout();
+  expect_filled_result(engine);
+  EXPECT_EQ(std::memcmp(&out, &before, sizeof(out)), 0) << "the slots alone are written";
+}
+
+TEST(FastCalibrator, GoesThroughWithoutAnyList) {
+  KestraneLaserFastCalibrator engine;
+  engine.init();
+  fill_result(engine);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(engine.calib_Rt(FrameLists{}, 5, 4), KESTRANE_OK);
+  testing::internal::GetCapturedStdout();
+  Result result{};
+  read_result(engine, result);
+  expect_transform(result.transform, {0, 0, 0, 1, 0, 0, 0});
+  expect_same(result.mean, kNaN);
+  EXPECT_EQ(result.max, -1000.0);
+  expect_same(result.deviation, kNaN);
+}
+
+TEST(FastCalibrator, CountsThePlanesOfResidualsFromTheFirst) {
+  KestraneLaserFastCalibrator engine;
+  engine.init();
+  fast_scene::Standard standard = flat_standard(3);
+  standard.fill(2, {{-0.00390625, 0, 0}});  // x = 256
+  engine.set_laser_plane_standard(standard.host());
+  ResidualSets residuals(3, std::vector<double>(3, 9.0));
+  for (const int last : {-5, 2, 1000000}) {  // not read
+    engine.cal_residual({columns({{128, 0, 300}}), columns({{128, 0, 300}})}, 1, last,
+                        literal::identity(), residuals);
+    EXPECT_EQ(residuals[0], (std::vector<double>{0}));
+    EXPECT_EQ(residuals[1], (std::vector<double>{128}));
+    EXPECT_EQ(residuals[2], (std::vector<double>{9, 9, 9}));
+  }
 }
 
 TEST(FastCalibrator, MeasuresAndHandsOutTheThreeFigures) {
@@ -786,6 +892,7 @@ TEST_F(CoefficientSolve, RefusesEachFaultAloneToo) {
   EXPECT_EQ(with([](auto& c) { c.in.plane_count = -3; }), KESTRANE_ERR_INVALID_PARAM);
   EXPECT_EQ(with([](auto& c) { c.in.opt_coeffs = nullptr; }), KESTRANE_ERR_NULL_POINTER);
   EXPECT_EQ(with([](auto& c) { c.out.plane_count = 0; }), KESTRANE_ERR_INVALID_PARAM);
+  EXPECT_EQ(with([](auto& c) { c.out.plane_count = -3; }), KESTRANE_ERR_INVALID_PARAM);
   EXPECT_EQ(with([](auto& c) { c.out.opt_coeffs = nullptr; }), KESTRANE_ERR_NULL_POINTER);
   EXPECT_EQ(with([](auto& c) { c.in.range_count = 20; }), KESTRANE_ERR_INVALID_PARAM);
   EXPECT_EQ(with([](auto& c) { c.in.range_count = 2000000000; }), KESTRANE_ERR_INVALID_PARAM);
@@ -818,6 +925,14 @@ TEST_F(CoefficientSolve, WantsBothEndsInOneEntry) {
 TEST_F(CoefficientSolve, RefusesARangeOfOnePlane) {
   Coefficients coeffs(2, 2);
   EXPECT_EQ(solve({frames_[2]}, 2, 2, coeffs), KESTRANE_ERR_EMPTY_RANGE);
+}
+
+TEST_F(CoefficientSolve, TakesARangeWithoutPlanesForAnyOther) {
+  Coefficients coeffs(0, 4);
+  EXPECT_EQ(solve({}, 3, 2, coeffs), KESTRANE_ERR_RANGE_UNKNOWN);
+  Coefficients listed(3, 2);
+  EXPECT_EQ(solve({}, 3, 2, listed), KESTRANE_OK);
+  EXPECT_TRUE(listed.untouched());
 }
 
 TEST_F(CoefficientSolve, CountsListsWithoutOverflow) {

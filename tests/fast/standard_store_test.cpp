@@ -103,6 +103,29 @@ TEST_F(StandardStore, CopiesPartlyUsedTablesAsFarAsTheirCountsGo) {
   EXPECT_EQ(table.lines[3].count, 0);
 }
 
+TEST_F(StandardStore, CopiesAPlaneCountBelowOneAsANumber) {
+  fast_scene::Standard source = flat_standard(1);
+  _MRV_LASER_PLANE_BLOCK_INFOS host = source.host();
+  for (const std::int32_t count : {0, -2}) {
+    host.plane_count = count;
+    kestrane::copy_standard(host, *standard_);
+    EXPECT_EQ(standard_->plane_count, count);
+    EXPECT_EQ(standard_->planes[0].block.lines[0].cells[0].v[0], 0.0);
+  }
+  EXPECT_EQ(standard_->grids->z_step, 27.0) << "the bounds come along all the same";
+}
+
+TEST_F(StandardStore, LeavesAPlaneOfAnEarlierTableBehindTheCount) {
+  fast_scene::Standard two = flat_standard(2);
+  kestrane::copy_standard(two.host(), *standard_);
+  fast_scene::Standard one = flat_standard(1);
+  one.fill(0, {{3.0, 2.0, 1.0}});
+  kestrane::copy_standard(one.host(), *standard_);
+  EXPECT_EQ(standard_->plane_count, 1);
+  EXPECT_EQ(standard_->planes[0].block.lines[0].cells[0].v[0], 3.0);
+  EXPECT_EQ(standard_->planes[1].block.lines[0].cells[0].v[0], kSheetAt128.v[0]);
+}
+
 TEST_F(StandardStore, LeavesWholePlanesOut) {
   fast_scene::Standard source = flat_standard(1);
   _MRV_LASER_PLANE_BLOCK_INFOS host = source.host();

@@ -189,17 +189,84 @@ TEST(SolveTransform, StaysOffStandardErrorWhateverThePointsAre) {
   }
 }
 
-TEST(SolveTransform, AsksForNoMoreThreadsThanThereAre) {
-  cpu_set_t before;
-  ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
-  cpu_set_t single;
-  CPU_ZERO(&single);
-  for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&single) == 0; ++cpu) {
-    if (CPU_ISSET(cpu, &before)) CPU_SET(cpu, &single);
+// Leaves this thread one processor while it lives, so that the solver runs on one thread.
+class OneProcessor {
+ public:
+  OneProcessor() {
+    EXPECT_EQ(sched_getaffinity(0, sizeof before_, &before_), 0);
+    cpu_set_t single;
+    CPU_ZERO(&single);
+    for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&single) == 0; ++cpu) {
+      if (CPU_ISSET(cpu, &before_)) CPU_SET(cpu, &single);
+    }
+    EXPECT_EQ(sched_setaffinity(0, sizeof single, &single), 0);
   }
-  ASSERT_EQ(sched_setaffinity(0, sizeof single, &single), 0);
+  ~OneProcessor() { sched_setaffinity(0, sizeof before_, &before_); }
+  OneProcessor(const OneProcessor&) = delete;
+  OneProcessor& operator=(const OneProcessor&) = delete;
+
+ private:
+  cpu_set_t before_;
+};
+
+// Points of four sheets that are off by a lot, over which a solve takes its time.
+PointSets scattered(std::uint64_t seed, const std::vector<simulation::Sheet>& sheets) {
+  Random random(seed);
+  constexpr double kScatter[3] = {0.3, 3.0, 20.0};
+  PointSets points;
+  for (std::size_t i = 0; i < 4; ++i) {
+    PlanePoints set(3, 40 + random.index(60));
+    for (Eigen::Index j = 0; j < set.cols(); ++j) {
+      const double z = random.uniform(220, 350);
+      const double y = random.uniform(-0.5, 0.5) * z;
+      set.col(j) << simulation::sheet_x(sheets[i], y, z) + kScatter[seed % 3] * random.gaussian(),
+          y, z;
+    }
+    points.push_back(set);
+  }
+  return points;
+}
+
+// The report of a solve on one thread with these settings and the solver's own for all others.
+std::string report_with(ceres::LinearSolverType linear, int iterations, const PointSets& points,
+                        const fast_scene::Standard& standard) {
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+  double rotation[3] = {0, 0, 0}, translation[3] = {0, 0, 0};
+  kestrane::ResidualParts parts;
+  ceres::Problem problem(kestrane::borrowed_parts());
+  kestrane::add_residual_blocks(problem, parts, points, &table, 0, rotation, translation);
+  ceres::Solver::Options options;
+  options.linear_solver_type = linear;
+  options.max_num_iterations = iterations;
+  options.logging_type = ceres::SILENT;
+  ceres::Solver::Summary summary;
+  ceres::Solve(options, &problem, &summary);
+  return summary.BriefReport() + "\n";
+}
+
+TEST(SolveTransform, StopsAfterFiftyIterationsOfTheIterativeSolver) {
+  const OneProcessor one;  // all bits are the same then
+  const auto sheets = simulation::make_device({.planes = 4});
+  const fast_scene::Standard standard(sheets);
+  int at_the_limit = 0, told_apart = 0;
+  for (std::uint64_t seed = 0; seed < 12; ++seed) {
+    const PointSets points = scattered(seed, sheets);
+    const Solved solved = solve(points, standard);
+    EXPECT_EQ(solved.report, report_with(ceres::ITERATIVE_SCHUR, 50, points, standard)) << seed;
+    told_apart += solved.report == report_with(ceres::DENSE_QR, 50, points, standard) ? 0 : 1;
+    EXPECT_EQ(solved.status, KESTRANE_OK) << "usable also at the limit";
+    if (solved.report.find("NO_CONVERGENCE") == std::string::npos) continue;
+    ++at_the_limit;
+    EXPECT_NE(solved.report.find("Iterations: 51,"), std::string::npos) << solved.report;
+    EXPECT_NE(solved.transform(0, 3), 0.0) << "what was reached counts";
+  }
+  EXPECT_GT(at_the_limit, 0);
+  EXPECT_GT(told_apart, 0);
+}
+
+TEST(SolveTransform, AsksForNoMoreThreadsThanThereAre) {
+  const OneProcessor one;
   const Solved solved = solve({on_sheet(24)}, flat_standard(1));
-  sched_setaffinity(0, sizeof before, &before);
   EXPECT_EQ(solved.status, KESTRANE_OK);
   EXPECT_EQ(solved.complaints, "");
 }
