@@ -138,7 +138,7 @@ void KestraneLaserFactoryCalibrator::write_row(_MRV_LASER_PLANE_BLOCK_INFO& row)
 void KestraneLaserFactoryCalibrator::copy_indicators(
     std::int32_t plane_index, _LASER_PLANE_INDICATORS_INFOS& indicators,
     _LASER_PLANE_GRID_CORNERS_INFOS& corners) const {
-  KESTRANE_PROMISE(plane_index < corners.plane_count,
+  KESTRANE_PROMISE(plane_index < corners.plane_capacity,
                    "a plane index lies inside the corner record");
   KESTRANE_PROMISE(cell_planes_.size() == cell_points_.size(),
                    "get_indicators comes after a successful factory_calib");
