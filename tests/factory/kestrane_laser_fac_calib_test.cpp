@@ -187,6 +187,20 @@ TEST_F(FacCalib, TakesAnyLaserTypeAndActsOnTheFarOneAlone) {
   EXPECT_EQ(run(0, sheet(150.0, 6000, 2, -30.0, 30.0, 220.0, 400.0)), KESTRANE_OK);
 }
 
+TEST_F(FacCalib, FitsTheWholePlaneToTheFarBandForTheFarTypeAlone) {
+  Cloud cloud = sheet(150.0, 3000, 34, -30.0, 30.0, 110.0, 219.9);
+  for (const auto& point : sheet(151.0, 6000, 35, -30.0, 30.0, 220.0, 400.0)) {
+    cloud.push_back(point);
+  }
+  constexpr double kRounding = 1e-12;
+  ASSERT_EQ(calib.set_laser_type(kestrane::LASER_TYPE_FAR), KESTRANE_OK);
+  ASSERT_EQ(run(0, cloud), KESTRANE_OK);
+  EXPECT_NEAR(table_of(calib, 1).row(0).laser_plane_R[0], -1.0 / 151.0, kRounding);
+  ASSERT_EQ(calib.set_laser_type(kestrane::LASER_TYPE_STANDARD), KESTRANE_OK);
+  ASSERT_EQ(run(0, cloud), KESTRANE_OK);
+  EXPECT_GT(std::abs(table_of(calib, 1).row(0).laser_plane_R[0] + 1.0 / 151.0), 1e-6);
+}
+
 // Refusals of a run.
 
 TEST_F(FacCalib, RefusesNoPointsBeforeItLooksAtThePointer) {
@@ -240,6 +254,17 @@ Cloud sheet_through_origin() {
 
 TEST_F(FacCalib, FailsOnAPlaneThroughTheOrigin) {
   EXPECT_EQ(run(0, sheet_through_origin()), KESTRANE_ERR_FAILED);
+}
+
+TEST_F(FacCalib, RefusesAPlaneBelowTheLimitOfDAndTakesOneOnIt) {
+  // The sheet x = offset: its d is exactly -offset or offset, whatever the sign of x.
+  Cloud cloud = sheet_through_origin();
+  for (const double sign : {1.0, -1.0}) {
+    for (auto& point : cloud) point.x = sign * kGuard;
+    EXPECT_EQ(run(0, cloud), KESTRANE_OK);
+    for (auto& point : cloud) point.x = sign * kGuard / 2.0;
+    EXPECT_EQ(run(0, cloud), KESTRANE_ERR_FAILED);
+  }
 }
 
 TEST_F(FacCalib, HasNoLimitForAPlaneThatBarelyMissesTheOrigin) {
@@ -390,6 +415,34 @@ TEST_F(FacCalib, SurvivesAnOptimisationOfPointsThatAreNotNumbers) {
   Cloud cloud = sheet(150.0, 6000, 15);
   cloud[100].z = kNaN;
   EXPECT_EQ(run(0, cloud), KESTRANE_OK);
+}
+
+TEST_F(FacCalib, RunsThroughCloudsWithNumbersOfEveryKind) {
+  // Any coordinate may be any double: no index, list or solver may stumble over it.
+  constexpr double kMost = std::numeric_limits<double>::max();
+  const std::vector<double> odd = {kNaN, kInf, -kInf, kMost, -kMost, 1e160, -0.0, 0x1p-1074};
+  Random random(32);
+  for (int round = 0; round < 24; ++round) {
+    Cloud cloud = noisy_sheet(150.0, 4500, 33 + static_cast<std::uint64_t>(round));
+    const int spoiled = round < 12 ? 1 : 400;
+    for (int n = 0; n < spoiled; ++n) {
+      auto& point = cloud[static_cast<std::size_t>(random.index(4500))];
+      double* const coordinates[3] = {&point.x, &point.y, &point.z};
+      *coordinates[random.index(3)] = odd[static_cast<std::size_t>(random.index(8))];
+    }
+    ASSERT_EQ(calib.set_optimize_flag(static_cast<kestrane::_KESTRANE_OPTIM_FLAG>(round % 2)),
+              KESTRANE_OK);
+    const _KESTRANE_STATUS status = run(99, cloud);
+    if (status != KESTRANE_OK) {
+      EXPECT_EQ(status, KESTRANE_ERR_FAILED);
+      continue;
+    }
+    HostRecords records(1);
+    ASSERT_EQ(calib.get_indicators(0, records.indicators, records.corners), KESTRANE_OK);
+    EXPECT_EQ(records.indicators.planes[0].count, 15);
+    EXPECT_EQ(records.corners.planes[0].lines[15].cells[50].v[2], 1500.0);
+    EXPECT_EQ(table_of(calib, 100).row(99).block.lines[14].count, 50);
+  }
 }
 
 TEST_F(FacCalib, IgnoresThePointsIdentifiers) {
@@ -576,6 +629,25 @@ TEST_F(FacCalib, WritesTheLatestRunWhereverTheIndexPoints) {
     EXPECT_EQ(std::memcmp(first.cells, last.cells, 51 * sizeof(kestrane::_LASER_TRIPLE)), 0);
   }
   EXPECT_EQ(records.corners.planes[1].lines[3].cells[3].v[2], 0.0);
+}
+
+TEST_F(FacCalib, MeasuresAnIndexAgainstTheIndicatorsInUseAlone) {
+  ASSERT_EQ(run(0, noisy_sheet(150.0, 6000, 30)), KESTRANE_OK);
+  HostRecords records(3);
+  records.corners.plane_count = 1;  // the memory of all three planes is there
+  ASSERT_EQ(calib.get_indicators(2, records.indicators, records.corners), KESTRANE_OK);
+  EXPECT_EQ(records.indicators.planes[2].lines[0].count, 50);
+  EXPECT_EQ(records.corners.planes[2].lines[15].cells[50].v[2], 1500.0);
+  EXPECT_EQ(records.corners.planes[0].lines[15].cells[50].v[2], 0.0);
+}
+
+TEST_F(FacCalib, HandsOutNoIndicatorsAfterARunThatEndedAtItsFirstFit) {
+  ASSERT_EQ(run(0, noisy_sheet(150.0, 6000, 31)), KESTRANE_OK);
+  ASSERT_EQ(run(0, sheet(150.0, 2, 31)), KESTRANE_ERR_FAILED);
+  HostRecords records(1);
+  ASSERT_EQ(calib.get_indicators(0, records.indicators, records.corners), KESTRANE_OK);
+  EXPECT_EQ(records.indicators.planes[0].count, 0);
+  EXPECT_EQ(records.corners.planes[0].count, 0);
 }
 
 TEST_F(FacCalib, HandsOutCornersOnTheSheetAtTheNominalPositions) {
