@@ -262,6 +262,20 @@ TEST(SectorFit, LendsAPlaneToASectorWhoseFitFails) {
   EXPECT_TRUE(planes[5] == planes[4]);
 }
 
+TEST(SectorFit, LendsAPlaneToASectorWhoseFitFailsAfterItsFirstPlane) {
+  // Two sheets ten apart: every point lies five from their common plane, and none is kept.
+  auto apart = sector_sheet(5, 300, 95.0, 8);
+  for (const Eigen::Vector3d& point : sector_sheet(5, 300, 105.0, 8)) apart.push_back(point);
+  SectorClouds clouds(15, PointMatrix3(0, 3));
+  clouds[4] = cloud_of(sector_sheet(4, 250, 50.0, 7));
+  clouds[5] = cloud_of(apart);
+  SectorPlanes planes;
+  SectorClouds kept;
+  kestrane::fit_sector_planes(kestrane::LASER_TYPE_STANDARD, clouds, planes, kept);
+  EXPECT_EQ(kept[5].rows(), 0);
+  EXPECT_TRUE(planes[5] == planes[4]);
+}
+
 TEST(SectorFit, LeavesAllPlanesEmptyWithoutAnyFit) {
   SectorPlanes planes(3, PlaneAbcd::Ones());
   SectorClouds kept;
