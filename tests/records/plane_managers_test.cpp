@@ -178,11 +178,16 @@ TYPED_TEST(PlaneManager, StartsWithZeroCells) {
 TYPED_TEST(PlaneManager, ClearsCellsWhenCarvingAgainOnlyWhereTheyAreIndicators) {
   typename TypeParam::Owner owner;
   ASSERT_EQ(owner.init(2), KESTRANE_OK);
-  owner.planes[1].lines[TypeParam::kLines - 1].cells[TypeParam::kCells - 1] = {{1.0, 2.0, 3.0}};
+  const auto first = [&]() -> _LASER_TRIPLE& { return owner.planes[0].lines[0].cells[0]; };
+  const auto last = [&]() -> _LASER_TRIPLE& {
+    return owner.planes[1].lines[TypeParam::kLines - 1].cells[TypeParam::kCells - 1];
+  };
+  first() = {{1.0, 2.0, 3.0}};
+  last() = {{1.0, 2.0, 3.0}};
   owner.alloc_buf_size(owner.block_, 2, true);
   const double kept = std::is_same_v<TypeParam, Indicators> ? 0.0 : 1.0;
-  expect_triple(owner.planes[1].lines[TypeParam::kLines - 1].cells[TypeParam::kCells - 1],
-                1.0 * kept, 2.0 * kept, 3.0 * kept);
+  expect_triple(first(), 1.0 * kept, 2.0 * kept, 3.0 * kept);
+  expect_triple(last(), 1.0 * kept, 2.0 * kept, 3.0 * kept);
 }
 
 // Counts.
