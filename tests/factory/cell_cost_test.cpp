@@ -105,6 +105,15 @@ TEST(CellCost, RefusesCornersOnALineAndLeavesTheResidualUnset) {
   EXPECT_EQ(residual, -7.0);
 }
 
+TEST(CellCost, RefusesCornersThatCoincide) {
+  // No spread at all: the guard in the divisor makes the ratios 0 and not 0 / 0.
+  Cell cell = flat_cell(0.0, 0.0);
+  cell.points = PointMatrix3::Zero(1, 3);
+  double residual = -7.0;
+  EXPECT_FALSE(residual_of(cell, kFlat, residual));
+  EXPECT_EQ(residual, -7.0);
+}
+
 TEST(CellCost, DrawsTheLineAtASpreadOfFiveInTenThousand) {
   // Scatter of a rectangle: width^2 against height^2.
   double residual = -7.0;
