@@ -225,6 +225,7 @@ TEST_F(FacCalib, FailsWhenEveryPointLiesOutsideTheDepthBand) {
 }
 
 TEST_F(FacCalib, FailsWithFewerThanThreePoints) {
+  EXPECT_EQ(run(0, sheet(150.0, 1, 5)), KESTRANE_ERR_FAILED);
   EXPECT_EQ(run(0, sheet(150.0, 2, 5)), KESTRANE_ERR_FAILED);
 }
 
@@ -593,6 +594,20 @@ TEST_F(FacCalib, ChecksTheIndicatorArgumentsInOrder) {
   corners.plane_count = 2;
   ASSERT_EQ(run(0, sheet(150.0, 6000, 25)), KESTRANE_OK);
   EXPECT_EQ(calib.get_indicators(0, indicators, corners), KESTRANE_OK);
+}
+
+TEST_F(FacCalib, HoldsEachRecordAgainstItsOwnCapacity) {
+  ASSERT_EQ(run(0, noisy_sheet(150.0, 6000, 36)), KESTRANE_OK);
+  const HostRecords few(1);
+  const HostRecords many(3);
+  kestrane::_LASER_PLANE_INDICATORS_INFOS indicators = few.indicators;
+  kestrane::_LASER_PLANE_GRID_CORNERS_INFOS corners = many.corners;
+  EXPECT_EQ(calib.get_indicators(0, indicators, corners), KESTRANE_OK);
+  indicators = many.indicators;
+  corners = few.corners;
+  EXPECT_EQ(calib.get_indicators(0, indicators, corners), KESTRANE_OK);
+  corners.plane_count = 2;
+  EXPECT_EQ(calib.get_indicators(0, indicators, corners), KESTRANE_ERR_INVALID_PARAM);
 }
 
 TEST_F(FacCalib, WritesNothingWhenItRefusesAnIndex) {
