@@ -102,6 +102,8 @@ bool streamed_plane(PointRows rows, const PointSums& sums, StreamedPlane& plane)
   const Side side = certain_side(rows, direction.normal, height_doubt);
   if (side == Side::kUndecided) return false;
   PlaneAbcd abcd = plane_through(m, direction.normal);
+  // Hosts see whether a and d vanish: one by a failed run, the other by the sign of distances.
+  if (!(std::abs(abcd[0]) > direction.doubt)) return false;
   if (!(std::abs(abcd[3] + kGuard) > height_doubt)) return false;
   if (side == Side::kInward) abcd *= -1.0;
   plane = {abcd, distance_doubt(direction, offset), sum_doubt(rows.count, direction, offset)};

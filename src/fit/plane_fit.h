@@ -32,7 +32,7 @@ PlaneAbcd decomposed_plane(PointRows rows, const PointSums& sums);
 PlaneAbcd passing_plane(PointRows rows, const PointSums& sums);
 
 // A plane that is known to rounding, and how far the signed distances of its rows may lie from
-// those to the decomposed plane. Both lists of distances may have opposite signs.
+// those to the decomposed plane.
 struct StreamedPlane {
   PlaneAbcd abcd;
   double doubt;      // of the distance of any row
@@ -40,8 +40,8 @@ struct StreamedPlane {
 };
 
 // The plane by streaming over the rows. False, with nothing written, where rounding would show: too
-// few rows, degenerate spreads, points on both sides of the origin in nearly equal numbers, or a
-// plane through the origin.
+// few rows, degenerate spreads, points on both sides of the origin in nearly equal numbers, a plane
+// through the origin or one along the x axis.
 bool streamed_plane(PointRows rows, const PointSums& sums, StreamedPlane& plane);
 
 // Signed distance of every point to a plane.
