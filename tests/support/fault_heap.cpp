@@ -6,23 +6,25 @@
 #include <cerrno>
 #include <new>
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
-
-// Where blocks really come from.
+// Where blocks really come from: the sanitizer's allocator where there is one, or the C library's.
 extern "C" {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define KESTRANE_TRUE_HEAP(name) __interceptor_##name
-#else
-#define KESTRANE_TRUE_HEAP(name) __libc_##name
-#endif
-void* KESTRANE_TRUE_HEAP(malloc)(std::size_t size);
-void* KESTRANE_TRUE_HEAP(calloc)(std::size_t count, std::size_t size);
-void* KESTRANE_TRUE_HEAP(realloc)(void* block, std::size_t size);
-void* KESTRANE_TRUE_HEAP(memalign)(std::size_t alignment, std::size_t size);
-void KESTRANE_TRUE_HEAP(free)(void* block);
+[[gnu::weak]] void* __interceptor_malloc(std::size_t size);
+[[gnu::weak]] void* __interceptor_calloc(std::size_t count, std::size_t size);
+[[gnu::weak]] void* __interceptor_realloc(void* block, std::size_t size);
+[[gnu::weak]] void* __interceptor_memalign(std::size_t alignment, std::size_t size);
+[[gnu::weak]] void __interceptor_free(void* block);
+[[gnu::weak]] void __lsan_disable();
+[[gnu::weak]] void __lsan_enable();
+
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void* block);
 }
+
+#define KESTRANE_TRUE_HEAP(name) \
+  (__interceptor_##name != nullptr ? __interceptor_##name : __libc_##name)
 
 namespace fault_heap {
 namespace {
@@ -37,6 +39,7 @@ struct State {
 
 State state;
 std::atomic<bool> watching{false};
+std::atomic<bool> sizing{false};  // a sanitizer cannot size blocks before it is set up itself
 std::atomic<long> others{0};
 std::atomic<long> live_blocks{0};
 std::atomic<long> live_bytes{0};
@@ -59,14 +62,14 @@ bool is_refused() {
 }
 
 void* gain(void* block) {
-  if (block == nullptr) return nullptr;
+  if (block == nullptr || !sizing.load(std::memory_order_relaxed)) return block;
   live_blocks.fetch_add(1, std::memory_order_relaxed);
   live_bytes.fetch_add(static_cast<long>(malloc_usable_size(block)), std::memory_order_relaxed);
   return block;
 }
 
 void lose(void* block) {
-  if (block == nullptr) return;
+  if (block == nullptr || !sizing.load(std::memory_order_relaxed)) return;
   live_blocks.fetch_sub(1, std::memory_order_relaxed);
   live_bytes.fetch_sub(static_cast<long>(malloc_usable_size(block)), std::memory_order_relaxed);
 }
@@ -101,15 +104,17 @@ Inside::Inside(Place inner) : before_(place) {
 }
 Inside::~Inside() { place = before_; }
 
-Holding holding() { return {live_blocks, live_bytes}; }
+Holding holding() {
+  sizing = true;
+  return {live_blocks, live_bytes};
+}
 
-#ifdef __SANITIZE_ADDRESS__
-LostByDesign::LostByDesign() { __lsan_disable(); }
-LostByDesign::~LostByDesign() { __lsan_enable(); }
-#else
-LostByDesign::LostByDesign() = default;
-LostByDesign::~LostByDesign() = default;
-#endif
+LostByDesign::LostByDesign() {
+  if (__lsan_disable != nullptr) __lsan_disable();
+}
+LostByDesign::~LostByDesign() {
+  if (__lsan_enable != nullptr) __lsan_enable();
+}
 
 void solve_with(int count) { threads = count; }
 int solver_threads() { return threads; }

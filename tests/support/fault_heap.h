@@ -49,7 +49,7 @@ class Inside {
   Place before_;
 };
 
-// What the process holds at the moment, all threads together.
+// What the process holds beyond what it held at the first call, all threads together.
 struct Holding {
   long blocks;
   long bytes;
