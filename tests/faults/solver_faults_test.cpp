@@ -121,6 +121,7 @@ template <class Work>
 bool in_a_process(Work&& work, Trial& trial) {
   int ends[2];
   if (pipe(ends) != 0) return false;
+  std::fflush(stdout);  // or the child would write it again
   const pid_t child = fork();
   if (child == 0) {
     keep_quiet_about_the_end();
