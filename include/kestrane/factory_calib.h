@@ -33,7 +33,7 @@ class KESTRANE_API KESTRANE_LASER_FAC_CALIB {
   // allocated for the life of the process, also after the object is gone; a second `init` takes
   // another one.
   //
-  // KESTRANE_ERR_FAILED  the block could not be had; nothing has changed
+  // KESTRANE_ERR_FAILED  block or grid could not be had; nothing has changed
   _KESTRANE_STATUS init();
 
   // Chooses the depth band of the next runs. Any value is taken; all but LASER_TYPE_FAR act as

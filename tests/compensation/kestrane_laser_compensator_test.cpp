@@ -718,13 +718,16 @@ TEST(CompensatorDeathTest, NamesATableBeyondTheStore) {
   KESTRANE_LASER_COMPENSATOR compensator;
   ASSERT_EQ(compensator.init(), KESTRANE_OK);
   HostTable planes = flat_table(101);
-  EXPECT_DEATH(compensator.set_laser_plane_param(planes.record()), "at most 100 planes");
+  EXPECT_DEATH(compensator.set_laser_plane_param(planes.record()),
+               "at most 100 planes, 15 lines and 50 cells");
   HostTable lines = flat_table(1);
   lines.row(0).block.count = 16;
-  EXPECT_DEATH(compensator.set_laser_plane_param(lines.record()), "15 lines");
+  EXPECT_DEATH(compensator.set_laser_plane_param(lines.record()),
+               "at most 100 planes, 15 lines and 50 cells");
   HostTable cells = flat_table(1);
   cells.line(0, 14).count = 51;
-  EXPECT_DEATH(compensator.set_laser_plane_param(cells.record()), "50 cells");
+  EXPECT_DEATH(compensator.set_laser_plane_param(cells.record()),
+               "at most 100 planes, 15 lines and 50 cells");
 }
 
 TEST(CompensatorDeathTest, NamesARangeOutsideTheTable) {
