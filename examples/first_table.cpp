@@ -1,8 +1,8 @@
 // The shortest way from measured clouds to a plane table.
 #include <cstdio>
 
-#include "examples/host_table.h"
 #include "kestrane/factory_calib.h"
+#include "simulation/host_table.h"
 #include "simulation/scanner.h"
 
 namespace {
@@ -14,7 +14,7 @@ simulation::Cloud measure_plane(int plane) {
   return simulation::measure(sheets[static_cast<std::size_t>(plane)], settings);
 }
 
-bool calibrate(int planes, examples::HostTable& table) {
+bool calibrate(int planes, simulation::HostTable& table) {
   // [first table]
   kestrane::KESTRANE_LASER_FAC_CALIB calib;
   if (calib.init() != KESTRANE_OK) return false;
@@ -30,7 +30,7 @@ bool calibrate(int planes, examples::HostTable& table) {
 
 int main() {
   constexpr int kPlanes = 3;
-  examples::HostTable table(kPlanes);
+  simulation::HostTable table(kPlanes);
   if (!calibrate(kPlanes, table)) return 1;
   for (int plane = 0; plane < kPlanes; ++plane) {
     const double* abc = table.infos().planes[plane].laser_plane_R;

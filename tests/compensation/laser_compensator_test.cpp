@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "compensation/allocation_probe.h"
-#include "compensation/host_table.h"
 #include "compensation/plain_compensation.h"
+#include "compensation/scanner_table.h"
 #include "kestrane/compensator.h"
 
 namespace {
@@ -17,9 +17,9 @@ using kestrane::_LASER_PLANE_BLOCK_INFO;
 using kestrane::KESTRANE_LASER_COMPENSATOR;
 using kestrane::LaserCompensator;
 using kestrane_test::AllocationProbe;
-using kestrane_test::HostTable;
 using kestrane_test::same_value;
 using kestrane_test::Vec3;
+using simulation::HostTable;
 using Event = AllocationProbe::Event;
 
 constexpr std::ptrdiff_t kRowsSection = 8832;
@@ -137,8 +137,8 @@ TEST(LaserCompensator, LetsOnlyTheStandardExceptionLeaveTheConstructor) {
 TEST(LaserCompensator, AllocatesNothingFromTheTableToTheResult) {
   simulation::Random random(21);
   HostTable table(100);
-  table.fill_like_a_scanner(random);
-  _MRV_LASER_PLANE_BLOCK_INFOS record = table.record();
+  kestrane_test::fill_like_a_scanner(table, random);
+  _MRV_LASER_PLANE_BLOCK_INFOS record = table.infos();
   KESTRANE_LASER_COMPENSATOR facade;
   ASSERT_EQ(facade.init(), KESTRANE_OK);
 
@@ -154,10 +154,10 @@ TEST(LaserCompensator, AllocatesNothingFromTheTableToTheResult) {
 TEST(LaserCompensator, SetsThePivotsOfThePlanesInWorkOnly) {
   simulation::Random random(22);
   HostTable table(6);
-  table.fill_like_a_scanner(random);
+  kestrane_test::fill_like_a_scanner(table, random);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param(kWarm, 0, 6);
   engine.compensate(1, 4);
@@ -177,10 +177,10 @@ TEST(LaserCompensator, SetsThePivotsOfThePlanesInWorkOnly) {
 TEST(LaserCompensator, RecomputesThePivotFromTheUnchangedPlane) {
   simulation::Random random(23);
   HostTable table(1);
-  table.fill_like_a_scanner(random);
+  kestrane_test::fill_like_a_scanner(table, random);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param(kWarm, 0, 1);
   engine.compensate(0, 1);
@@ -195,7 +195,7 @@ TEST(LaserCompensator, PutsThePivotOnTheWholePlaneAlongTheTranslation) {
   table.fill(-0.01, 1e-5, 1e-3);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param({}, 0, 1);
   engine.compensate(0, 1);
@@ -211,10 +211,10 @@ TEST(LaserCompensator, LeavesCellsBeyondACountInTheStoreAsTheyWere) {
   table.fill(-0.01, 1e-5, 1e-3);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   table.line(0, 3).count = 13;
   table.row(0).block.count = 5;
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param(kWarm, 0, 1);
   engine.compensate(0, 1);
@@ -228,10 +228,10 @@ TEST(LaserCompensator, LeavesCellsBeyondACountInTheStoreAsTheyWere) {
 TEST(LaserCompensator, LeavesTheSecondTableAndTheFlagAlone) {
   simulation::Random random(24);
   HostTable table(2);
-  table.fill_like_a_scanner(random);
+  kestrane_test::fill_like_a_scanner(table, random);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param(kWarm, 0, 2);
   engine.compensate(0, 2);

@@ -1,0 +1,46 @@
+// Plane tables like those of a scanner, and their comparison number by number.
+#pragma once
+
+#include <cstdint>
+
+#include "compensation/same_value.h"
+#include "simulation/host_table.h"
+#include "simulation/random.h"
+
+namespace kestrane_test {
+
+// Sheets of nearly constant x, each cell a little off its plane; some cells are empty.
+inline void fill_like_a_scanner(simulation::HostTable& table, simulation::Random& random) {
+  for (std::int32_t p = 0; p < table.size(); ++p) {
+    double* whole = table.row(p).laser_plane_R;
+    whole[0] = random.uniform(-0.012, -0.008);
+    whole[1] = random.uniform(-1e-5, 1e-5);
+    whole[2] = random.uniform(-1e-3, 1e-3);
+    for (std::int32_t n = 0; n < simulation::HostTable::kLines * simulation::HostTable::kCells;
+         ++n) {
+      const bool empty = random.index(10) == 0;
+      for (int i = 0; i < 3; ++i) {
+        table.abc(p, 0, n)[i] = empty ? 0.0 : whole[i] * random.uniform(0.98, 1.02);
+      }
+    }
+  }
+}
+
+// How many numbers of all cells and whole planes differ, counts aside.
+inline int count_differences(simulation::HostTable& x, simulation::HostTable& y) {
+  int different = 0;
+  for (std::int32_t p = 0; p < x.size(); ++p) {
+    for (int i = 0; i < 3; ++i) {
+      different += same_value(x.row(p).laser_plane_R[i], y.row(p).laser_plane_R[i]) ? 0 : 1;
+    }
+    for (std::int32_t n = 0; n < simulation::HostTable::kLines * simulation::HostTable::kCells;
+         ++n) {
+      for (int i = 0; i < 3; ++i) {
+        different += same_value(x.abc(p, 0, n)[i], y.abc(p, 0, n)[i]) ? 0 : 1;
+      }
+    }
+  }
+  return different;
+}
+
+}  // namespace kestrane_test
