@@ -16,6 +16,8 @@ using kestrane::_LASER_PLANE_GRIDS;
 using kestrane::KESTRANE_LASER_COMPENSATOR;
 using kestrane_test::bits_of;
 using kestrane_test::count_differences;
+using kestrane_test::kExtrinsic;
+using kestrane_test::kWarm;
 using kestrane_test::same_value;
 using kestrane_test::Vec3;
 using simulation::HostTable;
@@ -41,18 +43,6 @@ struct Condition {
   }
 };
 
-constexpr _KESTRANE_COMPENSATE_PARAM kWarm{
-    .temperature = 35.5,
-    .temperature_ref = 21.25,
-    .drift = 0.75,
-    .drift_ref = 0.5,
-    .drift_gain = 1.5,
-    .temperature_spread = 1e-5,
-    .drift_spread = 2e-4,
-    .scale_per_degree = 1e-4,
-};
-
-constexpr _MRV_EXTRINSIC_PARAM kExtrinsic{{1, 0, 0, 0, 1, 0, 0, 0, 1}, {110.0, 3.0, -7.0}};
 constexpr _MRV_EXTRINSIC_PARAM kAcross{{1, 0, 0, 0, 1, 0, 0, 0, 1}, {100.0, 0.0, 0.0}};
 
 HostTable scanner_table(std::int32_t planes, std::uint64_t seed) {

@@ -17,6 +17,8 @@ using kestrane::_LASER_PLANE_BLOCK_INFO;
 using kestrane::KESTRANE_LASER_COMPENSATOR;
 using kestrane::LaserCompensator;
 using kestrane_test::AllocationProbe;
+using kestrane_test::kExtrinsic;
+using kestrane_test::kWarm;
 using kestrane_test::same_value;
 using kestrane_test::Vec3;
 using simulation::HostTable;
@@ -27,19 +29,6 @@ constexpr std::ptrdiff_t kSlab = 38912;
 constexpr std::ptrdiff_t kLineTable = 256;
 constexpr std::ptrdiff_t kLine = 1280;
 constexpr std::size_t kStore = 3900032;  // 8832 + 100 * 38912
-
-constexpr _KESTRANE_COMPENSATE_PARAM kWarm{
-    .temperature = 35.5,
-    .temperature_ref = 21.25,
-    .drift = 0.75,
-    .drift_ref = 0.5,
-    .drift_gain = 1.5,
-    .temperature_spread = 1e-5,
-    .drift_spread = 2e-4,
-    .scale_per_degree = 1e-4,
-};
-
-constexpr _MRV_EXTRINSIC_PARAM kExtrinsic{{1, 0, 0, 0, 1, 0, 0, 0, 1}, {110.0, 3.0, -7.0}};
 
 std::ptrdiff_t offset_in(const LaserCompensator& engine, const void* address) {
   return static_cast<const char*>(address) - reinterpret_cast<const char*>(engine.planes());

@@ -1,4 +1,5 @@
-// Plane tables like those of a scanner, and their comparison number by number.
+// Plane tables and conditions like those of a scanner, and the comparison of two tables number by
+// number.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +9,20 @@
 #include "simulation/random.h"
 
 namespace kestrane_test {
+
+// A condition in which every field acts.
+inline constexpr _KESTRANE_COMPENSATE_PARAM kWarm{
+    .temperature = 35.5,
+    .temperature_ref = 21.25,
+    .drift = 0.75,
+    .drift_ref = 0.5,
+    .drift_gain = 1.5,
+    .temperature_spread = 1e-5,
+    .drift_spread = 2e-4,
+    .scale_per_degree = 1e-4,
+};
+
+inline constexpr _MRV_EXTRINSIC_PARAM kExtrinsic{{1, 0, 0, 0, 1, 0, 0, 0, 1}, {110.0, 3.0, -7.0}};
 
 // Sheets of nearly constant x, each cell a little off its plane; some cells are empty.
 inline void fill_like_a_scanner(simulation::HostTable& table, simulation::Random& random) {
