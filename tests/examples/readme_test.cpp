@@ -1,0 +1,147 @@
+// What the README shows and lists is what the sources hold.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::HasSubstr;
+using Lines = std::vector<std::string>;
+
+const std::string kFolder = std::string(SOURCE_FOLDER) + "/";
+
+Lines lines_of(std::istream& stream) {
+  Lines lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+Lines lines_of_file(const std::string& path) {
+  std::ifstream file(kFolder + path);
+  EXPECT_TRUE(file) << path;
+  return lines_of(file);
+}
+
+std::string text_of_file(const std::string& path) {
+  std::ifstream file(kFolder + path);
+  EXPECT_TRUE(file) << path;
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+std::string without_margin(const std::string& line) {
+  return line.substr(std::min(line.find_first_not_of(' '), line.size()));
+}
+
+// The lines behind position `at` up to the one that is `end`, indentation aside.
+Lines up_to(const Lines& lines, std::size_t at, const std::string& end) {
+  Lines part;
+  while (at < lines.size() && without_margin(lines[at]) != end) part.push_back(lines[at++]);
+  EXPECT_LT(at, lines.size()) << "no line " << end;
+  return part;
+}
+
+// The lines with the indentation that all of them share taken away.
+Lines at_left_margin(Lines lines) {
+  std::size_t margin = std::string::npos;
+  for (const std::string& line : lines) margin = std::min(margin, line.find_first_not_of(' '));
+  for (std::string& line : lines) line.erase(0, margin);
+  return lines;
+}
+
+// A snippet of a text: the example that it is taken from, and its lines.
+struct Snippet {
+  std::string source;
+  Lines lines;
+};
+
+std::vector<Snippet> snippets_of(const Lines& text) {
+  const std::regex mark("<!-- from (\\S+) -->");
+  std::vector<Snippet> snippets;
+  for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+    std::smatch found;
+    if (!std::regex_match(text[i], found, mark)) continue;
+    EXPECT_EQ(text[i + 1], "```cpp") << found[1];
+    snippets.push_back({found[1], up_to(text, i + 2, "```")});
+  }
+  return snippets;
+}
+
+Lines snippet_in(const std::string& source) {
+  const Lines lines = lines_of_file(source);
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (without_margin(lines[i]) == "// [snippet]") {
+      return at_left_margin(up_to(lines, i + 1, "// [snippet end]"));
+    }
+  }
+  return {};
+}
+
+TEST(Readme, ShowsTheSnippetsOfTheExamplesToTheLetter) {
+  const std::vector<Snippet> snippets = snippets_of(lines_of_file("README.md"));
+  for (const Snippet& snippet : snippets) {
+    EXPECT_FALSE(snippet.lines.empty()) << snippet.source;
+    EXPECT_EQ(snippet.lines, snippet_in(snippet.source)) << snippet.source;
+  }
+}
+
+TEST(Readme, ShowsASnippetForEachJobOnce) {
+  std::multiset<std::string> sources;
+  for (const Snippet& snippet : snippets_of(lines_of_file("README.md"))) {
+    sources.insert(snippet.source);
+  }
+  EXPECT_THAT(sources,
+              testing::ElementsAre("examples/compensate.cpp", "examples/field_calibration.cpp",
+                                   "examples/first_table.cpp", "examples/update_coefficients.cpp"));
+}
+
+TEST(Readme, ShowsNoCodeThatNoExampleHolds) {
+  const Lines readme = lines_of_file("README.md");
+  EXPECT_EQ(std::count(readme.begin(), readme.end(), "```cpp"),
+            static_cast<std::ptrdiff_t>(snippets_of(readme).size()));
+}
+
+TEST(Readme, ListsEveryStatusWithItsNumber) {
+  const std::string readme = text_of_file("README.md");
+  const std::string header = text_of_file("include/kestrane/records.h");
+  const std::regex status("(KESTRANE_(?:OK|ERR_[A-Z_]+)) =\\s+(-?[0-9]+)");
+  int count = 0;
+  for (std::sregex_iterator at(header.begin(), header.end(), status), end; at != end; ++at) {
+    ++count;
+    EXPECT_THAT(readme, HasSubstr("| " + (*at)[2].str() + " | `" + (*at)[1].str() + "` | "));
+  }
+  EXPECT_EQ(count, 12);
+}
+
+TEST(Readme, LeadsToFilesThatAreThere) {
+  const std::regex link("\\]\\(([^):]+)\\)");
+  for (const std::string text : {"README.md", "CONTRIBUTING.md"}) {
+    const std::string content = text_of_file(text);
+    for (std::sregex_iterator at(content.begin(), content.end(), link), end; at != end; ++at) {
+      const std::string target = (*at)[1].str();
+      const std::string file = target.substr(0, target.find('#'));
+      EXPECT_TRUE(std::filesystem::exists(kFolder + file)) << text << " leads to " << file;
+    }
+  }
+}
+
+TEST(Changelog, BeginsWithTheVersionOfTheProject) {
+  const std::string build = text_of_file("CMakeLists.txt");
+  std::smatch version;
+  ASSERT_TRUE(std::regex_search(build, version, std::regex("project\\(kestrane VERSION (\\S+)")));
+  std::smatch newest;
+  const std::string changes = text_of_file("CHANGELOG.md");
+  ASSERT_TRUE(std::regex_search(changes, newest, std::regex("\n## ([0-9.]+) - ")));
+  EXPECT_EQ(newest[1].str(), version[1].str());
+}
+
+}  // namespace
