@@ -1,4 +1,4 @@
-// What the README shows and lists is what the sources hold.
+// What the texts show and list is what the sources hold.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -132,6 +132,21 @@ TEST(Readme, LeadsToFilesThatAreThere) {
       EXPECT_TRUE(std::filesystem::exists(kFolder + file)) << text << " leads to " << file;
     }
   }
+}
+
+// The reference's own check passes over enumerators.
+TEST(PublicHeaders, GiveEveryEnumeratorAComment) {
+  bool inside = false;
+  int count = 0;
+  for (const std::string& line : lines_of_file("include/kestrane/records.h")) {
+    if (line == "};") inside = false;
+    if (inside) {
+      ++count;
+      EXPECT_THAT(line, HasSubstr("///< "));
+    }
+    inside = inside || line.rfind("enum ", 0) == 0;
+  }
+  EXPECT_EQ(count, 16);
 }
 
 TEST(Changelog, BeginsWithTheVersionOfTheProject) {
