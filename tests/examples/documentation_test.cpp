@@ -122,16 +122,55 @@ TEST(Readme, ListsEveryStatusWithItsNumber) {
   EXPECT_EQ(count, 12);
 }
 
-TEST(Readme, LeadsToFilesThatAreThere) {
-  const std::regex link("\\]\\(([^):]+)\\)");
-  for (const std::string text : {"README.md", "CONTRIBUTING.md"}) {
-    const std::string content = text_of_file(text);
-    for (std::sregex_iterator at(content.begin(), content.end(), link), end; at != end; ++at) {
-      const std::string target = (*at)[1].str();
-      const std::string file = target.substr(0, target.find('#'));
-      EXPECT_TRUE(std::filesystem::exists(kFolder + file)) << text << " leads to " << file;
+// All texts but the licence, by their path.
+std::vector<std::string> texts() {
+  std::vector<std::string> paths;
+  for (const char* folder : {"", "docs/", "bench/"}) {
+    for (const auto& entry : std::filesystem::directory_iterator(kFolder + folder)) {
+      if (entry.path().extension() == ".md")
+        paths.push_back(folder + entry.path().filename().string());
     }
   }
+  return paths;
+}
+
+// What the first group of `pattern` takes out of a text.
+std::vector<std::string> found_in(const std::string& text, const std::regex& pattern) {
+  std::vector<std::string> found;
+  for (std::sregex_iterator at(text.begin(), text.end(), pattern), end; at != end; ++at) {
+    found.push_back((*at)[1].str());
+  }
+  return found;
+}
+
+TEST(Texts, LeadToFilesThatAreThere) {
+  const std::regex link("\\]\\(([^):#]+)[^):]*\\)");
+  int links = 0;
+  for (const std::string& text : texts()) {
+    const std::filesystem::path from = std::filesystem::path(kFolder + text).parent_path();
+    for (const std::string& target : found_in(text_of_file(text), link)) {
+      ++links;
+      EXPECT_TRUE(std::filesystem::exists(from / target)) << text << " leads to " << target;
+    }
+  }
+  EXPECT_GT(links, 5);
+}
+
+// A source and its header may be named together, without their endings.
+TEST(Texts, NameSourcesThatAreThere) {
+  const std::regex path(
+      "`((?:include|src|simulation|examples|tests|bench|fuzz|cmake|scripts|docs)/[\\w./-]+)`");
+  int names = 0;
+  for (const std::string& text : texts()) {
+    for (const std::string& name : found_in(text_of_file(text), path)) {
+      ++names;
+      EXPECT_TRUE(std::filesystem::exists(kFolder + name) ||
+                  std::filesystem::exists(kFolder + name + ".h") ||
+                  std::filesystem::exists(kFolder + name + ".cpp"))
+          << text << " names " << name;
+    }
+  }
+  EXPECT_GT(names, 50);
 }
 
 // The reference's own check passes over enumerators.
