@@ -46,6 +46,13 @@ fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
 	    $${format}_corpus $${format}_seeds || exit 1; \
 	done
 
+.PHONY: docs
+docs: ## the reference of the public headers, in build/docs/html
+	@scripts/install-dependencies.sh docs
+	@mkdir -p build/docs
+	KESTRANE_VERSION=$$(sed -n 's/^project(kestrane VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt) \
+	  doxygen docs/Doxyfile
+
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
