@@ -26,7 +26,7 @@ void add_cell(const PointMatrix3& points, GridCorners& corners, std::size_t i, s
   gather_cell_corners(corners, i, j, matrix);
   auto functor = std::make_unique<OPTIMISIZE_COST_FUNCTION_FIT>(points, std::move(matrix));
   auto cost = std::make_unique<CellCost>(functor.get());
-  functor.release();  // the cost function owns it now
+  static_cast<void>(functor.release());  // the cost function owns it now
   const std::array<double*, 4> x = {&corners[i][j].x(), &corners[i][j + 1].x(),
                                     &corners[i + 1][j].x(), &corners[i + 1][j + 1].x()};
   problem.AddResidualBlock(cost.release(), &loss, x[0], x[1], x[2], x[3]);
