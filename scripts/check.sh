@@ -64,7 +64,7 @@ step_threads() {
 step_memory() {
   build release interface_test threads_test
   printf '%s\n' interface/interface_test threads/threads_test |
-    xargs -P "$jobs" -I '{}' valgrind --quiet --leak-check=full --show-leak-kinds=definite,possible \
+    xargs -P "$jobs" -I '{}' valgrind --quiet --fair-sched=try --leak-check=full --show-leak-kinds=definite,possible \
       --errors-for-leak-kinds=definite,possible --error-exitcode=1 \
       --suppressions=tests/support/valgrind.supp build/release/tests/'{}'
 }
