@@ -43,9 +43,7 @@ step_coverage() {
   build coverage
   find build/coverage -name '*.gcda' -delete
   ctest --preset coverage -j "$jobs"
-  gcovr --root . --object-directory build/coverage --filter 'src/' --exclude-unreachable-branches \
-    --gcov-ignore-parse-errors -j "$jobs" --print-summary --fail-under-line 98 \
-    --txt "$logs/coverage.txt"
+  scripts/coverage.py build/coverage 98
 }
 
 # All tests under the address, undefined-behaviour and float-cast-overflow sanitizers, leaks too.
