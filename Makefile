@@ -31,11 +31,9 @@ asan: dependencies ## run all tests under the address and undefined-behaviour sa
 	cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan -j $(JOBS)
 
-check: ## format, all tests under the sanitizers, a short fuzz run of each reader
-	@scripts/install-dependencies.sh check
-	git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
-	$(MAKE) asan
-	$(MAKE) fuzz FUZZ_SECONDS=15
+check: ## every check there is, one line each; scripts/check.sh runs single ones
+	@scripts/install-dependencies.sh check fuzz
+	@JOBS=$(JOBS) scripts/check.sh
 
 fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
 	@scripts/install-dependencies.sh fuzz

@@ -12,7 +12,7 @@ packages=(
 for group in "$@"; do
   case $group in
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
-    check) packages+=(git clang-format) ;;
+    check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3) ;;
     docs) packages+=(doxygen) ;;
     *) echo "install-dependencies: no group named $group" >&2; exit 1 ;;
   esac

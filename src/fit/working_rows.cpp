@@ -112,8 +112,8 @@ WorkingRows::WorkingRows(const PointMatrix3& points)
     : storage_(points), count_(points.rows()), sums_(sums_of(rows_of(points))) {}
 
 WorkingRows::WorkingRows(const PointMatrix3& points, DepthBand band) : storage_(points.rows(), 3) {
-  const double lowest = static_cast<double>(band.lowest);
-  const double highest = static_cast<double>(band.highest);
+  const auto lowest = static_cast<double>(band.lowest);
+  const auto highest = static_cast<double>(band.highest);
   const PointRows all = rows_of(points);
   RowList inside{storage_.data(), {}};
   for (Index i = 0; i < all.count; ++i) {
@@ -168,7 +168,7 @@ std::optional<bool> WorkingRows::reject_beyond_sigmas(const StreamedPlane& plane
 }
 
 PointMatrix3 WorkingRows::release() {
-  if (count_ == 0) return PointMatrix3(0, 3);
+  if (count_ == 0) return {0, 3};
   storage_.conservativeResize(count_, Eigen::NoChange);  // cuts the block where it stands
   count_ = 0;
   return std::move(storage_);
