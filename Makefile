@@ -26,6 +26,10 @@ demo: build ## run the life of a simulated device; DEMO_ARGS="--planes 100"
 bench: build ## each fast form beside a literal one; BENCH_ARGS="--benchmark_filter=..."
 	@for program in build/release/bench/*_bench; do $$program $(BENCH_ARGS) || exit 1; done
 
+.PHONY: growth
+growth: build ## how cost and memory grow; GROWTH_ARGS="factory fast" for some jobs
+	@build/release/bench/growth $(GROWTH_ARGS)
+
 asan: dependencies ## run all tests under the address and undefined-behaviour sanitizers
 	cmake --preset asan
 	cmake --build --preset asan -j $(JOBS)
