@@ -13,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include "examples/host_table.h"
 #include "growth_measure.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
@@ -21,12 +20,13 @@
 #include "kestrane/fast_calib.h"
 #include "kestrane/files.h"
 #include "silenced_output.h"
+#include "simulation/host_table.h"
 #include "simulation/scanner.h"
 
 namespace {
 
-using examples::HostTable;
 using growth::Cost;
+using simulation::HostTable;
 using Job = std::function<void()>;
 
 void must(_KESTRANE_STATUS status, const char* operation) {
