@@ -120,7 +120,7 @@ TEST(CoefficientFile, TouchesNoRowBeyondTheRecordAfterARefusedFile) {
   EXPECT_EQ(target->opt_coeffs->plane_count, 0x39393939);
 #ifdef KESTRANE_CHECKED
   EXPECT_DEATH(save_compensator_coeffs(*target, path),
-               "a coefficient table's count stays within the record's capacity");
+               "a coefficient table's count stays within its capacity");
 #else
   EXPECT_EQ(saved_bytes(target, folder).size(), 4U + 3 * (19748 - 96) + 4 + 8 * 4 + 4 + 2 * 96);
 #endif
@@ -203,6 +203,18 @@ TEST(CoefficientFile, WritesTheCountsOfTheRecordAsTheyStand) {
   literal::save_coefficients(expected, *record);
   EXPECT_EQ(expected.str().size(), 4U * 6 + 3 * 96);
   EXPECT_TRUE(saved_bytes(record, folder) == expected.str());
+}
+
+TEST(CoefficientFile, WritesTheWholeOfALargerTableThatAHostHungBelowTheRecord) {
+  const TemporaryFolder folder;
+  Coefficients record(2, 2, 5), larger(4, 3, 6);
+  _LASER_PLANE_GRID_OPT_COEFFS_INFOS* own = record->opt_coeffs;
+  record->opt_coeffs = larger->opt_coeffs;
+  std::ostringstream expected;
+  literal::save_coefficients(expected, *record);
+  EXPECT_EQ(expected.str().size(), 4U + 3 * 19748 + 4 + 4 * 8 + 4 + 2 * 96 - 3 * 96);
+  EXPECT_TRUE(saved_bytes(record, folder) == expected.str());
+  record->opt_coeffs = own;
 }
 
 TEST(CoefficientFile, ReadsBackWhatItWroteBitForBit) {
