@@ -93,7 +93,7 @@ class LiteralForm {
     compensator_.extrinsic = kExtrinsic;
     compensator_.set_compensate_param(kWarm, 0, kPlanes);
   }
-  void load(Table& source) { table_.load(source); }
+  void load(const Table& source) { table_.load(source); }
   void run() { compensator_.compensate(0, kPlanes); }
   Table& result() { return table_; }
 
@@ -141,7 +141,7 @@ class KernelForm {
       motions_.push_back(motion);
     }
   }
-  void load(Table& source) { table_.load(source); }
+  void load(const Table& source) { table_.load(source); }
   void run() {
     for (std::int32_t p = 0; p < kPlanes; ++p) {
       const kestrane::_LASER_LINES_INFOS& block = table_.planes()[p].block;

@@ -54,7 +54,7 @@ std::optional<int> read_options(int argc, char** argv, Options& options) {
     } else if (*name == "--points") {
       understood = arguments.read_number(*name, 1, 1000000, options.points);
     } else if (*name == "--seed") {
-      understood = arguments.read_number<std::uint32_t>(*name, 0, 4294967295u, options.seed);
+      understood = arguments.read_number<std::uint32_t>(*name, 0, 4294967295U, options.seed);
     } else if (*name == "--out") {
       const auto folder = arguments.next();
       understood = folder.has_value() && !folder->empty();

@@ -64,7 +64,7 @@ std::set<std::int64_t> dropped_offsets(const FramesOfPlane& by_frame,
   std::int64_t position = 0;
   for (const auto& [id, points] : by_frame) {
     const double mean = means[static_cast<std::size_t>(position)];
-    if (!(limit > mean) && dropped.count(position) == 0) {
+    if (!(limit > mean) && !dropped.contains(position)) {
       dropped.insert(std::int64_t{id} - least);
     }
     ++position;
@@ -124,7 +124,7 @@ Kept frames_kept(kestrane::KestraneLaserFastCalibrator& engine, const FrameLists
     const auto dropped = dropped_offsets(by_frame, means, kFrameFactor * limit_base, range.least);
     std::vector<_KESTRANE_ID_POINT3D> points;
     for (const auto& [id, frame] : by_frame) {
-      if (dropped.count(std::int64_t{id} - range.least) != 0) continue;
+      if (dropped.contains(std::int64_t{id} - range.least)) continue;
       ++kept.frames;
       points.insert(points.end(), frame.begin(), frame.end());
     }

@@ -132,7 +132,8 @@ Placement warm_placement(const Sheet& sheet, int plane, int first, int last,
                          const _MRV_EXTRINSIC_PARAM& extrinsic) {
   const double rise = param.temperature - param.temperature_ref;
   const double drift = param.drift_gain * (param.drift - param.drift_ref);
-  const double steps = plane - (first + (last - first) / 2);
+  const int centre = first + (last - first) / 2;
+  const double steps = plane - centre;
   const double angle = steps * (param.temperature_spread * rise + param.drift_spread * drift);
   Placement warm = rigid_motion({0.0, -angle, 0.0}, {0.0, 0.0, 0.0});
   warm.scale = 1.0 + param.scale_per_degree * rise;

@@ -69,6 +69,13 @@ struct ModelMoves {
   int changed = 0;    // of those, models that changed all the same
 };
 
+// Numbers that nothing has worked on keep every bit.
+template <class T>
+bool same_bits(const T* a, const T* b, std::size_t count) {
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison, cert-*): the bits are meant
+  return std::memcmp(a, b, count * sizeof(T)) == 0;
+}
+
 ModelMoves compare_models(const Life& life, const kestrane::_COMPENSATOR_COEFFS& old_record,
                           const kestrane::_COMPENSATOR_COEFFS& new_record) {
   ModelMoves moves;
@@ -80,7 +87,7 @@ ModelMoves compare_models(const Life& life, const kestrane::_COMPENSATOR_COEFFS&
         const _LASER_TRIPLE& new_model = new_record.opt_coeffs->planes[p].lines[i].cells[k];
         if (i == 15 || k == 50 || !measured[static_cast<std::size_t>(i * 50 + k)]) {
           ++moves.untouched;
-          moves.changed += std::memcmp(&old_model, &new_model, sizeof(_LASER_TRIPLE)) != 0 ? 1 : 0;
+          moves.changed += same_bits(&old_model, &new_model, 1) ? 0 : 1;
           continue;
         }
         const double reading = life.factory->corners.planes[p].lines[i].cells[k].v[0];
@@ -160,7 +167,7 @@ void copy_from_owner(const kestrane::_LASER_PLANE_BLOCK_INFOS& owned, HostTable&
 }
 
 // Largest change of a cell's number, relative to its size.
-double largest_loss(HostTable& table, const kestrane::_LASER_PLANE_BLOCK_INFOS& read_back) {
+double largest_loss(const HostTable& table, const kestrane::_LASER_PLANE_BLOCK_INFOS& read_back) {
   double largest = 0.0;
   for (int p = 0; p < read_back.plane_count; ++p) {
     for (int j = 0; j < HostTable::kLines; ++j) {
@@ -203,15 +210,11 @@ int differing(const kestrane::_COMPENSATOR_COEFFS& a, const kestrane::_COMPENSAT
   int count = 0;
   for (int p = 0; p < a.plane_count; ++p) {
     for (int i = 0; i < 16; ++i) {
-      count += std::memcmp(a.opt_coeffs->planes[p].lines[i].cells,
-                           b.opt_coeffs->planes[p].lines[i].cells, 51 * sizeof(_LASER_TRIPLE)) != 0
-                   ? 1
-                   : 0;
+      const _LASER_TRIPLE* cells = a.opt_coeffs->planes[p].lines[i].cells;
+      count += same_bits(cells, b.opt_coeffs->planes[p].lines[i].cells, 51) ? 0 : 1;
     }
-    count += std::memcmp(a.Mbs_factory_to_user + 12 * p, b.Mbs_factory_to_user + 12 * p,
-                         12 * sizeof(double)) != 0
-                 ? 1
-                 : 0;
+    const int slot = 12 * p;
+    count += same_bits(a.Mbs_factory_to_user + slot, b.Mbs_factory_to_user + slot, 12) ? 0 : 1;
   }
   return count + (a.range_count != b.range_count || a.range_first[0] != b.range_first[0] ||
                           a.range_last[0] != b.range_last[0]

@@ -66,9 +66,10 @@ Spread motion_error(const Life& life, const FieldData& data, const _MRV_EXTRINSI
   const double truly[3] = {data.knock.t.x, data.knock.t.y, data.knock.t.z};
   Spread error;
   for (const Sheet& sheet : life.sheets) {
-    for (double z = 225.0; z < 350.0; z += 20.0) {
-      for (double slope = -0.5; slope <= 0.5; slope += 0.1) {
-        const double y = slope * z;
+    for (int depth = 225; depth < 350; depth += 20) {
+      for (int tenths = -5; tenths <= 5; ++tenths) {
+        const double z = depth;
+        const double y = 0.1 * tenths * z;
         const kestrane::_LASER_TRIPLE plane = simulation::local_plane(sheet, y, z);
         const Eigen::Vector3d normal =
             Eigen::Vector3d(plane.v[0], plane.v[1], plane.v[2]).normalized();
@@ -116,7 +117,7 @@ void report_motion(Life& life, const FieldData& data, const _MRV_EXTRINSIC_PARAM
               error.rms(), bound, error.largest, judged(life, error.rms() <= bound));
 }
 
-bool recalibrate(Life& life, FieldData& data) {
+bool recalibrate(Life& life, const FieldData& data) {
   const int last = life.options.planes - 1;
   kestrane::KESTRANE_LASER_FAST_CALIB calib;
   _MRV_TRANSFORM transform{};
@@ -177,7 +178,7 @@ bool write_into_coefficients(Life& life, const FieldData& data) {
 }  // namespace
 
 bool field_stage(Life& life) {
-  FieldData data = measure_field(life);
+  const FieldData data = measure_field(life);
   std::printf("\nFast calibration after a knock: %d planes, %d points, depth 220 to 350\n",
               life.options.planes, data.points);
   return recalibrate(life, data) && write_into_coefficients(life, data);

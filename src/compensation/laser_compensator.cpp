@@ -103,7 +103,7 @@ void LaserCompensator::set_compensate_param(const _KESTRANE_COMPENSATE_PARAM& pa
   const std::int64_t centre = first + span / 2;
   const std::int32_t end = std::min(last, kMaxPlanes);
   for (std::int32_t p = std::max(first, 0); p < end; ++p) {
-    const double steps = static_cast<double>(p - centre);
+    const auto steps = static_cast<double>(p - centre);
     angle_temperature_[p] = steps * param.temperature_spread;
     angle_drift_[p] = steps * param.drift_spread;
   }
@@ -143,6 +143,7 @@ void LaserCompensator::compensate_plane(std::int32_t plane, double scale) {
   std::copy_n(row.pivot, 3, motion.pivot);
   for (std::int32_t j = 0; j < row.block.count; ++j) {
     const _LASER_LINE_INFOS& line = row.block.lines[j];
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): cells are rows of three doubles
     compensate_line(motion, reinterpret_cast<double*>(line.cells), line.count);
   }
 }

@@ -22,15 +22,15 @@ std::size_t band_of(double z, double z_first, double height, std::int32_t cell_c
 std::vector<PointMatrix3> split_by_depth(const PointMatrix3& points, std::int32_t cell_count,
                                          double z_first, double height) {
   std::vector<std::size_t> band(static_cast<std::size_t>(points.rows()));
-  std::vector<Eigen::Index> rows_of(static_cast<std::size_t>(cell_count), 0);
+  std::vector<Eigen::Index> band_sizes(static_cast<std::size_t>(cell_count), 0);
   for (std::size_t i = 0; i < band.size(); ++i) {
     band[i] = band_of(points(static_cast<Eigen::Index>(i), 2), z_first, height, cell_count);
-    ++rows_of[band[i]];
+    ++band_sizes[band[i]];
   }
   std::vector<PointMatrix3> cells;
-  cells.reserve(rows_of.size());
-  for (const Eigen::Index rows : rows_of) cells.emplace_back(rows, 3);
-  std::vector<Eigen::Index> filled(rows_of.size(), 0);
+  cells.reserve(band_sizes.size());
+  for (const Eigen::Index rows : band_sizes) cells.emplace_back(rows, 3);
+  std::vector<Eigen::Index> filled(band_sizes.size(), 0);
   for (std::size_t i = 0; i < band.size(); ++i) {
     cells[band[i]].row(filled[band[i]]++) = points.row(static_cast<Eigen::Index>(i));
   }

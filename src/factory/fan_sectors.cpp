@@ -52,7 +52,7 @@ std::size_t first_border_above(const BorderSlopes& slopes, const Eigen::Vector3d
   const auto below = [&](std::size_t k) { return across + q.z() * slopes[k] < 0.0; };
   if (q.z() < 0.0) return below(0) ? 0 : kBorders;
   std::size_t first = 0;
-  for (const std::size_t half : {8u, 4u, 2u, 1u}) {
+  for (const std::size_t half : {8U, 4U, 2U, 1U}) {
     first += half * static_cast<std::size_t>(!below(first + half - 1));
   }
   return first + static_cast<std::size_t>(!below(first));
@@ -66,7 +66,7 @@ void split_points_by_fan_sector(const PlaneAbcd& laser_plane,
   fan_apex = apex_of(laser_plane);
   constexpr std::size_t sectors = kBorders - 1;
   std::vector<std::uint8_t> sector_of(static_cast<std::size_t>(points.rows()));
-  std::vector<Eigen::Index> rows_of(sectors, 0);
+  std::vector<Eigen::Index> sector_sizes(sectors, 0);
   const BorderSlopes slopes = slopes_of(fan_divider_normals);
   std::size_t running = sectors - 1;
   for (std::size_t i = 0; i < sector_of.size(); ++i) {
@@ -74,11 +74,11 @@ void split_points_by_fan_sector(const PlaneAbcd& laser_plane,
     const std::size_t border = first_border_above(slopes, q);
     if (border < kBorders) running = border == 0 ? 0 : border - 1;
     sector_of[i] = static_cast<std::uint8_t>(running);
-    ++rows_of[running];
+    ++sector_sizes[running];
   }
   SectorClouds clouds;
   clouds.reserve(sectors);
-  for (const Eigen::Index rows : rows_of) clouds.emplace_back(rows, 3);
+  for (const Eigen::Index rows : sector_sizes) clouds.emplace_back(rows, 3);
   std::vector<Eigen::Index> filled(sectors, 0);
   for (std::size_t i = 0; i < sector_of.size(); ++i) {
     const std::size_t s = sector_of[i];

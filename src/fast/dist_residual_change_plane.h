@@ -35,7 +35,7 @@ class AngleAxisRotation {
     cosine_ = cos(angle);
     sine_ = sin(angle);
     versine_ = T(1.0) - cosine_;
-    for (int i = 0; i < 3; ++i) axis_[i] = axis_[i] * inverse;
+    for (T& component : axis_) component = component * inverse;
   }
 
   // Near zero the rotation is its first-order form, which keeps the derivatives meaningful.

@@ -47,10 +47,10 @@ void sort_by_bucket(std::vector<BucketEntry>& entries, std::vector<BucketEntry>&
   for (const BucketEntry& entry : entries) used |= entry.bucket;
   for (int shift = 0; shift < 32 && (used >> shift) != 0; shift += 8) {
     std::array<std::size_t, 257> start{};
-    for (const BucketEntry& entry : entries) ++start[((entry.bucket >> shift) & 255u) + 1];
+    for (const BucketEntry& entry : entries) ++start[((entry.bucket >> shift) & 255U) + 1];
     for (std::size_t digit = 1; digit < start.size(); ++digit) start[digit] += start[digit - 1];
     spare.resize(entries.size());
-    for (const BucketEntry& entry : entries) spare[start[(entry.bucket >> shift) & 255u]++] = entry;
+    for (const BucketEntry& entry : entries) spare[start[(entry.bucket >> shift) & 255U]++] = entry;
     entries.swap(spare);
   }
 }

@@ -27,7 +27,7 @@ class UnsignedDistance {
 
 PlaneFitStats distance_stats(PointRows rows, const Centroid& centroid, const PlaneAbcd& plane) {
   const UnsignedDistance distance(centroid, plane);
-  const double n = static_cast<double>(rows.count);
+  const auto n = static_cast<double>(rows.count);
   double largest = 0.0;
   double sum = 0.0;
   for (Index i = 0; i < rows.count; ++i) {  // order fixed

@@ -38,7 +38,7 @@ Point2 mean_of(const PointMatrix2& points) {
     sum.x += points(i, 0);
     sum.y += points(i, 1);
   }
-  const double n = static_cast<double>(points.rows());
+  const auto n = static_cast<double>(points.rows());
   return {sum.x / n, sum.y / n};
 }
 

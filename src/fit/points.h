@@ -53,7 +53,7 @@ struct Centroid {
 };
 
 inline Centroid centroid_of(const PointSums& sums, Eigen::Index count) {
-  const double n = static_cast<double>(count);
+  const auto n = static_cast<double>(count);
   return {sums.x / n, sums.y / n, sums.z / n};
 }
 

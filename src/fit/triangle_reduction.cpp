@@ -127,13 +127,13 @@ Triangle reduce_centred(PointRows rows, const Centroid& centroid) {
     Triangle t;
     fold(t, columns, load_centred(rows.xyz + 3 * start, count, centroid, columns));
     std::size_t level = 0;
-    for (; (blocks >> level) & 1u; ++level) join(t, levels[level], columns);
+    for (; ((blocks >> level) & 1U) != 0; ++level) join(t, levels[level], columns);
     levels[level] = t;
     ++blocks;
   }
   Triangle all;
   for (std::size_t level = 0; level < kLevels; ++level) {
-    if ((blocks >> level) & 1u) join(all, levels[level], columns);
+    if (((blocks >> level) & 1U) != 0) join(all, levels[level], columns);
   }
   return all;
 }

@@ -27,6 +27,7 @@ class Carver {
   // The next section, room for `count` objects of type T; null when measuring.
   template <class T>
   T* take(std::int64_t count) {
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): where bytes become records
     T* section = carves() ? reinterpret_cast<T*>(block_ + size_) : nullptr;
     const std::int64_t bytes = count * static_cast<std::int64_t>(sizeof(T));
     size_ += (bytes + kGrain - 1) & -kGrain;

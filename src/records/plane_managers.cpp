@@ -1,8 +1,8 @@
 // LASER_PLANE_INDICATOR_MANAGER, LASER_PLANE_GRID_CORNERS_MANAGER and
 // LASER_PLANE_GRID_OPT_COEFFS_MANAGER: three names for one store, which differ in the shape of a
 // plane's table and in nothing else.
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 #include "kestrane/buffers.h"
 #include "records/plane_store.h"
@@ -34,7 +34,7 @@ std::int32_t LASER_PLANE_INDICATOR_MANAGER::alloc_buf_size(void* buffer, std::in
   for (std::int32_t p = 0; commit && p < count; ++p) {
     for (std::int32_t j = 0; j < planes[p].count; ++j) {
       const _LASER_LINE_INFOS& line = planes[p].lines[j];
-      std::memset(line.cells, 0, static_cast<std::size_t>(line.count) * sizeof(_LASER_TRIPLE));
+      std::fill_n(line.cells, line.count, _LASER_TRIPLE{});
     }
   }
   return reported_size(size);
