@@ -62,10 +62,9 @@ def corrected(t, scale, p):
     return [x * factor for x in p]
 
 
-def compensated_cell():
+def compensated(cell):
     t = [118.25, -3.5, 41.75]
     whole = [-0.0083, 0.00011, 0.0009]
-    cell = [-0.0081, 0.00013, 0.00087]
     temperature, temperature_ref, drift, drift_ref = 31.7, 22.4, 0.83, 0.61
     gain, temperature_spread, drift_spread, per_degree = 1.3, 2.5e-5, 7e-4, 1.9e-5
     steps = 2.0 - 3.0  # plane 2 of the fan 0 to 5, whose centre is 3
@@ -303,6 +302,7 @@ def exact_plane(points):
     return [float(x) for x in v + [d, max(r), mean, deviation]]
 
 
+CELLS = [[-0.0081, 0.00013, 0.00087], [-0.0079, -0.00021, 0.0011], [-0.00845, 0.00037, -0.00052]]
 THREE = [[131.25, -20.5, 300.0], [128.5, 35.75, 412.5], [126.125, 10.25, 505.75]]
 TWELVE = [[131.25, -20.5, 300.0], [128.5, 35.75, 412.5], [126.125, 10.25, 505.75],
           [129.375, -41.5, 377.25], [127.0, 52.25, 466.5], [130.625, 3.5, 322.75],
@@ -310,7 +310,8 @@ TWELVE = [[131.25, -20.5, 300.0], [128.5, 35.75, 412.5], [126.125, 10.25, 505.75
           [130.125, 44.5, 344.0], [127.625, -33.0, 441.75], [129.0, 15.5, 390.5]]
 
 if __name__ == "__main__":
-    show("compensated cell", compensated_cell())
+    for cell in CELLS:
+        show("compensated cell", compensated(cell))
     plane, m = plane_of_three(THREE)
     show("plane of three points", plane)
     show("signed distances", [signed_distance([0.9617, 0.0214, 0.2731, -210.75], p)

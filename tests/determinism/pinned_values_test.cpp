@@ -55,20 +55,32 @@ TEST(Pin, IsAMatterOfBits) {
 
 // --- Compensation -------------------------------------------------------------------------------
 
-// Plane 2 of the fan 0 to 5, warmed up and turned; sine and cosine correctly rounded.
-constexpr std::array<double, 3> kCompensatedCell = {-0x1.096a4b96f9158p-7, 0x1.10a3001f21ed9p-13,
-                                                    0x1.c9fad246d56c1p-11};
+struct PinnedCell {
+  int k;  // the last one of a line comes after the widest vectors
+  _LASER_TRIPLE cell;
+  std::array<double, 3> compensated;
+};
 
-TEST(PinnedCompensation, GivesTheCell) {
+// Plane 2 of the fan 0 to 5, warmed up and turned; sine and cosine correctly rounded.
+constexpr PinnedCell kPinnedCells[] = {
+    {0,
+     {{-0.0081, 0.00013, 0.00087}},
+     {-0x1.096a4b96f9158p-7, 0x1.10a3001f21ed9p-13, 0x1.c9fad246d56c1p-11}},
+    {7,
+     {{-0.0079, -0.00021, 0.0011}},
+     {-0x1.02dc44b2d6cfcp-7, -0x1.b86abe59f3746p-13, 0x1.2143ac79b2d43p-10}},
+    {49,
+     {{-0.00845, 0.00037, -0.00052}},
+     {-0x1.14e290574eb68p-7, 0x1.83f4d6b9fbc97p-12, -0x1.0eb37bbe047c4p-11}}};
+
+TEST(PinnedCompensation, GivesTheCells) {
   LASER_PLANE_BLOCK_INFOS_GROUP table;
   ASSERT_EQ(table.init(3), KESTRANE_OK);
   std::vector<_MRV_LASER_PLANE_BLOCK_INFO> rows;
   for (int p = 0; p < 3; ++p) rows.push_back({table.planes[p].block, {-0.0083, 0.00011, 0.0009}});
   _MRV_LASER_PLANE_BLOCK_INFOS host = {rows.data(), table.grids, 3};
-  // The last cells of a line, too: they come after the widest vectors.
-  for (const int k : {0, 7, 48, 49}) {
-    table.planes[2].block.lines[4].cells[k] = {{-0.0081, 0.00013, 0.00087}};
-  }
+  _LASER_TRIPLE* cells = table.planes[2].block.lines[4].cells;
+  for (const PinnedCell& pin : kPinnedCells) cells[pin.k] = pin.cell;
   KESTRANE_LASER_COMPENSATOR compensator;
   ASSERT_EQ(compensator.init(), KESTRANE_OK);
   compensator.set_laser_plane_param(host);
@@ -76,9 +88,7 @@ TEST(PinnedCompensation, GivesTheCell) {
   compensator.set_compensate_param({31.7, 22.4, 0.83, 0.61, 1.3, 2.5e-5, 7e-4, 1.9e-5}, 0, 6);
   compensator.compensate(2, 3);
   compensator.get_compensate_result(host);
-  for (const int k : {0, 7, 48, 49}) {
-    expect_pinned(table.planes[2].block.lines[4].cells[k].v, kCompensatedCell);
-  }
+  for (const PinnedCell& pin : kPinnedCells) expect_pinned(cells[pin.k].v, pin.compensated);
 }
 
 // --- Planes -------------------------------------------------------------------------------------
