@@ -72,7 +72,7 @@ step_fuzz() {
   build fuzz
   cd build/fuzz/fuzz
   printf '%s\n' coefficient plane_block |
-    xargs -P "$jobs" -I '{}' ./'{}'_fuzz -max_total_time="$fuzz_seconds" -max_len=4096 \
+    xargs -P "$jobs" -I '{}' env ./'{}'_fuzz -max_total_time="$fuzz_seconds" -max_len=4096 \
       -print_final_stats=1 '{}'_corpus '{}'_seeds
 }
 
