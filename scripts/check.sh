@@ -35,7 +35,8 @@ step_cppcheck() {
 # The checks that .clang-tidy names, over the flags of the release build.
 step_tidy() {
   cmake --preset release
-  sources src simulation examples | xargs -P "$jobs" -n 1 clang-tidy -p build/release --quiet
+  sources src simulation examples |
+    xargs -P "$jobs" -n 1 clang-tidy -p build/release --quiet 2>"$logs/tidy.counts"
 }
 
 # All tests without a sanitizer, and at least 98 of 100 lines of the library run.
