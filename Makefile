@@ -26,6 +26,10 @@ demo: build ## run the life of a simulated device; DEMO_ARGS="--planes 100"
 bench: build ## each fast form beside a literal one; BENCH_ARGS="--benchmark_filter=..."
 	@for program in build/release/bench/*_bench; do $$program $(BENCH_ARGS) || exit 1; done
 
+.PHONY: growth
+growth: build ## how cost and memory grow; GROWTH_ARGS="factory fast" for some jobs
+	@build/release/bench/growth $(GROWTH_ARGS)
+
 asan: dependencies ## run all tests under the address and undefined-behaviour sanitizers
 	cmake --preset asan
 	cmake --build --preset asan -j $(JOBS)
@@ -43,6 +47,13 @@ fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
 	  ./$${format}_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -print_final_stats=1 \
 	    $${format}_corpus $${format}_seeds || exit 1; \
 	done
+
+.PHONY: docs
+docs: ## the reference of the public headers, in build/docs/html
+	@scripts/install-dependencies.sh docs
+	@mkdir -p build/docs
+	KESTRANE_VERSION=$$(sed -n 's/^project(kestrane VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt) \
+	  doxygen docs/Doxyfile
 
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

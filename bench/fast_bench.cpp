@@ -5,8 +5,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
-#include <sstream>
 
 #include "ceres/ceres.h"
 #include "fast/frame_filter.h"
@@ -15,6 +13,7 @@
 #include "fast/transform_solve.h"
 #include "fit/solver_threads.h"
 #include "kestrane/fast_calib.h"
+#include "silenced_output.h"
 #include "simulation/scanner.h"
 #include "support/fast_literal_solve.h"
 #include "support/fast_scene.h"
@@ -57,17 +56,6 @@ struct Scene {
     }
     return sets;
   }
-};
-
-// The solver's report goes to standard output; a benchmark's table does not want it.
-class SilencedOutput {
- public:
-  SilencedOutput() : before_(std::cout.rdbuf(sink_.rdbuf())) {}
-  ~SilencedOutput() { std::cout.rdbuf(before_); }
-
- private:
-  std::ostringstream sink_;
-  std::streambuf* before_;
 };
 
 void require(bool holds, const char* what) {

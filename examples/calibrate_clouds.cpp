@@ -13,14 +13,14 @@
 #include "examples/arguments.h"
 #include "examples/cloud_csv.h"
 #include "examples/field_clouds.h"
-#include "examples/host_table.h"
 #include "kestrane/buffers.h"
 #include "kestrane/factory_calib.h"
+#include "simulation/host_table.h"
 
 namespace {
 
-using examples::HostTable;
 using examples::PlaneCloud;
+using simulation::HostTable;
 
 constexpr char kUsage[] =
     "usage: calibrate_clouds [--optimise] [--far] [--save TABLE] FILE\n"

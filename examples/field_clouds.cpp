@@ -22,11 +22,13 @@ bool succeeded(const char* call, _KESTRANE_STATUS status) {
 
 // The table's rows in the host's form; lines and cells stay where they are.
 std::vector<_MRV_LASER_PLANE_BLOCK_INFO> rows_of(const kestrane::_LASER_PLANE_BLOCK_INFOS& table) {
+  // [snippet]
   std::vector<_MRV_LASER_PLANE_BLOCK_INFO> rows(static_cast<std::size_t>(table.plane_count));
   for (std::size_t p = 0; p < rows.size(); ++p) {
     rows[p].block = table.planes[p].block;
     std::copy_n(table.planes[p].laser_plane_R, 3, rows[p].laser_plane_R);
   }
+  // [snippet end]
   return rows;
 }
 

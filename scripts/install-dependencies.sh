@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the build and the tests need, and only those that are missing.
-#   install-dependencies.sh [group...]   with the packages of a group beside them: fuzz, check
+#   install-dependencies.sh [group...]   with the packages of a group beside them: fuzz, check, docs
 set -euo pipefail
 
 packages=(
@@ -13,6 +13,7 @@ for group in "$@"; do
   case $group in
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3) ;;
+    docs) packages+=(doxygen) ;;
     *) echo "install-dependencies: no group named $group" >&2; exit 1 ;;
   esac
 done

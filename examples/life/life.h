@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "examples/host_table.h"
 #include "kestrane/buffers.h"
 #include "kestrane/factory_calib.h"
+#include "simulation/host_table.h"
 #include "simulation/scanner.h"
 
 namespace device_life {
 
-using examples::HostTable;
+using simulation::HostTable;
 using simulation::Sheet;
 
 inline constexpr double kNoise = 0.05;  // standard deviation of a measured x, mm

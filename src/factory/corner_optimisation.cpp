@@ -1,7 +1,8 @@
 #include "factory/corner_optimisation.h"
 
 #include <array>
-#include <memory>
+#include <deque>
+#include <utility>
 
 #include "ceres/autodiff_cost_function.h"
 #include "ceres/loss_function.h"
@@ -20,16 +21,30 @@ constexpr double kReach = 0.5;  // how far a corner's x may move, in the unit of
 
 using CellCost = ceres::AutoDiffCostFunction<OPTIMISIZE_COST_FUNCTION_FIT, 1, 1, 1, 1, 1>;
 
+// What the residual blocks are made of. It outlives the problem, which only refers to it: the loss
+// has an owner without any block too, and no failed allocation can lose a part.
+struct CellParts {
+  ceres::CauchyLoss loss{kLossScale};  // shared by all blocks
+  std::deque<OPTIMISIZE_COST_FUNCTION_FIT> functors;
+  std::deque<CellCost> costs;
+};
+
+ceres::Problem::Options borrowed_parts() {
+  ceres::Problem::Options options;
+  options.cost_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
+  options.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
+  return options;
+}
+
 void add_cell(const PointMatrix3& points, GridCorners& corners, std::size_t i, std::size_t j,
-              ceres::LossFunction& loss, ceres::Problem& problem) {
+              CellParts& parts, ceres::Problem& problem) {
   PointMatrix3 matrix(4, 3);
   gather_cell_corners(corners, i, j, matrix);
-  auto functor = std::make_unique<OPTIMISIZE_COST_FUNCTION_FIT>(points, std::move(matrix));
-  auto cost = std::make_unique<CellCost>(functor.get());
-  static_cast<void>(functor.release());  // the cost function owns it now
+  OPTIMISIZE_COST_FUNCTION_FIT& functor = parts.functors.emplace_back(points, std::move(matrix));
+  CellCost& cost = parts.costs.emplace_back(&functor, ceres::DO_NOT_TAKE_OWNERSHIP);
   const std::array<double*, 4> x = {&corners[i][j].x(), &corners[i][j + 1].x(),
                                     &corners[i + 1][j].x(), &corners[i + 1][j + 1].x()};
-  problem.AddResidualBlock(cost.release(), &loss, x[0], x[1], x[2], x[3]);
+  problem.AddResidualBlock(&cost, &parts.loss, x[0], x[1], x[2], x[3]);
   for (double* corner_x : x) {
     problem.SetParameterLowerBound(corner_x, 0, *corner_x - kReach);
     problem.SetParameterUpperBound(corner_x, 0, *corner_x + kReach);
@@ -39,15 +54,12 @@ void add_cell(const PointMatrix3& points, GridCorners& corners, std::size_t i, s
 }  // namespace
 
 void optimize_grid_corners(const CellPoints& cell_points, GridCorners& grid_corners) {
-  // The loss outlives the problem, which may end up without a block that would own it.
-  ceres::CauchyLoss loss(kLossScale);
-  ceres::Problem::Options ownership;
-  ownership.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
-  ceres::Problem problem(ownership);
+  CellParts parts;
+  ceres::Problem problem(borrowed_parts());
   for (std::size_t i = 0; i < cell_points.size(); ++i) {
     for (std::size_t j = 0; j < cell_points[i].size(); ++j) {
       if (cell_points[i][j].rows() == 0) continue;
-      add_cell(cell_points[i][j], grid_corners, i, j, loss, problem);
+      add_cell(cell_points[i][j], grid_corners, i, j, parts, problem);
     }
   }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
+#include <utility>
 
 #include "factory/cell_indicators.h"
 #include "factory/corner_optimisation.h"
@@ -31,6 +33,17 @@ std::int64_t lay_out(void* buffer, _MRV_LASER_PLANE_BLOCK_INFOS& table) {
     table.planes = rows;
   }
   return carver.size();
+}
+
+// False where the heap has no room for the lists: `init` reports that with its status.
+bool build_fan(_LASER_PLANE_GRIDS& grids, NominalRays& rays, FanDividers& dividers) {
+  try {
+    build_nominal_grid(grids, rays);
+    build_fan_dividers(dividers);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
 }
 
 // The host's points, a dropped one (x not a number) as the origin, which no depth band holds.
@@ -80,13 +93,19 @@ void copy_rows(const Rows& rows, _LASER_LINES_INFOS& table) {
 
 }  // namespace
 
+// The lists come first: once the block is there nothing can fail any more.
 bool KestraneLaserFactoryCalibrator::init() {
+  _LASER_PLANE_GRIDS grids{};
+  NominalRays rays;
+  FanDividers dividers;
+  if (!build_fan(grids, rays, dividers)) return false;
   void* fresh = allocate_block(alloc_buf_size(nullptr, false), 0);
   if (fresh == nullptr) return false;
   raw_block_ = fresh;
   alloc_buf_size(raw_block_, true);
-  build_nominal_grid(*plane_table_.grids, nominal_rays_);
-  build_fan_dividers(fan_divider_normals_);
+  *plane_table_.grids = grids;
+  nominal_rays_ = std::move(rays);
+  fan_divider_normals_ = std::move(dividers);
   return true;
 }
 

@@ -11,7 +11,7 @@ namespace kestrane {
 
 class KestraneLaserFactoryCalibrator {
  public:
-  // Takes the table's block and builds the nominal grid. False when the block cannot be had:
+  // Takes the table's block and builds the nominal grid. False when block or grid cannot be had:
   // nothing has changed then. The block stays allocated for the life of the process: neither the
   // destructor nor a second `init` releases it. That is settled behaviour of this class, and the
   // leak checker is told so by name.

@@ -62,6 +62,8 @@ void write_slot(const _MRV_EXTRINSIC_PARAM& extrinsic, std::int64_t plane,
                 _COMPENSATOR_COEFFS& coeffs) {
   KESTRANE_PROMISE(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
   if (plane < 0 || plane >= kMaxPlanes) return;
+  KESTRANE_PROMISE(coeffs.Mbs_factory_to_user != nullptr,
+                   "a coefficient record has its transforms");
   double* slot = coeffs.Mbs_factory_to_user + 12 * plane;
   std::copy_n(extrinsic.T, 3, std::copy_n(extrinsic.R, 9, slot));
 }

@@ -8,6 +8,7 @@ namespace kestrane {
 namespace {
 
 void promise_room(const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
+  KESTRANE_PROMISE(infos.grids != nullptr, "a standard has its grid record");
   KESTRANE_PROMISE(infos.plane_count <= kMaxPlanes, "a standard has at most 100 planes");
   for (std::int32_t p = 0; p < infos.plane_count; ++p) {
     const _LASER_LINES_INFOS& table = infos.planes[p].block;

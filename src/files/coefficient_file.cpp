@@ -90,6 +90,7 @@ Reading take_transform(InputFile& in, double* slot) {
 Reading take_transforms(InputFile& in, double* store) {
   std::int32_t count = 0;
   Reading done = take_count(in, kTransformSlots, count);
+  KESTRANE_PROMISE(count < 1 || store != nullptr, "a coefficient record has its transforms");
   for (std::int32_t m = 0; done == Reading::kWhole && m < count; ++m)
     done = take_transform(in, transform_slot(store, m));
   return done;
@@ -130,6 +131,8 @@ void put_ranges(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
 
 void put_transforms(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
   KESTRANE_PROMISE(record.plane_count <= kTransformSlots, "a device has at most 100 planes");
+  KESTRANE_PROMISE(record.Mbs_factory_to_user != nullptr,
+                   "a coefficient record has its transforms");
   put_count(out, record.plane_count);
   const std::int32_t slots = entries_within(record.plane_count, kTransformSlots);
   for (std::int32_t m = 0; m < slots; ++m) {

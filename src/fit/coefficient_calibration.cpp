@@ -43,13 +43,24 @@ void set_unit_transform(double* slot) {
   set_unit_diagonal(slot);
 }
 
+void promise_room(const _LASER_LINES_INFOS& table) {
+  KESTRANE_PROMISE(table.count <= kCorners.lines, "a coefficient table has at most 16 lines");
+  for (std::int32_t j = 0; j < table.count; ++j) {
+    KESTRANE_PROMISE(table.lines[j].count <= kCorners.cells,
+                     "a coefficient line has at most 51 cells");
+  }
+}
+
 void copy_coefficient_table(const _LASER_PLANE_GRID_OPT_COEFFS_INFOS& from,
                             _LASER_PLANE_GRID_OPT_COEFFS_INFOS& to) {
   KESTRANE_PROMISE(from.plane_count <= from.plane_capacity,
                    "a coefficient table's count stays within its capacity");
   to.plane_count = from.plane_count;
   to.plane_capacity = from.plane_capacity;
-  for (std::int32_t p = 0; p < from.plane_count; ++p) copy_table(from.planes[p], to.planes[p]);
+  for (std::int32_t p = 0; p < from.plane_count; ++p) {
+    promise_room(from.planes[p]);
+    copy_table(from.planes[p], to.planes[p]);
+  }
 }
 
 void copy_ranges(const _COMPENSATOR_COEFFS& from, _COMPENSATOR_COEFFS& to) {
@@ -79,6 +90,8 @@ void copy_coeffs_with_identity_transforms(const _COMPENSATOR_COEFFS& source,
                                           _COMPENSATOR_COEFFS& result) {
   KESTRANE_PROMISE(source.plane_count <= kTransformSlots, "a device has at most 100 planes");
   KESTRANE_PROMISE(result.opt_coeffs != nullptr, "the result record is carved");
+  KESTRANE_PROMISE(result.Mbs_factory_to_user != nullptr,
+                   "a coefficient record has its transforms");
   const std::int32_t slots = entries_within(source.plane_count, kTransformSlots);
   for (std::int32_t i = 0; i < slots; ++i)
     set_unit_transform(transform_slot(result.Mbs_factory_to_user, i));

@@ -1,5 +1,7 @@
 #include "fit/laser_geometry_fitter.h"
 
+#include <optional>
+
 #include "fit/plane_fit.h"
 #include "fit/working_rows.h"
 
@@ -11,33 +13,50 @@ constexpr double kFirstRejection = 2.5;  // in the unit of the points
 constexpr double kSigmaRejection = 2.0;  // in sigmas
 constexpr std::int32_t kSinglePass = 2;  // the fit_mode without depth band and refits
 
-PlaneAbcd passing_plane(const WorkingRows& working) {
-  return passing_plane(working.rows(), working.sums());
-}
-
 // Statistics go with the decomposition of the whole cloud; who wants none gets the plane by
 // streaming, to rounding the same.
 void report_fit(const WorkingRows& working, PlaneAbcd& plane, PlaneFitStats* stats) {
   if (stats != nullptr) {
     fit_rows(working.rows(), working.sums(), plane, *stats);
   } else {
-    plane = passing_plane(working);
+    plane = passing_plane(working.rows(), working.sums());
   }
 }
 
 // Plane and statistics stay those of all points, and no number of survivors is too small.
 void fit_once(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats* stats) {
-  report_fit(working, plane, stats);
+  PlaneFitStats unwanted;
+  fit_rows(working.rows(), working.sums(), plane, stats != nullptr ? *stats : unwanted);
   working.reject_beyond_sigmas(plane, kSigmaRejection, 0);
+}
+
+// Rejects by the plane of a fit of which nothing else is wanted. Streaming gives it to rounding;
+// where that could decide over a row, the decomposition of the whole cloud decides.
+template <class Reject>
+bool reject_by_passing_plane(WorkingRows& working, Reject reject) {
+  StreamedPlane streamed;
+  if (streamed_plane(working.rows(), working.sums(), streamed)) {
+    if (const std::optional<bool> enough = reject(streamed)) return *enough;
+  }
+  return reject(decomposed_plane(working.rows(), working.sums()));
+}
+
+bool reject_outliers(WorkingRows& working) {
+  return reject_by_passing_plane(working,
+                                 [&working](const auto& plane) {
+                                   return working.reject_beyond(plane, kFirstRejection,
+                                                                kFewestRows);
+                                 }) &&
+         reject_by_passing_plane(working, [&working](const auto& plane) {
+           return working.reject_beyond_sigmas(plane, kSigmaRejection, kFewestRows);
+         });
 }
 
 // Of a fit that is followed by another nothing shows but the rows that its plane rejects, unless
 // the rejection fails: then the rows are still there, and the fit is reported after all.
 bool fit_with_rejections(WorkingRows& working, PlaneAbcd& plane, PlaneFitStats* stats) {
   if (working.rows().count < kFewestRows) return false;
-  const bool enough =
-      working.reject_beyond(passing_plane(working), kFirstRejection, kFewestRows) &&
-      working.reject_beyond_sigmas(passing_plane(working), kSigmaRejection, kFewestRows);
+  const bool enough = reject_outliers(working);
   report_fit(working, plane, stats);
   return enough;
 }

@@ -22,6 +22,7 @@ struct StreamedDirection {
   bool reliable;           // false: spreads for which rounding would show; ask thin_direction
   Eigen::Vector3d normal;  // of unit length, where reliable
   double reach;            // no row lies further from the centroid, where reliable
+  double doubt;            // thin_direction's vector lies nearer than this, where reliable
 };
 
 StreamedDirection streamed_thin_direction(PointRows rows, const Centroid& centroid);

@@ -6,6 +6,7 @@
 #include "fit/distance_stats.h"
 #include "fit/plane_decomposition.h"
 #include "fit/signed_distance.h"
+#include "records/shapes.h"
 
 namespace kestrane {
 namespace {
@@ -15,9 +16,11 @@ using Eigen::Vector3d;
 
 constexpr Index kBlock = 256;  // points between two looks at the count
 
-// A streamed normal differs from the decomposed one by less than this, so a point whose dot product
-// is within this part of its size has no certain side.
-constexpr double kNormalDoubt = 4e-12;
+constexpr double kUnit = 2.220446049250313e-16;  // of rounding, relative
+// Roundings of a signed distance, in units of the sizes that enter it. In a sum of distances most
+// of them cancel: the largest part that was seen is 1.2.
+constexpr double kDistanceRoundings = 16.0;
+constexpr double kSumRoundings = 4.0;
 
 PlaneAbcd plane_through(const Centroid& m, const Vector3d& n) {
   return {n[0], n[1], n[2], -(n[0] * m.x + n[1] * m.y + n[2] * m.z)};
@@ -56,6 +59,20 @@ Side certain_side(PointRows rows, const Vector3d& n, double doubt) {
   return Side::kUndecided;
 }
 
+// Every plane of the fit passes through the centroid, so a turned normal moves a row by its
+// distance from there at most. All sizes that are rounded add to it, the guard of d included.
+double distance_doubt(const StreamedDirection& direction, double offset) {
+  const double sizes = offset + direction.reach + kGuard;
+  return direction.doubt * direction.reach + kDistanceRoundings * kUnit * sizes;
+}
+
+// About the centroid the distances cancel whatever the normal is: rounding is all that is left.
+double sum_doubt(Index rows, const StreamedDirection& direction, double offset) {
+  const double n = static_cast<double>(rows);
+  const double mean_size = offset + direction.reach / std::sqrt(n) + kGuard;
+  return kSumRoundings * kUnit * n * mean_size;
+}
+
 PlaneAbcd least_squares_plane(PointRows rows, const Centroid& m) {
   const Vector3d normal = thin_direction(rows, m);
   PlaneAbcd plane = plane_through(m, normal);
@@ -71,23 +88,31 @@ void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitS
   stats = distance_stats(rows, m, plane);
 }
 
-bool streamed_plane(PointRows rows, const Centroid& centroid, PlaneAbcd& plane) {
+PlaneAbcd decomposed_plane(PointRows rows, const PointSums& sums) {
+  return least_squares_plane(rows, centroid_of(sums, rows.count));
+}
+
+bool streamed_plane(PointRows rows, const PointSums& sums, StreamedPlane& plane) {
   if (rows.count < kFewestStreamedRows) return false;
-  const StreamedDirection direction = streamed_thin_direction(rows, centroid);
+  const Centroid m = centroid_of(sums, rows.count);
+  const StreamedDirection direction = streamed_thin_direction(rows, m);
   if (!direction.reliable) return false;
-  const double offset = std::abs(centroid.x) + std::abs(centroid.y) + std::abs(centroid.z);
-  const Side side = certain_side(rows, direction.normal, kNormalDoubt * (offset + direction.reach));
+  const double offset = std::abs(m.x) + std::abs(m.y) + std::abs(m.z);
+  const double height_doubt = direction.doubt * (offset + direction.reach);
+  const Side side = certain_side(rows, direction.normal, height_doubt);
   if (side == Side::kUndecided) return false;
-  plane = plane_through(centroid, direction.normal);
-  if (side == Side::kInward) plane *= -1.0;
+  PlaneAbcd abcd = plane_through(m, direction.normal);
+  // Hosts see whether a and d vanish: one by a failed run, the other by the sign of distances.
+  if (!(std::abs(abcd[0]) > direction.doubt)) return false;
+  if (!(std::abs(abcd[3] + kGuard) > height_doubt)) return false;
+  if (side == Side::kInward) abcd *= -1.0;
+  plane = {abcd, distance_doubt(direction, offset), sum_doubt(rows.count, direction, offset)};
   return true;
 }
 
 PlaneAbcd passing_plane(PointRows rows, const PointSums& sums) {
-  const Centroid m = centroid_of(sums, rows.count);
-  PlaneAbcd plane;
-  if (!streamed_plane(rows, m, plane)) plane = least_squares_plane(rows, m);
-  return plane;
+  StreamedPlane streamed;
+  return streamed_plane(rows, sums, streamed) ? streamed.abcd : decomposed_plane(rows, sums);
 }
 
 bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats) {

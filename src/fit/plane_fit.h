@@ -25,12 +25,24 @@ bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& 
 // The same for rows with their coordinate sums at hand, at least 3 of them.
 void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats& stats);
 
-// The plane alone, to rounding, at a tenth of the cost. At least 3 rows.
+// The plane alone. At least 3 rows.
+PlaneAbcd decomposed_plane(PointRows rows, const PointSums& sums);
+
+// The same, to rounding, at a tenth of the cost.
 PlaneAbcd passing_plane(PointRows rows, const PointSums& sums);
 
-// The same by streaming over the rows. False, with nothing written, where rounding would show: too
-// few rows, degenerate spreads, or points on both sides of the origin in nearly equal numbers.
-bool streamed_plane(PointRows rows, const Centroid& centroid, PlaneAbcd& plane);
+// A plane that is known to rounding, and how far the signed distances of its rows may lie from
+// those to the decomposed plane.
+struct StreamedPlane {
+  PlaneAbcd abcd;
+  double doubt;      // of the distance of any row
+  double sum_doubt;  // of the sum of all distances
+};
+
+// The plane by streaming over the rows. False, with nothing written, where rounding would show: too
+// few rows, degenerate spreads, points on both sides of the origin in nearly equal numbers, a plane
+// through the origin or one along the x axis.
+bool streamed_plane(PointRows rows, const PointSums& sums, StreamedPlane& plane);
 
 // Signed distance of every point to a plane.
 //

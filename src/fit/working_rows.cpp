@@ -1,6 +1,9 @@
 #include "fit/working_rows.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
 #include <utility>
 
 #include "fit/rejection.h"
@@ -27,7 +30,14 @@ void for_each_block(PointRows rows, const SignedDistance& distance, Visit visit)
   }
 }
 
-SigmaBand sigma_band_of(PointRows rows, const SignedDistance& distance, double k) {
+struct SumAndSquares {
+  double sum = 0.0;
+  double squares = 0.0;  // about the sum, as the band wants them
+
+  SigmaBand band(Index count, double k) const { return sigma_band(sum, squares, count, k); }
+};
+
+SumAndSquares sum_and_squares(PointRows rows, const SignedDistance& distance) {
   double sum = 0.0;
   for_each_block(rows, distance, [&sum](Index, const double* distances, Index count) {
     for (Index i = 0; i < count; ++i) sum += distances[i];  // order fixed
@@ -38,7 +48,30 @@ SigmaBand sigma_band_of(PointRows rows, const SignedDistance& distance, double k
       squares += (distances[i] - sum) * (distances[i] - sum);
     }
   });
-  return sigma_band(sum, squares, rows.count, k);
+  return {sum, squares};
+}
+
+// How far the bounds of a band and a distance may lie from where the decomposed plane would have
+// them, taken together. The deviation follows the sum as far as the sum lies outside of it.
+double band_doubt(const SumAndSquares& of, Index count, double k, const StreamedPlane& plane) {
+  const double n = static_cast<double>(count);
+  const double sigma = std::sqrt(of.squares / n);
+  const double pull = std::min(1.0, (std::abs(of.sum) + plane.sum_doubt) / sigma);
+  const double rounding = std::numeric_limits<double>::epsilon() * n * sigma;
+  return plane.doubt + plane.sum_doubt + k * (plane.doubt + pull * plane.sum_doubt + rounding);
+}
+
+// Whether every distance is further than `doubt` from being judged otherwise; a NaN is not.
+template <class Rule>
+bool judges_all(PointRows rows, const SignedDistance& distance, const Rule& rule, double doubt) {
+  bool all = true;
+  for_each_block(rows, distance, [&](Index, const double* distances, Index count) {
+    std::int32_t certain = 0;
+    const auto n = static_cast<std::int32_t>(count);
+    for (std::int32_t i = 0; i < n; ++i) certain += rule.margin(distances[i]) > doubt ? 1 : 0;
+    all = all && certain == n;
+  });
+  return all;
 }
 
 // Appends rows to a list that may be the front of the one that they come from. The sums are a value
@@ -113,7 +146,25 @@ bool WorkingRows::reject_beyond(const PlaneAbcd& plane, double limit, Index fewe
 }
 
 bool WorkingRows::reject_beyond_sigmas(const PlaneAbcd& plane, double k, Index fewest) {
-  return reject(plane, sigma_band_of(rows(), SignedDistance(plane), k), fewest);
+  const SumAndSquares of = sum_and_squares(rows(), SignedDistance(plane));
+  return reject(plane, of.band(count_, k), fewest);
+}
+
+std::optional<bool> WorkingRows::reject_beyond(const StreamedPlane& plane, double limit,
+                                               Index fewest) {
+  const DistanceLimit rule{limit};
+  if (!judges_all(rows(), SignedDistance(plane.abcd), rule, plane.doubt)) return std::nullopt;
+  return reject(plane.abcd, rule, fewest);
+}
+
+std::optional<bool> WorkingRows::reject_beyond_sigmas(const StreamedPlane& plane, double k,
+                                                      Index fewest) {
+  const SignedDistance distance(plane.abcd);
+  const SumAndSquares of = sum_and_squares(rows(), distance);
+  const SigmaBand rule = of.band(count_, k);
+  const double doubt = band_doubt(of, count_, k, plane);
+  if (!judges_all(rows(), distance, rule, doubt)) return std::nullopt;
+  return reject(plane.abcd, rule, fewest);
 }
 
 PointMatrix3 WorkingRows::release() {

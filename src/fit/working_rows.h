@@ -4,6 +4,9 @@
 // out   the rows that are left, with their coordinate sums
 #pragma once
 
+#include <optional>
+
+#include "fit/plane_fit.h"
 #include "fit/points.h"
 
 namespace kestrane {
@@ -21,6 +24,12 @@ class WorkingRows {
   // true. Where fewer than `fewest` (at most 3) would be left all rows stay, and it gives false.
   bool reject_beyond(const PlaneAbcd& plane, double limit, Eigen::Index fewest);
   bool reject_beyond_sigmas(const PlaneAbcd& plane, double k, Eigen::Index fewest);
+
+  // The same by a plane that is known to rounding. Nothing, with all rows in place, where a row
+  // lies so near to a bound that the decomposed plane could judge it otherwise.
+  std::optional<bool> reject_beyond(const StreamedPlane& plane, double limit, Eigen::Index fewest);
+  std::optional<bool> reject_beyond_sigmas(const StreamedPlane& plane, double k,
+                                           Eigen::Index fewest);
 
   // The rows, in storage cut to their number. Leaves nothing behind.
   PointMatrix3 release();

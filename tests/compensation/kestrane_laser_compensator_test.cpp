@@ -5,9 +5,9 @@
 #include <cstring>
 #include <limits>
 
-#include "compensation/host_table.h"
 #include "compensation/plain_compensation.h"
 #include "compensation/same_value.h"
+#include "compensation/scanner_table.h"
 #include "kestrane/compensator.h"
 
 namespace {
@@ -16,9 +16,11 @@ using kestrane::_LASER_PLANE_GRIDS;
 using kestrane::KESTRANE_LASER_COMPENSATOR;
 using kestrane_test::bits_of;
 using kestrane_test::count_differences;
-using kestrane_test::HostTable;
+using kestrane_test::kExtrinsic;
+using kestrane_test::kWarm;
 using kestrane_test::same_value;
 using kestrane_test::Vec3;
+using simulation::HostTable;
 using simulation::Random;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -41,24 +43,12 @@ struct Condition {
   }
 };
 
-constexpr _KESTRANE_COMPENSATE_PARAM kWarm{
-    .temperature = 35.5,
-    .temperature_ref = 21.25,
-    .drift = 0.75,
-    .drift_ref = 0.5,
-    .drift_gain = 1.5,
-    .temperature_spread = 1e-5,
-    .drift_spread = 2e-4,
-    .scale_per_degree = 1e-4,
-};
-
-constexpr _MRV_EXTRINSIC_PARAM kExtrinsic{{1, 0, 0, 0, 1, 0, 0, 0, 1}, {110.0, 3.0, -7.0}};
 constexpr _MRV_EXTRINSIC_PARAM kAcross{{1, 0, 0, 0, 1, 0, 0, 0, 1}, {100.0, 0.0, 0.0}};
 
 HostTable scanner_table(std::int32_t planes, std::uint64_t seed) {
   Random random(seed);
   HostTable table(planes);
-  table.fill_like_a_scanner(random);
+  kestrane_test::fill_like_a_scanner(table, random);
   return table;
 }
 
@@ -71,14 +61,17 @@ HostTable flat_table(std::int32_t planes) {
 
 void load(KESTRANE_LASER_COMPENSATOR& compensator, HostTable& table,
           const _MRV_EXTRINSIC_PARAM& extrinsic = kExtrinsic) {
+  _MRV_LASER_PLANE_BLOCK_INFOS record = table.infos();
+  record.grids = nullptr;  // not read
   ASSERT_EQ(compensator.init(), KESTRANE_OK);
-  ASSERT_EQ(compensator.set_laser_plane_param(table.record()), KESTRANE_OK);
+  ASSERT_EQ(compensator.set_laser_plane_param(record), KESTRANE_OK);
   ASSERT_EQ(compensator.set_extrinsic_matrix(extrinsic), KESTRANE_OK);
 }
 
 HostTable result_of(KESTRANE_LASER_COMPENSATOR& compensator, std::int32_t planes) {
   HostTable table(planes);
-  _MRV_LASER_PLANE_BLOCK_INFOS record = table.record();
+  _MRV_LASER_PLANE_BLOCK_INFOS record = table.infos();
+  record.grids = nullptr;  // not written
   EXPECT_EQ(compensator.get_compensate_result(record), KESTRANE_OK);
   EXPECT_EQ(record.plane_count, planes);
   return table;
@@ -103,7 +96,7 @@ void compensate_plainly(HostTable& table, const _KESTRANE_COMPENSATE_PARAM& para
     const kestrane_test::PlainPlane plane =
         kestrane_test::plain_plane(T, param, p, first, last, {R[0], R[1], R[2]});
     for (int n = 0; n < HostTable::kLines * HostTable::kCells; ++n) {
-      double* v = table.cell(p, 0, n);
+      double* v = table.abc(p, 0, n);
       Vec3 cell = {v[0], v[1], v[2]};
       if (cell[0] == 0.0) continue;
       kestrane_test::plain_cell(T, kestrane_test::plain_scale(param), plane, cell);
@@ -114,7 +107,7 @@ void compensate_plainly(HostTable& table, const _KESTRANE_COMPENSATE_PARAM& para
 
 // The angle by which a plane of `flat_table` was turned.
 double turn_of(HostTable& table, std::int32_t plane) {
-  const double* cell = table.cell(plane, 7, 20);
+  const double* cell = table.abc(plane, 7, 20);
   return std::atan(cell[2] / cell[0]);
 }
 
@@ -125,7 +118,7 @@ TEST(SetLaserPlaneParam, RefusesATableWithoutPlanesAndChangesNothing) {
   KESTRANE_LASER_COMPENSATOR compensator;
   load(compensator, table);
   HostTable other = scanner_table(3, 2);
-  _MRV_LASER_PLANE_BLOCK_INFOS record = other.record();
+  _MRV_LASER_PLANE_BLOCK_INFOS record = other.infos();
   record.plane_count = 0;
   EXPECT_EQ(compensator.set_laser_plane_param(record), KESTRANE_ERR_INVALID_PARAM);
   HostTable result = result_of(compensator, 3);
@@ -138,7 +131,7 @@ TEST(GetCompensateResult, RefusesARecordWithoutPlanesAndChangesNothing) {
   load(compensator, table);
   HostTable target = scanner_table(2, 4);
   HostTable before = scanner_table(2, 4);
-  _MRV_LASER_PLANE_BLOCK_INFOS record = target.record();
+  _MRV_LASER_PLANE_BLOCK_INFOS record = target.infos();
   record.plane_count = 0;
   EXPECT_EQ(compensator.get_compensate_result(record), KESTRANE_ERR_INVALID_PARAM);
   EXPECT_EQ(record.plane_count, 0);
@@ -168,13 +161,13 @@ TEST(Compensate, ReturnsAtOnceForARangeWithoutPlanes) {
 TEST(GetCompensateResult, HandsBackTheTableThatCameInBitForBit) {
   HostTable table = scanner_table(100, 6);
   table.row(3).laser_plane_R[1] = std::bit_cast<double>(0x7ff8000000000abcu);
-  table.cell(4, 14, 49)[2] = std::bit_cast<double>(0xfff8000000000defu);
+  table.abc(4, 14, 49)[2] = std::bit_cast<double>(0xfff8000000000defu);
   KESTRANE_LASER_COMPENSATOR compensator;
   load(compensator, table);
   HostTable result = result_of(compensator, 100);
   EXPECT_EQ(count_differences(result, table), 0);
   EXPECT_EQ(bits_of(result.row(3).laser_plane_R[1]), 0x7ff8000000000abcu);
-  EXPECT_EQ(bits_of(result.cell(4, 14, 49)[2]), 0xfff8000000000defu);
+  EXPECT_EQ(bits_of(result.abc(4, 14, 49)[2]), 0xfff8000000000defu);
 }
 
 TEST(GetCompensateResult, HandsBackTheWholePlaneUncompensated) {
@@ -194,7 +187,7 @@ TEST(GetCompensateResult, SetsTheHostsPlaneCountWhateverItWas) {
   load(compensator, table);
   for (const std::int32_t stated : {1, -4, 77}) {
     HostTable target(3);
-    _MRV_LASER_PLANE_BLOCK_INFOS record = target.record();
+    _MRV_LASER_PLANE_BLOCK_INFOS record = target.infos();
     record.plane_count = stated;
     EXPECT_EQ(compensator.get_compensate_result(record), KESTRANE_OK);
     EXPECT_EQ(record.plane_count, 3);
@@ -213,7 +206,7 @@ TEST(GetCompensateResult, CopiesCountsAsTheyStandAndNothingBeyondThem) {
   load(compensator, table);
   HostTable target(3);
   target.fill(5.0, 6.0, 7.0);
-  _MRV_LASER_PLANE_BLOCK_INFOS record = target.record();
+  _MRV_LASER_PLANE_BLOCK_INFOS record = target.infos();
   ASSERT_EQ(compensator.get_compensate_result(record), KESTRANE_OK);
 
   EXPECT_EQ(target.row(0).block.count, 2);
@@ -222,12 +215,12 @@ TEST(GetCompensateResult, CopiesCountsAsTheyStandAndNothingBeyondThem) {
   EXPECT_EQ(target.line(0, 2).count, 50);  // beyond the line count: the host's own
   EXPECT_EQ(target.row(1).block.count, -3);
   EXPECT_EQ(target.line(2, 4).count, -1);
-  EXPECT_TRUE(same_value(target.cell(0, 0, 6)[2], table.cell(0, 0, 6)[2]));
-  EXPECT_EQ(target.cell(0, 0, 7)[0], 5.0);
-  EXPECT_EQ(target.cell(0, 1, 0)[0], 5.0);
-  EXPECT_EQ(target.cell(1, 0, 0)[0], 5.0);
-  EXPECT_EQ(target.cell(2, 4, 0)[0], 5.0);
-  EXPECT_TRUE(same_value(target.cell(2, 5, 49)[1], table.cell(2, 5, 49)[1]));
+  EXPECT_TRUE(same_value(target.abc(0, 0, 6)[2], table.abc(0, 0, 6)[2]));
+  EXPECT_EQ(target.abc(0, 0, 7)[0], 5.0);
+  EXPECT_EQ(target.abc(0, 1, 0)[0], 5.0);
+  EXPECT_EQ(target.abc(1, 0, 0)[0], 5.0);
+  EXPECT_EQ(target.abc(2, 4, 0)[0], 5.0);
+  EXPECT_TRUE(same_value(target.abc(2, 5, 49)[1], table.abc(2, 5, 49)[1]));
 }
 
 TEST(GetCompensateResult, LeavesTheHostsPointersAndGridsAlone) {
@@ -238,14 +231,14 @@ TEST(GetCompensateResult, LeavesTheHostsPointersAndGridsAlone) {
   _LASER_PLANE_GRIDS grids;
   std::memset(&grids, 0x5a, sizeof grids);
   const _LASER_PLANE_GRIDS before = grids;
-  _MRV_LASER_PLANE_BLOCK_INFOS record = target.record();
+  _MRV_LASER_PLANE_BLOCK_INFOS record = target.infos();
   record.grids = &grids;
   ASSERT_EQ(compensator.get_compensate_result(record), KESTRANE_OK);
   EXPECT_EQ(record.planes, &target.row(0));
   EXPECT_EQ(record.grids, &grids);
   EXPECT_EQ(std::memcmp(&grids, &before, sizeof grids), 0);
   EXPECT_EQ(target.row(1).block.lines, &target.line(1, 0));
-  EXPECT_EQ(target.line(1, 3).cells, reinterpret_cast<void*>(target.cell(1, 3, 0)));
+  EXPECT_EQ(target.line(1, 3).cells, reinterpret_cast<void*>(target.abc(1, 3, 0)));
 }
 
 TEST(SetLaserPlaneParam, TakesTheWholePlaneOnlyFromAPlaneWithLines) {
@@ -254,7 +247,7 @@ TEST(SetLaserPlaneParam, TakesTheWholePlaneOnlyFromAPlaneWithLines) {
   load(compensator, table);
   table.fill(-0.5, 0.25, 0.125);
   table.row(0).block.count = 0;
-  ASSERT_EQ(compensator.set_laser_plane_param(table.record()), KESTRANE_OK);
+  ASSERT_EQ(compensator.set_laser_plane_param(table.infos()), KESTRANE_OK);
   HostTable result = result_of(compensator, 2);
   EXPECT_EQ(result.row(0).laser_plane_R[0], -0.01);
   EXPECT_EQ(result.row(1).laser_plane_R[0], -0.5);
@@ -296,7 +289,7 @@ TEST(SetLaserPlaneParam, BringsBackAnUncompensatedTable) {
   load(compensator, table);
   compensator.set_compensate_param(kWarm, 0, 3);
   compensator.compensate(0, 3);
-  ASSERT_EQ(compensator.set_laser_plane_param(table.record()), KESTRANE_OK);
+  ASSERT_EQ(compensator.set_laser_plane_param(table.infos()), KESTRANE_OK);
   HostTable result = result_of(compensator, 3);
   EXPECT_EQ(count_differences(result, table), 0);
 }
@@ -320,7 +313,7 @@ TEST(Init, KeepsTheCondition) {
   load(compensator, table);
   compensator.set_compensate_param(kWarm, 0, 4);
   ASSERT_EQ(compensator.init(), KESTRANE_OK);
-  ASSERT_EQ(compensator.set_laser_plane_param(table.record()), KESTRANE_OK);
+  ASSERT_EQ(compensator.set_laser_plane_param(table.infos()), KESTRANE_OK);
   compensator.compensate(0, 4);
   HostTable result = result_of(compensator, 4);
   EXPECT_EQ(count_differences(result, expected), 0);
@@ -332,9 +325,9 @@ TEST(Compensate, MovesASheetOutByItsThermalGrowth) {
   HostTable table = flat_table(1);
   const Condition param{.temperature = 30.0, .temperature_ref = 20.0, .scale_per_degree = 0.001};
   HostTable result = compensated(table, param, 0, 1, kAcross);
-  EXPECT_DOUBLE_EQ(result.cell(0, 0, 0)[0], -1.0 / 101.0);
-  EXPECT_EQ(result.cell(0, 0, 0)[1], 0.0);
-  EXPECT_EQ(result.cell(0, 0, 0)[2], 0.0);
+  EXPECT_DOUBLE_EQ(result.abc(0, 0, 0)[0], -1.0 / 101.0);
+  EXPECT_EQ(result.abc(0, 0, 0)[1], 0.0);
+  EXPECT_EQ(result.abc(0, 0, 0)[2], 0.0);
 }
 
 TEST(Compensate, TurnsASheetOneStepFromTheCentre) {
@@ -346,9 +339,9 @@ TEST(Compensate, TurnsASheetOneStepFromTheCentre) {
   HostTable result = compensated(table, param, 0, 3, kAcross);
   constexpr double kRounding = 1e-16;  // a value of 1e-4 out of sums of size 1
   for (const int step : {-1, 0, 1}) {
-    EXPECT_DOUBLE_EQ(result.cell(1 + step, 3, 9)[0], -1.0 / 101.0);
-    EXPECT_EQ(result.cell(1 + step, 3, 9)[1], 0.0);
-    EXPECT_NEAR(result.cell(1 + step, 3, 9)[2], step * -std::tan(0.01) / 101.0, kRounding);
+    EXPECT_DOUBLE_EQ(result.abc(1 + step, 3, 9)[0], -1.0 / 101.0);
+    EXPECT_EQ(result.abc(1 + step, 3, 9)[1], 0.0);
+    EXPECT_NEAR(result.abc(1 + step, 3, 9)[2], step * -std::tan(0.01) / 101.0, kRounding);
   }
 }
 
@@ -359,7 +352,7 @@ TEST(Compensate, GivesBackEachCellUpToRoundingWithoutACondition) {
   for (std::int32_t p = 0; p < 10; ++p) {
     for (int n = 0; n < HostTable::kLines * HostTable::kCells; ++n) {
       for (int i = 0; i < 3; ++i) {
-        EXPECT_NEAR(result.cell(p, 0, n)[i], table.cell(p, 0, n)[i], kRounding);
+        EXPECT_NEAR(result.abc(p, 0, n)[i], table.abc(p, 0, n)[i], kRounding);
       }
     }
   }
@@ -367,31 +360,31 @@ TEST(Compensate, GivesBackEachCellUpToRoundingWithoutACondition) {
 
 TEST(Compensate, LeavesEmptyCellsAsTheyAre) {
   HostTable table = flat_table(1);
-  double* plus = table.cell(0, 2, 10);
+  double* plus = table.abc(0, 2, 10);
   plus[0] = 0.0;
   plus[1] = 3.5;
   plus[2] = kInf;
-  double* minus = table.cell(0, 2, 11);
+  double* minus = table.abc(0, 2, 11);
   minus[0] = -0.0;
   minus[1] = std::bit_cast<double>(0x7ff4000000000001u);
   minus[2] = -1e-3;
   HostTable result = compensated(table, kWarm, 0, 1);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(bits_of(result.cell(0, 2, 10)[i]), bits_of(plus[i]));
-    EXPECT_EQ(bits_of(result.cell(0, 2, 11)[i]), bits_of(minus[i]));
+    EXPECT_EQ(bits_of(result.abc(0, 2, 10)[i]), bits_of(plus[i]));
+    EXPECT_EQ(bits_of(result.abc(0, 2, 11)[i]), bits_of(minus[i]));
   }
-  EXPECT_NE(result.cell(0, 2, 12)[0], -0.01);
+  EXPECT_NE(result.abc(0, 2, 12)[0], -0.01);
 }
 
 // A cell of (1e-31, 0, -0.01) is the depth z = 100; its reference point (0, 0, 100) turns with it.
 TEST(Compensate, WorksOnACellWhoseFirstComponentIsTinyButNotZero) {
   HostTable table(3);
   table.fill(-0.01, 0.0, -0.01);
-  for (std::int32_t p = 0; p < 3; ++p) table.cell(p, 0, 0)[0] = 1e-31;
+  for (std::int32_t p = 0; p < 3; ++p) table.abc(p, 0, 0)[0] = 1e-31;
   const _MRV_EXTRINSIC_PARAM along{{}, {50.0, 0.0, 50.0}};
   const Condition param{.temperature = 1.0, .temperature_spread = 0.25};
   HostTable result = compensated(table, param, 0, 3, along);
-  const double* cell = result.cell(2, 0, 0);
+  const double* cell = result.abc(2, 0, 0);
   // n = (0.01 sin, 0, -0.01 cos) of 0.25 and the turned point (pivot (50, 0, 50)).
   const double s = std::sin(0.25);
   const double c = std::cos(0.25);
@@ -404,11 +397,11 @@ TEST(Compensate, WorksOnACellWhoseFirstComponentIsTinyButNotZero) {
 
 TEST(Compensate, GivesValuesThatAreNotNumbersWithoutATranslation) {
   HostTable table = flat_table(1);
-  table.cell(0, 0, 1)[0] = 0.0;
+  table.abc(0, 0, 1)[0] = 0.0;
   HostTable result = compensated(table, kWarm, 0, 1, {});
   for (int i = 0; i < 3; ++i) {
-    EXPECT_TRUE(std::isnan(result.cell(0, 0, 0)[i]));
-    EXPECT_EQ(result.cell(0, 0, 1)[i], 0.0);
+    EXPECT_TRUE(std::isnan(result.abc(0, 0, 0)[i]));
+    EXPECT_EQ(result.abc(0, 0, 1)[i], 0.0);
   }
 }
 
@@ -419,8 +412,8 @@ TEST(Compensate, GivesValuesThatAreNotNumbersForAPlaneAlongTheTranslation) {
   whole[1] = 1.0;  // T is (100, 0, 0): T . p is 0
   HostTable result = compensated(table, kWarm, 0, 2, kAcross);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_FALSE(std::isnan(result.cell(0, 0, 0)[i]));
-    EXPECT_TRUE(std::isnan(result.cell(1, 0, 0)[i]));
+    EXPECT_FALSE(std::isnan(result.abc(0, 0, 0)[i]));
+    EXPECT_TRUE(std::isnan(result.abc(1, 0, 0)[i]));
   }
 }
 
@@ -441,7 +434,7 @@ TEST(Compensate, ScalesOnlyInsideTheBandOfTemperatures) {
     HostTable flat = flat_table(1);
     HostTable scaled = compensated(flat, with, 0, 1, kAcross);
     const double growth = 1.0 + 0.001 * (t - 20.0);
-    EXPECT_DOUBLE_EQ(scaled.cell(0, 0, 0)[0], -0.01 / growth) << t;
+    EXPECT_DOUBLE_EQ(scaled.abc(0, 0, 0)[0], -0.01 / growth) << t;
   }
 }
 
@@ -477,7 +470,7 @@ TEST(SetCompensateParam, OpensAnOddNumberOfPlanesAboutTheMiddleOne) {
   for (std::int32_t p = 3; p < 10; ++p) {
     EXPECT_NEAR(turn_of(result, p), (p - 6) * 0.01, kAngleRounding) << "plane " << p;
   }
-  for (const std::int32_t p : {0, 2, 10, 11}) EXPECT_EQ(result.cell(p, 0, 0)[0], -0.01);
+  for (const std::int32_t p : {0, 2, 10, 11}) EXPECT_EQ(result.abc(p, 0, 0)[0], -0.01);
 }
 
 TEST(SetCompensateParam, LeavesASinglePlaneUnturned) {
@@ -543,7 +536,7 @@ TEST(SetCompensateParam, LeavesAPlaneThatWasInNoFanToTheScaleAlone) {
   compensator.compensate(0, 3);
   HostTable result = result_of(compensator, 3);
   for (std::int32_t p = 0; p < 3; ++p) {
-    EXPECT_DOUBLE_EQ(result.cell(p, 0, 0)[0], -0.01 / 1.1);
+    EXPECT_DOUBLE_EQ(result.abc(p, 0, 0)[0], -0.01 / 1.1);
     EXPECT_EQ(turn_of(result, p), 0.0);
   }
 }
@@ -553,7 +546,7 @@ TEST(SetCompensateParam, MayComeBeforeTheExtrinsicMatrix) {
   HostTable expected = compensated(table, kWarm, 0, 4);
   KESTRANE_LASER_COMPENSATOR compensator;
   ASSERT_EQ(compensator.init(), KESTRANE_OK);
-  compensator.set_laser_plane_param(table.record());
+  compensator.set_laser_plane_param(table.infos());
   compensator.set_compensate_param(kWarm, 0, 4);
   compensator.set_extrinsic_matrix(kExtrinsic);
   compensator.compensate(0, 4);
@@ -584,7 +577,7 @@ TEST(Compensate, WorksOnItsRangeOnly) {
     HostTable& expected = p >= 3 && p < 7 ? whole : table;
     for (int n = 0; n < HostTable::kLines * HostTable::kCells; ++n) {
       for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(same_value(result.cell(p, 0, n)[i], expected.cell(p, 0, n)[i])) << p;
+        ASSERT_TRUE(same_value(result.abc(p, 0, n)[i], expected.abc(p, 0, n)[i])) << p;
       }
     }
   }
@@ -613,8 +606,8 @@ TEST(Compensate, WorksOnTablesOfShortAndOddCounts) {
   for (std::int32_t j = 0; j < HostTable::kLines; ++j) {
     EXPECT_EQ(result.line(0, j).count, 3 * j);
     for (std::int32_t k = 0; k < HostTable::kCells; ++k) {
-      const double at_count = k < 3 * j ? expected.cell(0, j, k)[0] : 0.0;
-      EXPECT_TRUE(same_value(result.cell(0, j, k)[0], at_count)) << j << ", " << k;
+      const double at_count = k < 3 * j ? expected.abc(0, j, k)[0] : 0.0;
+      EXPECT_TRUE(same_value(result.abc(0, j, k)[0], at_count)) << j << ", " << k;
     }
   }
 }
@@ -663,7 +656,7 @@ TEST(Compensate, EqualsTheTranscriptionInEveryBitOverFullTables) {
     const _KESTRANE_COMPENSATE_PARAM param = random_param(random);
     const _MRV_EXTRINSIC_PARAM extrinsic = random_extrinsic(random);
     HostTable table(23);
-    table.fill_like_a_scanner(random);
+    kestrane_test::fill_like_a_scanner(table, random);
     const int first = random.index(10);
     const int last = first + 1 + random.index(13);
     HostTable result = compensated(table, param, first, last, extrinsic);
@@ -693,7 +686,7 @@ TEST(Compensate, EqualsTheTranscriptionInEveryBitOnAwkwardConditions) {
     _MRV_EXTRINSIC_PARAM extrinsic = random_extrinsic(random);
     if (run % 2 == 0) extrinsic.T[random.index(3)] = pick();
     HostTable table(2);
-    table.fill_like_a_scanner(random);
+    kestrane_test::fill_like_a_scanner(table, random);
     if (run % 3 == 0) table.row(random.index(2)).laser_plane_R[random.index(3)] = pick();
     HostTable result = compensated(table, param, 0, 2, extrinsic);
     compensate_plainly(table, param, 0, 2, extrinsic);
@@ -707,7 +700,7 @@ TEST(Compensate, EqualsTheTranscriptionInEveryBitOnAwkwardConditions) {
 
 TEST(CompensatorDeathTest, NamesACallBeforeInit) {
   HostTable table = flat_table(1);
-  _MRV_LASER_PLANE_BLOCK_INFOS record = table.record();
+  _MRV_LASER_PLANE_BLOCK_INFOS record = table.infos();
   KESTRANE_LASER_COMPENSATOR compensator;
   EXPECT_DEATH(compensator.set_laser_plane_param(record), "init has succeeded");
   EXPECT_DEATH(compensator.compensate(0, 1), "init has succeeded");
@@ -718,13 +711,16 @@ TEST(CompensatorDeathTest, NamesATableBeyondTheStore) {
   KESTRANE_LASER_COMPENSATOR compensator;
   ASSERT_EQ(compensator.init(), KESTRANE_OK);
   HostTable planes = flat_table(101);
-  EXPECT_DEATH(compensator.set_laser_plane_param(planes.record()), "at most 100 planes");
+  EXPECT_DEATH(compensator.set_laser_plane_param(planes.infos()),
+               "at most 100 planes, 15 lines and 50 cells");
   HostTable lines = flat_table(1);
   lines.row(0).block.count = 16;
-  EXPECT_DEATH(compensator.set_laser_plane_param(lines.record()), "15 lines");
+  EXPECT_DEATH(compensator.set_laser_plane_param(lines.infos()),
+               "at most 100 planes, 15 lines and 50 cells");
   HostTable cells = flat_table(1);
   cells.line(0, 14).count = 51;
-  EXPECT_DEATH(compensator.set_laser_plane_param(cells.record()), "50 cells");
+  EXPECT_DEATH(compensator.set_laser_plane_param(cells.infos()),
+               "at most 100 planes, 15 lines and 50 cells");
 }
 
 TEST(CompensatorDeathTest, NamesARangeOutsideTheTable) {

@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "compensation/allocation_probe.h"
-#include "compensation/host_table.h"
 #include "compensation/plain_compensation.h"
+#include "compensation/scanner_table.h"
 #include "kestrane/compensator.h"
 
 namespace {
@@ -17,9 +17,11 @@ using kestrane::_LASER_PLANE_BLOCK_INFO;
 using kestrane::KESTRANE_LASER_COMPENSATOR;
 using kestrane::LaserCompensator;
 using kestrane_test::AllocationProbe;
-using kestrane_test::HostTable;
+using kestrane_test::kExtrinsic;
+using kestrane_test::kWarm;
 using kestrane_test::same_value;
 using kestrane_test::Vec3;
+using simulation::HostTable;
 using Event = AllocationProbe::Event;
 
 constexpr std::ptrdiff_t kRowsSection = 8832;
@@ -27,19 +29,6 @@ constexpr std::ptrdiff_t kSlab = 38912;
 constexpr std::ptrdiff_t kLineTable = 256;
 constexpr std::ptrdiff_t kLine = 1280;
 constexpr std::size_t kStore = 3900032;  // 8832 + 100 * 38912
-
-constexpr _KESTRANE_COMPENSATE_PARAM kWarm{
-    .temperature = 35.5,
-    .temperature_ref = 21.25,
-    .drift = 0.75,
-    .drift_ref = 0.5,
-    .drift_gain = 1.5,
-    .temperature_spread = 1e-5,
-    .drift_spread = 2e-4,
-    .scale_per_degree = 1e-4,
-};
-
-constexpr _MRV_EXTRINSIC_PARAM kExtrinsic{{1, 0, 0, 0, 1, 0, 0, 0, 1}, {110.0, 3.0, -7.0}};
 
 std::ptrdiff_t offset_in(const LaserCompensator& engine, const void* address) {
   return static_cast<const char*>(address) - reinterpret_cast<const char*>(engine.planes());
@@ -137,8 +126,8 @@ TEST(LaserCompensator, LetsOnlyTheStandardExceptionLeaveTheConstructor) {
 TEST(LaserCompensator, AllocatesNothingFromTheTableToTheResult) {
   simulation::Random random(21);
   HostTable table(100);
-  table.fill_like_a_scanner(random);
-  _MRV_LASER_PLANE_BLOCK_INFOS record = table.record();
+  kestrane_test::fill_like_a_scanner(table, random);
+  _MRV_LASER_PLANE_BLOCK_INFOS record = table.infos();
   KESTRANE_LASER_COMPENSATOR facade;
   ASSERT_EQ(facade.init(), KESTRANE_OK);
 
@@ -154,10 +143,10 @@ TEST(LaserCompensator, AllocatesNothingFromTheTableToTheResult) {
 TEST(LaserCompensator, SetsThePivotsOfThePlanesInWorkOnly) {
   simulation::Random random(22);
   HostTable table(6);
-  table.fill_like_a_scanner(random);
+  kestrane_test::fill_like_a_scanner(table, random);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param(kWarm, 0, 6);
   engine.compensate(1, 4);
@@ -177,10 +166,10 @@ TEST(LaserCompensator, SetsThePivotsOfThePlanesInWorkOnly) {
 TEST(LaserCompensator, RecomputesThePivotFromTheUnchangedPlane) {
   simulation::Random random(23);
   HostTable table(1);
-  table.fill_like_a_scanner(random);
+  kestrane_test::fill_like_a_scanner(table, random);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param(kWarm, 0, 1);
   engine.compensate(0, 1);
@@ -195,7 +184,7 @@ TEST(LaserCompensator, PutsThePivotOnTheWholePlaneAlongTheTranslation) {
   table.fill(-0.01, 1e-5, 1e-3);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param({}, 0, 1);
   engine.compensate(0, 1);
@@ -211,10 +200,10 @@ TEST(LaserCompensator, LeavesCellsBeyondACountInTheStoreAsTheyWere) {
   table.fill(-0.01, 1e-5, 1e-3);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   table.line(0, 3).count = 13;
   table.row(0).block.count = 5;
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param(kWarm, 0, 1);
   engine.compensate(0, 1);
@@ -228,10 +217,10 @@ TEST(LaserCompensator, LeavesCellsBeyondACountInTheStoreAsTheyWere) {
 TEST(LaserCompensator, LeavesTheSecondTableAndTheFlagAlone) {
   simulation::Random random(24);
   HostTable table(2);
-  table.fill_like_a_scanner(random);
+  kestrane_test::fill_like_a_scanner(table, random);
   LaserCompensator engine;
   ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.record());
+  engine.set_laser_plane_param(table.infos());
   engine.set_extrinsic_matrix(kExtrinsic);
   engine.set_compensate_param(kWarm, 0, 2);
   engine.compensate(0, 2);

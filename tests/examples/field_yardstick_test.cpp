@@ -4,12 +4,12 @@
 
 #include <cmath>
 
-#include "examples/host_table.h"
+#include "simulation/host_table.h"
 
 namespace {
 
 using examples::FrameLists;
-using examples::HostTable;
+using simulation::HostTable;
 
 // A table of planes x = offset, each in all its cells.
 void fill(HostTable& table, double offset) {

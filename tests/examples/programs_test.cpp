@@ -346,45 +346,40 @@ TEST(CalibrateClouds, CalibratesARealDeviceInTheField) {
                                 "least fixed.*translation .-?0.0[0-9]*, -?(1.000|0.99[0-9]),"));
 }
 
-// first_table
+// One program for each of the four jobs; each judges its own result by its exit status.
 
-TEST(FirstTable, PrintsThreePlanes) {
+TEST(FirstTable, PrintsThreePlanesThatMeetTheirSheets) {
   const Ended table = run(FIRST_TABLE);
-  EXPECT_EQ(table.status, 0);
+  EXPECT_EQ(table.status, 0) << table.output;
   EXPECT_THAT(table.output, testing::StartsWith("plane 0: -0.0"));
   EXPECT_THAT(table.output, HasSubstr("plane 2: "));
 }
 
-std::vector<std::string> lines_of(const std::string& path) {
-  std::ifstream file(path);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(file, line);) lines.push_back(line);
-  return lines;
+TEST(UpdateCoefficients, MovesTheModelsAndStoresTheRecord) {
+  const Folder folder;
+  std::filesystem::create_directory(folder.path());
+  const std::string file = folder.path() + "/coefficients.bin";
+  const Ended update = run(std::string(UPDATE_COEFFICIENTS) + " " + file);
+  EXPECT_EQ(update.status, 0) << update.output;
+  EXPECT_THAT(update.output, HasSubstr("models off by 0.100 moved by 0.0009"));
+  EXPECT_EQ(std::filesystem::file_size(file), 12u + 19748u);  // no plane range is in use
 }
 
-// The lines between a line that holds `from` and the next one that holds `to`.
-std::vector<std::string> between(const std::vector<std::string>& lines, const std::string& from,
-                                 const std::string& to) {
-  std::vector<std::string> part;
-  bool inside = false;
-  for (const std::string& line : lines) {
-    if (inside && line.find(to) != std::string::npos) break;
-    if (inside) part.push_back(line);
-    inside = inside || line.find(from) != std::string::npos;
-  }
-  return part;
+TEST(UpdateCoefficients, FailsWhereItsFileCannotBeWritten) {
+  EXPECT_EQ(run(std::string(UPDATE_COEFFICIENTS) + " /dev/null/a").status, 1);
 }
 
-TEST(Readme, ShowsWhatTheFirstExampleHolds) {
-  const std::string folder = SOURCE_FOLDER;
-  auto example = between(lines_of(folder + "/examples/first_table.cpp"), "// [first table]",
-                         "// [first table end]");
-  ASSERT_FALSE(example.empty());
-  for (std::string& line : example) line.erase(0, 2);  // the indentation of a function's body
-  const auto readme = lines_of(folder + "/README.md");
-  EXPECT_EQ(
-      between(between(readme, "<!-- from examples/first_table.cpp -->", "~"), "```cpp", "```"),
-      example);
+TEST(FieldCalibration, FindsTheMotion) {
+  const Ended field = run(FIELD_CALIBRATION);
+  EXPECT_EQ(field.status, 0) << field.output;
+  EXPECT_THAT(field.output, HasSubstr("Ceres Solver Report"));
+  EXPECT_THAT(field.output, HasSubstr("moved sheets off the truth by 0.0"));
+}
+
+TEST(Compensate, MeetsTheWarmDevice) {
+  const Ended warm = run(COMPENSATE);
+  EXPECT_EQ(warm.status, 0) << warm.output;
+  EXPECT_THAT(warm.output, HasSubstr("compensated planes off the warm device by"));
 }
 
 }  // namespace

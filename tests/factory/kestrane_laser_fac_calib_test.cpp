@@ -9,6 +9,7 @@
 #include "factory/factory_calibrator.h"
 #include "kestrane/buffers.h"
 #include "kestrane/factory_calib.h"
+#include "simulation/host_table.h"
 #include "simulation/random.h"
 #include "support/starved_heap.h"
 
@@ -16,6 +17,7 @@ namespace {
 
 using kestrane::KESTRANE_LASER_FAC_CALIB;
 using kestrane::KestraneLaserFactoryCalibrator;
+using simulation::HostTable;
 using simulation::Random;
 using Cloud = std::vector<_KESTRANE_ID_POINT3D>;
 
@@ -42,46 +44,26 @@ _KESTRANE_ID_POINT3DS view(Cloud& cloud) {
   return {cloud.data(), static_cast<std::int32_t>(cloud.size())};
 }
 
-// A host's table with room for `rows` planes.
-class HostTable {
- public:
-  explicit HostTable(int rows)
-      : cells_(static_cast<std::size_t>(rows) * 750),
-        lines_(static_cast<std::size_t>(rows) * 15),
-        rows_(static_cast<std::size_t>(rows)) {
-    for (std::size_t n = 0; n < lines_.size(); ++n) lines_[n] = {&cells_[n * 50], 0};
-    for (std::size_t p = 0; p < rows_.size(); ++p) rows_[p].block = {&lines_[p * 15], 0};
-    infos = {rows_.data(), &grids_, rows};
-  }
-
-  _MRV_LASER_PLANE_BLOCK_INFOS infos{};
-
-  const _MRV_LASER_PLANE_BLOCK_INFO& row(int p) const { return infos.planes[p]; }
-
-  // Every number of a row that a run writes.
-  std::vector<double> values(int p) const {
-    std::vector<double> result(row(p).laser_plane_R, row(p).laser_plane_R + 3);
-    result.push_back(row(p).block.count);
-    for (int j = 0; j < row(p).block.count; ++j) {
-      result.push_back(row(p).block.lines[j].count);
-      for (int k = 0; k < row(p).block.lines[j].count; ++k) {
-        for (const double v : row(p).block.lines[j].cells[k].v) result.push_back(v);
-      }
-    }
-    return result;
-  }
-
- private:
-  std::vector<kestrane::_LASER_TRIPLE> cells_;
-  std::vector<kestrane::_LASER_LINE_INFOS> lines_;
-  std::vector<_MRV_LASER_PLANE_BLOCK_INFO> rows_;
-  kestrane::_LASER_PLANE_GRIDS grids_{};
-};
-
+// The first `rows` rows of the calibrator's table. The counts are the calibrator's.
 HostTable table_of(KESTRANE_LASER_FAC_CALIB& calib, int rows) {
   HostTable table(rows);
-  EXPECT_EQ(calib.get_laser_plane_infos(table.infos), KESTRANE_OK);
+  table.set_counts(0, 0);
+  EXPECT_EQ(calib.get_laser_plane_infos(table.infos()), KESTRANE_OK);
   return table;
+}
+
+// Every number of a row that a run writes.
+std::vector<double> values_of(const HostTable& table, int plane) {
+  const _MRV_LASER_PLANE_BLOCK_INFO& row = table.row(plane);
+  std::vector<double> result(row.laser_plane_R, row.laser_plane_R + 3);
+  result.push_back(row.block.count);
+  for (int j = 0; j < row.block.count; ++j) {
+    result.push_back(row.block.lines[j].count);
+    for (int k = 0; k < row.block.lines[j].count; ++k) {
+      for (const double v : row.block.lines[j].cells[k].v) result.push_back(v);
+    }
+  }
+  return result;
 }
 
 // Indicator and corner records of `planes` planes.
@@ -164,17 +146,17 @@ Cloud noisy_sheet(double offset, int count, std::uint64_t seed) {
 
 TEST_F(FacCalib, KeepsItsFlagWhenItRefusesAnother) {
   ASSERT_EQ(run(0, noisy_sheet(150.0, 8000, 1)), KESTRANE_OK);
-  const auto plain = table_of(calib, 1).values(0);
+  const auto plain = values_of(table_of(calib, 1), 0);
   ASSERT_EQ(calib.set_optimize_flag(kestrane::KESTRANE_OPTIM_ON), KESTRANE_OK);
   ASSERT_EQ(run(0, noisy_sheet(150.0, 8000, 1)), KESTRANE_OK);
-  EXPECT_NE(table_of(calib, 1).values(0), plain);
+  EXPECT_NE(values_of(table_of(calib, 1), 0), plain);
   EXPECT_EQ(calib.set_optimize_flag(static_cast<kestrane::_KESTRANE_OPTIM_FLAG>(2)),
             KESTRANE_ERR_INVALID_PARAM);
   ASSERT_EQ(run(0, noisy_sheet(150.0, 8000, 1)), KESTRANE_OK);
-  EXPECT_NE(table_of(calib, 1).values(0), plain);
+  EXPECT_NE(values_of(table_of(calib, 1), 0), plain);
   ASSERT_EQ(calib.set_optimize_flag(kestrane::KESTRANE_OPTIM_OFF), KESTRANE_OK);
   ASSERT_EQ(run(0, noisy_sheet(150.0, 8000, 1)), KESTRANE_OK);
-  EXPECT_EQ(table_of(calib, 1).values(0), plain);
+  EXPECT_EQ(values_of(table_of(calib, 1), 0), plain);
 }
 
 TEST_F(FacCalib, TakesAnyLaserTypeAndActsOnTheFarOneAlone) {
@@ -283,8 +265,8 @@ TEST_F(FacCalib, LeavesTheTableAsItWasAfterAFailure) {
   EXPECT_EQ(run(1, sheet(150.0, 900, 8)), KESTRANE_ERR_FAILED);
   EXPECT_EQ(run(1, sheet_through_origin()), KESTRANE_ERR_FAILED);
   const auto after = table_of(calib, 2);
-  EXPECT_EQ(after.values(0), before.values(0));
-  EXPECT_EQ(after.values(1), before.values(1));
+  EXPECT_EQ(values_of(after, 0), values_of(before, 0));
+  EXPECT_EQ(values_of(after, 1), values_of(before, 1));
 }
 
 TEST(FactoryEngine, KeepsWhatAFailedRunReached) {
@@ -397,7 +379,7 @@ TEST_F(FacCalib, TreatsADroppedPointAsTheOriginWhateverItsYAndZ) {
   ASSERT_EQ(run(0, marked), KESTRANE_OK);
   ASSERT_EQ(run(1, zeroed), KESTRANE_OK);
   const auto table = table_of(calib, 2);
-  EXPECT_EQ(table.values(0), table.values(1));
+  EXPECT_EQ(values_of(table, 0), values_of(table, 1));
 }
 
 TEST_F(FacCalib, LetsAYThatIsNotANumberThrough) {
@@ -452,7 +434,7 @@ TEST_F(FacCalib, IgnoresThePointsIdentifiers) {
   for (auto& point : cloud) point.id = -5;
   ASSERT_EQ(run(1, cloud), KESTRANE_OK);
   const auto table = table_of(calib, 2);
-  EXPECT_EQ(table.values(0), table.values(1));
+  EXPECT_EQ(values_of(table, 0), values_of(table, 1));
 }
 
 TEST_F(FacCalib, OverwritesARowAndLeavesTheOthers) {
@@ -461,8 +443,8 @@ TEST_F(FacCalib, OverwritesARowAndLeavesTheOthers) {
   const auto before = table_of(calib, 100);
   ASSERT_EQ(run(99, sheet(170.0, 6000, 19)), KESTRANE_OK);
   const auto after = table_of(calib, 100);
-  EXPECT_EQ(after.values(0), before.values(0));
-  EXPECT_NE(after.values(99), before.values(99));
+  EXPECT_EQ(values_of(after, 0), values_of(before, 0));
+  EXPECT_NE(values_of(after, 99), values_of(before, 99));
   EXPECT_NEAR(after.row(99).laser_plane_R[0], -1.0 / 170.0, 1e-10);
 }
 
@@ -494,9 +476,9 @@ void run_out_of_blocks() {
   _KESTRANE_STATUS status = KESTRANE_OK;
   for (int i = 0; i < 1000 && status == KESTRANE_OK; ++i) status = calib.init();
   HostTable table(1);
-  table.infos.plane_count = 0;
-  const bool works = calib.get_laser_plane_infos(table.infos) == KESTRANE_OK &&
-                     table.infos.grids->grid_z[50] == 1500.0;
+  table.infos().plane_count = 0;
+  const bool works = calib.get_laser_plane_infos(table.infos()) == KESTRANE_OK &&
+                     table.infos().grids->grid_z[50] == 1500.0;
   std::_Exit(status == KESTRANE_ERR_FAILED && works ? 0 : 1);
 }
 
@@ -516,33 +498,33 @@ TEST_F(FacCalib, SharesNothingWithAnotherObject) {
 
 TEST_F(FacCalib, NeedsBothPointersOfTheHostsTable) {
   HostTable table(1);
-  _MRV_LASER_PLANE_BLOCK_INFOS broken = table.infos;
+  _MRV_LASER_PLANE_BLOCK_INFOS broken = table.infos();
   broken.planes = nullptr;
   EXPECT_EQ(calib.get_laser_plane_infos(broken), KESTRANE_ERR_NULL_POINTER);
-  broken = table.infos;
+  broken = table.infos();
   broken.grids = nullptr;
   EXPECT_EQ(calib.get_laser_plane_infos(broken), KESTRANE_ERR_NULL_POINTER);
-  EXPECT_EQ(table.infos.grids->grid_z[0], 0.0);
+  EXPECT_EQ(table.infos().grids->grid_z[0], 0.0);
 }
 
 TEST_F(FacCalib, KeepsTheHostsGridHeadAndReplacesTheRest) {
   HostTable table(1);
-  *table.infos.grids = {{9, -8, 7, 6}, {1.0}, {2.0}, {3.0}, 4.0, 5.0};
-  table.infos.plane_count = 0;
-  ASSERT_EQ(calib.get_laser_plane_infos(table.infos), KESTRANE_OK);
-  EXPECT_EQ(table.infos.grids->grid_head[0], 9);
-  EXPECT_EQ(table.infos.grids->grid_head[1], -8);
-  EXPECT_EQ(table.infos.grids->grid_head[2], 7);
-  EXPECT_EQ(table.infos.grids->grid_head[3], 6);
-  EXPECT_EQ(table.infos.grids->grid_z[0], 150.0);
-  EXPECT_EQ(table.infos.grids->grid_z[50], 1500.0);
-  EXPECT_EQ(table.infos.grids->z_start, 150.0);
-  EXPECT_EQ(table.infos.grids->z_step, 27.0);
+  *table.infos().grids = {{9, -8, 7, 6}, {1.0}, {2.0}, {3.0}, 4.0, 5.0};
+  table.infos().plane_count = 0;
+  ASSERT_EQ(calib.get_laser_plane_infos(table.infos()), KESTRANE_OK);
+  EXPECT_EQ(table.infos().grids->grid_head[0], 9);
+  EXPECT_EQ(table.infos().grids->grid_head[1], -8);
+  EXPECT_EQ(table.infos().grids->grid_head[2], 7);
+  EXPECT_EQ(table.infos().grids->grid_head[3], 6);
+  EXPECT_EQ(table.infos().grids->grid_z[0], 150.0);
+  EXPECT_EQ(table.infos().grids->grid_z[50], 1500.0);
+  EXPECT_EQ(table.infos().grids->z_start, 150.0);
+  EXPECT_EQ(table.infos().grids->z_step, 27.0);
   volatile double thirty_degrees = 0.5235987755982988;
   for (int k = 0; k <= 50; ++k) {
-    const double w = std::tan(thirty_degrees) * table.infos.grids->grid_z[k];
-    EXPECT_EQ(table.infos.grids->grid_y_start[k], -w);
-    EXPECT_EQ(table.infos.grids->grid_y_step[k], (w + w) / 15);
+    const double w = std::tan(thirty_degrees) * table.infos().grids->grid_z[k];
+    EXPECT_EQ(table.infos().grids->grid_y_start[k], -w);
+    EXPECT_EQ(table.infos().grids->grid_y_step[k], (w + w) / 15);
   }
 }
 
@@ -551,9 +533,10 @@ TEST_F(FacCalib, HandsOutAsManyRowsAsTheHostCounts) {
   ASSERT_EQ(run(1, sheet(170.0, 6000, 23)), KESTRANE_OK);
   for (const int count : {-3, 0, 1}) {
     HostTable table(2);
-    table.infos.plane_count = count;
-    ASSERT_EQ(calib.get_laser_plane_infos(table.infos), KESTRANE_OK);
-    EXPECT_EQ(table.infos.plane_count, count);
+    table.set_counts(0, 0);
+    table.infos().plane_count = count;
+    ASSERT_EQ(calib.get_laser_plane_infos(table.infos()), KESTRANE_OK);
+    EXPECT_EQ(table.infos().plane_count, count);
     EXPECT_EQ(table.row(0).block.count, count > 0 ? 15 : 0);
     EXPECT_EQ(table.row(1).block.count, 0);
   }
@@ -564,7 +547,7 @@ TEST_F(FacCalib, LeavesTheHostsPointersAlone) {
   HostTable table(1);
   const auto* lines = table.row(0).block.lines;
   const auto* cells = table.row(0).block.lines[7].cells;
-  ASSERT_EQ(calib.get_laser_plane_infos(table.infos), KESTRANE_OK);
+  ASSERT_EQ(calib.get_laser_plane_infos(table.infos()), KESTRANE_OK);
   EXPECT_EQ(table.row(0).block.lines, lines);
   EXPECT_EQ(table.row(0).block.lines[7].cells, cells);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fast/point_sets.h"
+#include "fit/laser_geometry_fitter.h"
 #include "kestrane/fast_calib.h"
 #include "support/fast_scene.h"
 
@@ -78,6 +79,18 @@ inline PlanePoints matrix_of(const List& list) {
     matrix.col(static_cast<Eigen::Index>(i)) << list[i].x, list[i].y, list[i].z;
   }
   return matrix;
+}
+
+// The fit of one zone by the library itself, for the literal forms that take a fit as an argument.
+// A fit that fails before its first plane leaves `plane` alone.
+inline void fit_by_library(const kestrane::PointMatrix3& cloud, double* plane) {
+  kestrane::LaserGeometryFitter fitter;
+  fitter.set_params(false, 0, 0.0, 0.0);
+  kestrane::PlaneAbcd abcd(plane[0], plane[1], plane[2], plane[3]);
+  kestrane::PlaneFitStats stats{};
+  kestrane::PointMatrix3 inliers;
+  fitter.fit_plane_robust(cloud, abcd, stats, inliers, {220, 350}, 0);
+  for (int i = 0; i < 4; ++i) plane[i] = abcd[i];
 }
 
 // Positions of the fan's cells: the lower edge of line j at the depth of corner k.

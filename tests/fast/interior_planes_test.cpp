@@ -1,7 +1,6 @@
 #include "fast/interior_planes.h"
 
 #include "fast_support.h"
-#include "fit/laser_geometry_fitter.h"
 #include "simulation/random.h"
 #include "support/fast_literal.h"
 
@@ -147,17 +146,6 @@ TEST(DivideIntoInteriorPlanes, KeepsAPointWhoseDistanceIsNoNumber) {
   list.push_back(at_line(2, kNaN, 400));
   list.push_back(at_line(2, 1e300, 400));
   EXPECT_EQ(divided(list).cols(), count + 1);
-}
-
-void fit_by_library(const Eigen::Matrix<double, Eigen::Dynamic, 3, Eigen::RowMajor>& cloud,
-                    double* plane) {
-  kestrane::LaserGeometryFitter fitter;
-  fitter.set_params(false, 0, 0.0, 0.0);
-  kestrane::PlaneAbcd abcd(plane[0], plane[1], plane[2], plane[3]);
-  kestrane::PlaneFitStats stats{};
-  kestrane::PointMatrix3 inliers;
-  fitter.fit_plane_robust(cloud, abcd, stats, inliers, {220, 350}, 0);
-  for (int i = 0; i < 4; ++i) plane[i] = abcd[i];
 }
 
 TEST(DivideIntoInteriorPlanes, GoesByThePlaneOfAFitThatFailedBehindIt) {

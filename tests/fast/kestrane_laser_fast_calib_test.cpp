@@ -15,7 +15,6 @@
 #include "fast/residual_measurement.h"
 #include "fast/transform_solve.h"
 #include "fast_support.h"
-#include "fit/laser_geometry_fitter.h"
 #include "kestrane/fast_calib.h"
 #include "simulation/random.h"
 #include "support/fast_literal_solve.h"
@@ -585,17 +584,6 @@ TEST(FastCalibration, EndsWithTheFiguresOfThePointsThatItKept) {
   EXPECT_NEAR(result.max, expected.max, kThreads);
   EXPECT_NEAR(result.deviation, expected.deviation, kThreads);
   EXPECT_EQ(result.report, report) << "both solves start from zero";
-}
-
-void fit_by_library(const Eigen::Matrix<double, Eigen::Dynamic, 3, Eigen::RowMajor>& cloud,
-                    double* plane) {
-  kestrane::LaserGeometryFitter fitter;
-  fitter.set_params(false, 0, 0.0, 0.0);
-  kestrane::PlaneAbcd abcd(plane[0], plane[1], plane[2], plane[3]);
-  kestrane::PlaneFitStats stats{};
-  kestrane::PointMatrix3 inliers;
-  fitter.fit_plane_robust(cloud, abcd, stats, inliers, {220, 350}, 0);
-  for (int i = 0; i < 4; ++i) plane[i] = abcd[i];
 }
 
 TEST(FastCalibration, AgreesWithTheLiteralCalibration) {

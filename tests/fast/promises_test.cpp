@@ -38,12 +38,14 @@ TEST(FastPromisesDeathTest, NamesAStandardBeyondTheBlock) {
   ASSERT_EQ(calib.init(), KESTRANE_OK);
   _MRV_LASER_PLANE_BLOCK_INFOS host = standard.host();
   host.plane_count = 101;
-  EXPECT_DEATH(calib.set_laser_plane_standard(host), "at most 100 planes");
+  EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has at most 100 planes");
   host.plane_count = 1;
   host.planes[0].block.lines[14].count = 51;
-  EXPECT_DEATH(calib.set_laser_plane_standard(host), "at most 50 cells a line");
+  EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has at most 50 cells a line");
   host.planes[0].block.count = 16;
-  EXPECT_DEATH(calib.set_laser_plane_standard(host), "at most 15 lines a plane");
+  EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has at most 15 lines a plane");
+  host.grids = nullptr;
+  EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has its grid record");
 }
 
 TEST(FastPromisesDeathTest, NamesAPlaneOutsideTheTable) {
@@ -58,6 +60,38 @@ TEST(FastPromisesDeathTest, NamesAPlaneOutsideTheTable) {
   }
 }
 
+// A list on both sides of x = 128, which its own plane crosses.
+List crossing_list() {
+  List list;
+  for (int i = 0; i < 8; ++i) {
+    const double x = i % 2 == 0 ? 128.25 : 127.75;
+    list.push_back({x, (i / 4) * 40.0 - 20.0, 230.0 + 100.0 * ((i / 2) % 2), 1});
+  }
+  return list;
+}
+
+TEST(FastPromisesDeathTest, NamesWhatTheVariantWithCoefficientsLacks) {
+  fast_scene::Standard standard = flat_standard(1);
+  KestraneLaserFastCalibrator engine;
+  kestrane::_LASER_PLANE_GRID_OPT_COEFFS_INFOS table{};
+  kestrane::_COMPENSATOR_COEFFS coeffs{};
+  coeffs.opt_coeffs = &table;
+  coeffs.plane_count = coeffs.range_count = 1;
+  coeffs.range_last[0] = 1;
+  const fast_support::FrameLists lists = {crossing_list(), crossing_list()};
+  EXPECT_DEATH(engine.calib_Rt(lists, 0, 1, 0.0, coeffs, coeffs), "calib_Rt comes after init");
+  ASSERT_EQ(engine.init(), KESTRANE_OK);
+  engine.set_laser_plane_standard(standard.host());
+  EXPECT_DEATH(engine.calib_Rt(lists, 0, 1, 0.0, coeffs, coeffs),
+               "a coefficient record has its transforms");
+  // A plane without a slot, whose cells no point falls on.
+  std::vector<double> store(1200);
+  coeffs.Mbs_factory_to_user = store.data();
+  coeffs.range_first[0] = -1;
+  coeffs.range_last[0] = 0;
+  EXPECT_DEATH(engine.calib_Rt(lists, -1, 0, 0.0, coeffs, coeffs), "a plane number is 0 to 99");
+}
+
 TEST(FastPromisesDeathTest, NamesMissingResidualRows) {
   fast_scene::Standard standard = flat_standard(1);
   KestraneLaserFastCalibrator engine;
@@ -65,7 +99,7 @@ TEST(FastPromisesDeathTest, NamesMissingResidualRows) {
   ResidualSets residuals;
   EXPECT_DEATH(
       engine.cal_residual({columns({{128, 0, 300}})}, 0, 0, literal::identity(), residuals),
-      "a residual row per point matrix");
+      "there is a residual row per point matrix");
 }
 
 }  // namespace

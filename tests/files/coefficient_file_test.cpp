@@ -119,7 +119,8 @@ TEST(CoefficientFile, TouchesNoRowBeyondTheRecordAfterARefusedFile) {
   EXPECT_EQ(read_compensator_coeffs(path, *target), KESTRANE_ERR_COUNT_MISMATCH);
   EXPECT_EQ(target->opt_coeffs->plane_count, 0x39393939);
 #ifdef KESTRANE_CHECKED
-  EXPECT_DEATH(save_compensator_coeffs(*target, path), "within the record's capacity");
+  EXPECT_DEATH(save_compensator_coeffs(*target, path),
+               "a coefficient table's count stays within the record's capacity");
 #else
   EXPECT_EQ(saved_bytes(target, folder).size(), 4U + 3 * (19748 - 96) + 4 + 8 * 4 + 4 + 2 * 96);
 #endif

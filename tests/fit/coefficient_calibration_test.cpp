@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -190,6 +191,20 @@ TEST(CalibrateCoefficients, CopiesCountsAndCapacities) {
   EXPECT_EQ(large->plane_capacity, 2);
   EXPECT_EQ(large->opt_coeffs->plane_count, 2);
   EXPECT_EQ(large->opt_coeffs->plane_capacity, 2);
+}
+
+// The record's planes and the table's are two counts.
+TEST(CalibrateCoefficients, ResetsTransformsByThePlanesOfTheRecord) {
+  for (const int planes : {1, 100}) {
+    Case c;
+    std::fill_n(c.result->Mbs_factory_to_user, 1200, 7.0);
+    c.source->plane_count = planes;
+    ASSERT_EQ(c.run(30.0), KESTRANE_OK);
+    for (int i = 0; i < 1200; ++i) {
+      const double unit = i % 12 == 0 || i % 12 == 4 || i % 12 == 8 ? 1.0 : 0.0;
+      ASSERT_EQ(c.result->Mbs_factory_to_user[i], i < 12 * planes ? unit : 7.0) << i;
+    }
+  }
 }
 
 TEST(CalibrateCoefficients, CopiesAllTwentyRangesAndANegativeCountWithNone) {

@@ -319,6 +319,56 @@ TEST(FitLineConsensus, SurvivesEveryDrawAmongFewPoints) {
   }
 }
 
+// The search told pass by pass, on the same draws: a 15-bit congruential generator.
+std::vector<Point2> plain_search(const PointMatrix2& points, const ConsensusSettings& settings) {
+  std::uint32_t state = 65536;
+  const auto draw = [&state] {
+    state = 214013U * state + 2531011U;
+    const double r = (state >> 16) % 32768U;
+    return (r + r) / 32767.0 - 1.0;
+  };
+  const int n = static_cast<int>(points.rows());
+  std::vector<Point2> best;
+  long long passes = settings.iterations;
+  for (long long i = 0; i < passes; ++i) {
+    Point2 p[2];
+    const double u[2] = {draw(), draw()};
+    for (int k = 0; k < 2; ++k) {
+      const int row = static_cast<int>((u[k] + 1.0) * 0.5 * n * 0.5 + k * (n * 0.5)) % n;
+      p[k] = {points(row, 0), points(row, 1)};
+    }
+    const double dx = p[1].x - p[0].x, dy = p[1].y - p[0].y;
+    const double length = std::sqrt(dx * dx + dy * dy);
+    if (!(length > 2.220446049250313e-16)) continue;
+    std::vector<Point2> inliers;
+    collect_line_inliers({dx / length, dy / length}, p[0], points, settings.threshold, inliers);
+    if (inliers.size() <= best.size()) continue;
+    best = inliers;
+    const double ratio = static_cast<double>(best.size()) / n;
+    if (std::abs(ratio - 1.0) < 2.220446049250313e-16) break;
+    passes = static_cast<long long>(std::log(0.01) / std::log(1.0 - ratio * ratio * ratio));
+  }
+  return best;
+}
+
+// Whole coordinates make many pairs coincide and many sets of inliers equally large.
+TEST(FitLineConsensus, KeepsWhatAPlainSearchOverTheSameDrawsKeeps) {
+  simulation::Random random(6);
+  for (int run = 0; run < 3000; ++run) {
+    const int n = 2 + random.index(40);
+    PointMatrix2 points(n, 2);
+    for (int i = 0; i < n; ++i) points.row(i) << random.index(6), random.index(6);
+    const ConsensusSettings settings{random.index(60) - 2, random.uniform(0.01, 1.0),
+                                     random.uniform(0.0, 1.0)};
+    const std::vector<Point2> best = plain_search(points, settings);
+    const bool enough =
+        !best.empty() && !(n * settings.min_ratio > static_cast<double>(best.size()));
+    PointMatrix2 inliers = rows_of({{55, 55}});
+    ASSERT_EQ(fit_line_consensus(points, settings, inliers), enough) << run;
+    ASSERT_EQ(inliers, enough ? rows_of(best) : rows_of({{55, 55}})) << run;
+  }
+}
+
 TEST(FitLine, FitsTheInliersAloneWithConsensus) {
   LineAbc line;
   double mean = 1.0;

@@ -20,6 +20,7 @@ using kestrane::plane_signed_distances;
 using kestrane::rows_of;
 using kestrane::streamed_plane;
 using kestrane::streamed_thin_direction;
+using kestrane::StreamedPlane;
 using kestrane::sums_of;
 
 // Of a normal's components, and of d relative to the centroid: the decomposition's own rounding,
@@ -46,8 +47,8 @@ kestrane::Centroid mean_of(const PointMatrix3& points) {
 }
 
 bool is_streamed(const PointMatrix3& points) {
-  PlaneAbcd plane;
-  return streamed_plane(rows_of(points), mean_of(points), plane);
+  StreamedPlane plane;
+  return streamed_plane(rows_of(points), sums_of(rows_of(points)), plane);
 }
 
 PlaneAbcd passing(const PointMatrix3& points) {
@@ -249,12 +250,69 @@ TEST(PassingPlane, StreamsAnOrdinarySheet) {
 TEST(PassingPlane, WritesNothingWhereItCannotStream) {
   Random random(17);
   const PlaneAbcd before(1.0, 2.0, 3.0, 4.0);
-  PlaneAbcd plane = before;
+  StreamedPlane plane{before, 5.0, 6.0};
   for (const PointMatrix3& points :
        {sheet_cloud(random, 63, {}), PointMatrix3(PointMatrix3::Ones(100, 3))}) {
-    EXPECT_FALSE(streamed_plane(rows_of(points), mean_of(points), plane));
-    EXPECT_TRUE(same(plane, before));
+    EXPECT_FALSE(streamed_plane(rows_of(points), sums_of(rows_of(points)), plane));
+    EXPECT_TRUE(same(plane.abcd, before));
+    EXPECT_EQ(plane.doubt, 5.0);
+    EXPECT_EQ(plane.sum_doubt, 6.0);
   }
+}
+
+TEST(StreamedPlane, BoundsHowFarItsDistancesLieFromThoseToTheDecomposedPlane) {
+  Random random(18);
+  int streamed = 0;
+  for (int run = 0; run < 300; ++run) {
+    PointMatrix3 points = long_cloud(random);
+    if (run % 3 == 0) points.rowwise() += Eigen::RowVector3d(1e7, -2e6, 3e5);
+    if (run % 3 == 1) points *= 1e-20;
+    StreamedPlane plane;
+    if (!streamed_plane(rows_of(points), sums_of(rows_of(points)), plane)) continue;
+    ++streamed;
+    std::vector<double> near, exact;
+    plane_signed_distances(points, plane.abcd, near);
+    plane_signed_distances(points, fit(points).plane, exact);
+    double sum = 0.0, exact_sum = 0.0;
+    for (std::size_t i = 0; i < near.size(); ++i) {
+      ASSERT_LE(std::abs(near[i] - exact[i]), plane.doubt) << run;
+      sum += near[i];
+      exact_sum += exact[i];
+    }
+    ASSERT_LE(std::abs(sum - exact_sum), plane.sum_doubt) << run;
+  }
+  EXPECT_GE(streamed, 250);
+}
+
+// Three fifths of the rows two in front, the others three behind: the side is certain, and d is
+// nothing but rounding.
+TEST(StreamedPlane, DeclinesAPlaneThroughTheOrigin) {
+  Random random(19);
+  const Eigen::Matrix3d axes = random_rotation(random);
+  PointMatrix3 points = box_cloud(random, 1000, {axes, {80.0, 60.0, 0.1}, {0.0, 0.0, 0.0}});
+  const Eigen::RowVector3d normal = axes.col(2).transpose();
+  points.topRows(600).rowwise() += 2.0 * normal;
+  points.bottomRows(400).rowwise() -= 3.0 * normal;
+  const Eigen::RowVector3d mean = points.colwise().mean();
+  EXPECT_TRUE(is_streamed(points.rowwise() - (mean - 1e-6 * normal)));
+  points.rowwise() -= mean;
+  EXPECT_FALSE(is_streamed(points));
+  EXPECT_TRUE(same(passing(points), literal_fit(points).plane));
+}
+
+// Each point with its image in x: the normal lies in the plane of y and z but for rounding.
+TEST(StreamedPlane, DeclinesAPlaneAlongTheXAxis) {
+  Random random(20);
+  PointMatrix3 half = box_cloud(random, 500, {Eigen::Matrix3d::Identity(), {80, 60, 2}, {0, 9, 9}});
+  half.col(2) += 0.3 * half.col(1);
+  PointMatrix3 points(1000, 3);
+  points << half, half;
+  points.bottomRows(500).col(0) *= -1.0;
+  EXPECT_TRUE(streamed_thin_direction(rows_of(points), mean_of(points)).reliable);
+  EXPECT_FALSE(is_streamed(points));
+  EXPECT_TRUE(same(passing(points), literal_fit(points).plane));
+  points.col(0) += 1e-6 * points.col(1) + 1e-6 * points.col(2);
+  EXPECT_TRUE(is_streamed(points));
 }
 
 class DegenerateClouds : public testing::TestWithParam<int> {};

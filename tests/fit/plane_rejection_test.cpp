@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "fit/plane_clouds.h"
@@ -12,6 +15,7 @@ namespace {
 using namespace plane_clouds;
 using kestrane::filter_by_distance;
 using kestrane::filter_by_sigma;
+using kestrane::StreamedPlane;
 using kestrane::WorkingRows;
 
 constexpr double kAnyLimit = 1.0;
@@ -228,6 +232,47 @@ TEST(WorkingRows, RejectBySigmasAsTheFilterDoes) {
     const bool enough = working.reject_beyond_sigmas(plane, 1.5, 3);
     ASSERT_EQ(enough, expected.rows() >= 3);
     ASSERT_TRUE(same(working.release(), enough ? expected : points));
+  }
+}
+
+// A plane that is known to a hundredth judges rows that lie further than that from a bound.
+TEST(WorkingRows, RejectByAStreamedPlaneOnlyWhereNoRowIsInDoubt) {
+  const StreamedPlane plane{kAtTen, 0.01, 0.0};
+  for (const double x : {12.495, 12.505, 7.495, 7.505, 12.5}) {
+    const PointMatrix3 points = rows_at({x, 10.0, 11.0, 30.0, 9.0});
+    WorkingRows working(points);
+    EXPECT_EQ(working.reject_beyond(plane, 2.5, 3), std::nullopt) << x;
+    EXPECT_TRUE(same(copy_of(working), points));
+  }
+  for (const auto& [x, rows] : {std::pair{12.48, 4}, {12.52, 3}, {7.52, 4}, {7.48, 3}}) {
+    WorkingRows working(rows_at({x, 10.0, 11.0, 30.0, 9.0}));
+    EXPECT_EQ(working.reject_beyond(plane, 2.5, 3), true) << x;
+    EXPECT_EQ(working.rows().count, rows);
+  }
+  WorkingRows short_of_rows(rows_at({10.0, 10.0, 30.0, 30.0}));
+  EXPECT_EQ(short_of_rows.reject_beyond(plane, 2.5, 3), false);
+  EXPECT_EQ(short_of_rows.rows().count, 4);
+}
+
+// Distances 0, 0, 0, 0, 0, 0, 0, 0, h and -h: the sum is 0 and sigma is h / sqrt(5). At k = 2 both
+// outer rows go; a k of sqrt(5) puts the bounds upon them.
+TEST(WorkingRows, RejectBySigmasOfAStreamedPlaneOnlyWhereNoRowIsInDoubt) {
+  std::vector<double> xs(8, 10.0);
+  xs.insert(xs.end(), {14.0, 6.0});
+  const PointMatrix3 points = rows_at(xs);
+  const double k = std::sqrt(5.0);
+  for (const auto& [factor, plane] : {std::pair{k, StreamedPlane{kAtTen, 1e-9, 0.0}},
+                                      {0.999 * k, StreamedPlane{kAtTen, 2e-3, 0.0}},
+                                      {1.001 * k, StreamedPlane{kAtTen, 2e-3, 0.0}},
+                                      {0.999 * k, StreamedPlane{kAtTen, 0.0, 5e-3}}}) {
+    WorkingRows working(points);
+    EXPECT_EQ(working.reject_beyond_sigmas(plane, factor, 3), std::nullopt) << factor;
+    EXPECT_TRUE(same(copy_of(working), points));
+  }
+  for (const auto& [factor, rows] : {std::pair{0.999 * k, 8}, {1.001 * k, 10}, {2.0, 8}}) {
+    WorkingRows working(points);
+    EXPECT_EQ(working.reject_beyond_sigmas(StreamedPlane{kAtTen, 1e-5, 1e-5}, factor, 3), true);
+    EXPECT_EQ(working.rows().count, rows) << factor;
   }
 }
 

@@ -333,4 +333,68 @@ TEST(FitPlaneRobust, EqualsItsLiteralFormForFlatCloudsWithoutNoise) {
   }
 }
 
+// Both overloads against the literal form: rows to the last bit, and the plane of the one that
+// gives statistics too.
+void expect_literal_rows(const PointMatrix3& points, std::int32_t mode) {
+  constexpr DepthBand kEverywhere{std::numeric_limits<std::int32_t>::min(),
+                                  std::numeric_limits<std::int32_t>::max()};
+  Result expected, full, bare;
+  const bool fitted = literally(points, expected, kEverywhere, mode);
+  EXPECT_EQ(robust(points, full, kEverywhere, mode), fitted);
+  EXPECT_TRUE(same(full, expected));
+  EXPECT_EQ(
+      LaserGeometryFitter().fit_plane_robust(points, bare.plane, bare.inliers, kEverywhere, mode),
+      fitted);
+  EXPECT_TRUE(same(bare.inliers, expected.inliers));
+}
+
+// A quarter of the rows lies `height` off the plane, half of it on either side, the others in it:
+// two sigmas are `height`, and rounding alone decides which of those rows stay.
+PointMatrix3 rows_on_both_bounds(Random& random, Eigen::Index quads, double height) {
+  const Eigen::Matrix3d tilt =
+      Eigen::AngleAxisd(random.uniform(-0.3, 0.3),
+                        Eigen::Vector3d(0.0, random.uniform(-1.0, 1.0), 1.0).normalized())
+          .toRotationMatrix();
+  const Eigen::RowVector3d centre(random.uniform(10.0, 200.0), 0.0, 500.0);
+  PointMatrix3 points(4 * quads, 3);
+  for (Eigen::Index i = 0; i < quads; ++i) {
+    const double x = i % 4 == 0 ? height : 0.0;
+    const double y = 1.0 + random.index(100);
+    const double z = random.index(50);
+    points.middleRows(4 * i, 4) << x, y, z, x, -y, -z, -x, y, z, -x, -y, -z;
+  }
+  return (points * tilt.transpose()).rowwise() + centre;
+}
+
+TEST(FitPlaneRobust, KeepsTheRowsOfItsLiteralFormWhereRoundingDecides) {
+  Random random(13);
+  for (int run = 0; run < 300; ++run) {
+    const double height = run % 3 == 0 ? 2.5 : random.uniform(0.1, 2.5);
+    expect_literal_rows(rows_on_both_bounds(random, 20 + random.index(600), height), run % 2);
+    ASSERT_FALSE(HasFailure()) << run;
+  }
+}
+
+TEST(FitPlaneRobust, KeepsTheRowsOfItsLiteralFormFarFromTheOrigin) {
+  Random random(14);
+  for (int run = 0; run < 300; ++run) {
+    const double far = std::pow(10.0, random.uniform(5.0, 12.0));
+    const Box box{random_rotation(random),
+                  {100.0, 80.0, std::pow(10.0, random.uniform(-3.0, 1.0))},
+                  {far, 0.3 * far, random.index(2) * 2.0 * far}};
+    expect_literal_rows(box_cloud(random, 64 + random.index(3000), box), random.index(3));
+    ASSERT_FALSE(HasFailure()) << run << " at " << far;
+  }
+}
+
+TEST(FitPlaneRobust, KeepsTheRowsOfItsLiteralFormForTinySheets) {
+  Random random(15);
+  for (int run = 0; run < 300; ++run) {
+    const double size = std::pow(10.0, random.uniform(-15.0, -3.0));
+    const Box box{random_rotation(random), {size, size, 0.01 * size}, {50.0, 3.0, 500.0}};
+    expect_literal_rows(box_cloud(random, 64 + random.index(3000), box), random.index(3));
+    ASSERT_FALSE(HasFailure()) << run << " of " << size;
+  }
+}
+
 }  // namespace

@@ -7,15 +7,15 @@
 #include <cstring>
 #include <vector>
 
-#include "examples/host_table.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
 #include "kestrane/factory_calib.h"
+#include "simulation/host_table.h"
 #include "simulation/scanner.h"
 
 namespace {
 
-using examples::HostTable;
+using simulation::HostTable;
 using simulation::Sheet;
 
 constexpr double kNoise = 0.05;
