@@ -35,7 +35,8 @@ step_cppcheck() {
 # The checks that .clang-tidy names, over the flags of the release build.
 step_tidy() {
   cmake --preset release
-  sources src simulation examples | xargs -P "$jobs" -n 1 clang-tidy -p build/release --quiet
+  sources src simulation examples |
+    xargs -P "$jobs" -n 1 clang-tidy -p build/release --quiet 2>"$logs/tidy.counts"
 }
 
 # All tests without a sanitizer, and at least 98 of 100 lines of the library run.
@@ -72,7 +73,7 @@ step_fuzz() {
   build fuzz
   cd build/fuzz/fuzz
   printf '%s\n' coefficient plane_block |
-    xargs -P "$jobs" -I '{}' ./'{}'_fuzz -max_total_time="$fuzz_seconds" -max_len=4096 \
+    xargs -P "$jobs" -I '{}' env ./'{}'_fuzz -max_total_time="$fuzz_seconds" -max_len=4096 \
       -print_final_stats=1 '{}'_corpus '{}'_seeds
 }
 

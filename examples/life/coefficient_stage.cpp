@@ -72,7 +72,7 @@ struct ModelMoves {
 // Numbers that nothing has worked on keep every bit.
 template <class T>
 bool same_bits(const T* a, const T* b, std::size_t count) {
-  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison, cert-*): the bits are meant
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): the bits are meant
   return std::memcmp(a, b, count * sizeof(T)) == 0;
 }
 

@@ -29,6 +29,7 @@ class Carver {
   T* take(std::int64_t count) {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): where bytes become records
     T* section = carves() ? reinterpret_cast<T*>(block_ + size_) : nullptr;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): sections of pointers are meant too
     const std::int64_t bytes = count * static_cast<std::int64_t>(sizeof(T));
     size_ += (bytes + kGrain - 1) & -kGrain;
     return section;

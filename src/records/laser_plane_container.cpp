@@ -4,7 +4,7 @@
 
 namespace morvia {
 
-// NOLINTNEXTLINE(bugprone-unhandled-self-assignment, cert-oop54-cpp): words copied onto themselves
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): words copied onto themselves
 MORVIA_LASER_PLANE_CONTAINER& MORVIA_LASER_PLANE_CONTAINER::operator=(
     const MORVIA_LASER_PLANE_CONTAINER& other) {
   std::copy_n(other.words, 4, words);
