@@ -49,5 +49,12 @@ fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
+PREFIX ?= /usr/local
+.PHONY: install
+install: dependencies ## install library, headers and packages; PREFIX=/usr/local, DESTDIR=
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target kestrane
+	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(PREFIX)"
+
 clean: ## remove all builds
 	rm -rf build
