@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake make ninja-build binutils
+  g++ cmake make ninja-build binutils pkg-config
   libeigen3-dev libceres-dev libsuitesparse-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
