@@ -8,7 +8,7 @@ FUZZ_SECONDS ?= 60
 .PHONY: help dependencies build test demo bench asan fuzz check format clean
 
 help: ## list the targets
-	@grep -E '^[a-z]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
+	@grep -E '^[a-z-]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
 
 dependencies: ## install the Debian packages that are missing
 	@scripts/install-dependencies.sh
@@ -55,6 +55,11 @@ install: dependencies ## install library, headers and packages; PREFIX=/usr/loca
 	cmake --preset release
 	cmake --build --preset release -j $(JOBS) --target kestrane
 	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(PREFIX)"
+
+.PHONY: package
+package: ## build the Debian packages twice, compare them, and have lintian look at them
+	@scripts/install-dependencies.sh package
+	JOBS=$(JOBS) scripts/build-packages.sh build
 
 clean: ## remove all builds
 	rm -rf build
