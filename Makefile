@@ -61,5 +61,15 @@ package: ## build the Debian packages twice, compare them, and have lintian look
 	@scripts/install-dependencies.sh package
 	JOBS=$(JOBS) scripts/build-packages.sh build
 
+.PHONY: abi
+abi: ## hold symbols and layouts against the baseline of the binary interface
+	@scripts/install-dependencies.sh abi
+	JOBS=$(JOBS) scripts/check-abi.sh
+
+.PHONY: abi-baseline
+abi-baseline: ## make the present binary interface the baseline
+	@scripts/install-dependencies.sh abi
+	JOBS=$(JOBS) scripts/check-abi.sh --rewrite
+
 clean: ## remove all builds
 	rm -rf build

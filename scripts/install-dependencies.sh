@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the build and the tests need, and only those that are missing.
 #   install-dependencies.sh [group...]   with the packages of a group beside them: fuzz, check,
-#                                        package
+#                                        package, abi
 set -euo pipefail
 
 packages=(
@@ -15,6 +15,7 @@ for group in "$@"; do
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     check) packages+=(git clang-format) ;;
     package) packages+=(git debhelper dpkg-dev fakeroot lintian) ;;
+    abi) packages+=(abigail-tools) ;;
     *) echo "install-dependencies: no group named $group" >&2; exit 1 ;;
   esac
 done
