@@ -29,7 +29,8 @@ copy_sources() {
 
 # build <folder> <umask> <time zone> <locale>
 build() {
-  copy_sources "$work/$1/kestrane"
+  mkdir -p "$work/$1"
+  cp -a "$work/source" "$work/$1/kestrane"
   (
     umask "$2"
     cd "$work/$1/kestrane"
@@ -40,7 +41,7 @@ build() {
 }
 
 rm -rf "$work"
-mkdir -p "$work"
+copy_sources "$work/source"
 build first 0022 UTC C.UTF-8
 build the-second-build-in-a-longer-folder 0027 Asia/Tokyo C
 if ! diff "$work/first.sums" "$work/the-second-build-in-a-longer-folder.sums"; then
