@@ -8,7 +8,7 @@ FUZZ_SECONDS ?= 60
 .PHONY: help dependencies build test demo bench asan fuzz check format clean
 
 help: ## list the targets
-	@grep -E '^[a-z]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
+	@grep -E '^[a-z-]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
 
 dependencies: ## install the Debian packages that are missing
 	@scripts/install-dependencies.sh
@@ -57,6 +57,28 @@ docs: ## the reference of the public headers, in build/docs/html
 
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+PREFIX ?= /usr/local
+.PHONY: install
+install: dependencies ## install library, headers and packages; PREFIX=/usr/local, DESTDIR=
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target kestrane
+	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(PREFIX)"
+
+.PHONY: package
+package: ## build the Debian packages twice, compare them, and have lintian look at them
+	@scripts/install-dependencies.sh package
+	JOBS=$(JOBS) scripts/build-packages.sh build
+
+.PHONY: abi
+abi: ## hold symbols and layouts against the baseline of the binary interface
+	@scripts/install-dependencies.sh abi
+	JOBS=$(JOBS) scripts/check-abi.sh
+
+.PHONY: abi-baseline
+abi-baseline: ## make the present binary interface the baseline
+	@scripts/install-dependencies.sh abi
+	JOBS=$(JOBS) scripts/check-abi.sh --rewrite
 
 clean: ## remove all builds
 	rm -rf build

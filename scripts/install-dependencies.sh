@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the build and the tests need, and only those that are missing.
-#   install-dependencies.sh [group...]   with the packages of a group beside them: fuzz, check, docs
+#   install-dependencies.sh [group...]   with the packages of a group beside them: fuzz, check,
+#                                        docs, package, abi, mutants
 set -euo pipefail
 
 packages=(
-  g++ cmake make ninja-build binutils
+  g++ cmake make ninja-build binutils pkg-config
   libeigen3-dev libceres-dev libsuitesparse-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
@@ -14,6 +15,8 @@ for group in "$@"; do
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3) ;;
     docs) packages+=(doxygen) ;;
+    package) packages+=(git debhelper dpkg-dev fakeroot lintian) ;;
+    abi) packages+=(abigail-tools) ;;
     *) echo "install-dependencies: no group named $group" >&2; exit 1 ;;
   esac
 done

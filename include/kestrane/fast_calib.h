@@ -25,6 +25,7 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -199,3 +200,13 @@ class KESTRANE_API KESTRANE_LASER_FAST_CALIB {
 };
 
 }  // namespace kestrane
+
+// Eigen's switches change what a matrix is in memory. Vector flags and alignment do not: the host's
+// matrices are only read, number by number, and never resized, moved or freed by the library.
+static_assert(sizeof(Eigen::Index) == sizeof(std::ptrdiff_t),
+              "kestrane needs Eigen's own index type: no EIGEN_DEFAULT_DENSE_INDEX_TYPE");
+static_assert(!Eigen::Matrix<double, 3, -1>::IsRowMajor,
+              "kestrane needs matrices by columns: no EIGEN_DEFAULT_TO_ROW_MAJOR");
+static_assert(sizeof(Eigen::Matrix<double, 3, -1>) == sizeof(double*) + sizeof(std::ptrdiff_t) &&
+                  alignof(Eigen::Matrix<double, 3, -1>) == alignof(double*),
+              "kestrane needs plain matrices: no EIGEN_..._PLUGIN that adds members");

@@ -1,0 +1,50 @@
+# Installs the built library, compares the files with those that belong to it, and moves the result
+# elsewhere: hosts find it there.
+#
+# in   BUILD_FOLDER, WORK_FOLDER, STAGE (where the moved copy ends up), LIB_FOLDER, DOC_FOLDER,
+#      VERSION, SOVERSION
+# installed(<variable> <option>...): the files that an installation with these options leaves.
+function(installed variable)
+  file(REMOVE_RECURSE "${WORK_FOLDER}")
+  execute_process(
+    COMMAND "${CMAKE_COMMAND}" --install "${BUILD_FOLDER}" --prefix "${WORK_FOLDER}" ${ARGN}
+    OUTPUT_QUIET ERROR_VARIABLE errors RESULT_VARIABLE result)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "cannot install:\n${errors}")
+  endif()
+  file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE "${WORK_FOLDER}" "${WORK_FOLDER}/*")
+  set(${variable} "${files}" PARENT_SCOPE)
+endfunction()
+
+function(expect_files what found)
+  set(expected ${ARGN})
+  list(SORT expected)
+  list(SORT found)
+  if(NOT found STREQUAL expected)
+    list(JOIN found "\n  " found)
+    list(JOIN expected "\n  " expected)
+    message(FATAL_ERROR "${what}: found\n  ${found}\ninstead of\n  ${expected}")
+  endif()
+endfunction()
+
+set(runtime
+  "${LIB_FOLDER}/libkestrane.so.${SOVERSION}" "${LIB_FOLDER}/libkestrane.so.${VERSION}"
+  "${DOC_FOLDER}/LICENSE")
+set(headers buffers compensator export factory_calib fast_calib files records)
+list(TRANSFORM headers REPLACE "(.+)" "include/kestrane/\\1.h")
+
+installed(found --component Runtime)
+expect_files("run-time component" "${found}" ${runtime})
+
+installed(found)
+list(FILTER found EXCLUDE REGEX "kestraneTargets-[a-z]+\\.cmake$")  # named after the configuration
+expect_files("everything" "${found}" ${runtime} ${headers}
+  "${LIB_FOLDER}/libkestrane.so"
+  "${LIB_FOLDER}/pkgconfig/kestrane.pc"
+  "${LIB_FOLDER}/cmake/kestrane/kestraneConfig.cmake"
+  "${LIB_FOLDER}/cmake/kestrane/kestraneConfigVersion.cmake"
+  "${LIB_FOLDER}/cmake/kestrane/kestraneTargets.cmake"
+  "${DOC_FOLDER}/README.md" "${DOC_FOLDER}/CHANGELOG.md")
+
+file(REMOVE_RECURSE "${STAGE}")
+file(RENAME "${WORK_FOLDER}" "${STAGE}")
