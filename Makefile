@@ -4,6 +4,7 @@ JOBS ?= $(shell nproc)
 DEMO_ARGS ?=
 BENCH_ARGS ?=
 FUZZ_SECONDS ?= 60
+MUTANT_ARGS ?=
 
 .PHONY: help dependencies build test demo bench asan fuzz check format clean
 
@@ -45,6 +46,11 @@ fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
 	  ./$${format}_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -print_final_stats=1 \
 	    $${format}_corpus $${format}_seeds || exit 1; \
 	done
+
+.PHONY: mutants
+mutants: build ## one changed instruction at a time; MUTANT_ARGS="--unit fast/ --kind branch"
+	@scripts/install-dependencies.sh mutants
+	scripts/mutants.py --jobs $(JOBS) $(MUTANT_ARGS)
 
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
