@@ -52,8 +52,11 @@ BUILD = ROOT / "build" / "release"
 WORK = ROOT / "build" / "mutants"
 
 MEMORY_KB = 4 * 1024 * 1024  # a runaway allocation ends here
-TIME_FACTOR = 10  # a test may take this often its usual processor time before it counts as dead
-WALL_SECONDS = 300  # for a process that waits instead of working
+TIME_FACTOR = 4  # a step may take this often its usual processor time before it counts as dead
+WALL_SECONDS = 30  # for a process that waits instead of working; grows with the tests' time
+WALL_FACTOR = 100  # generous, as the processor may be shared
+FILE_BLOCKS = 1 << 18  # of 512 bytes; more than any test writes
+BASELINE_SECONDS = 10  # a generous guess, before the time of a test is known
 QUICK_SECONDS = 0.1  # tests below this run before all others
 
 SWAPS = {}
@@ -366,14 +369,16 @@ def find_programs():
 
 def run_tests(program, tests, extra, folder, seconds):
     """Runs tests of a program with limits; returns the exit status and the processor time."""
-    guarded = ["sh", "-c", 'ulimit -c 0; ulimit -v "$1"; ulimit -t "$2"; shift 2; exec "$@"', "sh",
-               str(MEMORY_KB), str(max(2, math.ceil(seconds * TIME_FACTOR))), program.command,
+    limits = 'ulimit -c 0; ulimit -v "$1"; ulimit -f "$2"; ulimit -t "$3"; shift 3; exec "$@"'
+    guarded = ["sh", "-c", limits, "sh", str(MEMORY_KB), str(FILE_BLOCKS),
+               str(math.ceil(seconds * TIME_FACTOR)), program.command,
                "--gtest_fail_fast", "--gtest_brief=1", "--gtest_filter=" + ":".join(tests)]
     environment = {**program.environment, **extra, "TMPDIR": str(folder)}
     with open(folder / "output", "wb") as output:
         child = subprocess.Popen(guarded, cwd=folder, env=environment, stdin=subprocess.DEVNULL,
                                  stdout=output, stderr=output, start_new_session=True)
-    watch = threading.Timer(WALL_SECONDS, lambda: os.killpg(child.pid, signal.SIGKILL))
+    watch = threading.Timer(WALL_SECONDS + WALL_FACTOR * seconds,
+                            lambda: os.killpg(child.pid, signal.SIGKILL))
     watch.start()
     _, status, usage = os.wait4(child.pid, 0)
     watch.cancel()
@@ -420,7 +425,7 @@ def measure_coverage(programs, jobs):
             marks = folder / "marks"
             marks.mkdir()
             status, seconds = run_tests(program, [name], {"KESTRANE_MARKS": str(marks)}, folder,
-                                        WALL_SECONDS)
+                                        BASELINE_SECONDS)
             if status != 0:
                 raise RuntimeError(f"{program.name} fails without a mutant: {name}\n"
                                    + (folder / "output").read_text(errors="replace"))

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <locale>
 #include <optional>
@@ -169,6 +171,18 @@ TEST(FormatNumber, EqualsTheStreamBesideEveryMiddleAndEveryPowerOfTen) {
   }
 }
 
+// It may write more than the text, but not beyond the room that its caller promises.
+TEST(FormatNumber, WritesNothingBehindItsRoom) {
+  simulation::Random random(8);
+  char text[64];
+  for (int i = 0; i < 20000; ++i) {
+    std::fill(std::begin(text), std::end(text), '#');
+    format_number(text, random.uniform(-1.0, 1.0) * std::pow(10.0, random.uniform(-18.0, 29.0)));
+    const auto behind = std::begin(text) + kLongestNumber;
+    ASSERT_EQ(std::count(behind, std::end(text), '#'), std::end(text) - behind);
+  }
+}
+
 TEST(FormatNumber, WritesEveryKindOfInteger) {
   for (const std::int32_t value : {0, 7, -1, 100, std::numeric_limits<std::int32_t>::max(),
                                    std::numeric_limits<std::int32_t>::min()})
@@ -234,6 +248,30 @@ TEST(ReadNumber, EqualsTheStreamForTextOfAllSorts) {
     const std::string text = random_text(random);
     expect_read_as_stream_does<double>(file, text);
     expect_read_as_stream_does<std::int32_t>(file, text);
+  }
+}
+
+// All texts of up to `most` of `characters`, each handed to `use`.
+template <class Use>
+void for_all_texts(const std::string& characters, std::size_t most, const Use& use,
+                   const std::string& text = "") {
+  use(text);
+  if (text.size() == most) return;
+  for (const char c : characters) for_all_texts(characters, most, use, text + c);
+}
+
+// With much text behind it a number may be read in a faster way. A character just above and one
+// just below the digits are among these, and one whose sum with the digit 0 overflows to a digit.
+TEST(ReadNumber, EqualsTheStreamForEveryShortTextInFrontOfALongOne) {
+  const MemoryFile file;
+  const std::string behind = " -2.5e+01 " + std::string(30, ' ') + "4";
+  for (const char* head : {"", "-", "7", "-7", "70.", "-.", "0.25", "7e", "-3.5e-", "2e+1"}) {
+    for_all_texts("e.+-8 :/\xd5", 3, [&](const std::string& tail) {
+      const std::string text = head + tail + behind;
+      ASSERT_TRUE(same_bits(taken_from_file<double>(file.hold(text), kFileWindow),
+                            taken_by_stream<double>(text)))
+          << text;
+    });
   }
 }
 

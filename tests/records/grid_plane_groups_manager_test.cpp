@@ -121,6 +121,23 @@ TEST(GridPlaneGroupsManager, MeasuresTwoSectionsOf128BytesPerSixteenGroups) {
   EXPECT_EQ(groups.groups, nullptr);
 }
 
+TEST(GridPlaneGroupsManager, MeasuresBesideABlockWithoutCarvingIt) {
+  Groups groups;
+  ASSERT_EQ(groups.init(3, 1), KESTRANE_OK);
+  const auto before = bytes_of(groups);
+  EXPECT_EQ(groups.alloc_buf_size(groups.block_, 17, false), 512);
+  EXPECT_EQ(bytes_of(groups), before);
+}
+
+TEST(GridPlaneGroupsManager, GivesEverythingBackWhenItIsDestroyed) {
+  const std::size_t before = heap_in_use();
+  {
+    Groups groups;
+    ASSERT_EQ(groups.init(100, 2), KESTRANE_OK);
+  }
+  EXPECT_EQ(heap_in_use(), before);
+}
+
 TEST(GridPlaneGroupsManager, MakesThreeTablesOfFivePlanesAndLeavesTheSpareNull) {
   Groups groups;
   ASSERT_EQ(groups.init(3, 5), KESTRANE_OK);
