@@ -57,7 +57,7 @@ WALL_SECONDS = 30  # for a process that waits instead of working; grows with the
 WALL_FACTOR = 100  # generous, as the processor may be shared
 FILE_BLOCKS = 1 << 18  # of 512 bytes; more than any test writes
 BASELINE_SECONDS = 10  # a generous guess, before the time of a test is known
-QUICK_SECONDS = 0.1  # tests below this run before all others
+STEP_SECONDS = (0.01, 0.1, math.inf)  # tests below the first run before those below the second
 
 SWAPS = {}
 for one, other in (("add", "sub"), ("mul", "div")):
@@ -452,10 +452,10 @@ def steps_for(tests, unit):
     """
     room, stem = unit.name.split("/")
     steps = []
-    for quick in (True, False):
+    for least, most in zip((0.0, *STEP_SECONDS), STEP_SECONDS):
         groups = collections.defaultdict(list)
         for test in tests:
-            if (test.seconds < QUICK_SECONDS) == quick:
+            if least <= test.seconds < most:
                 groups[test.program].append(test)
         steps += sorted(groups.items(), key=lambda item: (
             stem not in item[0] and room not in item[0],
@@ -523,6 +523,7 @@ def run_all(mutants, coverage, units, programs, jobs):
             waiting.append((number, mutant, tests, digest))
         elif not died:
             living.add(mutant)
+    waiting.sort(key=lambda item: sum(test.seconds for test in item[2]))
     print(f"{len(mutants)} mutants, {len(waiting)} to run", flush=True)
     begin, done = time.monotonic(), 0
 

@@ -131,6 +131,33 @@ TEST_F(FileAccess, SaysNothingOfAFullDisk) {
   EXPECT_EQ(save_compensator_coeffs(*many, "/dev/full"), KESTRANE_OK);
 }
 
+// A limit that is lifted later serves as a disk that is full for a while.
+TEST_F(FileAccess, WritesNothingMoreOnceAWriteHasFailed) {
+  constexpr rlim_t kRoom = 1000;
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const std::string path = folder_.path("cut");
+  const std::string bytes(kFileWindow, 'x');
+  {
+    OutputFile out(path);
+    const rlimit small = {kRoom, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    out.put(bytes.data(), bytes.size());
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    out.put(bytes.data(), bytes.size());
+    out.put("tail", 4);
+  }
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(bytes_of(path).size(), kRoom);
+}
+
+// The memory of a process opens like a file, but nothing lies at its beginning to be read.
+TEST_F(FileAccess, TakesAFileThatCannotBeReadForAnEmptyOne) {
+  EXPECT_EQ(read_both("/proc/self/mem"),
+            (std::vector<_KESTRANE_STATUS>{KESTRANE_OK, KESTRANE_ERR_INVALID_PARAM}));
+}
+
 TEST_F(FileAccess, TruncatesAFileThatExists) {
   const std::string fresh = folder_.path("fresh");
   const std::string old = folder_.file("old", std::string(1 << 20, 'x'));
@@ -218,14 +245,14 @@ class SlowPipe {
     });
   }
 
-  // Takes all that comes out of the pipe, the first bytes late.
+  // Takes all that comes out of the pipe, a few bytes at a time.
   void drain() {
     work([this] {
       wait();
       const int from = ::open(path_.c_str(), O_RDONLY);
       wait();
       char bytes[10000];
-      for (ssize_t got = 0; (got = ::read(from, bytes, sizeof bytes)) > 0;)
+      for (ssize_t got = 0; (got = ::read(from, bytes, sizeof bytes)) > 0; wait())
         taken_.append(bytes, static_cast<std::size_t>(got));
       ::close(from);
     });
@@ -236,7 +263,7 @@ class SlowPipe {
   }
 
  private:
-  static void wait() { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }
+  static void wait() { std::this_thread::sleep_for(std::chrono::milliseconds(10)); }
 
   static void set_signals(int microseconds) {
     const itimerval every = {{0, microseconds}, {0, microseconds}};
