@@ -5,8 +5,7 @@
     scripts/mutants.py --unit fast/plane_cell --kind branch
     scripts/mutants.py --list                 name the mutants, run nothing
 
-Every source file of the library is compiled to assembly at -O1 (the cell kernel keeps its own -O3).
-A mutant changes one instruction that the line table attributes to a line under src or include:
+Every source file of the library is compiled to assembly at -O1. A mutant changes one instruction that the line table attributes to a line under src or include:
 
     branch      a conditional jump is taken always, or never
     arithmetic  add and subtract, multiply and divide change places: scalar and packed doubles in
@@ -34,6 +33,7 @@ import argparse
 import collections
 import concurrent.futures
 import hashlib
+import itertools
 import json
 import math
 import os
@@ -51,6 +51,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "release"
 WORK = ROOT / "build" / "mutants"
 
+PAGE = 4096
 MEMORY_KB = 4 * 1024 * 1024  # a runaway allocation ends here
 TIME_FACTOR = 4  # a step may take this often its usual processor time before it counts as dead
 WALL_SECONDS = 30  # for a process that waits instead of working; grows with the tests' time
@@ -58,6 +59,10 @@ WALL_FACTOR = 100  # generous, as the processor may be shared
 FILE_BLOCKS = 1 << 18  # of 512 bytes; more than any test writes
 BASELINE_SECONDS = 10  # a generous guess, before the time of a test is known
 STEP_SECONDS = (0.01, 0.1, math.inf)  # tests below the first run before those below the second
+
+# One jump for each branch of the source, as far as the compiler can be told: no vectors and peeled
+# loops, no second test in front of a loop, no check of a root's argument.
+SOURCE_LIKE = ["-O1", "-g1", "-fno-tree-ch", "-fno-thread-jumps", "-fno-math-errno"]
 
 SWAPS = {}
 for one, other in (("add", "sub"), ("mul", "div")):
@@ -127,9 +132,8 @@ def assembly_of(unit):
     output = WORK / "assembly" / unit.file_name(".s")
     if output.exists() and output.stat().st_mtime > built.stat().st_mtime:
         return output.read_text().splitlines()
-    level = command.index("-O3")  # the configuration's; a unit's own level comes later and wins
-    command[level : level + 1] = ["-O1", "-g1"]
     command[command.index("-c")] = "-S"
+    command[-1:-1] = SOURCE_LIKE  # behind all other options, so that it wins
     unfinished = output.with_suffix(".part.s")
     command[command.index("-o") + 1] = str(unfinished)
     run(command, cwd=BUILD)
@@ -217,10 +221,10 @@ def key_of(mutant):
 # ---------------------------------------------------------------------------- building
 
 
-def switched(number, unit):
+def switched(number, unit, first_mark):
     """A unit's lines with a mark and a switch at each place that has mutants.
 
-    The marks of a place are a byte; its slots are the way that is taken and its changed forms.
+    The mark of a place is a byte; its slots are the way that is taken and its changed forms.
     """
     forms = collections.defaultdict(list)
     for mutant in mutants_of(unit):
@@ -238,14 +242,13 @@ def switched(number, unit):
                 changed += [f"{name}_1:", mutant.text]
                 slots.append(f"{name}_1")
         lines[place.line : place.line + 1] = [
-            f"\tmovb\t$1, kestrane_marks_{number}+{place.index}(%rip)",
+            f"\tmovb\t$1, kestrane_marks+{first_mark + place.index}(%rip)",
             f"\tjmp\t*kestrane_slots_{number}+{24 * place.index}(%rip)",
             *stays, *changed, f"{name}_end:"]
         data.insert(0, "\t.quad " + ", ".join([f"{name}_0", *slots, "0"][:3]))
-    marks, slots = f"kestrane_marks_{number}", f"kestrane_slots_{number}"
+    slots = f"kestrane_slots_{number}"
     return lines + [
-        f"\t.globl {marks}, {slots}", f"\t.hidden {marks}, {slots}",
-        "\t.bss", f"{marks}:", f"\t.zero {len(unit.places) + 1}",
+        f"\t.globl {slots}", f"\t.hidden {slots}", "\t.hidden kestrane_marks",
         '\t.section .data.rel.local,"aw"', "\t.balign 8", f"{slots}:", *data, "\t.quad 0"]
 
 
@@ -253,34 +256,36 @@ SWITCH = """\
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
-#define HIDDEN __attribute__((visibility("hidden"))) extern
+#define HIDDEN __attribute__((visibility("hidden")))
 extern "C" {{
-{declarations}
+HIDDEN extern unsigned char kestrane_marks[{marks}];
+alignas(4096) unsigned char kestrane_marks[{marks}];
+{slots}
 }}
 namespace {{
-struct Unit {{ unsigned char* marks; void** slots; int count; }};
-const Unit kUnits[] = {{{table}}};
+void** const kSlots[] = {{{table}}};
 
 __attribute__((constructor(101))) void choose_mutant() {{
   const char* chosen = std::getenv("KESTRANE_MUTANT");
   int unit = 0, place = 0, form = 0;
   if (chosen == nullptr || std::sscanf(chosen, "%d:%d:%d", &unit, &place, &form) != 3) return;
-  kUnits[unit].slots[3 * place] = kUnits[unit].slots[3 * place + form];
+  kSlots[unit][3 * place] = kSlots[unit][3 * place + form];
 }}
 
-__attribute__((destructor(101))) void write_marks() {{
+// The marks of a process and of those that it forks lie in a file, whatever ends them.
+__attribute__((constructor(101))) void share_marks() {{
   const char* folder = std::getenv("KESTRANE_MARKS");
   if (folder == nullptr) return;
   const std::string name = std::string(folder) + "/" + std::to_string(getpid());
-  std::FILE* out = std::fopen(name.c_str(), "a");
-  if (out == nullptr) return;
-  int unit = 0;
-  for (const Unit& u : kUnits) {{
-    for (int i = 0; i < u.count; ++i) if (u.marks[i]) std::fprintf(out, "%d:%d\\n", unit, i);
-    ++unit;
-  }}
-  std::fclose(out);
+  const int file = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const bool shared = ftruncate(file, sizeof kestrane_marks) == 0 &&
+                      mmap(kestrane_marks, sizeof kestrane_marks, PROT_READ | PROT_WRITE,
+                           MAP_SHARED | MAP_FIXED, file, 0) == kestrane_marks;
+  if (!shared) std::abort();
+  close(file);
 }}
 }}
 """
@@ -295,10 +300,12 @@ def build_objects(units, jobs):
     """One object for each unit, with all of its mutants, and the one that chooses between them."""
     folder = WORK / "objects"
     folder.mkdir(exist_ok=True)
+    first_marks = first_marks_of(units)
 
     def build(number):
         source = folder / units[number].file_name(".s")
-        source.write_text("\n".join(switched(number, units[number])) + "\n")
+        lines = switched(number, units[number], first_marks[number])
+        source.write_text("\n".join(lines) + "\n")
         run([compiler_of(units[number]), "-c", source, "-o", source.with_suffix(".o")])
         return source.with_suffix(".o")
 
@@ -306,13 +313,16 @@ def build_objects(units, jobs):
         objects = list(pool.map(build, range(len(units))))
     source = folder / "switch.cpp"
     source.write_text(SWITCH.format(
-        declarations="\n".join(
-            f"HIDDEN unsigned char kestrane_marks_{n}[];\nHIDDEN void* kestrane_slots_{n}[];"
-            for n in range(len(units))),
-        table=", ".join(f"{{kestrane_marks_{n}, kestrane_slots_{n}, {len(unit.places)}}}"
-                        for n, unit in enumerate(units))))
+        marks=(first_marks[-1] // PAGE + 1) * PAGE,
+        slots="\n".join(f"HIDDEN extern void* kestrane_slots_{n}[];" for n in range(len(units))),
+        table=", ".join(f"kestrane_slots_{n}" for n in range(len(units)))))
     run([compiler_of(units[0]), "-O1", "-fPIC", "-c", source, "-o", source.with_suffix(".o")])
     return [*objects, source.with_suffix(".o")]
+
+
+def first_marks_of(units):
+    """The number of each unit's first mark, and of all marks."""
+    return list(itertools.accumulate((len(unit.places) for unit in units), initial=0))
 
 
 class Program:
@@ -398,7 +408,7 @@ def list_tests(program):
 
 
 def baseline(units, programs, jobs):
-    """The tests that pass a place, by unit number and index of the place.
+    """The tests that pass a place, by the number of its mark.
 
     Kept in build/mutants/coverage.json for as long as neither a unit nor a test program changes.
     """
@@ -410,13 +420,12 @@ def baseline(units, programs, jobs):
         known = {"stamp": stamp, **measure_coverage(programs, jobs)}
         store.write_text(json.dumps(known))
     tests = [Test(*entry) for entry in known["tests"]]
-    return {tuple(map(int, place.split(":"))): [tests[n] for n in numbers]
-            for place, numbers in known["places"].items()}
+    return {int(mark): [tests[n] for n in numbers] for mark, numbers in known["marks"].items()}
 
 
 def measure_coverage(programs, jobs):
-    """Runs each test by itself without a mutant: its time, and the places that it passes."""
-    tests, places = [], collections.defaultdict(list)
+    """Runs each test by itself without a mutant: its time, and the marks that it leaves."""
+    tests, marks_of = [], collections.defaultdict(list)
 
     def measure(item):
         program, name = item
@@ -429,17 +438,18 @@ def measure_coverage(programs, jobs):
             if status != 0:
                 raise RuntimeError(f"{program.name} fails without a mutant: {name}\n"
                                    + (folder / "output").read_text(errors="replace"))
-            passed = {line for file in marks.iterdir() for line in file.read_text().splitlines()}
+            passed = {number for file in marks.iterdir()
+                      for number, mark in enumerate(file.read_bytes()) if mark}
             return (program.name, name, seconds), passed
 
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         items = [(program, name) for program in programs.values() for name in list_tests(program)]
         for test, passed in pool.map(measure, items):
-            for place in passed:
-                places[place].append(len(tests))
+            for mark in passed:
+                marks_of[mark].append(len(tests))
             tests.append(test)
     print(f"{len(tests)} tests pass without a mutant", flush=True)
-    return {"tests": tests, "places": places}
+    return {"tests": tests, "marks": marks_of}
 
 
 # ---------------------------------------------------------------------------- mutants
@@ -513,10 +523,11 @@ def run_all(mutants, coverage, units, programs, jobs):
     """Runs the mutants whose result is not known; returns the set of those that live."""
     results = Results()
     numbers = {unit.name: n for n, unit in enumerate(units)}
+    first_marks = first_marks_of(units)
     living, waiting = set(), []
     for mutant in mutants:
         number = numbers[mutant.place.unit.name]
-        tests = coverage.get((number, mutant.place.index), [])
+        tests = coverage.get(first_marks[number] + mutant.place.index, [])
         digest = digest_of(tests, programs)
         died = results.find(mutant, digest)
         if died is None and tests:
@@ -560,7 +571,7 @@ def describe(mutant):
 
 def report(mutants, living, coverage, units):
     """Prints a table per unit and the survivors."""
-    numbers = {unit.name: n for n, unit in enumerate(units)}
+    first_marks = dict(zip((unit.name for unit in units), first_marks_of(units)))
     print(f"\n{'unit':40} {'branch':>7} {'dead':>6} {'arith.':>7} {'dead':>6}")
     totals = collections.Counter()
     for unit in units:
@@ -578,7 +589,7 @@ def report(mutants, living, coverage, units):
             print(f"{kind}: {100.0 * totals[kind, 'dead'] / totals[kind]:.2f} % dead")
     print("\nsurvivors")
     for mutant in sorted(living, key=lambda m: (str(m.place.source), m.place.number, m.place.line)):
-        passed = (numbers[mutant.place.unit.name], mutant.place.index) in coverage
+        passed = first_marks[mutant.place.unit.name] + mutant.place.index in coverage
         print(describe(mutant) + ("" if passed else "  (no test passes here)"))
 
 

@@ -242,6 +242,19 @@ TEST_F(FacCalib, FailsWhenNoSectorHasEnoughPoints) {
 }
 
 // A sheet x = 0: its d is exactly zero, since its centroid has no x and its normal nothing else.
+TEST_F(FacCalib, FailsWhereTheWholeFitRejectsItsPointsThoughEverySectorWouldFit) {
+  // Fifteen sheets side by side, in turn far on either side of the plane between them.
+  Cloud cloud;
+  for (int s = 0; s < 15; ++s) {
+    const double x = s % 2 == 0 ? 100.0 : 200.0;
+    for (const auto& point :
+         sheet(x, 400, 80 + static_cast<std::uint64_t>(s), 4.0 * s - 29.9, 4.0 * s - 26.1)) {
+      cloud.push_back(point);
+    }
+  }
+  EXPECT_EQ(run(0, cloud), KESTRANE_ERR_FAILED);
+}
+
 Cloud sheet_through_origin() {
   Cloud cloud;
   for (int i = -20; i <= 20; ++i) {

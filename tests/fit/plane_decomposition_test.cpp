@@ -203,6 +203,7 @@ TEST(StreamedThinDirection, DeclinesSpreadsForWhichRoundingWouldShow) {
   EXPECT_FALSE(is_reliable({200.0, 1e-3, 1e-6}, 1.0)) << "nearly a line";
   EXPECT_FALSE(is_reliable({0.0, 0.0, 0.0}, 1.0)) << "a point";
   EXPECT_FALSE(is_reliable({200.0, 1.0, 0.9999}, 1.0)) << "a round rod";
+  EXPECT_TRUE(is_reliable({10.0, 1.0, 0.8}, 1.0)) << "an oval rod";
   EXPECT_TRUE(is_reliable({200.0, 200.0, 0.1}, 1e95));
   EXPECT_TRUE(is_reliable({200.0, 200.0, 0.1}, 1e-95));
   EXPECT_FALSE(is_reliable({200.0, 200.0, 0.1}, 1e110));
