@@ -26,7 +26,7 @@ tests that pass it, and their time. Then, for each mutant, the tests that pass i
 ones first, until one fails. A crash and an exceeded limit of time or memory count as dead.
 
 Results stay in build/mutants/results.jsonl: a dead mutant is run again when its unit's assembly
-changes, a survivor also when the tests that pass its place change.
+changes, a survivor also when the tests that pass its place or other units change.
 """
 
 import argparse
@@ -512,9 +512,9 @@ class Results:
                 out.write(json.dumps(entry) + "\n")
 
 
-def digest_of(tests, programs):
-    """Stands for the tests that a mutant meets: it changes when one of their programs does."""
-    parts = [test.name for test in tests]
+def digest_of(tests, programs, units):
+    """Stands for the tests that a mutant meets: it changes with their programs and the library."""
+    parts = [test.name for test in tests] + [unit.digest for unit in units]
     parts += sorted({programs[test.program].digest for test in tests})
     return hashlib.sha256(" ".join(parts).encode()).hexdigest()[:16]
 
@@ -528,7 +528,7 @@ def run_all(mutants, coverage, units, programs, jobs):
     for mutant in mutants:
         number = numbers[mutant.place.unit.name]
         tests = coverage.get(first_marks[number] + mutant.place.index, [])
-        digest = digest_of(tests, programs)
+        digest = digest_of(tests, programs, units)
         died = results.find(mutant, digest)
         if died is None and tests:
             waiting.append((number, mutant, tests, digest))

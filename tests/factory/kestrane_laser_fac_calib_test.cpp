@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -144,6 +145,18 @@ TEST(FactoryEngine, StartsEmptyAndBuildsItsGridInInit) {
 }
 
 // Settings.
+
+// Blocks that stay by design begin with init.
+TEST(FacCalibMemory, GivesItsEngineBackWhenItIsDestroyed) {
+  constexpr int kRuns = 1000;
+  const auto in_use = [] { return mallinfo2().uordblks; };
+  { const KESTRANE_LASER_FAC_CALIB first; }
+  const std::size_t before = in_use();
+  for (int i = 0; i < kRuns; ++i) {
+    const KESTRANE_LASER_FAC_CALIB calib;
+  }
+  EXPECT_LT(in_use(), before + kRuns);  // less than a byte each
+}
 
 TEST_F(FacCalib, TakesBothOptimiseFlagsAndRefusesAllOthers) {
   using kestrane::_KESTRANE_OPTIM_FLAG;
