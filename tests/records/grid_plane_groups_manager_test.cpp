@@ -65,6 +65,19 @@ TEST(GridPlaneGroupsManagerDeathTest, KeepsTheTablesMadeBeforeTheHeapRanOut) {
   EXPECT_EXIT(starved_init(), testing::ExitedWithCode(0), "");
 }
 
+void starved_array() {
+  Groups groups;
+  starve_heap();
+  // The arrays of pointers take 256 MB, the tables another 384.
+  const bool refused = groups.init(1 << 24, 1) == KESTRANE_ERR_NO_MEMORY;
+  std::_Exit(refused && groups.block_ != nullptr && groups.managers_ == nullptr ? 0 : 1);
+}
+
+TEST(GridPlaneGroupsManagerDeathTest, ReportsAnArrayOfTablesThatCannotBeHad) {
+  if (!kHeapCanRunOut) GTEST_SKIP() << "the sanitizer owns the heap";
+  EXPECT_EXIT(starved_array(), testing::ExitedWithCode(0), "");
+}
+
 TEST(GridPlaneGroupsManager, RefusesMoreGroupsThanItHoldsAndStaysAsItWas) {
   Groups groups;
   ASSERT_EQ(groups.init(3, 5), KESTRANE_OK);
