@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the build and the tests need, and only those that are missing.
-#   install-dependencies.sh [group...]   with the packages of a group beside them: fuzz, mutants, check
+#   install-dependencies.sh [group...]   with the packages of a group beside them:
+#                                        fuzz, mutants, check
 set -euo pipefail
 
 packages=(
@@ -12,7 +13,7 @@ packages=(
 for group in "$@"; do
   case $group in
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
-    mutants) packages+=(python3 mold) ;;
+    mutants) packages+=(python3) ;;
     check) packages+=(git clang-format) ;;
     *) echo "install-dependencies: no group named $group" >&2; exit 1 ;;
   esac
