@@ -4,6 +4,7 @@ JOBS ?= $(shell nproc)
 DEMO_ARGS ?=
 BENCH_ARGS ?=
 FUZZ_SECONDS ?= 60
+MUTANT_ARGS ?=
 
 .PHONY: help dependencies build test demo bench asan fuzz check format clean
 
@@ -54,6 +55,11 @@ docs: ## the reference of the public headers, in build/docs/html
 	@mkdir -p build/docs
 	KESTRANE_VERSION=$$(sed -n 's/^project(kestrane VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt) \
 	  doxygen docs/Doxyfile
+
+.PHONY: mutants
+mutants: build ## one changed instruction at a time; MUTANT_ARGS="--unit fast/ --kind branch"
+	@scripts/install-dependencies.sh mutants
+	scripts/mutants.py --jobs $(JOBS) $(MUTANT_ARGS)
 
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -17,6 +17,7 @@ for group in "$@"; do
     docs) packages+=(doxygen) ;;
     package) packages+=(git debhelper dpkg-dev fakeroot lintian) ;;
     abi) packages+=(abigail-tools) ;;
+    mutants) packages+=(python3) ;;
     *) echo "install-dependencies: no group named $group" >&2; exit 1 ;;
   esac
 done

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 #include "fit/plane_fit.h"
@@ -12,7 +13,7 @@ _LASER_TRIPLE cell_indicator(const PointMatrix3& points, const PlaneAbcd& plane)
   if (points.rows() == 0) return {{0.0, 0.0, 0.0}};
   std::vector<double> distances;
   plane_signed_distances(points, plane, distances);
-  const auto count = static_cast<double>(distances.size());
+  const auto count = static_cast<double>(std::ssize(distances));
   double sum = 0.0;
   for (const double distance : distances) sum += distance;  // order fixed
   const double mean = sum / count;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <iterator>
 
 namespace kestrane {
 namespace {
@@ -79,7 +80,7 @@ void measure_frames(const PointList& list, const std::vector<BucketEntry>& entri
 // The running average goes on from the list before: deliberately never set back to zero.
 void advance_limit_base(const std::vector<double>& means, double& limit_base) {
   for (const double mean : means) limit_base += mean;  // order fixed
-  limit_base /= static_cast<double>(means.size());
+  limit_base /= static_cast<double>(std::ssize(means));
 }
 
 void append_kept(const PointList& list, const std::vector<BucketEntry>& entries,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <unordered_map>
 
 #include "fit/laser_geometry_fitter.h"
@@ -61,14 +62,15 @@ std::vector<PointMatrix3> group_by_frame(const PlanePoints& points,
 }
 
 bool crosses(const std::vector<double>& distances) {
-  std::size_t below = 0;
-  std::size_t near = 0;
+  std::ptrdiff_t below = 0;
+  std::ptrdiff_t near = 0;
   for (const double distance : distances) {
     if (distance < 0.0) ++below;
     if (distance > -kNear && distance < kNear) ++near;
   }
-  const auto n = static_cast<double>(distances.size());
-  return static_cast<double>(distances.size() - below) / n > kLeastShare &&
+  const std::ptrdiff_t count = std::ssize(distances);
+  const auto n = static_cast<double>(count);
+  return static_cast<double>(count - below) / n > kLeastShare &&
          static_cast<double>(below) / n > kLeastShare &&
          static_cast<double>(near) / n > kLeastNearShare;
 }

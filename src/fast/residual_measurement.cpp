@@ -1,5 +1,7 @@
 #include "fast/residual_measurement.h"
 
+#include <iterator>
+
 #include "fast/plane_cell.h"
 #include "records/promise.h"
 
@@ -32,7 +34,7 @@ void ResidualMeter::clear() {
   max_ = kLeastMax;
 }
 
-double ResidualMeter::mean() const { return sum_ / static_cast<double>(distances_.size()); }
+double ResidualMeter::mean() const { return sum_ / static_cast<double>(std::ssize(distances_)); }
 
 // The count runs on from the first pass into the second, so that the deviation comes out at half
 // the mean absolute deviation. Hosts judge devices by the figure as it is.
@@ -43,7 +45,7 @@ ResidualIndicators ResidualMeter::indicators() const {
     const double off = distance - middle;
     spread += std::sqrt(off * off);
   }
-  return {middle, max_, spread / static_cast<double>(2 * distances_.size())};
+  return {middle, max_, spread / static_cast<double>(2 * std::ssize(distances_))};
 }
 
 ResidualIndicators measure_residuals(const PointSets& points,

@@ -66,9 +66,7 @@ InputFile::~InputFile() {
 }
 
 void InputFile::refill(std::size_t wanted) {
-  const auto left = static_cast<std::size_t>(end_ - at_);
-  wanted = std::min(wanted, kLargestView);
-  if (left >= wanted) return;
+  const auto left = static_cast<std::size_t>(end_ - at_);  // less than is wanted
   char* const base = buffer_ + kLargestView;
   std::memmove(base - left, at_, left);
   std::size_t filled = 0;

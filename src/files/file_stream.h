@@ -15,7 +15,7 @@
 namespace kestrane {
 
 inline constexpr std::size_t kFileWindow = 65536;
-inline constexpr std::size_t kLargestView = 4096;  // what a reader may ask for in one piece
+inline constexpr std::size_t kLargestView = 4096;  // the most a reader may ask for in one piece
 
 class InputFile {
  public:
@@ -28,8 +28,8 @@ class InputFile {
 
   bool is_open() const { return descriptor_ >= 0; }
 
-  // The bytes at hand, from the present position on: at least `wanted` of them (or a window, or
-  // kLargestView) unless the file ends or fails before. Empty only at its end.
+  // The bytes at hand, from the present position on: at least `wanted` of them, which is no more
+  // than kLargestView, or a window, unless the file ends or fails before. Empty only at its end.
   std::string_view view(std::size_t wanted) {
     if (static_cast<std::size_t>(end_ - at_) < wanted) refill(wanted);
     return {at_, static_cast<std::size_t>(end_ - at_)};

@@ -206,9 +206,9 @@ const char* take_short_exponent(const char* at, int& power) {
   return at + 4;
 }
 
-// The numbers that real files are full of: a few digits, a point among them, maybe a short
-// exponent, white space behind. Where digits and power of ten are exact doubles, one operation
-// gives the nearest double. Null, with `value` untouched, for all other text.
+}  // namespace
+
+// Where digits and power of ten are exact doubles, one operation gives the nearest double.
 const char* take_plain_decimal(std::string_view text, double& value) {
   constexpr std::size_t kEnough = 32;   // longer than all that is taken here
   constexpr std::ptrdiff_t kMost = 18;  // digits that cannot overflow 64 bits
@@ -233,8 +233,6 @@ const char* take_plain_decimal(std::string_view text, double& value) {
   value = negative ? -size : size;
   return at;
 }
-
-}  // namespace
 
 bool read_number(InputFile& in, double& value) {
   const std::string_view text = in.view(kUsualLength);

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "files/file_stream.h"
 
@@ -26,5 +27,11 @@ char* format_number(char* to, std::int32_t value);
 // of no more use. A number too small for a double is 0.
 bool read_number(InputFile& in, double& value);
 bool read_number(InputFile& in, std::int32_t& value);
+
+// The fast way for the numbers that real files are full of: up to 18 digits that make no more than
+// 2^53, a point among them, maybe an exponent like e-05, white space behind, and a power of ten of
+// -22 to 22 in all. Gives the end of the number; null, with `value` untouched, for all other text
+// and for less than 32 characters.
+const char* take_plain_decimal(std::string_view text, double& value);
 
 }  // namespace kestrane

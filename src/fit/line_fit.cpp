@@ -2,6 +2,7 @@
 
 #include <Eigen/Eigenvalues>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 #include "records/shapes.h"
@@ -115,7 +116,7 @@ std::vector<Point2> largest_consensus(const PointMatrix2& points, std::int32_t n
     collect_line_inliers(direction, p0, points, settings.threshold, inliers);
     if (inliers.size() <= best.size()) continue;
     best.swap(inliers);
-    const double ratio = static_cast<double>(best.size()) / n;
+    const double ratio = static_cast<double>(std::ssize(best)) / n;
     if (kGuard > std::abs(ratio - 1.0)) break;
     passes = passes_for(ratio);
   }

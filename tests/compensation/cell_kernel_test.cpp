@@ -336,6 +336,22 @@ TEST(CompensateLine, EqualsTheTranscriptionInEveryBitForAnyMatrix) {
   }
 }
 
+// What is left of a line behind its full vectors is worked on by other instructions.
+TEST(CompensateLine, EqualsTheTranscriptionInEveryBitForEveryCountAndAnyMatrix) {
+  Random random(22);
+  for (std::size_t count = 1; count <= 140; ++count) {
+    for (int i = 0; i < 12; ++i) {
+      PlaneMotion motion = i % 3 == 2 ? mixed_motion(random) : sane_motion(random);
+      if (i % 3 != 2) {
+        for (double& entry : motion.rotation) entry = random.uniform(-1.0, 1.0);
+      }
+      std::vector<Vec3> cells(count);
+      for (Vec3& cell : cells) cell = i % 3 == 0 ? sane_cell(random) : mixed_cell(random);
+      expect_all_forms_agree(motion, cells);
+    }
+  }
+}
+
 TEST(CompensateLine, EqualsTheTranscriptionForEachPairOfAwkwardComponents) {
   Random random(18);
   const PlaneMotion motions[] = {sane_motion(random),

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -127,6 +128,18 @@ TEST(FactoryEngine, StartsEmptyAndBuildsItsGridInInit) {
 
 // Settings.
 
+// Blocks that stay by design begin with init.
+TEST(FacCalibMemory, GivesItsEngineBackWhenItIsDestroyed) {
+  constexpr int kRuns = 1000;
+  const auto in_use = [] { return mallinfo2().uordblks; };
+  { const KESTRANE_LASER_FAC_CALIB first; }
+  const std::size_t before = in_use();
+  for (int i = 0; i < kRuns; ++i) {
+    const KESTRANE_LASER_FAC_CALIB calib;
+  }
+  EXPECT_LT(in_use(), before + kRuns);  // less than a byte each
+}
+
 TEST_F(FacCalib, TakesBothOptimiseFlagsAndRefusesAllOthers) {
   using kestrane::_KESTRANE_OPTIM_FLAG;
   EXPECT_EQ(calib.set_optimize_flag(kestrane::KESTRANE_OPTIM_ON), KESTRANE_OK);
@@ -224,6 +237,19 @@ TEST_F(FacCalib, FailsWhenNoSectorHasEnoughPoints) {
 }
 
 // A sheet x = 0: its d is exactly zero, since its centroid has no x and its normal nothing else.
+TEST_F(FacCalib, FailsWhereTheWholeFitRejectsItsPointsThoughEverySectorWouldFit) {
+  // Fifteen sheets side by side, in turn far on either side of the plane between them.
+  Cloud cloud;
+  for (int s = 0; s < 15; ++s) {
+    const double x = s % 2 == 0 ? 100.0 : 200.0;
+    for (const auto& point :
+         sheet(x, 400, 80 + static_cast<std::uint64_t>(s), 4.0 * s - 29.9, 4.0 * s - 26.1)) {
+      cloud.push_back(point);
+    }
+  }
+  EXPECT_EQ(run(0, cloud), KESTRANE_ERR_FAILED);
+}
+
 Cloud sheet_through_origin() {
   Cloud cloud;
   for (int i = -20; i <= 20; ++i) {

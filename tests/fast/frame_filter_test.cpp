@@ -252,10 +252,11 @@ TEST(FilterFrames, EqualsThePlainTwinOnRandomInput) {
     for (List& list : frames) {
       const int count = random.index(8) == 0 ? 0 : random.index(150);
       for (int i = 0; i < count; ++i) {
-        const double z = random.uniform(180, 400);
+        const double z =
+            random.index(12) == 0 ? random.uniform(90, 1560) : random.uniform(180, 400);
         const int id = first_id + random.index(span);
         const double off = id % 7 == 0 ? 30 : 0;
-        list.push_back({off + random.uniform(110, 130), random.uniform(-0.55, 0.55) * z, z, id});
+        list.push_back({off + random.uniform(110, 130), random.uniform(-0.65, 0.65) * z, z, id});
         if (random.index(2000) == 0) list.back().x = kNaN;
       }
     }

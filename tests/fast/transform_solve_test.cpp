@@ -76,6 +76,58 @@ TEST(AddResidualBlocks, WeighsWithACauchyLossOfScaleOneTenth) {
   EXPECT_NEAR(cost, 0.5 * 0.01 * std::log(1 + 2.0 * 2.0 / 0.01), kRounding);
 }
 
+// A cost function with value and derivatives at one motion.
+struct Evaluated {
+  double alone = -1;
+  double value = -1;
+  double by_rotation[3] = {-1, -1, -1};
+  double by_translation[3] = {-1, -1, -1};
+
+  Evaluated(const ceres::CostFunction& cost, const double* rotation, const double* translation) {
+    const double* parameters[2] = {rotation, translation};
+    double* jacobians[2] = {by_rotation, by_translation};
+    EXPECT_TRUE(cost.Evaluate(parameters, &alone, nullptr));
+    EXPECT_TRUE(cost.Evaluate(parameters, &value, jacobians));
+  }
+};
+
+// Cells whose largest component lies along any axis, and motions of any size.
+TEST(AddResidualBlocks, EqualsTheLiteralCostInValueAndDerivativesToTheLastBit) {
+  Random random(31);
+  constexpr int kBlocks = 8;
+  for (int i = 0; i < 600; ++i) {
+    fast_scene::Standard standard = flat_standard(1);
+    const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+    for (double& v : standard.cell(0, 7, 5).v) v = random.gaussian();
+    if (random.index(4) == 0) standard.cell(0, 7, 5).v[random.index(3)] = 0.0;
+    const double x = random.uniform(-200, 200);
+    const double y = random.uniform(-10, 10);
+    const double z = random.uniform(286, 310);
+    double rotation[3], translation[3];
+    const double size = i % 50 == 0 ? 0.0 : std::pow(10.0, random.uniform(-12, 0.6));
+    for (double& v : rotation) v = size * random.gaussian();
+    for (double& v : translation) v = random.gaussian();
+    kestrane::ResidualParts parts;
+    ceres::Problem problem(kestrane::borrowed_parts());
+    PlanePoints points(3, 2 * kBlocks);
+    for (int j = 0; j < 2 * kBlocks; ++j) points.col(j) << x + j, y, z;
+    kestrane::add_residual_blocks(problem, parts, {points}, &table, 0, rotation, translation);
+    for (int b = 0; b < kBlocks; ++b) {
+      const ceres::AutoDiffCostFunction<literal::CellDistance, 1, 3, 3> plain(
+          new literal::CellDistance{x + 2 * b, y, z, &table, 0, 1.0});
+      const Evaluated actual(parts.costs[static_cast<std::size_t>(b)], rotation, translation);
+      const Evaluated expected(plain, rotation, translation);
+      ASSERT_NE(expected.value, 10.0) << "no cell there";
+      ASSERT_TRUE(same(actual.alone, expected.alone));
+      ASSERT_TRUE(same(actual.value, expected.value));
+      for (int d = 0; d < 3; ++d) {
+        ASSERT_TRUE(same(actual.by_rotation[d], expected.by_rotation[d])) << d;
+        ASSERT_TRUE(same(actual.by_translation[d], expected.by_translation[d])) << d;
+      }
+    }
+  }
+}
+
 // A solve with both outputs captured.
 struct Solved {
   _KESTRANE_STATUS status;

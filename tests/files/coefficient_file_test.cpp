@@ -217,6 +217,19 @@ TEST(CoefficientFile, WritesTheWholeOfALargerTableThatAHostHungBelowTheRecord) {
   record->opt_coeffs = own;
 }
 
+TEST(CoefficientFile, WritesNoPlaneForATableThatCountsNone) {
+  const TemporaryFolder folder;
+  for (const std::int32_t count : {0, -1, std::numeric_limits<std::int32_t>::min()}) {
+    Coefficients record(2, 2, 6);
+    record->opt_coeffs->plane_count = count;
+    record->range_count = 0;
+    std::ostringstream expected;
+    literal::save_coefficients(expected, *record);
+    EXPECT_EQ(expected.str().size(), 4U * 3 + 2 * 96);
+    EXPECT_TRUE(saved_bytes(record, folder) == expected.str());
+  }
+}
+
 TEST(CoefficientFile, ReadsBackWhatItWroteBitForBit) {
   const TemporaryFolder folder;
   Coefficients saved(100, 100, 4), target(100, 100, kOld);

@@ -1,17 +1,28 @@
 // What the four functions share: opening, descriptors, full disks, and the host's locale.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <clocale>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <locale>
+#include <memory>
+#include <new>
 #include <string>
+#include <string_view>
+#include <thread>
 #include <vector>
 
+#include "files/file_stream.h"
 #include "files/records_under_test.h"
 #include "files/temporary_folder.h"
 #include "kestrane/files.h"
@@ -120,6 +131,33 @@ TEST_F(FileAccess, SaysNothingOfAFullDisk) {
   EXPECT_EQ(save_compensator_coeffs(*many, "/dev/full"), KESTRANE_OK);
 }
 
+// A limit that is lifted later serves as a disk that is full for a while.
+TEST_F(FileAccess, WritesNothingMoreOnceAWriteHasFailed) {
+  constexpr rlim_t kRoom = 1000;
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const std::string path = folder_.path("cut");
+  const std::string bytes(kFileWindow, 'x');
+  {
+    OutputFile out(path);
+    const rlimit small = {kRoom, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    out.put(bytes.data(), bytes.size());
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    out.put(bytes.data(), bytes.size());
+    out.put("tail", 4);
+  }
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(bytes_of(path).size(), kRoom);
+}
+
+// The memory of a process opens like a file, but nothing lies at its beginning to be read.
+TEST_F(FileAccess, TakesAFileThatCannotBeReadForAnEmptyOne) {
+  EXPECT_EQ(read_both("/proc/self/mem"),
+            (std::vector<_KESTRANE_STATUS>{KESTRANE_OK, KESTRANE_ERR_INVALID_PARAM}));
+}
+
 TEST_F(FileAccess, TruncatesAFileThatExists) {
   const std::string fresh = folder_.path("fresh");
   const std::string old = folder_.file("old", std::string(1 << 20, 'x'));
@@ -173,6 +211,167 @@ TEST_F(FileAccess, LocksNobodyOut) {
   ASSERT_TRUE(other.is_open());
   EXPECT_EQ(read_plane_block_infos(path, *planes_), KESTRANE_OK);
   EXPECT_EQ(save_plane_block_infos(*planes_, path), KESTRANE_OK);
+}
+
+// A pipe whose other end works step by step, while signals keep coming in at this end. A call that
+// waits there is broken off by each of them, as no handler asks for its restart.
+class SlowPipe {
+ public:
+  explicit SlowPipe(const std::string& path) : path_(path) {
+    EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    EXPECT_EQ(::sigaction(SIGALRM, &action, &before_), 0);
+  }
+  ~SlowPipe() {
+    set_signals(0);
+    if (worker_.joinable()) worker_.join();
+    ::sigaction(SIGALRM, &before_, nullptr);
+  }
+  SlowPipe(const SlowPipe&) = delete;
+  SlowPipe& operator=(const SlowPipe&) = delete;
+
+  // Feeds `bytes` into the pipe, a few at a time.
+  void feed(const std::string& bytes, std::size_t piece) {
+    work([this, bytes, piece] {
+      wait();
+      const int to = ::open(path_.c_str(), O_WRONLY);
+      for (std::size_t at = 0; at < bytes.size(); at += piece) {
+        const std::size_t size = std::min(piece, bytes.size() - at);
+        EXPECT_EQ(::write(to, bytes.data() + at, size), static_cast<ssize_t>(size));
+        wait();
+      }
+      ::close(to);
+    });
+  }
+
+  // Takes all that comes out of the pipe, a few bytes at a time.
+  void drain() {
+    work([this] {
+      wait();
+      const int from = ::open(path_.c_str(), O_RDONLY);
+      wait();
+      char bytes[10000];
+      for (ssize_t got = 0; (got = ::read(from, bytes, sizeof bytes)) > 0; wait())
+        taken_.append(bytes, static_cast<std::size_t>(got));
+      ::close(from);
+    });
+  }
+  const std::string& taken() {
+    worker_.join();
+    return taken_;
+  }
+
+ private:
+  static void wait() { std::this_thread::sleep_for(std::chrono::milliseconds(10)); }
+
+  static void set_signals(int microseconds) {
+    const itimerval every = {{0, microseconds}, {0, microseconds}};
+    EXPECT_EQ(::setitimer(ITIMER_REAL, &every, nullptr), 0);
+  }
+
+  // The worker itself is left in peace.
+  template <class Work>
+  void work(Work task) {
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    ::pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+    worker_ = std::thread(task);
+    ::pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
+    set_signals(2000);
+  }
+
+  std::string path_;
+  std::string taken_;
+  struct sigaction before_ {};
+  std::thread worker_;
+};
+
+TEST_F(FileAccess, WaitsOnThroughSignalsWhenAFileComesSlowly) {
+  planes_.fill(5);
+  ASSERT_EQ(save_plane_block_infos(*planes_, folder_.path("file")), KESTRANE_OK);
+  const std::string bytes = bytes_of(folder_.path("file"));
+  PlaneTable wanted(2, 2, 99), target(2, 2, 99);
+  ASSERT_EQ(read_plane_block_infos(folder_.path("file"), *wanted), KESTRANE_OK);
+  SlowPipe pipe(folder_.path("pipe"));
+  pipe.feed(bytes, 7919);
+  EXPECT_EQ(read_plane_block_infos(folder_.path("pipe"), *target), KESTRANE_OK);
+  EXPECT_TRUE(target.all_bytes() == wanted.all_bytes());
+}
+
+TEST_F(FileAccess, WaitsOnThroughSignalsWhenAFileGoesSlowly) {
+  Coefficients many(10, 10, 3);  // more than a pipe holds
+  ASSERT_EQ(save_compensator_coeffs(*many, folder_.path("file")), KESTRANE_OK);
+  SlowPipe pipe(folder_.path("pipe"));
+  pipe.drain();
+  EXPECT_EQ(save_compensator_coeffs(*many, folder_.path("pipe")), KESTRANE_OK);
+  EXPECT_TRUE(pipe.taken() == bytes_of(folder_.path("file")));
+}
+
+// An input file between two walls that show what is written beside it.
+class WalledFile {
+ public:
+  WalledFile(const std::string& path, std::size_t window)
+      : memory_(kWall + sizeof(InputFile) + kWall) {
+    std::fill(memory_.begin(), memory_.end(), '#');
+    void* room = memory_.data() + kWall;
+    std::size_t space = sizeof(InputFile) + kWall;
+    room = std::align(alignof(InputFile), sizeof(InputFile), room, space);
+    file_ = new (room) InputFile(path, window);
+  }
+  ~WalledFile() { std::destroy_at(file_); }
+  WalledFile(const WalledFile&) = delete;
+  WalledFile& operator=(const WalledFile&) = delete;
+
+  InputFile* operator->() { return file_; }
+
+  bool walls_stand() const {
+    const char* const begin = reinterpret_cast<const char*>(file_);
+    const char* const end = begin + sizeof(InputFile);
+    const char* const last = memory_.data() + memory_.size();
+    return std::count(memory_.data(), begin, '#') == begin - memory_.data() &&
+           std::count(end, last, '#') == last - end;
+  }
+
+ private:
+  static constexpr std::size_t kWall = 2 * kFileWindow;
+  std::vector<char> memory_;
+  InputFile* file_;
+};
+
+TEST_F(FileAccess, ShowsItsLargestViewFromAnyPlaceOfALongFile) {
+  std::string bytes(3 * kFileWindow, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i % 251);
+  WalledFile in(folder_.file("long", bytes), kFileWindow);
+  std::string taken;
+  for (;;) {
+    const std::string_view view = in->view(kLargestView);
+    if (view.empty()) break;
+    EXPECT_GE(view.size(), std::min(kLargestView, bytes.size() - taken.size()));
+    const std::size_t size = std::min<std::size_t>(view.size(), 5000);
+    taken.append(view.substr(0, size));
+    in->consume(size);
+  }
+  EXPECT_TRUE(taken == bytes);
+  EXPECT_TRUE(in.walls_stand());
+}
+
+TEST_F(FileAccess, HoldsNoMoreThanItsWindowWhateverAPipeHasToGive) {
+  constexpr std::size_t kSmallWindow = 16;
+  const std::string path = folder_.path("pipe");
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  const int other = ::open(path.c_str(), O_RDWR);
+  ASSERT_EQ(::write(other, "abc", 3), 3);
+  WalledFile in(path, kSmallWindow);
+  std::thread later([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(::write(other, "defghijklmnopqrstuvwxyz", 23), 23);
+  });
+  EXPECT_EQ(in->view(10), "abcdefghijklmnop");
+  later.join();
+  ::close(other);
+  EXPECT_TRUE(in.walls_stand());
 }
 
 // A decimal comma, and points between thousands.

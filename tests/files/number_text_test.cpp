@@ -3,14 +3,17 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <locale>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "files/temporary_folder.h"
@@ -169,6 +172,18 @@ TEST(FormatNumber, EqualsTheStreamBesideEveryMiddleAndEveryPowerOfTen) {
   }
 }
 
+// It may write more than the text, but not beyond the room that its caller promises.
+TEST(FormatNumber, WritesNothingBehindItsRoom) {
+  simulation::Random random(8);
+  char text[64];
+  for (int i = 0; i < 20000; ++i) {
+    std::fill(std::begin(text), std::end(text), '#');
+    format_number(text, random.uniform(-1.0, 1.0) * std::pow(10.0, random.uniform(-18.0, 29.0)));
+    const auto behind = std::begin(text) + kLongestNumber;
+    ASSERT_EQ(std::count(behind, std::end(text), '#'), std::end(text) - behind);
+  }
+}
+
 TEST(FormatNumber, WritesEveryKindOfInteger) {
   for (const std::int32_t value : {0, 7, -1, 100, std::numeric_limits<std::int32_t>::max(),
                                    std::numeric_limits<std::int32_t>::min()})
@@ -234,6 +249,84 @@ TEST(ReadNumber, EqualsTheStreamForTextOfAllSorts) {
     const std::string text = random_text(random);
     expect_read_as_stream_does<double>(file, text);
     expect_read_as_stream_does<std::int32_t>(file, text);
+  }
+}
+
+// What the fast way takes of `text` with blanks behind it; none where it leaves it alone.
+struct Plain {
+  double value;
+  std::ptrdiff_t size;
+  bool operator==(const Plain&) const = default;
+};
+
+std::optional<Plain> plain_number(const std::string& text) {
+  const std::string padded = text + std::string(40, ' ');
+  double value = 17.5;
+  const char* const end = take_plain_decimal(padded, value);
+  if (end != nullptr) return Plain{value, end - padded.data()};
+  EXPECT_EQ(value, 17.5) << text;
+  return std::nullopt;
+}
+
+TEST(TakePlainDecimal, TakesDigitsWithAPointAndAShortExponent) {
+  EXPECT_EQ(plain_number("7"), (Plain{7.0, 1}));
+  EXPECT_EQ(plain_number("-7\n8"), (Plain{-7.0, 2}));
+  EXPECT_EQ(plain_number("0.0625"), (Plain{0.0625, 6}));
+  EXPECT_EQ(plain_number("-86.6025 3"), (Plain{-86.6025, 8}));
+  EXPECT_EQ(plain_number("5."), (Plain{5.0, 2}));
+  EXPECT_EQ(plain_number(".5"), (Plain{0.5, 2}));
+  EXPECT_EQ(plain_number("1.23457e-05"), (Plain{1.23457e-05, 11}));
+  EXPECT_EQ(plain_number("-12.5e+05\t"), (Plain{-1250000.0, 9}));
+  EXPECT_EQ(plain_number("9e+09"), (Plain{9e9, 5}));
+}
+
+TEST(TakePlainDecimal, TakesWhatIsExactUpToItsLimits) {
+  EXPECT_EQ(plain_number("9007199254740992"), (Plain{0x1p53, 16}));
+  EXPECT_EQ(plain_number("9007199254740993"), std::nullopt);
+  EXPECT_EQ(plain_number("000000000000000001"), (Plain{1.0, 18}));
+  EXPECT_EQ(plain_number("0000000000000000001"), std::nullopt);
+  EXPECT_EQ(plain_number("00000000.0000000001"), (Plain{1e-10, 19}));
+  EXPECT_EQ(plain_number("00000000.00000000001"), std::nullopt);
+  EXPECT_EQ(plain_number("1e+22"), (Plain{1e22, 5}));
+  EXPECT_EQ(plain_number("1e+23"), std::nullopt);
+  EXPECT_EQ(plain_number("1e-22"), (Plain{1e-22, 5}));
+  EXPECT_EQ(plain_number("0.1e-22"), std::nullopt);
+  EXPECT_EQ(plain_number("0.1e+23"), (Plain{1e22, 7}));
+}
+
+TEST(TakePlainDecimal, LeavesAllOtherTextAlone) {
+  for (const char* text : {"",      "-",    ".",     "-.",    "+1",    "e+01",  ".e+01",
+                           "1e5",   "1e+5", "1e*05", "1e+0x", "1e+/5", "1e+5:", "1e+123",
+                           "1E+05", "1x",   "1.5.2", "1-",    "--1",   "inf",   "1\xd5"})
+    EXPECT_EQ(plain_number(text), std::nullopt) << text;
+  double value = 17.5;
+  const std::string enough = "1" + std::string(31, ' ');
+  EXPECT_NE(take_plain_decimal(enough, value), nullptr);
+  EXPECT_EQ(value, 1.0);
+  EXPECT_EQ(take_plain_decimal(std::string_view(enough).substr(0, 31), value), nullptr);
+}
+
+// All texts of up to `most` of `characters`, each handed to `use`.
+template <class Use>
+void for_all_texts(const std::string& characters, std::size_t most, const Use& use,
+                   const std::string& text = "") {
+  use(text);
+  if (text.size() == most) return;
+  for (const char c : characters) for_all_texts(characters, most, use, text + c);
+}
+
+// With much text behind it a number may be read in a faster way. A character just above and one
+// just below the digits are among these, and one whose sum with the digit 0 overflows to a digit.
+TEST(ReadNumber, EqualsTheStreamForEveryShortTextInFrontOfALongOne) {
+  const MemoryFile file;
+  const std::string behind = " -2.5e+01 " + std::string(30, ' ') + "4";
+  for (const char* head : {"", "-", "7", "-7", "70.", "-.", "0.25", "7e", "-3.5e-", "2e+1"}) {
+    for_all_texts("e.+-8 :/\xd5", 3, [&](const std::string& tail) {
+      const std::string text = head + tail + behind;
+      ASSERT_TRUE(same_bits(taken_from_file<double>(file.hold(text), kFileWindow),
+                            taken_by_stream<double>(text)))
+          << text;
+    });
   }
 }
 

@@ -304,6 +304,44 @@ TEST(PlaneBlockFile, TakesACountBeyondThirtyTwoBitsAsMalformed) {
   EXPECT_EQ(target->planes[0].block.count, 15);
 }
 
+// Such a number is read to its end, so that good ones lie behind it.
+TEST(PlaneBlockFile, StopsAtANumberBeyondTheRangeOfDoubles) {
+  const MemoryFile file;
+  PlaneTable target(2, 2, kOld), twin(2, 2, kOld);
+  const std::string planes = "2 1 1 2 2 2 3 3 3 1 1 4 4 4 5 5 5 6 7 8 9 10 11 12 13";
+  const std::vector<std::string> numbers = lines_of(grid_text());
+  for (std::size_t beyond = 0; beyond < numbers.size(); ++beyond) {
+    std::string text;
+    for (std::size_t i = 0; i < numbers.size(); ++i)
+      text += (i == beyond ? "1e999" : numbers[i]) + ' ';
+    EXPECT_EQ(expect_read_as_literal(file, text + planes, target, twin),
+              KESTRANE_ERR_INVALID_PARAM);
+  }
+  for (std::size_t at = 0; at < planes.size(); ++at) {
+    if (planes[at] == ' ') continue;
+    const std::string cut = planes.substr(0, at) + "1e999" + planes.substr(at + 1);
+    expect_read_as_literal(file, grid_text() + cut, target, twin);
+  }
+}
+
+// Long counts everywhere, so that the seams between windows fall among them.
+TEST(PlaneBlockFile, WritesCountsAcrossItsWindows) {
+  const TemporaryFolder folder;
+  PlaneTable table(400, 400, 9);
+  for (int planes = 380; planes <= 400; ++planes) {
+    table->plane_count = planes;
+    for (int p = 0; p < 400; ++p) {
+      for (int j = 0; j < 15; ++j)
+        table->planes[p].block.lines[j].count = std::numeric_limits<std::int32_t>::min() + planes;
+    }
+    std::ostringstream expected;
+    literal::save_plane_blocks(expected, *table);
+    EXPECT_GT(expected.str().size(), kFileWindow);
+    EXPECT_TRUE(saved_bytes(table, folder) == expected.str());
+    table->grids->z_start *= 10.0;  // another length in front
+  }
+}
+
 TEST(PlaneBlockFile, StopsAtTheFirstMalformedNumber) {
   const MemoryFile file;
   PlaneTable target(1, 1, kOld), twin(1, 1, kOld);

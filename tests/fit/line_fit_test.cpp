@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Eigenvalues>
+#include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <vector>
@@ -80,6 +82,43 @@ LineAbc dynamic_fit(const PointMatrix2& points, double& mean_distance) {
     sum += std::abs((points(i, 0) - mx) * nx + (points(i, 1) - my) * ny);
   mean_distance = sum / n;
   return {nx, ny, -(nx * mx + ny * my)};
+}
+
+// The search in its plainest form, with the library's generator written out once more.
+std::vector<Point2> plain_consensus(const PointMatrix2& points, std::int32_t iterations,
+                                    double threshold) {
+  std::uint32_t state = 65536;
+  const auto draw = [&state] {
+    state = state * 214013U + 2531011U;
+    const double r = (state >> 16) % 32768U;
+    return (r + r) / 32767.0 - 1.0;
+  };
+  const auto n = static_cast<std::int32_t>(points.rows());
+  std::vector<Point2> best;
+  std::int32_t passes = iterations;
+  for (std::int32_t i = 0; i < passes; ++i) {
+    const double u[2] = {draw(), draw()};
+    std::int32_t row[2];
+    for (int k = 0; k < 2; ++k)
+      row[k] = static_cast<std::int32_t>((u[k] + 1.0) * 0.5 * n * 0.5 + k * (n * 0.5)) % n;
+    const double dx = points(row[1], 0) - points(row[0], 0);
+    const double dy = points(row[1], 1) - points(row[0], 1);
+    const double length = std::sqrt(dx * dx + dy * dy);
+    if (!(length > 2.220446049250313e-16)) continue;
+    std::vector<Point2> inliers;
+    for (Eigen::Index j = 0; j < n; ++j) {
+      const double off = (points(j, 0) - points(row[0], 0)) * -(dy / length) +
+                         (points(j, 1) - points(row[0], 1)) * (dx / length);
+      if (threshold > std::abs(off)) inliers.push_back({points(j, 0), points(j, 1)});
+    }
+    if (inliers.size() <= best.size()) continue;
+    best = inliers;
+    const double ratio = static_cast<double>(best.size()) / n;
+    if (best.size() == static_cast<std::size_t>(n)) break;
+    passes = static_cast<std::int32_t>(
+        std::min(std::log(0.01) / std::log(1.0 - ratio * ratio * ratio), 1e9));
+  }
+  return best;
 }
 
 LaserGeometryFitter fitter_with(bool consensus, std::int32_t iterations, double threshold,
@@ -310,6 +349,22 @@ TEST(FitLineConsensus, DrawsTheSameSequenceInEveryCallAndLeavesTheProcessItsOwn)
 
 // With two points the second draw can reach 2, which wraps to row 0: such a pass finds no pair and
 // the next one has to.
+// Points all over the place, so that each pair of them has other inliers.
+TEST(FitLineConsensus, EqualsThePlainSearchPassByPass) {
+  simulation::Random random(12);
+  for (int run = 0; run < 300; ++run) {
+    std::vector<Point2> points;
+    for (int i = 2 + random.index(40); i > 0; --i)
+      points.push_back({random.uniform(-5.0, 5.0), random.uniform(-5.0, 5.0)});
+    const PointMatrix2 rows = rows_of(points);
+    const std::int32_t iterations = 1 + random.index(6);
+    const double threshold = random.uniform(0.1, 1.5);
+    PointMatrix2 inliers;
+    ASSERT_TRUE(fit_line_consensus(rows, {iterations, threshold, 0.0}, inliers)) << run;
+    EXPECT_EQ(inliers, rows_of(plain_consensus(rows, iterations, threshold))) << run;
+  }
+}
+
 TEST(FitLineConsensus, SurvivesEveryDrawAmongFewPoints) {
   for (int count = 2; count < 12; ++count) {
     PointMatrix2 inliers;

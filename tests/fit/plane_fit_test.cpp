@@ -315,6 +315,33 @@ TEST(StreamedPlane, DeclinesAPlaneAlongTheXAxis) {
   EXPECT_TRUE(is_streamed(points));
 }
 
+TEST(PassingPlane, StreamsNoDirectionThatIsNotReliable) {
+  Random random(18);
+  const Box round_rod{Eigen::Matrix3d::Identity(), {200.0, 1.0, 0.9999}, {10.0, 5000.0, 5000.0}};
+  EXPECT_FALSE(is_streamed(box_cloud(random, 1000, round_rod)));
+}
+
+// A tiny sheet far from the origin, mirrored so that its normal is x to the last bit. Rounding at
+// that distance is larger than its thickness, unless it stands off along x.
+PointMatrix3 far_sheet(double x, double y, double z) {
+  Random random(19);
+  PointMatrix3 points(400, 3);
+  for (Eigen::Index i = 0; i < 200; ++i) {
+    const double off = random.uniform(2.5e-6, 3.5e-6);
+    const double across = random.uniform(-0.1, 0.1), along = random.uniform(-0.1, 0.1);
+    points.row(2 * i) << x + off, y + across, z + along;
+    points.row(2 * i + 1) << x - off, y + across, z + along;
+  }
+  return points;
+}
+
+TEST(PassingPlane, LeavesASideThatRoundingCouldTurnToTheDecomposition) {
+  EXPECT_FALSE(is_streamed(far_sheet(0.0, 1e6, 0.0)));
+  EXPECT_FALSE(is_streamed(far_sheet(0.0, 0.0, 1e6)));
+  EXPECT_TRUE(is_streamed(far_sheet(1.0, 1e6, 0.0)));
+  EXPECT_TRUE(is_streamed(far_sheet(1.0, 0.0, 1e6)));
+}
+
 class DegenerateClouds : public testing::TestWithParam<int> {};
 
 TEST_P(DegenerateClouds, GetTheDecompositionOfTheWholeCloud) {

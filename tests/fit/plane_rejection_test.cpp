@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fit/plane_clouds.h"
+#include "fit/plane_fit.h"
 #include "fit/rejection.h"
 #include "fit/working_rows.h"
 #include "support/literal_plane_fit.h"
@@ -15,6 +16,7 @@ namespace {
 using namespace plane_clouds;
 using kestrane::filter_by_distance;
 using kestrane::filter_by_sigma;
+using kestrane::plane_signed_distances;
 using kestrane::StreamedPlane;
 using kestrane::WorkingRows;
 
@@ -210,6 +212,30 @@ TEST(WorkingRows, PassARejectionThatLeavesExactlyTheFewest) {
   EXPECT_EQ(working.sums().x, 30.0);
   EXPECT_EQ(working.sums().y, 1.0 + 2.0 + 4.0);
   EXPECT_EQ(working.sums().z, 1.5);
+}
+
+// Planes that do not go through the middle of the cloud, so that the sum of distances counts.
+TEST(WorkingRows, KeepWhatTheFiltersKeepForAnyPlane) {
+  Random random(41);
+  for (int run = 0; run < 300; ++run) {
+    const PointMatrix3 points = scattered(random, 1 + random.index(700));
+    const PlaneAbcd plane(random.gaussian(), random.gaussian(), random.gaussian(),
+                          0.02 * random.gaussian());
+    std::vector<double> distances;
+    plane_signed_distances(points, plane, distances);
+    const double limit = random.uniform(0.0, 1.0);
+    PointMatrix3 near, expected;
+    filter_by_distance(points, distances, limit, near);
+    WorkingRows working(points);
+    EXPECT_TRUE(working.reject_beyond(plane, limit, 0));
+    EXPECT_EQ(copy_of(working), near) << run;
+
+    plane_signed_distances(near, plane, distances);
+    const double k = random.uniform(0.1, 1.2);
+    filter_by_sigma(near, distances, k, expected);
+    EXPECT_TRUE(working.reject_beyond_sigmas(plane, k, 0));
+    EXPECT_EQ(copy_of(working), expected) << run;
+  }
 }
 
 TEST(WorkingRows, GiveBackNoRowsWhenNoneIsLeft) {

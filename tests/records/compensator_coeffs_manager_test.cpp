@@ -53,6 +53,19 @@ TEST(CompensatorCoeffsManager, KeepsTheTransformsWhenTheTableCannotBeHad) {
     EXPECT_NE(manager.Mbs_factory_to_user, nullptr);
     EXPECT_EQ(manager.plane_capacity, capacity);
     EXPECT_EQ(manager.opt_coeffs, nullptr);
+    for (int i = 0; i < 1200; ++i) ASSERT_EQ(manager.Mbs_factory_to_user[i], 0.0) << i;
+  }
+}
+
+// A count that the cleared capacity allows.
+TEST(CompensatorCoeffsManager, WithoutATableTakesACountOfItsOwnAlone) {
+  LASER_COMPENSATOR_COEFFS_MANAGER manager;
+  for (const std::int32_t count : {0, -3}) {
+    _COMPENSATOR_COEFFS* record = nullptr;
+    EXPECT_EQ(manager.get_compensator_coeffs(count, record), KESTRANE_OK);
+    EXPECT_EQ(record, &manager);
+    EXPECT_EQ(manager.plane_count, count);
+    EXPECT_EQ(manager.opt_coeffs, nullptr);
   }
 }
 

@@ -65,6 +65,19 @@ TEST(GridPlaneGroupsManagerDeathTest, KeepsTheTablesMadeBeforeTheHeapRanOut) {
   EXPECT_EXIT(starved_init(), testing::ExitedWithCode(0), "");
 }
 
+void starved_array() {
+  Groups groups;
+  starve_heap();
+  // The arrays of pointers take 256 MB, the tables another 384.
+  const bool refused = groups.init(1 << 24, 1) == KESTRANE_ERR_NO_MEMORY;
+  std::_Exit(refused && groups.block_ != nullptr && groups.managers_ == nullptr ? 0 : 1);
+}
+
+TEST(GridPlaneGroupsManagerDeathTest, ReportsAnArrayOfTablesThatCannotBeHad) {
+  if (!kHeapCanRunOut) GTEST_SKIP() << "the sanitizer owns the heap";
+  EXPECT_EXIT(starved_array(), testing::ExitedWithCode(0), "");
+}
+
 TEST(GridPlaneGroupsManager, RefusesMoreGroupsThanItHoldsAndStaysAsItWas) {
   Groups groups;
   ASSERT_EQ(groups.init(3, 5), KESTRANE_OK);
@@ -119,6 +132,23 @@ TEST(GridPlaneGroupsManager, MeasuresTwoSectionsOf128BytesPerSixteenGroups) {
   EXPECT_EQ(groups.alloc_buf_size(nullptr, -1, false), 0);
   EXPECT_EQ(groups.alloc_buf_size(nullptr, -16, false), -256);
   EXPECT_EQ(groups.groups, nullptr);
+}
+
+TEST(GridPlaneGroupsManager, MeasuresBesideABlockWithoutCarvingIt) {
+  Groups groups;
+  ASSERT_EQ(groups.init(3, 1), KESTRANE_OK);
+  const auto before = bytes_of(groups);
+  EXPECT_EQ(groups.alloc_buf_size(groups.block_, 17, false), 512);
+  EXPECT_EQ(bytes_of(groups), before);
+}
+
+TEST(GridPlaneGroupsManager, GivesEverythingBackWhenItIsDestroyed) {
+  const std::size_t before = heap_in_use();
+  {
+    Groups groups;
+    ASSERT_EQ(groups.init(100, 2), KESTRANE_OK);
+  }
+  EXPECT_EQ(heap_in_use(), before);
 }
 
 TEST(GridPlaneGroupsManager, MakesThreeTablesOfFivePlanesAndLeavesTheSpareNull) {

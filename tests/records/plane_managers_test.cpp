@@ -190,6 +190,15 @@ TYPED_TEST(PlaneManager, ClearsCellsWhenCarvingAgainOnlyWhereTheyAreIndicators) 
   expect_triple(last(), 1.0 * kept, 2.0 * kept, 3.0 * kept);
 }
 
+TYPED_TEST(PlaneManager, ClearsNothingWhereThereAreNoPlanesToCarve) {
+  _LASER_TRIPLE cell = {{1.0, 2.0, 3.0}};
+  _LASER_LINE_INFOS line = {&cell, 1};
+  _LASER_LINES_INFOS foreign = {&line, 1};  // looks like a row of a block, but is none
+  typename TypeParam::Owner owner;
+  EXPECT_EQ(owner.alloc_buf_size(&foreign, 0, true), 0);
+  expect_triple(cell, 1.0, 2.0, 3.0);
+}
+
 // Counts.
 
 TYPED_TEST(PlaneManager, HandsItselfOutForACountUpToItsCapacity) {
