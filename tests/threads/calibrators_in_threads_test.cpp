@@ -3,10 +3,10 @@
 
 #include <vector>
 
-#include "examples/host_table.h"
 #include "kestrane/buffers.h"
 #include "kestrane/factory_calib.h"
 #include "kestrane/fast_calib.h"
+#include "simulation/host_table.h"
 #include "simulation/random.h"
 #include "simulation/scanner.h"
 #include "support/fast_scene.h"
@@ -66,7 +66,7 @@ Figures factory_figures(int device, _KESTRANE_OPTIM_FLAG flag) {
   EXPECT_EQ(calibrator.set_optimize_flag(flag), KESTRANE_OK);
   EXPECT_EQ(calibrator.factory_calib(0, simulation::record_of(cloud)), KESTRANE_OK);
   EXPECT_EQ(calibrator.get_indicators(0, indicators, corners), KESTRANE_OK);
-  examples::HostTable table(1);
+  simulation::HostTable table(1);
   EXPECT_EQ(calibrator.get_laser_plane_infos(table.infos()), KESTRANE_OK);
   Figures figures;
   append(figures, table.infos().planes[0].block);

@@ -1,14 +1,14 @@
 // KESTRANE_LASER_COMPENSATOR: two devices in two threads.
 #include <gtest/gtest.h>
 
-#include "compensation/host_table.h"
+#include "compensation/scanner_table.h"
 #include "kestrane/compensator.h"
 #include "simulation/random.h"
 #include "threads/beside.h"
 
 namespace {
 
-using kestrane_test::HostTable;
+using simulation::HostTable;
 using threads::Figures;
 
 constexpr int kRounds = 20;
@@ -18,7 +18,7 @@ Figures figures_of(HostTable& table) {
   for (std::int32_t p = 0; p < table.size(); ++p) {
     for (const double value : table.row(p).laser_plane_R) figures.push_back(value);
     for (std::int32_t n = 0; n < HostTable::kLines * HostTable::kCells; ++n) {
-      for (int i = 0; i < 3; ++i) figures.push_back(table.cell(p, 0, n)[i]);
+      for (int i = 0; i < 3; ++i) figures.push_back(table.abc(p, 0, n)[i]);
     }
   }
   return figures;
@@ -41,14 +41,14 @@ Figures compensate(int device) {
   simulation::Random random(11 + static_cast<std::uint64_t>(device));
   constexpr std::int32_t kPlanes = 8;
   HostTable table(kPlanes);
-  table.fill_like_a_scanner(random);
+  kestrane_test::fill_like_a_scanner(table, random);
   HostTable result(kPlanes);
-  _MRV_LASER_PLANE_BLOCK_INFOS out = result.record();
+  _MRV_LASER_PLANE_BLOCK_INFOS out = result.infos();
   const _MRV_EXTRINSIC_PARAM extrinsic = {{1, 0, 0, 0, 1, 0, 0, 0, 1}, {120.0, 3.0, -5.0}};
   kestrane::KESTRANE_LASER_COMPENSATOR compensator;
   for (int pass = 0; pass < 2; ++pass) {
     EXPECT_EQ(compensator.init(), KESTRANE_OK);
-    EXPECT_EQ(compensator.set_laser_plane_param(table.record()), KESTRANE_OK);
+    EXPECT_EQ(compensator.set_laser_plane_param(table.infos()), KESTRANE_OK);
     EXPECT_EQ(compensator.set_extrinsic_matrix(extrinsic), KESTRANE_OK);
     EXPECT_EQ(compensator.set_compensate_param(condition_of(device), 0, kPlanes), KESTRANE_OK);
     EXPECT_EQ(compensator.compensate(0, kPlanes), KESTRANE_OK);
