@@ -19,8 +19,9 @@ constexpr int kPlanes = 8;
 constexpr double kLargestError = 0.02;  // 0.05 of noise in each of 4,000 points a plane
 
 // What happened to the device: 0.2 milliradian about y and z, and 0.15 across the sheets.
-const simulation::Placement kKnock =
-    simulation::rigid_motion({0.0, 2e-4, -2e-4}, {0.15, 0.0, -0.1});
+simulation::Placement knock() {
+  return simulation::rigid_motion({0.0, 2e-4, -2e-4}, {0.15, 0.0, -0.1});
+}
 
 // One list per plane; a point's id is the number of its capture frame. In a real host: the device.
 FrameLists measure_frames(const std::vector<Sheet>& sheets) {
@@ -29,7 +30,7 @@ FrameLists measure_frames(const std::vector<Sheet>& sheets) {
   settings.points = 4000;
   for (const Sheet& sheet : sheets) {
     ++settings.seed;
-    frames.push_back(simulation::measure(sheet, kKnock, settings).points);
+    frames.push_back(simulation::measure(sheet, knock(), settings).points);
   }
   return frames;
 }
@@ -61,11 +62,14 @@ simulation::Placement placement_of(const _MRV_TRANSFORM& motion) {
 
 // How far apart the found and the true motion put the sheets, in x.
 double largest_error(const std::vector<Sheet>& sheets, const simulation::Placement& found) {
+  const simulation::Placement moved = knock();
   double largest = 0.0;
   for (const Sheet& sheet : sheets) {
-    for (double z = 225.0; z < 350.0; z += 20.0) {
-      for (double y = -0.5 * z; y <= 0.5 * z; y += 0.1 * z) {
-        const double truly = simulation::sheet_x(sheet, kKnock, y, z);
+    for (int depth = 225; depth < 350; depth += 20) {
+      for (int tenths = -5; tenths <= 5; ++tenths) {
+        const double z = depth;
+        const double y = 0.1 * tenths * z;
+        const double truly = simulation::sheet_x(sheet, moved, y, z);
         largest = std::max(largest, std::abs(simulation::sheet_x(sheet, found, y, z) - truly));
       }
     }

@@ -205,7 +205,7 @@ class KESTRANE_API KESTRANE_LASER_FAST_CALIB {
 // matrices are only read, number by number, and never resized, moved or freed by the library.
 static_assert(sizeof(Eigen::Index) == sizeof(std::ptrdiff_t),
               "kestrane needs Eigen's own index type: no EIGEN_DEFAULT_DENSE_INDEX_TYPE");
-static_assert(!Eigen::Matrix<double, 3, -1>::IsRowMajor,
+static_assert(Eigen::Matrix<double, 3, -1>::IsRowMajor == 0,
               "kestrane needs matrices by columns: no EIGEN_DEFAULT_TO_ROW_MAJOR");
 static_assert(sizeof(Eigen::Matrix<double, 3, -1>) == sizeof(double*) + sizeof(std::ptrdiff_t) &&
                   alignof(Eigen::Matrix<double, 3, -1>) == alignof(double*),

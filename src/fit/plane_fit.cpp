@@ -68,7 +68,7 @@ double distance_doubt(const StreamedDirection& direction, double offset) {
 
 // About the centroid the distances cancel whatever the normal is: rounding is all that is left.
 double sum_doubt(Index rows, const StreamedDirection& direction, double offset) {
-  const double n = static_cast<double>(rows);
+  const auto n = static_cast<double>(rows);
   const double mean_size = offset + direction.reach / std::sqrt(n) + kGuard;
   return kSumRoundings * kUnit * n * mean_size;
 }

@@ -54,7 +54,7 @@ SumAndSquares sum_and_squares(PointRows rows, const SignedDistance& distance) {
 // How far the bounds of a band and a distance may lie from where the decomposed plane would have
 // them, taken together. The deviation follows the sum as far as the sum lies outside of it.
 double band_doubt(const SumAndSquares& of, Index count, double k, const StreamedPlane& plane) {
-  const double n = static_cast<double>(count);
+  const auto n = static_cast<double>(count);
   const double sigma = std::sqrt(of.squares / n);
   const double pull = std::min(1.0, (std::abs(of.sum) + plane.sum_doubt) / sigma);
   const double rounding = std::numeric_limits<double>::epsilon() * n * sigma;
