@@ -11,79 +11,76 @@
 namespace kestrane {
 namespace {
 
-// Numbers in real files are shorter; a longer one takes the slow road.
+// Numbers in real files are shorter, with the blanks in front of them.
 constexpr std::size_t kUsualLength = 64;
 
 // A double lies on one side of the middle between two neighbours or the other by its first 768
 // digits and by whether any digit follows that is not 0.
 constexpr std::size_t kDecisiveDigits = 800;
-constexpr std::int64_t kLargestExponent = 308;    // of the first digit of any finite double
-constexpr std::int64_t kSmallestExponent = -330;  // well below that of any double but 0
 constexpr std::int64_t kExponentCap = std::int64_t{1} << 56;  // beyond what any file could undo
 
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-// False at the end of the file.
-bool skip_space(InputFile& in) {
-  for (;;) {
-    const std::string_view text = in.view(1);
-    if (text.empty()) return false;
-    const auto first = std::find_if_not(text.begin(), text.end(), is_space);
-    in.consume(static_cast<std::size_t>(first - text.begin()));
-    if (first != text.end()) return true;
-  }
+// The character at hand; a null character, which no number holds, at the end of the file.
+char peek(InputFile& in) {
+  const std::string_view text = in.view(1);
+  return text.empty() ? '\0' : text.front();
 }
 
-enum class Part {
-  kNone,
+void skip_space(InputFile& in) {
+  while (is_space(peek(in))) in.consume(1);
+}
+
+// What a number consists of: sign, digits with one point among them, and behind at least one digit
+// an exponent. A part names the latest character, and with it all that may follow.
+enum class Part : unsigned char {
+  kStart,
   kSign,
+  kBarePoint,  // no digit in front of it
   kWhole,
   kPoint,
   kFraction,
   kExponentMark,
   kExponentSign,
-  kExponent
+  kExponent,
+  kEnd,  // the character does not belong to the number
 };
 
-// The characters that a number can go on with, one after the other: sign, digits with one point
-// among them, and behind at least one digit an exponent. It takes what could become a number, which
-// is more than what is one.
-class RealGrammar {
- public:
-  // Which part of the number `c` is; kNone if it does not belong to it.
-  Part next(char c) {
-    const Part part = part_of(c);
-    if (part == Part::kNone) return part;
-    has_digits_ = has_digits_ || part == Part::kWhole || part == Part::kFraction;
-    has_point_ = has_point_ || part == Part::kPoint;
-    has_mark_ = has_mark_ || part == Part::kExponentMark;
-    latest_ = part;
-    return part;
-  }
+enum class Kind { kDigit, kPoint, kMark, kSign, kOther };
 
-  // Whether what came so far is a number.
-  bool complete() const { return has_digits_ && (!has_mark_ || latest_ == Part::kExponent); }
+Kind kind_of(char c) {
+  if (is_digit(c)) return Kind::kDigit;
+  if (c == '.') return Kind::kPoint;
+  if (c == 'e' || c == 'E') return Kind::kMark;
+  return c == '+' || c == '-' ? Kind::kSign : Kind::kOther;
+}
 
- private:
-  Part part_of(char c) const {
-    if (is_digit(c)) {
-      if (has_mark_) return Part::kExponent;
-      return has_point_ ? Part::kFraction : Part::kWhole;
-    }
-    if (c == '.') return has_point_ || has_mark_ ? Part::kNone : Part::kPoint;
-    if (c == 'e' || c == 'E') return has_digits_ && !has_mark_ ? Part::kExponentMark : Part::kNone;
-    if (c != '+' && c != '-') return Part::kNone;
-    if (latest_ == Part::kNone) return Part::kSign;
-    return latest_ == Part::kExponentMark ? Part::kExponentSign : Part::kNone;
-  }
+// The part that a character of some kind is behind some part. It takes what could become a number,
+// which is more than what is one.
+Part next_part(Part part, Kind kind) {
+  using enum Part;
+  constexpr Part kNext[][5] = {
+      // digit    point       mark           sign
+      {kWhole, kBarePoint, kEnd, kSign, kEnd},       // kStart
+      {kWhole, kBarePoint, kEnd, kEnd, kEnd},        // kSign
+      {kFraction, kEnd, kEnd, kEnd, kEnd},           // kBarePoint
+      {kWhole, kPoint, kExponentMark, kEnd, kEnd},   // kWhole
+      {kFraction, kEnd, kExponentMark, kEnd, kEnd},  // kPoint
+      {kFraction, kEnd, kExponentMark, kEnd, kEnd},  // kFraction
+      {kExponent, kEnd, kEnd, kExponentSign, kEnd},  // kExponentMark
+      {kExponent, kEnd, kEnd, kEnd, kEnd},           // kExponentSign
+      {kExponent, kEnd, kEnd, kEnd, kEnd},           // kExponent
+  };
+  return kNext[static_cast<std::size_t>(part)][static_cast<std::size_t>(kind)];
+}
 
-  Part latest_ = Part::kNone;
-  bool has_digits_ = false;
-  bool has_point_ = false;
-  bool has_mark_ = false;
-};
+// Whether a number may end with this part.
+bool completes(Part part) {
+  return part == Part::kWhole || part == Part::kPoint || part == Part::kFraction ||
+         part == Part::kExponent;
+}
 
 // A number of any length in bounded memory: its decisive digits as an integer, times a power of
 // ten.
@@ -102,8 +99,6 @@ class DecimalCollector {
     if (count_ == 0) return zero;
     const std::int64_t power = shift_ + (negative_exponent_ ? -exponent_ : exponent_);
     const std::int64_t first = power + static_cast<std::int64_t>(count_) - 1;
-    if (first > kLargestExponent) return std::nullopt;
-    if (first < kSmallestExponent) return zero;
     return convert(power, first < 0, zero);
   }
 
@@ -143,50 +138,23 @@ class DecimalCollector {
   std::int64_t exponent_ = 0;
 };
 
-// A number of any length, character by character.
-bool read_long_number(InputFile& in, double& value) {
-  RealGrammar grammar;
+// Any number, of any length, and any text that is none: character by character.
+bool read_any_number(InputFile& in, double& value) {
+  skip_space(in);
   DecimalCollector collector;
-  for (std::string_view text = in.view(1); !text.empty(); text = in.view(1)) {
-    const Part part = grammar.next(text.front());
-    if (part == Part::kNone) break;
-    collector.add(part, text.front());
+  Part part = Part::kStart;
+  for (;;) {
+    const char c = peek(in);
+    const Part next = next_part(part, kind_of(c));
+    if (next == Part::kEnd) break;
+    collector.add(next, c);
+    part = next;
     in.consume(1);
   }
-  if (!grammar.complete()) return false;
+  if (!completes(part)) return false;
   const std::optional<double> result = collector.value();
   if (!result) return false;
   value = *result;
-  return true;
-}
-
-// What the stream takes for a number at the front of `text`.
-struct Token {
-  std::size_t size;
-  bool complete;
-};
-
-Token token_at(std::string_view text) {
-  RealGrammar grammar;
-  std::size_t size = 0;
-  while (size < text.size() && grammar.next(text[size]) != Part::kNone) ++size;
-  return {size, grammar.complete()};
-}
-
-// Any number, and any text that is none.
-bool read_any_number(InputFile& in, double& value) {
-  if (!skip_space(in)) return false;
-  const std::string_view text = in.view(kUsualLength).substr(0, kUsualLength);
-  const Token token = token_at(text);
-  if (token.size == kUsualLength || token.size == text.size()) return read_long_number(in, value);
-  if (!token.complete) return false;
-  const char* end = text.data() + token.size;
-  double result = 0.0;
-  const auto parsed = std::from_chars(text.data() + (text.front() == '+' ? 1 : 0), end, result);
-  // Beyond the range of doubles: too large is refused, too small is 0.
-  if (parsed.ec != std::errc{}) return read_long_number(in, value);
-  in.consume(token.size);
-  value = result;
   return true;
 }
 
@@ -226,10 +194,11 @@ const char* take_plain_decimal(std::string_view text, double& value) {
     power = static_cast<int>(fraction - at);
     count -= power;
   }
-  if (count > 0 && *at == 'e') at = take_short_exponent(at, power);
+  if (*at == 'e') at = take_short_exponent(at, power);
   if (at == nullptr || count == 0 || !is_space(*at) || digits > kExact) return nullptr;
   if (std::abs(power) > kLargestExactPower) return nullptr;
-  const double size = times_power_of_ten(static_cast<double>(digits), power);
+  const double size =
+      times_power_of_ten(static_cast<double>(static_cast<std::int64_t>(digits)), power);
   value = negative ? -size : size;
   return at;
 }
@@ -245,15 +214,14 @@ bool read_number(InputFile& in, double& value) {
 }
 
 bool read_number(InputFile& in, std::int32_t& value) {
-  if (!skip_space(in)) return false;
   constexpr std::int64_t kBeyond = std::int64_t{std::numeric_limits<std::int32_t>::max()} + 2;
-  const char sign = in.view(1).front();
+  skip_space(in);
+  const char sign = peek(in);
   if (sign == '+' || sign == '-') in.consume(1);
   std::int64_t size = 0;
   bool has_digits = false;
-  for (std::string_view text = in.view(1); !text.empty() && is_digit(text.front());
-       text = in.view(1)) {
-    size = std::min(size * 10 + (text.front() - '0'), kBeyond);
+  for (char c = peek(in); is_digit(c); c = peek(in)) {
+    size = std::min(size * 10 + (c - '0'), kBeyond);
     has_digits = true;
     in.consume(1);
   }
