@@ -20,7 +20,7 @@ constexpr double kLargest = 1e27;
 
 // Six digits and the decimal exponent of the first of them.
 struct Decimal {
-  int digits;
+  unsigned digits;
   int exponent;
 };
 
@@ -49,7 +49,7 @@ bool round_to_digits(double value, Decimal& decimal) {
     digits = static_cast<int>(kDigitsLow);
     ++exponent;
   }
-  decimal = {digits, exponent};
+  decimal = {static_cast<unsigned>(digits), exponent};
   return true;
 }
 
@@ -71,7 +71,7 @@ char* put_scientific(char* to, const char* digits, int used, int exponent) {
   }
   *to++ = 'e';
   *to++ = exponent < 0 ? '-' : '+';
-  const int size = std::abs(exponent);
+  const auto size = static_cast<unsigned>(std::abs(exponent));
   *to++ = static_cast<char>('0' + size / 10);
   *to++ = static_cast<char>('0' + size % 10);
   return to;
@@ -97,7 +97,7 @@ char* put_general(char* to, Decimal decimal) {
     decimal.digits /= 10;
   }
   int used = kDigits;
-  while (used > 1 && digits[used - 1] == '0') --used;
+  while (digits[used - 1] == '0') --used;  // the first digit is never 0
   const bool fixed = decimal.exponent >= -4 && decimal.exponent < kDigits;
   return fixed ? put_fixed(to, digits, used, decimal.exponent)
                : put_scientific(to, digits, used, decimal.exponent);
@@ -105,13 +105,17 @@ char* put_general(char* to, Decimal decimal) {
 
 }  // namespace
 
-char* format_number(char* to, double value) {
+char* put_plain_decimal(char* to, double value) {
   const double size = std::abs(value);
   Decimal decimal;
-  if (!(size >= kSmallest && size <= kLargest) || !round_to_digits(size, decimal))
-    return std::to_chars(to, to + kLongestNumber, value, std::chars_format::general, kDigits).ptr;
+  if (!(size >= kSmallest && size <= kLargest) || !round_to_digits(size, decimal)) return nullptr;
   if (value < 0.0) *to++ = '-';
   return put_general(to, decimal);
+}
+
+char* format_number(char* to, double value) {
+  if (char* const end = put_plain_decimal(to, value)) return end;
+  return std::to_chars(to, to + kLongestNumber, value, std::chars_format::general, kDigits).ptr;
 }
 
 char* format_number(char* to, std::int32_t value) {

@@ -7,6 +7,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <locale>
@@ -173,6 +174,44 @@ TEST(FormatNumber, EqualsTheStreamBesideEveryMiddleAndEveryPowerOfTen) {
 }
 
 // It may write more than the text, but not beyond the room that its caller promises.
+std::optional<std::string> plain_text(double value) {
+  char text[kLongestNumber] = "untouched";
+  if (char* const end = put_plain_decimal(text, value)) return std::string(text, end);
+  EXPECT_STREQ(text, "untouched") << value;
+  return std::nullopt;
+}
+
+TEST(PutPlainDecimal, TakesItsWholeRange) {
+  EXPECT_EQ(plain_text(1e-16), "1e-16");
+  EXPECT_EQ(plain_text(-1e-16), "-1e-16");
+  EXPECT_EQ(plain_text(1e27), "1e+27");
+  EXPECT_EQ(plain_text(-1e27), "-1e+27");
+  EXPECT_EQ(plain_text(0.1), "0.1");
+  EXPECT_EQ(plain_text(-86.6025403784), "-86.6025");
+  EXPECT_EQ(plain_text(1234567.0), "1.23457e+06");
+  EXPECT_EQ(plain_text(999999.75), "1e+06");
+}
+
+TEST(PutPlainDecimal, LeavesWhatIsSmallerOrLargerOrNoNumber) {
+  constexpr double kInf = std::numeric_limits<double>::infinity();
+  for (const double size : {0.0, 4e-324, std::nextafter(1e-16, 0.0), std::nextafter(1e27, kInf),
+                            1e300, kInf, std::numeric_limits<double>::quiet_NaN()}) {
+    EXPECT_EQ(plain_text(size), std::nullopt);
+    EXPECT_EQ(plain_text(-size), std::nullopt);
+  }
+}
+
+// In units of the sixth digit the doubt is 1e-9 to either side of the middle.
+TEST(PutPlainDecimal, LeavesWhatLiesTooNearToAMiddle) {
+  for (const double middle : {123456.5, 100000.5, 999999.5}) {
+    EXPECT_EQ(plain_text(middle), std::nullopt);
+    EXPECT_EQ(plain_text(middle + 0.9e-9), std::nullopt);
+    EXPECT_EQ(plain_text(middle - 0.9e-9), std::nullopt);
+    EXPECT_EQ(plain_text(middle + 1.1e-9), streamed(middle + 1.1e-9));
+    EXPECT_EQ(plain_text(middle - 1.1e-9), streamed(middle - 1.1e-9));
+  }
+}
+
 TEST(FormatNumber, WritesNothingBehindItsRoom) {
   simulation::Random random(8);
   char text[64];
@@ -397,6 +436,23 @@ TEST(ReadNumber, LeavesTheFileBehindTheNumberAsAStreamDoes) {
       ASSERT_EQ(real[0], real[1]) << text;
       ASSERT_EQ(whole[0], whole[1]) << text;
     }
+  }
+}
+
+// What an earlier window held may still lie where the next character would be.
+TEST(ReadNumber, FindsNothingBehindTheEndWhateverStoodThere) {
+  const MemoryFile file;
+  for (const char* text : {"-5", "+5", "5", " -5", "-5 "}) {
+    InputFile in(file.hold(text));
+    std::int32_t whole = 0;
+    ASSERT_TRUE(read_number(in, whole)) << text;
+    EXPECT_EQ(std::abs(whole), 5) << text;
+    for (int again = 0; again < 3; ++again) EXPECT_FALSE(read_number(in, whole)) << text;
+    InputFile other(file.hold(text));
+    double real = 0.0;
+    ASSERT_TRUE(read_number(other, real)) << text;
+    EXPECT_EQ(std::abs(real), 5.0) << text;
+    for (int again = 0; again < 3; ++again) EXPECT_FALSE(read_number(other, real)) << text;
   }
 }
 
