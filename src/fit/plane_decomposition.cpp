@@ -14,10 +14,10 @@ using Eigen::Index;
 using Eigen::Matrix3d;
 using Eigen::Vector3d;
 
-// Up to here Eigen sums a storage of fixed size in the order of a dynamic one.
-constexpr Index kMostStackRows = 8;
-using StackColumns = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::ColMajor,
-                                   static_cast<int>(kMostStackRows), 3>;
+constexpr Index kMostStackRows = 8;  // a cell's four corners, above all, need no heap
+
+// Aligned as Eigen aligns a matrix of its own: where a sum begins decides its last bits.
+using Columns = Eigen::Map<Eigen::MatrixXd, Eigen::Aligned16>;
 
 // Squares of lengths within these bounds neither overflow nor lose digits to underflow.
 constexpr double kSmallestSize = 1e-100;
@@ -31,15 +31,12 @@ constexpr double kLargestGrowth = 64.0;
 // a million rows showed a twentieth of it.
 constexpr double kDecompositionDoubt = 6e-14;
 
-template <class Columns>
-Columns centred_columns(PointRows rows, const Centroid& m) {
-  Columns centred(rows.count, 3);
+void centre(PointRows rows, const Centroid& m, Columns& centred) {
   for (Index i = 0; i < rows.count; ++i) {
     centred(i, 0) = rows.xyz[3 * i] - m.x;
     centred(i, 1) = rows.xyz[3 * i + 1] - m.y;
     centred(i, 2) = rows.xyz[3 * i + 2] - m.z;
   }
-  return centred;
 }
 
 // One sweep of two-sided rotations over all pairs; false when there was nothing left to rotate.
@@ -63,10 +60,9 @@ bool jacobi_sweep(Matrix3d& work, Matrix3d& v, double& largest) {
 }
 
 void sort_descending(Vector3d& values, Matrix3d& v) {
-  for (Index i = 0; i < 3; ++i) {
+  for (Index i = 0; i < 2; ++i) {
     Index offset;
-    if (values.tail(3 - i).maxCoeff(&offset) == 0.0) return;
-    if (offset == 0) continue;
+    values.tail(3 - i).maxCoeff(&offset);
     std::swap(values(i), values(i + offset));
     v.col(i).swap(v.col(i + offset));
   }
@@ -87,11 +83,10 @@ struct ColumnNorms {
   Vector3d direct;   // as last computed
   Vector3d updated;  // with the rows since then taken off
 
-  template <class Columns>
   void take_off_row(const Columns& a, Index k) {
     static const double kInaccurate = std::sqrt(std::numeric_limits<double>::epsilon());
     for (Index j = k + 1; j < 3; ++j) {
-      if (updated(j) == 0.0) continue;
+      if (!(updated(j) > 0.0)) continue;
       const double share = std::abs(a(k, j)) / updated(j);
       const double rest = std::max(0.0, (1.0 + share) * (1.0 - share));
       const double ratio = updated(j) / direct(j);
@@ -105,14 +100,13 @@ struct ColumnNorms {
 };
 
 // Reflects column k and those to its right, so that column k is zero below its head.
-template <class Columns>
 void reflect_columns(Columns& a, Index k) {
   const Index below = a.rows() - k - 1;
   const Index right = 2 - k;
   double tau, beta;
   a.col(k).tail(below + 1).makeHouseholderInPlace(tau, beta);
   a(k, k) = beta;
-  if (tau == 0.0 || right == 0) return;
+  if (!(tau > 0.0) || right == 0) return;
   const auto essential = a.col(k).tail(below);
   auto bottom = a.bottomRightCorner(below, right);
   double dots[2];
@@ -126,7 +120,6 @@ void reflect_columns(Columns& a, Index k) {
 
 // The triangle R of a column-pivoting Householder QR in the storage of `a`; the columns of `v` are
 // exchanged as those of `a` are.
-template <class Columns>
 Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
   ColumnNorms norms;
   for (Index k = 0; k < 3; ++k) norms.direct(k) = a.col(k).norm();
@@ -143,16 +136,16 @@ Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
     reflect_columns(a, k);
     norms.take_off_row(a, k);
   }
-  return a.topRows(3).template triangularView<Eigen::Upper>();
+  return a.topRows(3).triangularView<Eigen::Upper>();
 }
 
 // What Eigen::JacobiSVD does, in the storage of the matrix alone: JacobiSVD keeps more than two
-// others of its size. Same operations, same bits.
-template <class Columns>
-Vector3d thin_direction_in_place(Columns centred) {
+// others of its size. Same operations, same bits. `centred` is room for the rows.
+Vector3d thin_direction_in(Columns centred, PointRows rows, const Centroid& centroid) {
+  centre(rows, centroid, centred);
   if (!centred.allFinite()) return Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
   double scale = centred.cwiseAbs().maxCoeff();
-  if (scale == 0.0) scale = 1.0;
+  if (!(scale > 0.0)) scale = 1.0;
   centred /= scale;
   Matrix3d v = Matrix3d::Identity();
   // A square matrix needs no reduction and gets none, not even an exchange of columns.
@@ -179,9 +172,12 @@ bool spreads_are_reliable(const Vector3d& s) {  // written so that a NaN is not
 }  // namespace
 
 Vector3d thin_direction(PointRows rows, const Centroid& centroid) {
-  return rows.count <= kMostStackRows
-             ? thin_direction_in_place(centred_columns<StackColumns>(rows, centroid))
-             : thin_direction_in_place(centred_columns<Eigen::MatrixXd>(rows, centroid));
+  if (rows.count <= kMostStackRows) {
+    alignas(Eigen::Aligned16) double stack[3 * kMostStackRows];
+    return thin_direction_in({stack, rows.count, 3}, rows, centroid);
+  }
+  Eigen::MatrixXd heap(rows.count, 3);
+  return thin_direction_in({heap.data(), rows.count, 3}, rows, centroid);
 }
 
 StreamedDirection streamed_thin_direction(PointRows rows, const Centroid& centroid) {
