@@ -167,16 +167,17 @@ void compensate_line(const PlaneMotion& motion, double* cells, std::int32_t coun
 }
 
 void compensate_line(const PlaneMotion& motion, double* cells, std::int32_t count, VectorSet set) {
-  switch (set) {
+  line_form(set)(motion, cells, count);
+}
+
+LineForm* line_form(VectorSet set) {
 #ifdef KESTRANE_WIDE_VECTORS
-    case VectorSet::kAvx512:
-      return move_line_avx512(motion, cells, count);
-    case VectorSet::kAvx2:
-      return move_line_avx2(motion, cells, count);
+  constexpr LineForm* kForms[] = {move_line_baseline, move_line_avx2, move_line_avx512};
+  return kForms[static_cast<int>(set)];
+#else
+  static_cast<void>(set);
+  return move_line_baseline;
 #endif
-    default:
-      return move_line_baseline(motion, cells, count);
-  }
 }
 
 }  // namespace kestrane

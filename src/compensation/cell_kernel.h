@@ -38,6 +38,11 @@ enum class VectorSet { kBaseline, kAvx2, kAvx512 };
 // The best set of this processor.
 VectorSet best_vector_set();
 
+// The body that a set runs: a different one for each set that this build knows, else the
+// baseline's.
+using LineForm = void(const PlaneMotion& motion, double* cells, std::int32_t count);
+LineForm* line_form(VectorSet set);
+
 // Moves `count` cells; a count below 1 moves none. The first form uses the processor's best set,
 // the second one the given set, which the processor must have.
 void compensate_line(const PlaneMotion& motion, double* cells, std::int32_t count);

@@ -403,4 +403,15 @@ TEST(CompensateLine, ChoosesTheBestSetOfTheProcessor) {
 #endif
 }
 
+// All bodies give the same bits, so only their addresses tell that a processor gets its own.
+TEST(CompensateLine, HasABodyOfItsOwnForEachSet) {
+#if defined(__GNUC__) && defined(__x86_64__)
+  EXPECT_NE(kestrane::line_form(VectorSet::kBaseline), kestrane::line_form(VectorSet::kAvx2));
+  EXPECT_NE(kestrane::line_form(VectorSet::kBaseline), kestrane::line_form(VectorSet::kAvx512));
+  EXPECT_NE(kestrane::line_form(VectorSet::kAvx2), kestrane::line_form(VectorSet::kAvx512));
+#else
+  EXPECT_EQ(kestrane::line_form(VectorSet::kBaseline), kestrane::line_form(VectorSet::kAvx2));
+#endif
+}
+
 }  // namespace
