@@ -16,7 +16,7 @@ std::size_t band_of(double z, double z_first, double height, std::int32_t cell_c
   const double quotient = (z - z_first) / height;
   if (!(quotient >= 1.0)) return 0;
   if (quotient >= static_cast<double>(cell_count)) return static_cast<std::size_t>(cell_count - 1);
-  return static_cast<std::size_t>(quotient);
+  return static_cast<std::size_t>(static_cast<std::int32_t>(quotient));
 }
 
 std::vector<PointMatrix3> split_by_depth(const PointMatrix3& points, std::int32_t cell_count,
@@ -66,7 +66,7 @@ bool compute_grid_corners(const NominalRays& nominal_rays, const SectorPlanes& s
 
 void gather_cell_corners(const GridCorners& grid_corners, std::size_t i, std::size_t j,
                          PointMatrix3& matrix) {
-  if (matrix.rows() != 4) matrix = PointMatrix3(4, 3);
+  matrix.resize(4, 3);
   matrix.row(0) = grid_corners[i][j].transpose();
   matrix.row(1) = grid_corners[i][j + 1].transpose();
   matrix.row(2) = grid_corners[i + 1][j].transpose();

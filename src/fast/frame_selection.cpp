@@ -61,6 +61,7 @@ std::vector<PointMatrix3> group_by_frame(const PlanePoints& points,
   return groups;
 }
 
+// A frame without points crosses nothing: its shares are no numbers.
 bool crosses(const std::vector<double>& distances) {
   std::ptrdiff_t below = 0;
   std::ptrdiff_t near = 0;
@@ -83,7 +84,6 @@ void select_crossing_frames(const PlaneAbcd& plane, const std::vector<PointMatri
   std::vector<double> distances;
   Eigen::Index columns = kept.cols();
   for (const PointMatrix3& group : groups) {
-    if (group.rows() == 0) continue;
     plane_signed_distances(group, plane, distances);
     if (!crosses(distances)) continue;
     accepted.push_back(&group);

@@ -104,7 +104,7 @@ _KESTRANE_STATUS KestraneLaserFastCalibrator::set_laser_plane_standard(
 _KESTRANE_STATUS KestraneLaserFastCalibrator::get_transform_param(_MRV_TRANSFORM& out) {
   Eigen::Quaterniond q(
       Eigen::Matrix3d(Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(extrinsic.R)));
-  if (q.squaredNorm() > 0.0) q.normalize();
+  q.normalize();  // zero stays zero
   out = {{q.x(), q.y(), q.z(), q.w()}, {extrinsic.T[0], extrinsic.T[1], extrinsic.T[2]}};
   return KESTRANE_OK;
 }

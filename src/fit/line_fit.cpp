@@ -92,10 +92,9 @@ Point2 row_of(const PointMatrix2& points, Eigen::Index i) { return {points(i, 0)
 // The unit vector from p0 to p1; false when the two are as good as one point.
 bool direction_between(Point2 p0, Point2 p1, Point2& direction) {
   direction = {p1.x - p0.x, p1.y - p0.y};
-  const double squared = direction.x * direction.x + direction.y * direction.y;
-  const double length = std::sqrt(squared);
+  const double length = std::sqrt(direction.x * direction.x + direction.y * direction.y);
   if (!(length > kGuard)) return false;  // a length that is not a number ends the pass too
-  if (squared > 0.0) direction = {direction.x / length, direction.y / length};
+  direction = {direction.x / length, direction.y / length};
   return true;
 }
 

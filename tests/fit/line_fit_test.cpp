@@ -243,6 +243,16 @@ TEST(CollectLineInliers, KeepsPointsStrictlyNearerThanTheThresholdInOrder) {
   EXPECT_EQ(inliers[3].x, 4.0);
 }
 
+// A scatter of finite numbers, whose larger eigenvalue 2.56e308 is none.
+TEST(FitLinePca, IsNotANumberWhereOnlyAnEigenvalueOverflows) {
+  constexpr double kSize = 8e153;
+  LineAbc line = LineAbc::Zero();
+  double mean = 0.0;
+  fit_line_pca(rows_of({{-kSize, -kSize}, {kSize, kSize}}), line, mean);
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(std::isnan(line[i]));
+  EXPECT_TRUE(std::isnan(mean));
+}
+
 TEST(CollectLineInliers, DropsPointsWhoseDistanceIsNaN) {
   std::vector<Point2> inliers;
   collect_line_inliers({1, 0}, {0, 0}, rows_of({{0, std::nan("")}, {1, 0}}), 0.5, inliers);
