@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 
+#include "ceres/autodiff_cost_function.h"
 #include "simulation/random.h"
 
 namespace {
@@ -43,6 +45,25 @@ bool jet_of(const Cell& cell, const std::array<double, 4>& x, Jet& residual) {
   for (int k = 0; k < 4; ++k)
     jets[static_cast<std::size_t>(k)] = Jet(x[static_cast<std::size_t>(k)], k);
   return cost(&jets[0], &jets[1], &jets[2], &jets[3], &residual);
+}
+
+// As the solver asks for it: a value alone, or with its four derivatives.
+using SolverCost = ceres::AutoDiffCostFunction<OPTIMISIZE_COST_FUNCTION_FIT, 1, 1, 1, 1, 1>;
+
+struct Evaluation {
+  bool done;
+  double residual;
+};
+
+Evaluation evaluate(const Cell& cell, const std::array<double, 4>& x, bool with_derivatives) {
+  const SolverCost cost(new OPTIMISIZE_COST_FUNCTION_FIT(cell.points, cell.corners));
+  const double* const parameters[] = {&x[0], &x[1], &x[2], &x[3]};
+  double derivatives[4];
+  double* jacobians[] = {&derivatives[0], &derivatives[1], &derivatives[2], &derivatives[3]};
+  Evaluation evaluation{false, -7.0};
+  evaluation.done =
+      cost.Evaluate(parameters, &evaluation.residual, with_derivatives ? jacobians : nullptr);
+  return evaluation;
 }
 
 constexpr std::array<double, 4> kFlat = {100.0, 100.0, 100.0, 100.0};
@@ -112,6 +133,20 @@ TEST(CellCost, RefusesCornersThatCoincide) {
   double residual = -7.0;
   EXPECT_FALSE(residual_of(cell, kFlat, residual));
   EXPECT_EQ(residual, -7.0);
+}
+
+TEST(CellCost, TellsTheSolverOfCornersOnALine) {
+  Cell line = flat_cell(0.0, 27.0);
+  line.points = PointMatrix3::Constant(4, 3, 101.0);
+  Cell sheet = flat_cell(20.0, 27.0);
+  sheet.points = line.points;
+  for (const bool with_derivatives : {false, true}) {
+    EXPECT_FALSE(evaluate(line, kFlat, with_derivatives).done);
+    const Evaluation of_sheet = evaluate(sheet, kFlat, with_derivatives);
+    EXPECT_TRUE(of_sheet.done);
+    // Distance 1 of two visited points among four, at depth 300.
+    EXPECT_NEAR(of_sheet.residual, std::sqrt(0.5) * 300.0 / 450.0, kRounding);
+  }
 }
 
 TEST(CellCost, DrawsTheLineAtASpreadOfFiveInTenThousand) {
@@ -187,7 +222,25 @@ TEST(CellCost, TurnsIntoNaNWithACornerThatIsNotFinite) {
     double residual = 0.0;
     EXPECT_TRUE(residual_of(cell, {100.0, bad, 100.0, 100.0}, residual));
     EXPECT_TRUE(std::isnan(residual));
+    for (const bool with_derivatives : {false, true}) {
+      // Derivatives that are no numbers are the solver's to judge.
+      EXPECT_TRUE(
+          std::isnan(evaluate(cell, {100.0, bad, 100.0, 100.0}, with_derivatives).residual));
+    }
   }
+}
+
+// The scatter of the corners is finite, its eigenvalues are not.
+TEST(CellCost, TurnsIntoNaNWhereTheSpreadOverflows) {
+  Cell cell = flat_cell(20.0, 27.0);
+  cell.points = PointMatrix3::Constant(2, 3, 100.0);
+  constexpr double kSize = 6.4e153;  // four squares make 1.64e308
+  cell.corners << 0, kSize, kSize, 0, kSize, kSize, 0, -kSize, -kSize, 0, -kSize, -kSize;
+  double residual = 0.0;
+  EXPECT_TRUE(residual_of(cell, kFlat, residual));
+  EXPECT_TRUE(std::isnan(residual));
+  for (const bool with_derivatives : {false, true})
+    EXPECT_TRUE(std::isnan(evaluate(cell, kFlat, with_derivatives).residual));
 }
 
 // The normal of smallest scatter by cyclic Jacobi rotations: slow, plain, and no kin of the solver

@@ -151,6 +151,9 @@ TEST(FanSplit, SortsAPointBehindTheScannerByTheFirstBorderAlone) {
   // At negative depth the borders turn round: only the first one can lie above a point.
   EXPECT_EQ(sectors_of({{1.0, -300.0, -400.0}}), std::vector<int>{0});
   EXPECT_EQ(sectors_of({{1.0, 0.0, 400.0}, {2.0, 300.0, -400.0}}), (std::vector<int>{7, 7}));
+  // Below the first border (-30 degrees) and above the second one (-26) and all others.
+  EXPECT_EQ(sectors_of({{1.0, 0.0, 400.0}, {2.0, slope(28.0) * 400.0, -400.0}}),
+            (std::vector<int>{7, 0}));
 }
 
 TEST(FanSplit, KeepsEveryPointOnceInInputOrder) {

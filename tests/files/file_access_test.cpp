@@ -11,12 +11,14 @@
 #include <chrono>
 #include <clocale>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <locale>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -372,6 +374,60 @@ TEST_F(FileAccess, HoldsNoMoreThanItsWindowWhateverAPipeHasToGive) {
   later.join();
   ::close(other);
   EXPECT_TRUE(in.walls_stand());
+}
+
+// Calls of this process that the kernel counted, to read or to write.
+struct SystemCalls {
+  std::int64_t reads = 0;
+  std::int64_t writes = 0;
+};
+
+std::optional<SystemCalls> system_calls() {
+  std::ifstream in("/proc/self/io");
+  SystemCalls calls;
+  std::string name;
+  std::int64_t value = 0;
+  bool known = false;
+  while (in >> name >> value) {
+    if (name == "syscr:") calls.reads = value;
+    if (name == "syscw:") calls.writes = value;
+    known = known || name == "syscw:";
+  }
+  if (!known) return std::nullopt;
+  return calls;
+}
+
+// What `work` takes, less what the counting itself takes.
+template <class Work>
+SystemCalls calls_of(const Work& work) {
+  const SystemCalls before = *system_calls();
+  const SystemCalls between = *system_calls();
+  work();
+  const SystemCalls after = *system_calls();
+  return {after.reads - between.reads - (between.reads - before.reads),
+          after.writes - between.writes - (between.writes - before.writes)};
+}
+
+TEST_F(FileAccess, CallsTheSystemOnceAWindow) {
+  if (!system_calls()) GTEST_SKIP() << "the kernel counts no calls";
+  Coefficients coefficients(10, 10, 3);
+  PlaneTable planes(10, 10, 4);
+  const std::string table = folder_.path("table");
+  const std::string text = folder_.path("text");
+  const SystemCalls saving = calls_of([&] { save_compensator_coeffs(*coefficients, table); });
+  const SystemCalls printing = calls_of([&] { save_plane_block_infos(*planes, text); });
+  const SystemCalls reading = calls_of([&] { read_compensator_coeffs(table, *coefficients); });
+  const SystemCalls parsing = calls_of([&] { read_plane_block_infos(text, *planes); });
+  const auto windows_of = [](const std::string& path) {
+    return static_cast<std::int64_t>(std::filesystem::file_size(path) / kFileWindow) + 1;
+  };
+  ASSERT_GE(windows_of(table), 3);
+  ASSERT_GE(windows_of(text), 3);
+  EXPECT_EQ(saving.writes, windows_of(table));
+  EXPECT_EQ(printing.writes, windows_of(text));
+  EXPECT_EQ(reading.reads, windows_of(table));
+  EXPECT_LE(parsing.reads, windows_of(text) + 1);  // whether the last number ends with the file
+  EXPECT_EQ(saving.reads + printing.reads + reading.writes + parsing.writes, 0);
 }
 
 // A decimal comma, and points between thousands.

@@ -247,6 +247,20 @@ TEST(PassingPlane, StreamsAnOrdinarySheet) {
   }
 }
 
+// Both planes are the same to rounding, so their last bits tell which of them came.
+TEST(PassingPlane, IsTheStreamedOneWhereThereIsOne) {
+  Random random(8);
+  int different = 0;
+  for (int run = 0; run < 20; ++run) {
+    const PointMatrix3 points = sheet_cloud(random, 500, {});
+    StreamedPlane streamed;
+    ASSERT_TRUE(streamed_plane(rows_of(points), sums_of(rows_of(points)), streamed)) << run;
+    EXPECT_TRUE(same(passing(points), streamed.abcd)) << run;
+    if (!same(streamed.abcd, fit(points).plane)) ++different;
+  }
+  EXPECT_GT(different, 0);
+}
+
 TEST(PassingPlane, WritesNothingWhereItCannotStream) {
   Random random(17);
   const PlaneAbcd before(1.0, 2.0, 3.0, 4.0);
