@@ -57,7 +57,6 @@ Eigen::Matrix2d scatter_about(const PointMatrix2& points, Point2 mean) {
 // its vectors unwritten when a number on its way is not finite: the normal is not a number then.
 Point2 smallest_axis(const Eigen::Matrix2d& scatter) {
   constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-  if (!scatter.allFinite()) return {kNan, kNan};
   const Eigen::EigenSolver<Eigen::Matrix2d> solver(scatter, true);
   if (solver.info() != Eigen::Success) return {kNan, kNan};
   const auto& values = solver.eigenvalues();

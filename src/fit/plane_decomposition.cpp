@@ -78,26 +78,21 @@ Vector3d decompose(Matrix3d& work, Matrix3d& v, double scale) {
   return values;
 }
 
-// Eigen's own bookkeeping of what is left of the columns' norms, for the choice of pivots.
-struct ColumnNorms {
-  Vector3d direct;   // as last computed
-  Vector3d updated;  // with the rows since then taken off
-
-  void take_off_row(const Columns& a, Index k) {
-    static const double kInaccurate = std::sqrt(std::numeric_limits<double>::epsilon());
-    for (Index j = k + 1; j < 3; ++j) {
-      if (!(updated(j) > 0.0)) continue;
-      const double share = std::abs(a(k, j)) / updated(j);
-      const double rest = std::max(0.0, (1.0 + share) * (1.0 - share));
-      const double ratio = updated(j) / direct(j);
-      if (rest * (ratio * ratio) <= kInaccurate) {
-        updated(j) = direct(j) = a.col(j).tail(a.rows() - k - 1).norm();
-      } else {
-        updated(j) *= std::sqrt(rest);
-      }
+// What the first reflection leaves of the norms of the other two columns, worked out as Eigen does
+// for the choice of the next one. Behind the second reflection there is no choice left.
+void take_off_first_row(const Columns& a, Vector3d& norms) {
+  constexpr double kInaccurate = 0x1p-26;  // root of the rounding unit of a double
+  for (Index j = 1; j < 3; ++j) {
+    if (!(norms(j) > 0.0)) continue;
+    const double share = std::abs(a(0, j)) / norms(j);
+    const double rest = std::max(0.0, (1.0 + share) * (1.0 - share));
+    if (rest <= kInaccurate) {
+      norms(j) = a.col(j).tail(a.rows() - 1).norm();
+    } else {
+      norms(j) *= std::sqrt(rest);
     }
   }
-};
+}
 
 // Reflects column k and those to its right, so that column k is zero below its head.
 void reflect_columns(Columns& a, Index k) {
@@ -106,7 +101,7 @@ void reflect_columns(Columns& a, Index k) {
   double tau, beta;
   a.col(k).tail(below + 1).makeHouseholderInPlace(tau, beta);
   a(k, k) = beta;
-  if (!(tau > 0.0) || right == 0) return;
+  if (!(tau > 0.0)) return;
   const auto essential = a.col(k).tail(below);
   auto bottom = a.bottomRightCorner(below, right);
   double dots[2];
@@ -121,20 +116,18 @@ void reflect_columns(Columns& a, Index k) {
 // The triangle R of a column-pivoting Householder QR in the storage of `a`; the columns of `v` are
 // exchanged as those of `a` are.
 Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
-  ColumnNorms norms;
-  for (Index k = 0; k < 3; ++k) norms.direct(k) = a.col(k).norm();
-  norms.updated = norms.direct;
+  Vector3d norms;
+  for (Index k = 0; k < 3; ++k) norms(k) = a.col(k).norm();
   for (Index k = 0; k < 3; ++k) {
     Index offset;
-    norms.updated.tail(3 - k).maxCoeff(&offset);
+    norms.tail(3 - k).maxCoeff(&offset);
     if (offset != 0) {
       a.col(k).swap(a.col(k + offset));
       v.col(k).swap(v.col(k + offset));
-      std::swap(norms.direct(k), norms.direct(k + offset));
-      std::swap(norms.updated(k), norms.updated(k + offset));
+      std::swap(norms(k), norms(k + offset));
     }
     reflect_columns(a, k);
-    norms.take_off_row(a, k);
+    if (k == 0) take_off_first_row(a, norms);
   }
   return a.topRows(3).triangularView<Eigen::Upper>();
 }
