@@ -365,6 +365,25 @@ TEST(CoefficientFile, ReadsAsManyMatricesAsItHoldsWhateverThePlaneCount) {
   EXPECT_EQ(target->Mbs_factory_to_user[36 + 3], 40.0);
 }
 
+// Each number of the file lies across or behind the end of some window.
+TEST(CoefficientFile, ReadsAlikeThroughWindowsOfAnySize) {
+  const TemporaryFolder folder;
+  Coefficients record(2, 2, 5), target(2, 2, kOld);
+  make_small(record);
+  record->range_count = 20;
+  saved_bytes(record, folder);
+  const std::string path = folder.path("saved.bin");
+  target.fill(kOld);
+  ASSERT_EQ(read_compensator_coeffs(path, *target), KESTRANE_OK);
+  const std::string expected = target.all_bytes();
+  for (std::size_t window = 96; window < 400; window += 4) {
+    target.fill(kOld);
+    InputFile narrow(path, window);
+    EXPECT_EQ(read_coefficients(narrow, *target), KESTRANE_OK) << window;
+    EXPECT_TRUE(target.all_bytes() == expected) << window;
+  }
+}
+
 TEST(CoefficientFile, IgnoresBytesBehindItsEnd) {
   const TemporaryFolder folder;
   const MemoryFile file;

@@ -323,6 +323,12 @@ TEST(FitLineConsensus, TakesAllPointsAtTheFirstGoodPair) {
   EXPECT_EQ(inliers, points);
 }
 
+TEST(FitLineConsensus, TakesNoDirectionFromPointsCloserThanTheGuard) {
+  PointMatrix2 inliers;
+  EXPECT_FALSE(fit_line_consensus(rows_of({{0, 0}, {2.2e-16, 0}}), {100, 1.0, 0.0}, inliers));
+  EXPECT_TRUE(fit_line_consensus(rows_of({{0, 0}, {2.3e-16, 0}}), {100, 1.0, 0.0}, inliers));
+}
+
 // A pair whose share is so small that 1 - share^3 rounds to 1 makes the budget minus infinity.
 TEST(FitLineConsensus, EndsAtOnceWhereTheShareOfInliersVanishes) {
   simulation::Random random(3);

@@ -189,6 +189,25 @@ TEST(StreamedThinDirection, AgreesWithTheDecompositionAndReachesOverTheCloud) {
   }
 }
 
+// A part e of the length, turned into an angle of the normal, grows by s0 s1 / (s1^2 - s2^2).
+TEST(StreamedThinDirection, KnowsItsDoubtFromTheSpreadsOfTheCloud) {
+  Random random(7);
+  for (int run = 0; run < 100; ++run) {
+    const double middle = random.uniform(20.0, 200.0);
+    const double thickness = random.uniform(0.1, 0.9) * middle;
+    const Box box{random_rotation(random), {200.0, middle, thickness}, {1, 2, 3}};
+    const PointMatrix3 points = box_cloud(random, 500, box);
+    const Centroid m = mean_of(points);
+    const Eigen::MatrixXd columns = centred(points, m);
+    const Eigen::Vector3d s = Eigen::JacobiSVD<Eigen::MatrixXd>(columns).singularValues();
+    const StreamedDirection streamed = streamed_thin_direction(rows_of(points), m);
+    ASSERT_TRUE(streamed.reliable);
+    const double growth = s[0] * s[1] / (s[1] * s[1] - s[2] * s[2]);
+    EXPECT_NEAR(streamed.doubt / (6e-14 * growth), 1.0, 1e-9) << run;
+    EXPECT_NEAR(streamed.reach / (s[0] + s[1] + s[2]), 1.0, 1e-12) << run;
+  }
+}
+
 bool is_reliable(const Eigen::Vector3d& spreads, double scale) {
   Random random(6);
   const PointMatrix3 points =

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "fit/distance_stats.h"
@@ -298,6 +299,32 @@ TEST(StreamedPlane, BoundsHowFarItsDistancesLieFromThoseToTheDecomposedPlane) {
   EXPECT_GE(streamed, 250);
 }
 
+// Between clouds that are far off and ones that are large, each of the sizes has its say.
+TEST(StreamedPlane, AddsTheRoundingOfAllSizesToTheDoubtOfItsDirection) {
+  constexpr double kUnit = 2.220446049250313e-16;
+  Random random(21);
+  for (int run = 0; run < 200; ++run) {
+    const double size = std::pow(10.0, random.uniform(-2.0, 2.0));
+    const Eigen::Vector3d away(random.uniform(10.0, 900.0), random.uniform(-900.0, -10.0),
+                               random.uniform(10.0, 900.0));
+    const PointMatrix3 points = box_cloud(
+        random, 100 + random.index(900),
+        {random_rotation(random), {size, random.uniform(0.5, 1.0) * size, 0.01 * size}, away});
+    StreamedPlane plane;
+    if (!streamed_plane(rows_of(points), sums_of(rows_of(points)), plane)) continue;
+    const kestrane::Centroid m = mean_of(points);
+    const kestrane::StreamedDirection direction =
+        kestrane::streamed_thin_direction(rows_of(points), m);
+    const double offset = std::abs(m.x) + std::abs(m.y) + std::abs(m.z);
+    const double n = static_cast<double>(points.rows());
+    const double doubt =
+        direction.doubt * direction.reach + 16.0 * kUnit * (offset + direction.reach + kUnit);
+    const double sum_doubt = 4.0 * kUnit * n * (offset + direction.reach / std::sqrt(n) + kUnit);
+    EXPECT_NEAR(plane.doubt / doubt, 1.0, 1e-12) << run;
+    EXPECT_NEAR(plane.sum_doubt / sum_doubt, 1.0, 1e-12) << run;
+  }
+}
+
 // Three fifths of the rows two in front, the others three behind: the side is certain, and d is
 // nothing but rounding.
 TEST(StreamedPlane, DeclinesAPlaneThroughTheOrigin) {
@@ -333,6 +360,21 @@ TEST(PassingPlane, StreamsNoDirectionThatIsNotReliable) {
   Random random(18);
   const Box round_rod{Eigen::Matrix3d::Identity(), {200.0, 1.0, 0.9999}, {10.0, 5000.0, 5000.0}};
   EXPECT_FALSE(is_streamed(box_cloud(random, 1000, round_rod)));
+  const Eigen::Matrix3d axes = random_rotation(random);
+  EXPECT_FALSE(is_streamed(box_cloud(random, 1000, {axes, {200.0, 200.0, 5e-4}, {100, 20, 500}})));
+  EXPECT_TRUE(is_streamed(box_cloud(random, 1000, {axes, {200.0, 200.0, 0.05}, {100, 20, 500}})));
+}
+
+// Half of the rows at x = 3, half at x = -1: d is far from 0, and no side has more rows.
+TEST(PassingPlane, LeavesATieOfTheSidesToTheDecomposition) {
+  Random random(22);
+  PointMatrix3 points =
+      box_cloud(random, 1000, {Eigen::Matrix3d::Identity(), {0.0, 80.0, 60.0}, {0, 0, 0}});
+  points.col(0).head(500).setConstant(3.0);
+  points.col(0).tail(500).setConstant(-1.0);
+  EXPECT_FALSE(is_streamed(points));
+  points(999, 0) = 3.0;
+  EXPECT_TRUE(is_streamed(points));
 }
 
 // A tiny sheet far from the origin, mirrored so that its normal is x to the last bit. Rounding at

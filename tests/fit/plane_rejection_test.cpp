@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -205,6 +207,17 @@ TEST_P(WorkingRowsThatRunShort, KeepAllRowsAndSumsAsTheyWere) {
 
 INSTANTIATE_TEST_SUITE_P(WithNoneOneOrTwoLeft, WorkingRowsThatRunShort, testing::Values(0, 1, 2));
 
+// 700 distances of 10 lie far below the band about their sum.
+TEST(WorkingRows, KeepAllRowsWhereASigmaBandHoldsNone) {
+  const PointMatrix3 points = rows_at(std::vector<double>(700, 20.0));
+  WorkingRows working(points);
+  const double sum_of_x = working.sums().x;
+  EXPECT_FALSE(working.reject_beyond_sigmas(kAtTen, 0.5, 3));
+  EXPECT_EQ(working.reject_beyond_sigmas(StreamedPlane{kAtTen, 1e-9, 1e-9}, 0.5, 3), false);
+  EXPECT_TRUE(same(copy_of(working), points));
+  EXPECT_EQ(working.sums().x, sum_of_x);
+}
+
 TEST(WorkingRows, PassARejectionThatLeavesExactlyTheFewest) {
   WorkingRows working(rows_at({20.0, 10.0, 11.0, 0.0, 9.0}));
   EXPECT_TRUE(working.reject_beyond(kAtTen, 2.5, 3));
@@ -300,6 +313,71 @@ TEST(WorkingRows, RejectBySigmasOfAStreamedPlaneOnlyWhereNoRowIsInDoubt) {
     EXPECT_EQ(working.reject_beyond_sigmas(StreamedPlane{kAtTen, 1e-5, 1e-5}, factor, 3), true);
     EXPECT_EQ(working.rows().count, rows) << factor;
   }
+}
+
+// A band about the plain sum of its distances, and the row that lies nearest to a bound.
+struct Band {
+  double sum = 0.0;
+  double sigma = 0.0;
+  double margin = 0.0;
+
+  Band(const std::vector<double>& distances, double k) {
+    for (const double d : distances) sum += d;
+    double squares = 0.0;
+    for (const double d : distances) squares += (d - sum) * (d - sum);
+    sigma = std::sqrt(squares / static_cast<double>(distances.size()));
+    margin = std::numeric_limits<double>::infinity();
+    for (const double d : distances)
+      for (const double bound : {sum - k * sigma, sum + k * sigma})
+        margin = std::min(margin, std::abs(d - bound));
+  }
+};
+
+bool decides(const PointMatrix3& points, double doubt, double sum_doubt, double k) {
+  WorkingRows working(points);
+  return working.reject_beyond_sigmas(StreamedPlane{kAtTen, doubt, sum_doubt}, k, 0).has_value();
+}
+
+// Distances whose sum is small beside their deviation, and rows near the one bound or the other.
+TEST(WorkingRows, AddTheDoubtsOfDistancesAndSumUpToTheNearestRow) {
+  Random random(4);
+  for (int run = 0; run < 300; ++run) {
+    std::vector<double> xs;
+    for (int i = 0; i < 20; ++i) {
+      const double off = 50.0 * random.gaussian();
+      xs.insert(xs.end(), {10.0 + off, 10.0 - off});
+    }
+    xs.push_back(10.0 + random.uniform(-20.0, 20.0));
+    const PointMatrix3 points = rows_at(xs);
+    std::vector<double> distances;
+    plane_signed_distances(points, kAtTen, distances);
+    const double k = random.uniform(0.5, 2.0);
+    const Band band(distances, k);
+    const double doubt = band.margin / (1.0 + k);
+    EXPECT_TRUE(decides(points, 0.999 * doubt, 0.0, k)) << run;
+    EXPECT_FALSE(decides(points, 1.001 * doubt, 0.0, k)) << run;
+    // s + k s (|sum| + s) / sigma = margin, solved for the doubt s of the sum.
+    const double b = 1.0 + k * std::abs(band.sum) / band.sigma;
+    const double a = k / band.sigma;
+    const double sum_doubt = 2.0 * band.margin / (b + std::sqrt(b * b + 4.0 * a * band.margin));
+    if (std::abs(band.sum) + sum_doubt > band.sigma) continue;
+    EXPECT_TRUE(decides(points, 0.0, 0.999 * sum_doubt, k)) << run;
+    EXPECT_FALSE(decides(points, 0.0, 1.001 * sum_doubt, k)) << run;
+  }
+}
+
+// A bound passes a row at a few millionths of what the rounding of such a sum amounts to.
+TEST(WorkingRows, TakeTheRoundingOfTheDeviationForADoubt) {
+  Random random(5);
+  std::vector<double> xs;
+  for (int i = 0; i < 10000; ++i) xs.push_back(1e6 * random.gaussian());
+  const PointMatrix3 points = rows_at(xs);
+  std::vector<double> distances;
+  plane_signed_distances(points, kAtTen, distances);
+  const Band band(distances, 1.0);
+  const double at_row = std::abs(distances[77] - band.sum) / band.sigma;
+  EXPECT_FALSE(decides(points, 0.0, 0.0, at_row * (1.0 + 1e-13)));
+  EXPECT_TRUE(decides(points, 0.0, 0.0, at_row * (1.0 + 1e-10)));
 }
 
 }  // namespace
