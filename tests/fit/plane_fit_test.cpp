@@ -266,8 +266,10 @@ TEST(PassingPlane, WritesNothingWhereItCannotStream) {
   Random random(17);
   const PlaneAbcd before(1.0, 2.0, 3.0, 4.0);
   StreamedPlane plane{before, 5.0, 6.0};
+  const Box too_thin{random_rotation(random), {200.0, 200.0, 5e-4}, {100.0, 20.0, 500.0}};
   for (const PointMatrix3& points :
-       {sheet_cloud(random, 63, {}), PointMatrix3(PointMatrix3::Ones(100, 3))}) {
+       {sheet_cloud(random, 63, {}), PointMatrix3(PointMatrix3::Ones(100, 3)),
+        box_cloud(random, 1000, too_thin)}) {
     EXPECT_FALSE(streamed_plane(rows_of(points), sums_of(rows_of(points)), plane));
     EXPECT_TRUE(same(plane.abcd, before));
     EXPECT_EQ(plane.doubt, 5.0);
@@ -299,7 +301,8 @@ TEST(StreamedPlane, BoundsHowFarItsDistancesLieFromThoseToTheDecomposedPlane) {
   EXPECT_GE(streamed, 250);
 }
 
-// Between clouds that are far off and ones that are large, each of the sizes has its say.
+// Between clouds that are far off, ones that are large and ones below the guard of d, each of the
+// sizes has its say.
 TEST(StreamedPlane, AddsTheRoundingOfAllSizesToTheDoubtOfItsDirection) {
   constexpr double kUnit = 2.220446049250313e-16;
   Random random(21);
@@ -307,9 +310,10 @@ TEST(StreamedPlane, AddsTheRoundingOfAllSizesToTheDoubtOfItsDirection) {
     const double size = std::pow(10.0, random.uniform(-2.0, 2.0));
     const Eigen::Vector3d away(random.uniform(10.0, 900.0), random.uniform(-900.0, -10.0),
                                random.uniform(10.0, 900.0));
-    const PointMatrix3 points = box_cloud(
+    PointMatrix3 points = box_cloud(
         random, 100 + random.index(900),
         {random_rotation(random), {size, random.uniform(0.5, 1.0) * size, 0.01 * size}, away});
+    if (run % 4 == 0) points *= 1e-18;
     StreamedPlane plane;
     if (!streamed_plane(rows_of(points), sums_of(rows_of(points)), plane)) continue;
     const kestrane::Centroid m = mean_of(points);

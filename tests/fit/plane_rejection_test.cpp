@@ -343,11 +343,12 @@ TEST(WorkingRows, AddTheDoubtsOfDistancesAndSumUpToTheNearestRow) {
   Random random(4);
   for (int run = 0; run < 300; ++run) {
     std::vector<double> xs;
-    for (int i = 0; i < 20; ++i) {
-      const double off = 50.0 * random.gaussian();
-      xs.insert(xs.end(), {10.0 + off, 10.0 - off});
+    double rest = random.uniform(-20.0, 20.0);
+    for (int i = 0; i < 40; ++i) {
+      xs.push_back(10.0 + 50.0 * random.gaussian());
+      rest -= xs.back() - 10.0;
     }
-    xs.push_back(10.0 + random.uniform(-20.0, 20.0));
+    xs.push_back(10.0 + rest);
     const PointMatrix3 points = rows_at(xs);
     std::vector<double> distances;
     plane_signed_distances(points, kAtTen, distances);
