@@ -31,7 +31,7 @@ constexpr double kLargestGrowth = 64.0;
 // a million rows showed a twentieth of it.
 constexpr double kDecompositionDoubt = 6e-14;
 
-void centre(PointRows rows, const Centroid& m, Columns& centred) {
+void centre(PointRows rows, const Centroid& m, Columns centred) {
   for (Index i = 0; i < rows.count; ++i) {
     centred(i, 0) = rows.xyz[3 * i] - m.x;
     centred(i, 1) = rows.xyz[3 * i + 1] - m.y;
@@ -78,9 +78,9 @@ Vector3d decompose(Matrix3d& work, Matrix3d& v, double scale) {
   return values;
 }
 
-// What the first reflection leaves of the norms of the other two columns, worked out as Eigen does
-// for the choice of the next one. Behind the second reflection there is no choice left.
-void take_off_first_row(const Columns& a, Vector3d& norms) {
+// The norms of the other two columns without the row that the first reflection has settled, worked
+// out as Eigen does for the choice of the next one. Behind the second there is no choice left.
+Vector3d without_first_row(Vector3d norms, const Columns& a) {
   constexpr double kInaccurate = 0x1p-26;  // root of the rounding unit of a double
   for (Index j = 1; j < 3; ++j) {
     if (!(norms(j) > 0.0)) continue;
@@ -92,6 +92,7 @@ void take_off_first_row(const Columns& a, Vector3d& norms) {
       norms(j) *= std::sqrt(rest);
     }
   }
+  return norms;
 }
 
 // Reflects column k and those to its right, so that column k is zero below its head.
@@ -127,7 +128,7 @@ Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
       std::swap(norms(k), norms(k + offset));
     }
     reflect_columns(a, k);
-    if (k == 0) take_off_first_row(a, norms);
+    if (k == 0) norms = without_first_row(norms, a);
   }
   return a.topRows(3).triangularView<Eigen::Upper>();
 }
@@ -166,7 +167,7 @@ bool spreads_are_reliable(const Vector3d& s) {  // written so that a NaN is not
 
 Vector3d thin_direction(PointRows rows, const Centroid& centroid) {
   if (rows.count <= kMostStackRows) {
-    alignas(Eigen::Aligned16) double stack[3 * kMostStackRows];
+    alignas(Eigen::Aligned16) double stack[3 * kMostStackRows] = {};
     return thin_direction_in({stack, rows.count, 3}, rows, centroid);
   }
   Eigen::MatrixXd heap(rows.count, 3);
