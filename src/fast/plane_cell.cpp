@@ -16,11 +16,15 @@ void rotate(const double* R, const double* v, double* rotated) {
   }
 }
 
-// The axis of the coefficient of largest magnitude; the earlier one on a tie, x for none at all.
+// The axis of the coefficient of largest magnitude; the earlier one on a tie. No axis, -1, where
+// only zeros and NaN stand behind an a of 0.
 int pivot_axis(const double* coeffs) {
-  int axis = 0;
+  int axis = coeffs[0] == 0.0 ? -1 : 0;
+  double largest = std::abs(coeffs[0]);
   for (int i = 1; i < 3; ++i) {
-    if (std::abs(coeffs[i]) > std::abs(coeffs[axis])) axis = i;
+    if (!(std::abs(coeffs[i]) > largest)) continue;
+    axis = i;
+    largest = std::abs(coeffs[i]);
   }
   return axis;
 }

@@ -21,7 +21,7 @@ const _LASER_TRIPLE* cell_at(const _LASER_PLANE_BLOCK_INFOS& standard, std::int3
 // point        x, y, z; x plays no part in finding the cell
 // coeffs       (a, b, c)
 // unit_normal  (a, b, c) scaled to length 1
-// plane_point  a point of the plane on the axis of its largest coefficient
+// plane_point  a point of the plane on the axis of its largest coefficient; the origin without one
 bool lookup_plane_cell(const double* point, const _LASER_PLANE_BLOCK_INFOS& standard,
                        std::int32_t plane, double* coeffs, double* unit_normal,
                        double* plane_point);

@@ -143,7 +143,9 @@ TEST(CellCost, TellsTheSolverOfCornersOnALine) {
   Cell sheet = flat_cell(20.0, 27.0);
   sheet.points = line.points;
   for (const bool with_derivatives : {false, true}) {
-    EXPECT_FALSE(evaluate(line, kFlat, with_derivatives).done);
+    const Evaluation of_line = evaluate(line, kFlat, with_derivatives);
+    EXPECT_FALSE(of_line.done);
+    EXPECT_EQ(of_line.residual, -7.0);
     const Evaluation of_sheet = evaluate(sheet, kFlat, with_derivatives);
     EXPECT_TRUE(of_sheet.done);
     // Distance 1 of two visited points among four, at depth 300.

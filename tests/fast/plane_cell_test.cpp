@@ -137,6 +137,19 @@ TEST(LookupPlaneCell, PutsTheFootOnTheLargestCoefficientAndTheEarlierOneOnATie) 
   EXPECT_EQ(foot_of({{1, 2, -4}}), (Foot{0, 0, 0.25}));
   EXPECT_EQ(foot_of({{-4, 2, 4}}), (Foot{0.25, 0, 0}));
   EXPECT_EQ(foot_of({{0, 0, 4}}), (Foot{0, 0, -0.25}));
+  EXPECT_EQ(foot_of({{0, kNaN, 4}}), (Foot{0, 0, -0.25}));
+}
+
+// No coefficient is greater than a 0 in front, so none decides where the foot lies.
+TEST(LookupPlaneCell, HasNoFootWhereOnlyNoNumberStandsBehindAnAOfZero) {
+  fast_scene::Standard standard(1);
+  for (const kestrane::_LASER_TRIPLE abc :
+       {kestrane::_LASER_TRIPLE{{0, kNaN, 0}}, {{-0.0, 0, kNaN}}, {{0, kNaN, kNaN}}}) {
+    standard.cell(0, 7, 5) = abc;
+    const Found found = look_up(standard, 0, 0, 300.0);
+    EXPECT_TRUE(found.found);
+    for (const double coordinate : found.foot) EXPECT_EQ(coordinate, 0.0);
+  }
 }
 
 TEST(LookupPlaneCell, LeavesACellThatIsNoNumberUnscaled) {
