@@ -56,15 +56,13 @@ struct Evaluation {
 };
 
 Evaluation evaluate(const Cell& cell, const std::array<double, 4>& x, bool with_derivatives) {
-  const SolverCost made(new OPTIMISIZE_COST_FUNCTION_FIT(cell.points, cell.corners));
-  // The compiler cannot look behind this pointer: the body that runs is the one the solver gets.
-  const ceres::CostFunction* const volatile cost = &made;
+  const SolverCost cost(new OPTIMISIZE_COST_FUNCTION_FIT(cell.points, cell.corners));
   const double* const parameters[] = {&x[0], &x[1], &x[2], &x[3]};
   double derivatives[4];
   double* jacobians[] = {&derivatives[0], &derivatives[1], &derivatives[2], &derivatives[3]};
   Evaluation evaluation{false, -7.0};
   evaluation.done =
-      cost->Evaluate(parameters, &evaluation.residual, with_derivatives ? jacobians : nullptr);
+      cost.Evaluate(parameters, &evaluation.residual, with_derivatives ? jacobians : nullptr);
   return evaluation;
 }
 
