@@ -62,7 +62,7 @@ Kind kind_of(char c) {
 Part next_part(Part part, Kind kind) {
   using enum Part;
   constexpr Part kNext[][5] = {
-      // digit    point       mark           sign
+      // digit, point, mark, sign, other
       {kWhole, kBarePoint, kEnd, kSign, kEnd},       // kStart
       {kWhole, kBarePoint, kEnd, kEnd, kEnd},        // kSign
       {kFraction, kEnd, kEnd, kEnd, kEnd},           // kBarePoint
