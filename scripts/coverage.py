@@ -61,7 +61,7 @@ def main():
             if source not in explained or f"`{code}`" not in explained:
                 unexplained.append(f"{source}:{number}")
     if total == 0:
-        sys.exit("coverage: no line of src/ was counted; run the tests of the coverage build first")
+        sys.exit("coverage: no line of src/ was counted; run the tests of a build that counts first")
     percentage = 100.0 * ran / total
     print(f"{ran} of {total} lines of src/ ran: {percentage:.2f} %")
     if percentage < least:

@@ -20,8 +20,8 @@ char* format_number(char* to, double value);
 char* format_number(char* to, std::int32_t value);
 
 // The fast way for the numbers that tables are full of: of size 1e-16 to 1e27, and not within
-// 1e-9 of the middle between two texts in units of the sixth digit. Gives the end; null, with
-// nothing written, for all others.
+// 1e-9 of the middle between two texts in units of the sixth digit. Writes as format_number does,
+// into the same room; null, with nothing written, for all others.
 char* put_plain_decimal(char* to, double value);
 
 // Skips white space and reads one number. A number ends where the next character cannot belong to

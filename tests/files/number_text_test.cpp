@@ -173,7 +173,7 @@ TEST(FormatNumber, EqualsTheStreamBesideEveryMiddleAndEveryPowerOfTen) {
   }
 }
 
-// It may write more than the text, but not beyond the room that its caller promises.
+// What the fast way writes; none where it leaves the number alone.
 std::optional<std::string> plain_text(double value) {
   char text[kLongestNumber] = "untouched";
   if (char* const end = put_plain_decimal(text, value)) return std::string(text, end);
@@ -212,6 +212,7 @@ TEST(PutPlainDecimal, LeavesWhatLiesTooNearToAMiddle) {
   }
 }
 
+// It may write more than the text, but not beyond the room that its caller promises.
 TEST(FormatNumber, WritesNothingBehindItsRoom) {
   simulation::Random random(8);
   char text[64];
