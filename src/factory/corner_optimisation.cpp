@@ -10,7 +10,7 @@
 #include "ceres/solver.h"
 #include "factory/cell_cost.h"
 #include "factory/depth_cells.h"
-#include "fit/solver_silence.h"
+#include "solver/solver_silence.h"
 #include "fit/solver_threads.h"
 
 namespace kestrane {

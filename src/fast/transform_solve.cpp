@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "ceres/solver.h"
-#include "fit/solver_silence.h"
+#include "solver/solver_silence.h"
 #include "fit/solver_threads.h"
 
 namespace kestrane {

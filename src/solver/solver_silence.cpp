@@ -1,4 +1,4 @@
-#include "fit/solver_silence.h"
+#include "solver/solver_silence.h"
 
 #include <glog/logging.h>
 
