@@ -11,10 +11,10 @@
 #include "fast/interior_planes.h"
 #include "fast/residual_measurement.h"
 #include "fast/transform_solve.h"
-#include "fit/solver_threads.h"
 #include "kestrane/fast_calib.h"
 #include "silenced_output.h"
 #include "simulation/scanner.h"
+#include "solver/quiet_solve.h"
 #include "support/fast_literal_solve.h"
 #include "support/fast_scene.h"
 #include "support/literal_plane_fit.h"
@@ -143,7 +143,7 @@ void BM_FastCalibSplit(benchmark::State& state) {
     kestrane::add_residual_blocks(problem, parts, points, &standard, 0, rotation, translation);
     const auto t3 = now();
     ceres::Solver::Options options;
-    options.num_threads = kestrane::solver_threads();
+    options.num_threads = 1;
     options.linear_solver_type = ceres::ITERATIVE_SCHUR;
     options.logging_type = ceres::SILENT;
     ceres::Solver::Summary summary;

@@ -7,11 +7,9 @@
 #include "ceres/autodiff_cost_function.h"
 #include "ceres/loss_function.h"
 #include "ceres/problem.h"
-#include "ceres/solver.h"
 #include "factory/cell_cost.h"
 #include "factory/depth_cells.h"
-#include "solver/solver_silence.h"
-#include "fit/solver_threads.h"
+#include "solver/quiet_solve.h"
 
 namespace kestrane {
 namespace {
@@ -28,13 +26,6 @@ struct CellParts {
   std::deque<OPTIMISIZE_COST_FUNCTION_FIT> functors;
   std::deque<CellCost> costs;
 };
-
-ceres::Problem::Options borrowed_parts() {
-  ceres::Problem::Options options;
-  options.cost_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
-  options.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
-  return options;
-}
 
 void add_cell(const PointMatrix3& points, GridCorners& corners, std::size_t i, std::size_t j,
               CellParts& parts, ceres::Problem& problem) {
@@ -65,12 +56,7 @@ void optimize_grid_corners(const CellPoints& cell_points, GridCorners& grid_corn
 
   ceres::Solver::Options options;
   options.linear_solver_type = ceres::SPARSE_SCHUR;
-  options.num_threads = solver_threads();
-  options.minimizer_progress_to_stdout = false;
-  options.logging_type = ceres::SILENT;
-  ceres::Solver::Summary summary;
-  const SolverSilence silence;
-  ceres::Solve(options, &problem, &summary);
+  solve_quietly(options, problem);
 }
 
 }  // namespace kestrane

@@ -3,9 +3,7 @@
 #include <Eigen/Geometry>
 #include <iostream>
 
-#include "ceres/solver.h"
-#include "solver/solver_silence.h"
-#include "fit/solver_threads.h"
+#include "solver/quiet_solve.h"
 
 namespace kestrane {
 namespace {
@@ -16,11 +14,8 @@ constexpr double kFarthest = 1.5;  // in the unit of the points
 
 ceres::Solver::Options solver_options() {
   ceres::Solver::Options options;
-  options.minimizer_progress_to_stdout = false;
   options.max_num_iterations = kMostIterations;
-  options.num_threads = solver_threads();
   options.linear_solver_type = ceres::ITERATIVE_SCHUR;
-  options.logging_type = ceres::SILENT;
   return options;
 }
 
@@ -32,13 +27,6 @@ Eigen::Matrix3d rotation_matrix(const Eigen::Vector3d& rotation) {
 }
 
 }  // namespace
-
-ceres::Problem::Options borrowed_parts() {
-  ceres::Problem::Options options;
-  options.cost_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
-  options.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
-  return options;
-}
 
 void add_residual_blocks(ceres::Problem& problem, ResidualParts& parts, const PointSets& points,
                          const _LASER_PLANE_BLOCK_INFOS* const* standard, std::int32_t first_plane,
@@ -65,9 +53,7 @@ _KESTRANE_STATUS solve_transform(const PointSets& points,
   ceres::Problem problem(borrowed_parts());
   add_residual_blocks(problem, parts, points, standard, first_plane, rotation.data(),
                       translation.data());
-  ceres::Solver::Summary summary;
-  const SolverSilence silence;
-  ceres::Solve(solver_options(), &problem, &summary);
+  const ceres::Solver::Summary summary = solve_quietly(solver_options(), problem);
   std::cout << summary.BriefReport() << std::endl;
   if (!summary.IsSolutionUsable()) return KESTRANE_ERR_SOLVE_FAILED;
   transform.topLeftCorner<3, 3>() = rotation_matrix(rotation);

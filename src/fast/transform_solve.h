@@ -27,9 +27,6 @@ struct ResidualParts {
   std::deque<PlaneCost> costs;
 };
 
-// Options of a problem that takes no ownership of its parts.
-ceres::Problem::Options borrowed_parts();
-
 // Adds a residual block for every second point of each matrix, the first included.
 //
 // problem      made with borrowed_parts()

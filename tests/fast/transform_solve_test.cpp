@@ -8,6 +8,7 @@
 #include "fast/residual_measurement.h"
 #include "fast_support.h"
 #include "simulation/random.h"
+#include "solver/quiet_solve.h"
 #include "support/fast_literal_solve.h"
 
 namespace {
