@@ -12,8 +12,8 @@
 #include <limits>
 #include <vector>
 
+#include "bench/compensation_literal.h"
 #include "compensation/cell_kernel.h"
-#include "compensation_literal.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
 #include "records/table_copy.h"

@@ -8,7 +8,7 @@
 
 #include "factory/factory_calibrator.h"
 #include "simulation/scanner.h"
-#include "support/literal_factory.h"
+#include "tests/support/literal_factory.h"
 
 namespace {
 

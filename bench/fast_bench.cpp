@@ -6,18 +6,18 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "bench/silenced_output.h"
 #include "ceres/ceres.h"
 #include "fast/frame_filter.h"
 #include "fast/interior_planes.h"
 #include "fast/residual_measurement.h"
 #include "fast/transform_solve.h"
 #include "kestrane/fast_calib.h"
-#include "silenced_output.h"
 #include "simulation/scanner.h"
 #include "solver/quiet_solve.h"
-#include "support/fast_literal_solve.h"
-#include "support/fast_scene.h"
-#include "support/literal_plane_fit.h"
+#include "tests/support/fast_literal_solve.h"
+#include "tests/support/fast_scene.h"
+#include "tests/support/literal_plane_fit.h"
 
 namespace {
 

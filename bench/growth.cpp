@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "growth_measure.h"
+#include "bench/growth_measure.h"
+#include "bench/silenced_output.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
 #include "kestrane/factory_calib.h"
 #include "kestrane/fast_calib.h"
 #include "kestrane/files.h"
-#include "silenced_output.h"
 #include "simulation/host_table.h"
 #include "simulation/scanner.h"
 

@@ -1,4 +1,4 @@
-#include "growth_measure.h"
+#include "bench/growth_measure.h"
 
 #include <malloc.h>
 #include <sys/wait.h>

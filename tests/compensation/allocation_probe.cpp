@@ -1,4 +1,4 @@
-#include "compensation/allocation_probe.h"
+#include "tests/compensation/allocation_probe.h"
 
 #include <new>
 

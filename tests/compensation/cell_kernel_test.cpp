@@ -7,9 +7,9 @@
 #include <limits>
 #include <vector>
 
-#include "compensation/plain_compensation.h"
-#include "compensation/same_value.h"
 #include "simulation/random.h"
+#include "tests/compensation/plain_compensation.h"
+#include "tests/compensation/same_value.h"
 
 namespace {
 

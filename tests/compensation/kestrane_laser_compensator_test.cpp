@@ -5,10 +5,10 @@
 #include <cstring>
 #include <limits>
 
-#include "compensation/plain_compensation.h"
-#include "compensation/same_value.h"
-#include "compensation/scanner_table.h"
 #include "kestrane/compensator.h"
+#include "tests/compensation/plain_compensation.h"
+#include "tests/compensation/same_value.h"
+#include "tests/compensation/scanner_table.h"
 
 namespace {
 

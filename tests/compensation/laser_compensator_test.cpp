@@ -5,10 +5,10 @@
 
 #include <memory>
 
-#include "compensation/allocation_probe.h"
-#include "compensation/plain_compensation.h"
-#include "compensation/scanner_table.h"
 #include "kestrane/compensator.h"
+#include "tests/compensation/allocation_probe.h"
+#include "tests/compensation/plain_compensation.h"
+#include "tests/compensation/scanner_table.h"
 
 namespace {
 

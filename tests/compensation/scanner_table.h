@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
-#include "compensation/same_value.h"
 #include "simulation/host_table.h"
 #include "simulation/random.h"
+#include "tests/compensation/same_value.h"
 
 namespace kestrane_test {
 

@@ -10,7 +10,7 @@
 #include "factory/depth_cells.h"
 #include "factory/nominal_grid.h"
 #include "simulation/random.h"
-#include "support/literal_factory.h"
+#include "tests/support/literal_factory.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "kestrane/factory_calib.h"
 #include "simulation/host_table.h"
 #include "simulation/random.h"
-#include "support/starved_heap.h"
+#include "tests/support/starved_heap.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // What the host promises, broken in a build that does not check it: harmless where a cheap choice
 // makes it so.
-#include "fast_support.h"
 #include "kestrane/fast_calib.h"
-#include "support/fast_literal.h"
+#include "tests/fast/fast_support.h"
+#include "tests/support/fast_literal.h"
 
 namespace {
 

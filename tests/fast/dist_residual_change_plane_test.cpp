@@ -1,9 +1,9 @@
 #include "fast/dist_residual_change_plane.h"
 
 #include "ceres/rotation.h"
-#include "fast_support.h"
 #include "simulation/random.h"
-#include "support/fast_literal_solve.h"
+#include "tests/fast/fast_support.h"
+#include "tests/support/fast_literal_solve.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <new>
 #include <vector>
 
-#include "engine_access.h"
-#include "fast_support.h"
+#include "tests/fast/engine_access.h"
+#include "tests/fast/fast_support.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "fast/point_sets.h"
 #include "fit/laser_geometry_fitter.h"
 #include "kestrane/fast_calib.h"
-#include "support/fast_scene.h"
+#include "tests/support/fast_scene.h"
 
 namespace fast_support {
 

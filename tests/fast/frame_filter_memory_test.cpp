@@ -7,7 +7,7 @@
 #include <new>
 
 #include "fast/frame_filter.h"
-#include "fast_support.h"
+#include "tests/fast/fast_support.h"
 
 namespace {
 

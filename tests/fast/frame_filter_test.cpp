@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "fast_support.h"
 #include "simulation/random.h"
-#include "support/fast_literal.h"
+#include "tests/fast/fast_support.h"
+#include "tests/support/fast_literal.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "fast/frame_selection.h"
 
-#include "fast_support.h"
 #include "simulation/random.h"
+#include "tests/fast/fast_support.h"
 
 namespace {
 

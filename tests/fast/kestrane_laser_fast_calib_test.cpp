@@ -9,16 +9,16 @@
 #include <thread>
 #include <type_traits>
 
-#include "engine_access.h"
 #include "fast/frame_filter.h"
 #include "fast/interior_planes.h"
 #include "fast/residual_measurement.h"
 #include "fast/transform_solve.h"
-#include "fast_support.h"
 #include "kestrane/fast_calib.h"
 #include "simulation/random.h"
-#include "support/fast_literal_solve.h"
-#include "support/starved_heap.h"
+#include "tests/fast/engine_access.h"
+#include "tests/fast/fast_support.h"
+#include "tests/support/fast_literal_solve.h"
+#include "tests/support/starved_heap.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "fast/plane_cell.h"
 
-#include "fast_support.h"
 #include "simulation/random.h"
-#include "support/fast_literal.h"
+#include "tests/fast/fast_support.h"
+#include "tests/support/fast_literal.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // What the host promises: a checked build names the broken promise before memory is touched.
-#include "fast_support.h"
-#include "support/fast_literal.h"
+#include "tests/fast/fast_support.h"
+#include "tests/support/fast_literal.h"
 
 namespace {
 

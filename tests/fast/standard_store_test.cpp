@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "fast_support.h"
+#include "tests/fast/fast_support.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "fast/residual_measurement.h"
-#include "fast_support.h"
 #include "simulation/random.h"
 #include "solver/quiet_solve.h"
-#include "support/fast_literal_solve.h"
+#include "tests/fast/fast_support.h"
+#include "tests/support/fast_literal_solve.h"
 
 namespace {
 

@@ -5,12 +5,12 @@
 
 #include <vector>
 
-#include "every_cut.h"
 #include "kestrane/buffers.h"
 #include "kestrane/factory_calib.h"
 #include "kestrane/fast_calib.h"
 #include "simulation/scanner.h"
-#include "support/fast_scene.h"
+#include "tests/faults/every_cut.h"
+#include "tests/support/fast_scene.h"
 
 namespace faults {
 

@@ -9,7 +9,7 @@
 #include <new>
 #include <vector>
 
-#include "support/fault_heap.h"
+#include "tests/support/fault_heap.h"
 
 namespace faults {
 

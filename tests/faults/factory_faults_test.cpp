@@ -5,13 +5,13 @@
 #include <utility>
 #include <vector>
 
-#include "calibration_runs.h"
 #include "factory/cell_indicators.h"
 #include "factory/corner_optimisation.h"
 #include "factory/depth_cells.h"
 #include "factory/fan_sectors.h"
 #include "factory/nominal_grid.h"
 #include "fit/plane_fit.h"
+#include "tests/faults/calibration_runs.h"
 
 namespace {
 

@@ -4,12 +4,12 @@
 #include <functional>
 #include <vector>
 
-#include "calibration_runs.h"
 #include "fast/frame_filter.h"
 #include "fast/frame_selection.h"
 #include "fast/interior_planes.h"
 #include "fast/residual_measurement.h"
 #include "fast/transform_solve.h"
+#include "tests/faults/calibration_runs.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The heap that refuses: it sees every way to ask for memory, and refuses one request alone.
-#include "support/fault_heap.h"
+#include "tests/support/fault_heap.h"
 
 #include <gtest/gtest.h>
 

@@ -7,12 +7,12 @@
 #include <new>
 #include <vector>
 
-#include "every_cut.h"
 #include "factory/factory_calibrator.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
 #include "kestrane/factory_calib.h"
 #include "kestrane/fast_calib.h"
+#include "tests/faults/every_cut.h"
 
 namespace {
 

@@ -7,16 +7,16 @@
 #include <utility>
 #include <vector>
 
-#include "every_cut.h"
-#include "files/records_under_test.h"
 #include "fit/coefficient_calibration.h"
 #include "fit/laser_geometry_fitter.h"
-#include "fit/plane_clouds.h"
 #include "fit/plane_fit.h"
 #include "kestrane/compensator.h"
 #include "kestrane/fast_calib.h"
 #include "kestrane/files.h"
-#include "support/fast_scene.h"
+#include "tests/faults/every_cut.h"
+#include "tests/files/records_under_test.h"
+#include "tests/fit/plane_clouds.h"
+#include "tests/support/fast_scene.h"
 
 namespace {
 

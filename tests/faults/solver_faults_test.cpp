@@ -16,7 +16,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "calibration_runs.h"
+#include "tests/faults/calibration_runs.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <sstream>
 #include <string>
 
-#include "files/literal_files.h"
-#include "files/records_under_test.h"
-#include "files/temporary_folder.h"
 #include "kestrane/files.h"
+#include "tests/files/literal_files.h"
+#include "tests/files/records_under_test.h"
+#include "tests/files/temporary_folder.h"
 
 namespace kestrane {
 namespace {

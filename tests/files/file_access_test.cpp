@@ -25,9 +25,9 @@
 #include <vector>
 
 #include "files/file_stream.h"
-#include "files/records_under_test.h"
-#include "files/temporary_folder.h"
 #include "kestrane/files.h"
+#include "tests/files/records_under_test.h"
+#include "tests/files/temporary_folder.h"
 
 namespace kestrane {
 namespace {

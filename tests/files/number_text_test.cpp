@@ -17,8 +17,8 @@
 #include <string_view>
 #include <vector>
 
-#include "files/temporary_folder.h"
 #include "simulation/random.h"
+#include "tests/files/temporary_folder.h"
 
 namespace kestrane {
 namespace {

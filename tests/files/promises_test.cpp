@@ -1,9 +1,9 @@
 // What the host promises: a checked build names the broken promise before memory is touched.
 #include <gtest/gtest.h>
 
-#include "files/records_under_test.h"
-#include "files/temporary_folder.h"
 #include "kestrane/files.h"
+#include "tests/files/records_under_test.h"
+#include "tests/files/temporary_folder.h"
 
 namespace kestrane {
 namespace {

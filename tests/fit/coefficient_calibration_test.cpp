@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "files/records_under_test.h"
 #include "kestrane/buffers.h"
 #include "simulation/random.h"
+#include "tests/files/records_under_test.h"
 
 namespace kestrane {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <Eigen/SVD>
 
-#include "fit/plane_clouds.h"
 #include "fit/triangle_reduction.h"
-#include "support/literal_plane_fit.h"
+#include "tests/fit/plane_clouds.h"
+#include "tests/support/literal_plane_fit.h"
 
 namespace {
 

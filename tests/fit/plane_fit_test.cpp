@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "fit/distance_stats.h"
-#include "fit/plane_clouds.h"
 #include "fit/plane_decomposition.h"
-#include "support/literal_plane_fit.h"
+#include "tests/fit/plane_clouds.h"
+#include "tests/support/literal_plane_fit.h"
 
 namespace {
 

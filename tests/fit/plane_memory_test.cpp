@@ -7,9 +7,9 @@
 #include <new>
 
 #include "fit/laser_geometry_fitter.h"
-#include "fit/plane_clouds.h"
 #include "fit/plane_fit.h"
-#include "support/literal_plane_fit.h"
+#include "tests/fit/plane_clouds.h"
+#include "tests/support/literal_plane_fit.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define KESTRANE_OWN_HEAP 0

@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
-#include "fit/plane_clouds.h"
 #include "fit/plane_fit.h"
 #include "fit/rejection.h"
 #include "fit/working_rows.h"
-#include "support/literal_plane_fit.h"
+#include "tests/fit/plane_clouds.h"
+#include "tests/support/literal_plane_fit.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <limits>
 
 #include "fit/laser_geometry_fitter.h"
-#include "fit/plane_clouds.h"
 #include "fit/plane_fit.h"
-#include "support/literal_plane_fit.h"
+#include "tests/fit/plane_clouds.h"
+#include "tests/support/literal_plane_fit.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // What the host promises: a checked build names the broken promise before memory is touched.
 #include <gtest/gtest.h>
 
-#include "files/records_under_test.h"
 #include "fit/coefficient_calibration.h"
 #include "kestrane/buffers.h"
+#include "tests/files/records_under_test.h"
 
 namespace kestrane {
 namespace {

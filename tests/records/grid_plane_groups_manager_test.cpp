@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "kestrane/buffers.h"
-#include "records/owner_checks.h"
+#include "tests/records/owner_checks.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <new>
 
 #include "kestrane/records.h"
-#include "support/starved_heap.h"
+#include "tests/support/starved_heap.h"
 
 namespace kestrane {
 

@@ -5,7 +5,7 @@
 #include <type_traits>
 
 #include "kestrane/buffers.h"
-#include "records/owner_checks.h"
+#include "tests/records/owner_checks.h"
 
 namespace {
 

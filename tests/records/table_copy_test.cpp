@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "records/owner_checks.h"
+#include "tests/records/owner_checks.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/fault_heap.h"
+#include "tests/support/fault_heap.h"
 
 #include <malloc.h>
 

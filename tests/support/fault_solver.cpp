@@ -4,7 +4,7 @@
 
 #include "ceres/problem.h"
 #include "ceres/solver.h"
-#include "support/fault_heap.h"
+#include "tests/support/fault_heap.h"
 
 using fault_heap::Inside;
 using fault_heap::Place;

@@ -9,8 +9,8 @@
 #include "simulation/host_table.h"
 #include "simulation/random.h"
 #include "simulation/scanner.h"
-#include "support/fast_scene.h"
-#include "threads/beside.h"
+#include "tests/support/fast_scene.h"
+#include "tests/threads/beside.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // KESTRANE_LASER_COMPENSATOR: two devices in two threads.
 #include <gtest/gtest.h>
 
-#include "compensation/scanner_table.h"
 #include "kestrane/compensator.h"
 #include "simulation/random.h"
-#include "threads/beside.h"
+#include "tests/compensation/scanner_table.h"
+#include "tests/threads/beside.h"
 
 namespace {
 

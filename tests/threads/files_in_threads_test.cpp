@@ -3,10 +3,10 @@
 
 #include <string>
 
-#include "files/records_under_test.h"
-#include "files/temporary_folder.h"
 #include "kestrane/files.h"
-#include "threads/beside.h"
+#include "tests/files/records_under_test.h"
+#include "tests/files/temporary_folder.h"
+#include "tests/threads/beside.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "kestrane/buffers.h"
-#include "records/owner_checks.h"
-#include "threads/beside.h"
+#include "tests/records/owner_checks.h"
+#include "tests/threads/beside.h"
 
 namespace {
 
