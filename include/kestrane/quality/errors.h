@@ -1,0 +1,39 @@
+/// @file
+/// What the functions of kestrane::quality throw.
+///
+/// - A host's mistake (a plane outside the table, a null array, a setting out of its range) is
+///   `std::invalid_argument`, thrown before anything is worked on.
+/// - A file that cannot be read or written is `FileError`.
+/// - Memory that cannot be had is `std::bad_alloc`.
+/// - Bad measurements are none of these: they are a refusal or a finding in the result.
+
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "kestrane/export.h"
+
+namespace kestrane {
+namespace quality {
+
+/// A file that could not be read or written. `what()` reads "<path>: <reason>".
+class KESTRANE_API FileError : public std::runtime_error {
+ public:
+  /// @param path    the file, as the caller named it
+  /// @param reason  what went wrong, without the path: "cut after plane 3, line 7"
+  FileError(const std::string& path, const std::string& reason);
+  FileError(const FileError&) = default;
+  FileError& operator=(const FileError&) = default;
+  ~FileError() override;
+
+  const std::string& path() const { return path_; }      ///< the file, as the caller named it
+  const std::string& reason() const { return reason_; }  ///< what went wrong
+
+ private:
+  std::string path_;
+  std::string reason_;
+};
+
+}  // namespace quality
+}  // namespace kestrane

@@ -1,0 +1,11 @@
+#include "kestrane/quality/errors.h"
+
+namespace kestrane::quality {
+
+FileError::FileError(const std::string& path, const std::string& reason)
+    : std::runtime_error(path + ": " + reason), path_(path), reason_(reason) {}
+
+// Out of line, so that the class has one home and can be caught across library borders.
+FileError::~FileError() = default;
+
+}  // namespace kestrane::quality
