@@ -6,7 +6,7 @@
 #include <iostream>
 #include <map>
 
-#include "factory/factory_calibrator.h"
+#include "factory/engine.h"
 #include "simulation/scanner.h"
 #include "tests/support/literal_factory.h"
 

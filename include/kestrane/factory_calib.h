@@ -28,7 +28,6 @@ class KestraneLaserFactoryCalibrator;
 class KESTRANE_API KESTRANE_LASER_FAC_CALIB {
  public:
   /// Only the standard allocation exception can leave the constructor.
-
   KESTRANE_LASER_FAC_CALIB();
 
   /// Frees what the runs have left, but not the block of the table, see `init`.

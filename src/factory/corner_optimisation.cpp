@@ -8,7 +8,7 @@
 #include "ceres/loss_function.h"
 #include "ceres/problem.h"
 #include "factory/cell_cost.h"
-#include "factory/depth_cells.h"
+#include "factory/grid_corners.h"
 #include "solver/quiet_solve.h"
 
 namespace kestrane {

@@ -1,4 +1,4 @@
-// Optional third stage of a run: the grid corners of measured cells follow the points.
+// The optional refinement of the grid: the corners of measured cells follow the points.
 //
 // in    15 x 50 clouds, 16 x 51 corners on the sector planes
 // out   the same corners, their x moved by at most 0.5

@@ -1,4 +1,4 @@
-// First stage of a run: the cloud is cut into fan sectors, and each sector gets a plane.
+// The cloud is cut into fan sectors, and each sector gets a plane.
 //
 // in    the whole cloud, the whole-plane fit, the sector borders
 // out   per sector a plane in the form a, b, c, d, and the points that its fit kept

@@ -7,7 +7,7 @@
 #include <functional>
 #include <limits>
 
-#include "factory/depth_cells.h"
+#include "factory/grid_corners.h"
 #include "factory/nominal_grid.h"
 #include "simulation/random.h"
 #include "tests/support/literal_factory.h"

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <vector>
 
-#include "factory/factory_calibrator.h"
+#include "factory/engine.h"
 #include "simulation/scanner.h"
 #include "tests/support/literal_factory.h"
 

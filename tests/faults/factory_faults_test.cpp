@@ -7,7 +7,9 @@
 
 #include "factory/cell_indicators.h"
 #include "factory/corner_optimisation.h"
+#include "factory/cell_planes.h"
 #include "factory/depth_cells.h"
+#include "factory/grid_corners.h"
 #include "factory/fan_sectors.h"
 #include "factory/nominal_grid.h"
 #include "fit/plane_fit.h"

@@ -7,7 +7,7 @@
 #include <new>
 #include <vector>
 
-#include "factory/factory_calibrator.h"
+#include "factory/engine.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
 #include "kestrane/factory_calib.h"

@@ -1,4 +1,4 @@
-#include "factory/factory_calibrator.h"
+#include "factory/engine.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,9 +6,11 @@
 #include <utility>
 
 #include "factory/cell_indicators.h"
+#include "factory/cell_planes.h"
 #include "factory/corner_optimisation.h"
 #include "factory/depth_cells.h"
 #include "factory/fan_sectors.h"
+#include "factory/grid_corners.h"
 #include "factory/nominal_grid.h"
 #include "fit/laser_geometry_fitter.h"
 #include "records/carving.h"

@@ -1,5 +1,5 @@
 // The exported class: checks, then the engine, then a status.
-#include "factory/factory_calibrator.h"
+#include "factory/engine.h"
 #include "kestrane/factory_calib.h"
 
 namespace kestrane {
