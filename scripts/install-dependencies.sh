@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that the build and the tests need, and only those that are missing.
-#   install-dependencies.sh [group...]   with the packages of a group beside them: fuzz, check,
-#                                        docs, package, abi, mutants
+# Sees to it that the Debian packages which the build and the tests need are there.
+#   install-dependencies.sh [--install] [group...]
+# With the packages of a group beside the common ones: fuzz, check, docs, package, abi, mutants.
+#
+# Missing packages are installed where nobody has to be asked: for root, with CI set, and with
+# --install (through sudo then). Elsewhere they are named, and the exit status is 1.
 set -euo pipefail
 
 packages=(
@@ -10,9 +13,13 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 
+install=no
+[ "${1:-}" = --install ] && { install=yes; shift; }
+[ "$(id -u)" -eq 0 ] || [ -n "${CI:-}" ] && install=yes
+
 for group in "$@"; do
   case $group in
-    fuzz) packages+=(clang libclang-rt-14-dev) ;;
+    fuzz) packages+=(clang libclang-rt-dev) ;;
     check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3) ;;
     docs) packages+=(doxygen) ;;
     package) packages+=(git debhelper dpkg-dev fakeroot lintian) ;;
@@ -34,6 +41,12 @@ for package in "${packages[@]}"; do
   [ "$state" = installed ] || missing+=("$package")
 done
 [ ${#missing[@]} -gt 0 ] || exit 0
+
+if [ $install = no ]; then
+  echo "install-dependencies: these packages are missing: ${missing[*]}" >&2
+  echo "install-dependencies: make dependencies${*:+ GROUPS=\"$*\"} installs them" >&2
+  exit 1
+fi
 
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
