@@ -41,9 +41,9 @@ class KESTRANE_API KESTRANE_LASER_COMPENSATOR {
   /// @retval KESTRANE_ERR_NO_MEMORY  the store could not be had; only `init` may be called next
   _KESTRANE_STATUS init();
 
-  /// Copies the host's planes in, cells and counts as they stand, `grids` left out. The host
-  /// promises at most 100 planes, 15 lines and 50 cells. A plane without lines does not hand over
-  /// its `laser_plane_R`.
+  /// Copies the host's planes in, cells and counts as they stand, `grids` left out.
+  /// Precondition: at most 100 planes, 15 lines and 50 cells. A plane without lines does not hand
+  /// over its `laser_plane_R`.
   ///
   /// @retval KESTRANE_ERR_INVALID_PARAM  `plane_count` is 0; nothing has changed
   _KESTRANE_STATUS set_laser_plane_param(_MRV_LASER_PLANE_BLOCK_INFOS infos);
@@ -54,13 +54,13 @@ class KESTRANE_API KESTRANE_LASER_COMPENSATOR {
 
   /// Stores the condition, and makes planes first to last - 1 a fan: each gets an angle in
   /// proportion to its distance from the central plane first + (last - first) / 2. The angles of
-  /// other planes stay as they are. The host promises 0 <= first and last <= 100.
+  /// other planes stay as they are. Precondition: 0 <= first and last <= 100.
   _KESTRANE_STATUS set_compensate_param(_KESTRANE_COMPENSATE_PARAM param, std::int32_t first,
                                         std::int32_t last);
 
   /// Recomputes the cells of planes first to last - 1 in place, and the planes' pivots. A second
   /// call works on the result of the first: a new condition begins with set_laser_plane_param.
-  /// Cells whose a is 0.0 stay as they are. The host promises a range inside the table.
+  /// Cells whose a is 0.0 stay as they are. Precondition: a range inside the table.
   _KESTRANE_STATUS compensate(std::int32_t first, std::int32_t last);
 
   /// Copies the table out into the host's memory, which needs room for all of it, and sets the

@@ -58,7 +58,7 @@ class KESTRANE_API KESTRANE_LASER_FAC_CALIB {
   /// Calibrates one plane and overwrites its row of the table. Allocation failure leaves as the
   /// standard allocation exception, with the row as it was.
   ///
-  /// @param plane_index  row of the table; the host promises 0 to 99
+  /// @param plane_index  row of the table, 0 to 99 (a precondition)
   /// @param points       the measured points, read only; one whose x is not a number counts as
   ///                     dropped, and the `id` plays no part
   ///
@@ -72,8 +72,8 @@ class KESTRANE_API KESTRANE_LASER_FAC_CALIB {
   /// Copies out the block statistics (15 x 50) and the corners (16 x 51) of the latest run, which
   /// must have succeeded. On a failure nothing is written.
   ///
-  /// @param plane_index  the row of both records that is written; the host promises that it lies
-  ///                     inside the corner record too
+  /// @param plane_index  the row of both records that is written; precondition: it lies inside the
+  ///                     corner record too
   /// @param indicators   carved for 15 x 50; a block's figures are the largest (signed), mean and
   ///                     standard deviation of its points' signed distances, all 0.0 without points
   /// @param corners      carved for 16 x 51; a corner is (x, y, z)
@@ -88,7 +88,7 @@ class KESTRANE_API KESTRANE_LASER_FAC_CALIB {
                                   _LASER_PLANE_GRID_CORNERS_INFOS& corners);
 
   /// Copies out the grid record, the host's `grid_head` kept, and the first `infos.plane_count`
-  /// rows of the table. The host promises room for 15 x 50 cells a row and at most 100 rows; a row
+  /// rows of the table. Preconditions: room for 15 x 50 cells a row and at most 100 rows; a row
   /// that was never calibrated has no lines.
   ///
   /// @retval KESTRANE_ERR_NULL_POINTER  `planes` or `grids` is null; nothing has changed

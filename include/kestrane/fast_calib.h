@@ -55,7 +55,7 @@ class KESTRANE_API KestraneLaserFastCalibrator {
   /// @retval KESTRANE_ERR_NO_MEMORY  the block could not be had; nothing has changed
   _KESTRANE_STATUS init();
 
-  /// Copies counts, cells and grid record in, `laser_plane_R` left out. The host promises at most
+  /// Copies counts, cells and grid record in, `laser_plane_R` left out. Precondition: at most
   /// 100 planes, 15 lines and 50 cells.
   _KESTRANE_STATUS set_laser_plane_standard(const _MRV_LASER_PLANE_BLOCK_INFOS& infos);
 

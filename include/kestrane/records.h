@@ -12,7 +12,7 @@
 /// - Memory: a record owns nothing. The owner classes of buffers.h hold the memory of the library's
 ///   own records; memory behind `_MRV_` records and point arrays belongs to the host.
 /// - Counts: a count says how much of a line or table is in use. Only `plane_capacity` and
-///   `group_capacity` are ever tested; all other counts are the caller's promise.
+///   `group_capacity` are ever tested; all other counts are preconditions.
 
 #pragma once
 

@@ -6,7 +6,7 @@
 
 #include "compensation/cell_kernel.h"
 #include "records/carving.h"
-#include "records/promise.h"
+#include "records/expects.h"
 #include "records/table_copy.h"
 
 namespace kestrane {
@@ -81,8 +81,8 @@ bool LaserCompensator::init() {
 }
 
 void LaserCompensator::set_laser_plane_param(const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
-  KESTRANE_PROMISE(store_ != nullptr, "init has succeeded");
-  KESTRANE_PROMISE(fits(infos), "at most 100 planes, 15 lines and 50 cells");
+  KESTRANE_EXPECTS(store_ != nullptr, "init has succeeded");
+  KESTRANE_EXPECTS(fits(infos), "at most 100 planes, 15 lines and 50 cells");
   plane_count_ = infos.plane_count;
   for (std::int32_t p = 0; p < plane_count_; ++p) {
     const _MRV_LASER_PLANE_BLOCK_INFO& source = infos.planes[p];
@@ -97,7 +97,7 @@ void LaserCompensator::set_extrinsic_matrix(const _MRV_EXTRINSIC_PARAM& extrinsi
 
 void LaserCompensator::set_compensate_param(const _KESTRANE_COMPENSATE_PARAM& param,
                                             std::int32_t first, std::int32_t last) {
-  KESTRANE_PROMISE(is_in_table(first, last), "planes of 0 to 99");
+  KESTRANE_EXPECTS(is_in_table(first, last), "planes of 0 to 99");
   param_ = param;
   const std::int64_t span = std::int64_t{last} - first;
   const std::int64_t centre = first + span / 2;
@@ -111,15 +111,15 @@ void LaserCompensator::set_compensate_param(const _KESTRANE_COMPENSATE_PARAM& pa
 
 void LaserCompensator::compensate(std::int32_t first, std::int32_t last) {
   if (first >= last) return;
-  KESTRANE_PROMISE(store_ != nullptr, "init has succeeded");
-  KESTRANE_PROMISE(is_in_table(first, last), "planes of 0 to 99");
+  KESTRANE_EXPECTS(store_ != nullptr, "init has succeeded");
+  KESTRANE_EXPECTS(is_in_table(first, last), "planes of 0 to 99");
   const double scale = scale_of(param_);
   const std::int32_t end = std::min(last, kMaxPlanes);
   for (std::int32_t p = std::max(first, 0); p < end; ++p) compensate_plane(p, scale);
 }
 
 void LaserCompensator::get_compensate_result(_MRV_LASER_PLANE_BLOCK_INFOS& infos) const {
-  KESTRANE_PROMISE(store_ != nullptr, "init has succeeded");
+  KESTRANE_EXPECTS(store_ != nullptr, "init has succeeded");
   infos.plane_count = plane_count_;
   for (std::int32_t p = 0; p < plane_count_; ++p) {
     copy_table(planes_[p].block, infos.planes[p].block);

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "kestrane/fast_calib.h"
-#include "records/promise.h"
+#include "records/expects.h"
 
 namespace kestrane {
 
@@ -31,7 +31,7 @@ _KESTRANE_STATUS KESTRANE_LASER_FAST_CALIB::init() {
 
 _KESTRANE_STATUS KESTRANE_LASER_FAST_CALIB::set_laser_plane_standard(
     _MRV_LASER_PLANE_BLOCK_INFOS infos) {
-  KESTRANE_PROMISE(engine != nullptr, "set_laser_plane_standard comes after init");
+  KESTRANE_EXPECTS(engine != nullptr, "set_laser_plane_standard comes after init");
   return engine->set_laser_plane_standard(infos);
 }
 
@@ -43,13 +43,13 @@ _KESTRANE_STATUS KESTRANE_LASER_FAST_CALIB::fast_calib(
 }
 
 _KESTRANE_STATUS KESTRANE_LASER_FAST_CALIB::get_transform_param(_MRV_TRANSFORM& out) {
-  KESTRANE_PROMISE(engine != nullptr, "get_transform_param comes after init");
+  KESTRANE_EXPECTS(engine != nullptr, "get_transform_param comes after init");
   return engine->get_transform_param(out);
 }
 
 _KESTRANE_STATUS KESTRANE_LASER_FAST_CALIB::get_calib_indicator(double& mean, double& max,
                                                                 double& deviation) {
-  KESTRANE_PROMISE(engine != nullptr, "get_calib_indicator comes after init");
+  KESTRANE_EXPECTS(engine != nullptr, "get_calib_indicator comes after init");
   return engine->get_calib_indicator(mean, max, deviation);
 }
 

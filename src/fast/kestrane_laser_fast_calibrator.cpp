@@ -12,7 +12,7 @@
 #include "fit/coefficient_calibration.h"
 #include "kestrane/fast_calib.h"
 #include "records/carving.h"
-#include "records/promise.h"
+#include "records/expects.h"
 
 namespace kestrane {
 namespace {
@@ -60,9 +60,9 @@ _MRV_EXTRINSIC_PARAM extrinsic_of(const Eigen::Matrix4d& transform) {
 
 void write_slot(const _MRV_EXTRINSIC_PARAM& extrinsic, std::int64_t plane,
                 _COMPENSATOR_COEFFS& coeffs) {
-  KESTRANE_PROMISE(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
+  KESTRANE_EXPECTS(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
   if (plane < 0 || plane >= kMaxPlanes) return;
-  KESTRANE_PROMISE(coeffs.Mbs_factory_to_user != nullptr,
+  KESTRANE_EXPECTS(coeffs.Mbs_factory_to_user != nullptr,
                    "a coefficient record has its transforms");
   double* slot = coeffs.Mbs_factory_to_user + 12 * plane;
   std::copy_n(extrinsic.T, 3, std::copy_n(extrinsic.R, 9, slot));
@@ -96,7 +96,7 @@ int KestraneLaserFastCalibrator::alloc_buf_size(void* block, bool carve) {
 
 _KESTRANE_STATUS KestraneLaserFastCalibrator::set_laser_plane_standard(
     const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
-  KESTRANE_PROMISE(standard != nullptr, "set_laser_plane_standard comes after init");
+  KESTRANE_EXPECTS(standard != nullptr, "set_laser_plane_standard comes after init");
   copy_standard(infos, *standard);
   return KESTRANE_OK;
 }
@@ -153,7 +153,7 @@ _KESTRANE_STATUS KestraneLaserFastCalibrator::calib_Rt(const FrameLists& frames,
   const _KESTRANE_STATUS checked =
       check_coefficients(frames, first_plane, last_plane, coeffs_in, coeffs_out);
   if (checked != KESTRANE_OK) return checked;
-  KESTRANE_PROMISE(standard != nullptr, "calib_Rt comes after init");
+  KESTRANE_EXPECTS(standard != nullptr, "calib_Rt comes after init");
   PointSets points;
   if (!collect_plane_points(frames, points)) return KESTRANE_ERR_FIT_FAILED;
   Eigen::Matrix4d transform;
@@ -170,7 +170,7 @@ void KestraneLaserFastCalibrator::cal_residual(const PointSets& points,
                                                const std::int32_t& /*last_plane*/,
                                                _MRV_EXTRINSIC_PARAM motion,
                                                ResidualSets& residuals) {
-  KESTRANE_PROMISE(standard != nullptr, "cal_residual comes after init");
+  KESTRANE_EXPECTS(standard != nullptr, "cal_residual comes after init");
   const ResidualIndicators measured =
       measure_residuals(points, *standard, first_plane, motion, residuals);
   residual_mean = measured.mean;
@@ -189,7 +189,7 @@ void KestraneLaserFastCalibrator::filter_point_by_frame(const FrameLists& frames
                                                         const std::int32_t& first_plane,
                                                         const std::int32_t& /*last_plane*/,
                                                         FrameLists& filtered) {
-  KESTRANE_PROMISE(standard != nullptr, "calib_Rt comes after init");
+  KESTRANE_EXPECTS(standard != nullptr, "calib_Rt comes after init");
   const std::optional<ResidualIndicators> last =
       filter_frames(frames, *standard, first_plane, filtered);
   if (!last) return;

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <optional>
 
-#include "records/promise.h"
+#include "records/expects.h"
 #include "records/shapes.h"
 
 namespace kestrane {
@@ -38,7 +38,7 @@ bool is_empty(const _LASER_TRIPLE& cell) {
 
 const _LASER_TRIPLE* cell_at(const _LASER_PLANE_BLOCK_INFOS& standard, std::int32_t plane,
                              CellIndex index) {
-  KESTRANE_PROMISE(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
+  KESTRANE_EXPECTS(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
   if (plane < 0 || plane >= kMaxPlanes) return nullptr;
   const _LASER_TRIPLE& cell = standard.planes[plane].block.lines[index.line].cells[index.cell];
   return is_empty(cell) ? nullptr : &cell;

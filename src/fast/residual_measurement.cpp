@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "fast/plane_cell.h"
-#include "records/promise.h"
+#include "records/expects.h"
 
 namespace kestrane {
 
@@ -53,7 +53,7 @@ ResidualIndicators measure_residuals(const PointSets& points,
                                      std::int32_t first_plane,
                                      const _MRV_EXTRINSIC_PARAM& extrinsic,
                                      ResidualSets& residuals) {
-  KESTRANE_PROMISE(residuals.size() >= points.size(), "there is a residual row per point matrix");
+  KESTRANE_EXPECTS(residuals.size() >= points.size(), "there is a residual row per point matrix");
   MovedPlane plane(standard, extrinsic);
   ResidualMeter meter;
   for (std::size_t i = 0; i < points.size(); ++i) {

@@ -1,20 +1,20 @@
 #include "fast/standard_store.h"
 
 #include "records/carving.h"
-#include "records/promise.h"
+#include "records/expects.h"
 #include "records/table_copy.h"
 
 namespace kestrane {
 namespace {
 
-void promise_room(const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
-  KESTRANE_PROMISE(infos.grids != nullptr, "a standard has its grid record");
-  KESTRANE_PROMISE(infos.plane_count <= kMaxPlanes, "a standard has at most 100 planes");
+void expect_room(const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
+  KESTRANE_EXPECTS(infos.grids != nullptr, "a standard has its grid record");
+  KESTRANE_EXPECTS(infos.plane_count <= kMaxPlanes, "a standard has at most 100 planes");
   for (std::int32_t p = 0; p < infos.plane_count; ++p) {
     const _LASER_LINES_INFOS& table = infos.planes[p].block;
-    KESTRANE_PROMISE(table.count <= kBlocks.lines, "a standard has at most 15 lines a plane");
+    KESTRANE_EXPECTS(table.count <= kBlocks.lines, "a standard has at most 15 lines a plane");
     for (std::int32_t j = 0; j < table.count; ++j) {
-      KESTRANE_PROMISE(table.lines[j].count <= kBlocks.cells,
+      KESTRANE_EXPECTS(table.lines[j].count <= kBlocks.cells,
                        "a standard has at most 50 cells a line");
     }
   }
@@ -39,7 +39,7 @@ std::int64_t lay_out_standard(void* block, _LASER_PLANE_BLOCK_INFOS*& standard) 
 }
 
 void copy_standard(const _MRV_LASER_PLANE_BLOCK_INFOS& from, _LASER_PLANE_BLOCK_INFOS& to) {
-  promise_room(from);
+  expect_room(from);
   to.plane_count = from.plane_count;
   for (std::int32_t p = 0; p < from.plane_count; ++p) {
     copy_table(from.planes[p].block, to.planes[p].block);

@@ -7,7 +7,7 @@
 
 #include "files/reading.h"
 #include "kestrane/files.h"
-#include "records/promise.h"
+#include "records/expects.h"
 #include "records/shapes.h"
 #include "records/transform_slots.h"
 
@@ -90,7 +90,7 @@ Reading take_transform(InputFile& in, double* slot) {
 Reading take_transforms(InputFile& in, double* store) {
   std::int32_t count = 0;
   Reading done = take_count(in, kTransformSlots, count);
-  KESTRANE_PROMISE(count < 1 || store != nullptr, "a coefficient record has its transforms");
+  KESTRANE_EXPECTS(count < 1 || store != nullptr, "a coefficient record has its transforms");
   for (std::int32_t m = 0; done == Reading::kWhole && m < count; ++m)
     done = take_transform(in, transform_slot(store, m));
   return done;
@@ -99,11 +99,11 @@ Reading take_transforms(InputFile& in, double* store) {
 void put_count(OutputFile& out, std::int32_t count) { out.put(&count, sizeof count); }
 
 void put_plane(OutputFile& out, const _LASER_LINES_INFOS& plane) {
-  KESTRANE_PROMISE(plane.count <= kCorners.lines, "a coefficient table has at most 16 lines");
+  KESTRANE_EXPECTS(plane.count <= kCorners.lines, "a coefficient table has at most 16 lines");
   put_count(out, plane.count);
   for (std::int32_t j = 0; j < plane.count; ++j) {
     const _LASER_LINE_INFOS& line = plane.lines[j];
-    KESTRANE_PROMISE(line.count <= kCorners.cells, "a coefficient line has at most 51 cells");
+    KESTRANE_EXPECTS(line.count <= kCorners.cells, "a coefficient line has at most 51 cells");
     put_count(out, line.count);
     if (line.count > 0) out.put(line.cells, static_cast<std::size_t>(line.count) * kCellSize);
   }
@@ -114,7 +114,7 @@ void put_plane(OutputFile& out, const _LASER_LINES_INFOS& plane) {
 void put_planes(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
   const _LASER_PLANE_GRID_OPT_COEFFS_INFOS& table = *record.opt_coeffs;
   const std::int32_t room = std::max(table.plane_capacity, record.plane_capacity);
-  KESTRANE_PROMISE(table.plane_count <= room,
+  KESTRANE_EXPECTS(table.plane_count <= room,
                    "a coefficient table's count stays within its capacity");
   put_count(out, table.plane_count);
   const std::int32_t rows = entries_within(table.plane_count, room);
@@ -122,7 +122,7 @@ void put_planes(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
 }
 
 void put_ranges(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
-  KESTRANE_PROMISE(record.range_count <= kMaxRanges, "a coefficient record has at most 20 ranges");
+  KESTRANE_EXPECTS(record.range_count <= kMaxRanges, "a coefficient record has at most 20 ranges");
   put_count(out, record.range_count);
   const std::int32_t ranges = entries_within(record.range_count, kMaxRanges);
   for (std::int32_t r = 0; r < ranges; ++r) {
@@ -132,8 +132,8 @@ void put_ranges(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
 }
 
 void put_transforms(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
-  KESTRANE_PROMISE(record.plane_count <= kTransformSlots, "a device has at most 100 planes");
-  KESTRANE_PROMISE(record.Mbs_factory_to_user != nullptr,
+  KESTRANE_EXPECTS(record.plane_count <= kTransformSlots, "a device has at most 100 planes");
+  KESTRANE_EXPECTS(record.Mbs_factory_to_user != nullptr,
                    "a coefficient record has its transforms");
   put_count(out, record.plane_count);
   const std::int32_t slots = entries_within(record.plane_count, kTransformSlots);

@@ -6,7 +6,7 @@
 #include "files/number_text.h"
 #include "files/reading.h"
 #include "kestrane/files.h"
-#include "records/promise.h"
+#include "records/expects.h"
 #include "records/shapes.h"
 
 namespace kestrane {
@@ -80,13 +80,13 @@ void put_cell(OutputFile& out, const _LASER_TRIPLE& cell) {
 }
 
 void put_line(OutputFile& out, const _LASER_LINE_INFOS& line) {
-  KESTRANE_PROMISE(line.count <= kBlocks.cells, "a block line has at most 50 cells");
+  KESTRANE_EXPECTS(line.count <= kBlocks.cells, "a block line has at most 50 cells");
   put_number(out, line.count, '\n');
   for (std::int32_t k = 0; k < line.count; ++k) put_cell(out, line.cells[k]);
 }
 
 void put_plane(OutputFile& out, const _LASER_PLANE_BLOCK_INFO& plane) {
-  KESTRANE_PROMISE(plane.block.count <= kBlocks.lines, "a block table has at most 15 lines");
+  KESTRANE_EXPECTS(plane.block.count <= kBlocks.lines, "a block table has at most 15 lines");
   put_number(out, plane.block.count, '\n');
   for (std::int32_t j = 0; j < plane.block.count; ++j) put_line(out, plane.block.lines[j]);
   put_number(out, plane.laser_plane_R[0], ' ');
@@ -110,7 +110,7 @@ _KESTRANE_STATUS read_plane_blocks(InputFile& in, _LASER_PLANE_BLOCK_INFOS& reco
 _KESTRANE_STATUS read_plane_block_infos(const std::string& path, _LASER_PLANE_BLOCK_INFOS& record) {
   const _KESTRANE_STATUS checked = check_record(record);
   if (checked != KESTRANE_OK) return checked;
-  KESTRANE_PROMISE(record.plane_count <= record.plane_capacity,
+  KESTRANE_EXPECTS(record.plane_count <= record.plane_capacity,
                    "a plane table's count stays within its capacity");
   InputFile in(path);
   if (!in.is_open()) return KESTRANE_ERR_FILE_OPEN;
@@ -120,7 +120,7 @@ _KESTRANE_STATUS read_plane_block_infos(const std::string& path, _LASER_PLANE_BL
 _KESTRANE_STATUS save_plane_block_infos(_LASER_PLANE_BLOCK_INFOS& record, const std::string& path) {
   const _KESTRANE_STATUS checked = check_record(record);
   if (checked != KESTRANE_OK) return checked;
-  KESTRANE_PROMISE(record.plane_count <= record.plane_capacity,
+  KESTRANE_EXPECTS(record.plane_count <= record.plane_capacity,
                    "a plane table's count stays within its capacity");
   OutputFile out(path);
   if (!out.is_open()) return KESTRANE_ERR_FILE_OPEN;

@@ -39,7 +39,7 @@ struct PointSums {
   double y = 0.0;
   double z = 0.0;
 
-  void add(const double* point) {  // order fixed: the centroid is promised to the last bit
+  void add(const double* point) {  // order fixed: the centroid is fixed to the last bit
     x += point[0];
     y += point[1];
     z += point[2];

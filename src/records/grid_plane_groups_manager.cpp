@@ -3,8 +3,8 @@
 
 #include "kestrane/buffers.h"
 #include "records/carving.h"
+#include "records/expects.h"
 #include "records/plane_store.h"
-#include "records/promise.h"
 
 namespace kestrane {
 namespace {
@@ -50,7 +50,7 @@ _KESTRANE_STATUS LASER_GRID_PLANE_GROUPS_MANAGER::get_laser_grid_plane_groups(
   if (count > group_capacity) return KESTRANE_ERR_INVALID_PARAM;
   group_count = count;
   for (std::int32_t i = 0; i < count; ++i) {
-    KESTRANE_PROMISE(groups[i] != nullptr, "groups are handed out after a successful init");
+    KESTRANE_EXPECTS(groups[i] != nullptr, "groups are handed out after a successful init");
     _LASER_PLANE_GRID_CORNERS_INFOS& table = *groups[i];
     if (planes > table.plane_capacity) return KESTRANE_ERR_INVALID_PARAM;
     table.plane_count = planes;

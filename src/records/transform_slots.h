@@ -16,8 +16,8 @@ inline constexpr std::int32_t kTransformSlots = kMaxPlanes;
 
 inline constexpr std::int32_t kMaxRanges = 20;  // plane ranges of a coefficient record
 
-// How many of `count` entries a store of `room` really has: what a broken promise claims beyond it
-// is never touched.
+// How many of `count` entries a store of `room` really has: what a violated precondition claims
+// beyond it is never touched.
 inline std::int32_t entries_within(std::int32_t count, std::int32_t room) {
   return std::clamp(count, 0, room);
 }

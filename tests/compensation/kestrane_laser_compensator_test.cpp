@@ -694,7 +694,7 @@ TEST(Compensate, EqualsTheTranscriptionInEveryBitOnAwkwardConditions) {
   }
 }
 
-// --- promises of the host
+// --- preconditions
 
 #ifdef KESTRANE_CHECKED
 

@@ -111,7 +111,8 @@ TEST(CoefficientFile, RefusesAnotherPlaneCountAndKeepsItInTheTableOnly) {
   EXPECT_TRUE(target.all_bytes() == expected.all_bytes());
 }
 
-// The count of a refused file is the table's now; a host that saves all the same breaks a promise.
+// The count of a refused file is the table's now; a host that saves all the same violates a
+// precondition.
 TEST(CoefficientFile, TouchesNoRowBeyondTheRecordAfterARefusedFile) {
   const TemporaryFolder folder;
   Coefficients target(3, 2, kOld);

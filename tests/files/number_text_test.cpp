@@ -212,7 +212,7 @@ TEST(PutPlainDecimal, LeavesWhatLiesTooNearToAMiddle) {
   }
 }
 
-// It may write more than the text, but not beyond the room that its caller promises.
+// It may write more than the text, but not beyond the room that its caller grants.
 TEST(FormatNumber, WritesNothingBehindItsRoom) {
   simulation::Random random(8);
   char text[64];

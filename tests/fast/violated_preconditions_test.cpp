@@ -1,4 +1,4 @@
-// What the host promises, broken in a build that does not check it: harmless where a cheap choice
+// Preconditions violated in a build that does not check them: harmless where a cheap choice
 // makes it so.
 #include "kestrane/fast_calib.h"
 #include "tests/fast/fast_support.h"
@@ -12,7 +12,7 @@ using kestrane::KestraneLaserFastCalibrator;
 constexpr std::int32_t kLowest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t kHighest = std::numeric_limits<std::int32_t>::max();
 
-TEST(FastBrokenPromises, FindNoCellOnAPlaneThatTheTableCannotHold) {
+TEST(FastViolatedPreconditions, FindNoCellOnAPlaneThatTheTableCannotHold) {
   KestraneLaserFastCalibrator engine;
   ASSERT_EQ(engine.init(), KESTRANE_OK);
   fast_scene::Standard standard = flat_standard(100);
@@ -32,7 +32,7 @@ TEST(FastBrokenPromises, FindNoCellOnAPlaneThatTheTableCannotHold) {
   }
 }
 
-TEST(FastBrokenPromises, WriteNoSlotForAPlaneThatHasNone) {
+TEST(FastViolatedPreconditions, WriteNoSlotForAPlaneThatHasNone) {
   KestraneLaserFastCalibrator engine;
   ASSERT_EQ(engine.init(), KESTRANE_OK);
   fast_scene::Standard standard = flat_standard(100);

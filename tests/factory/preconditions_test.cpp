@@ -1,4 +1,4 @@
-// What the host promises: a checked build names the broken promise before memory is touched.
+// What the host owes: a checked build names the violated precondition before memory is touched.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -17,14 +17,14 @@ simulation::Cloud cloud() {
   return simulation::measure(simulation::make_device({})[0], settings);
 }
 
-TEST(FactoryPromisesDeathTest, NamesARunBeforeInit) {
+TEST(FactoryPreconditionsDeathTest, NamesARunBeforeInit) {
   KESTRANE_LASER_FAC_CALIB calib;
   simulation::Cloud points = cloud();
   EXPECT_DEATH(calib.factory_calib(0, simulation::record_of(points)),
                "factory_calib comes after init");
 }
 
-TEST(FactoryPromisesDeathTest, NamesAPlaneIndexOutsideTheTable) {
+TEST(FactoryPreconditionsDeathTest, NamesAPlaneIndexOutsideTheTable) {
   KESTRANE_LASER_FAC_CALIB calib;
   ASSERT_EQ(calib.init(), KESTRANE_OK);
   simulation::Cloud points = cloud();
@@ -34,14 +34,14 @@ TEST(FactoryPromisesDeathTest, NamesAPlaneIndexOutsideTheTable) {
   }
 }
 
-TEST(FactoryPromisesDeathTest, NamesANegativePointCount) {
+TEST(FactoryPreconditionsDeathTest, NamesANegativePointCount) {
   KESTRANE_LASER_FAC_CALIB calib;
   ASSERT_EQ(calib.init(), KESTRANE_OK);
   _KESTRANE_ID_POINT3D point{};
   EXPECT_DEATH(calib.factory_calib(0, {&point, -1}), "a point count is not negative");
 }
 
-TEST(FactoryPromisesDeathTest, NamesATableReadBeforeInitOrBeyondItsPlanes) {
+TEST(FactoryPreconditionsDeathTest, NamesATableReadBeforeInitOrBeyondItsPlanes) {
   KESTRANE_LASER_FAC_CALIB calib;
   std::vector<_MRV_LASER_PLANE_BLOCK_INFO> rows(1);
   kestrane::_LASER_PLANE_GRIDS grids{};
@@ -52,7 +52,7 @@ TEST(FactoryPromisesDeathTest, NamesATableReadBeforeInitOrBeyondItsPlanes) {
   EXPECT_DEATH(calib.get_laser_plane_infos(infos), "a plane count is at most 100");
 }
 
-TEST(FactoryPromisesDeathTest, NamesIndicatorsOfAFailedRunAndACornerRecordThatIsTooShort) {
+TEST(FactoryPreconditionsDeathTest, NamesIndicatorsOfAFailedRunAndACornerRecordThatIsTooShort) {
   KESTRANE_LASER_FAC_CALIB calib;
   ASSERT_EQ(calib.init(), KESTRANE_OK);
   simulation::Cloud points = cloud();

@@ -1,4 +1,4 @@
-// What the host promises: a checked build names the broken promise before memory is touched.
+// What the host owes: a checked build names the violated precondition before memory is touched.
 #include "tests/fast/fast_support.h"
 #include "tests/support/fast_literal.h"
 
@@ -8,7 +8,7 @@ using namespace fast_support;
 using kestrane::KESTRANE_LASER_FAST_CALIB;
 using kestrane::KestraneLaserFastCalibrator;
 
-TEST(FastPromisesDeathTest, NamesAFacadeWithoutAnEngine) {
+TEST(FastPreconditionsDeathTest, NamesAFacadeWithoutAnEngine) {
   fast_scene::Standard standard = flat_standard(1);
   KESTRANE_LASER_FAST_CALIB calib;
   _MRV_TRANSFORM transform;
@@ -20,7 +20,7 @@ TEST(FastPromisesDeathTest, NamesAFacadeWithoutAnEngine) {
                "get_calib_indicator comes after init");
 }
 
-TEST(FastPromisesDeathTest, NamesAnEngineWithoutABlock) {
+TEST(FastPreconditionsDeathTest, NamesAnEngineWithoutABlock) {
   fast_scene::Standard standard = flat_standard(1);
   KestraneLaserFastCalibrator engine;
   ResidualSets residuals(1);
@@ -32,7 +32,7 @@ TEST(FastPromisesDeathTest, NamesAnEngineWithoutABlock) {
       "cal_residual comes after init");
 }
 
-TEST(FastPromisesDeathTest, NamesAStandardBeyondTheBlock) {
+TEST(FastPreconditionsDeathTest, NamesAStandardBeyondTheBlock) {
   fast_scene::Standard standard = flat_standard(1);
   KESTRANE_LASER_FAST_CALIB calib;
   ASSERT_EQ(calib.init(), KESTRANE_OK);
@@ -48,7 +48,7 @@ TEST(FastPromisesDeathTest, NamesAStandardBeyondTheBlock) {
   EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has its grid record");
 }
 
-TEST(FastPromisesDeathTest, NamesAPlaneOutsideTheTable) {
+TEST(FastPreconditionsDeathTest, NamesAPlaneOutsideTheTable) {
   fast_scene::Standard standard = flat_standard(1);
   KESTRANE_LASER_FAST_CALIB calib;
   ASSERT_EQ(calib.init(), KESTRANE_OK);
@@ -70,7 +70,7 @@ List crossing_list() {
   return list;
 }
 
-TEST(FastPromisesDeathTest, NamesWhatTheVariantWithCoefficientsLacks) {
+TEST(FastPreconditionsDeathTest, NamesWhatTheVariantWithCoefficientsLacks) {
   fast_scene::Standard standard = flat_standard(1);
   KestraneLaserFastCalibrator engine;
   kestrane::_LASER_PLANE_GRID_OPT_COEFFS_INFOS table{};
@@ -92,7 +92,7 @@ TEST(FastPromisesDeathTest, NamesWhatTheVariantWithCoefficientsLacks) {
   EXPECT_DEATH(engine.calib_Rt(lists, -1, 0, 0.0, coeffs, coeffs), "a plane number is 0 to 99");
 }
 
-TEST(FastPromisesDeathTest, NamesMissingResidualRows) {
+TEST(FastPreconditionsDeathTest, NamesMissingResidualRows) {
   fast_scene::Standard standard = flat_standard(1);
   KestraneLaserFastCalibrator engine;
   ASSERT_EQ(engine.init(), KESTRANE_OK);

@@ -1,4 +1,4 @@
-// What the host promises: a checked build names the broken promise before memory is touched.
+// What the host owes: a checked build names the violated precondition before memory is touched.
 #include <gtest/gtest.h>
 
 #include "kestrane/files.h"
@@ -8,9 +8,9 @@
 namespace kestrane {
 namespace {
 
-class FilePromisesDeathTest : public testing::Test {
+class FilePreconditionsDeathTest : public testing::Test {
  protected:
-  FilePromisesDeathTest() { EXPECT_EQ(blocks.init(2), KESTRANE_OK); }
+  FilePreconditionsDeathTest() { EXPECT_EQ(blocks.init(2), KESTRANE_OK); }
 
   const TemporaryFolder folder;
   const std::string path = folder.file("record", "");
@@ -18,7 +18,7 @@ class FilePromisesDeathTest : public testing::Test {
   LASER_PLANE_BLOCK_INFOS_GROUP blocks;
 };
 
-TEST_F(FilePromisesDeathTest, NamesACoefficientTableBeyondItsCarving) {
+TEST_F(FilePreconditionsDeathTest, NamesACoefficientTableBeyondItsCarving) {
   coefficients->opt_coeffs->planes[1].count = 17;
   EXPECT_DEATH(save_compensator_coeffs(*coefficients, path),
                "a coefficient table has at most 16 lines");
@@ -27,18 +27,18 @@ TEST_F(FilePromisesDeathTest, NamesACoefficientTableBeyondItsCarving) {
                "a coefficient line has at most 51 cells");
 }
 
-TEST_F(FilePromisesDeathTest, NamesMoreRangesThanARecordHolds) {
+TEST_F(FilePreconditionsDeathTest, NamesMoreRangesThanARecordHolds) {
   coefficients->range_count = 21;
   EXPECT_DEATH(save_compensator_coeffs(*coefficients, path),
                "a coefficient record has at most 20 ranges");
 }
 
-TEST_F(FilePromisesDeathTest, NamesMoreTransformsThanARecordHolds) {
+TEST_F(FilePreconditionsDeathTest, NamesMoreTransformsThanARecordHolds) {
   coefficients->plane_count = coefficients->plane_capacity = 101;
   EXPECT_DEATH(save_compensator_coeffs(*coefficients, path), "a device has at most 100 planes");
 }
 
-TEST_F(FilePromisesDeathTest, NamesARecordWithoutTransforms) {
+TEST_F(FilePreconditionsDeathTest, NamesARecordWithoutTransforms) {
   ASSERT_EQ(save_compensator_coeffs(*coefficients, path), KESTRANE_OK);
   coefficients->Mbs_factory_to_user = nullptr;
   EXPECT_DEATH(read_compensator_coeffs(path, *coefficients),
@@ -47,14 +47,14 @@ TEST_F(FilePromisesDeathTest, NamesARecordWithoutTransforms) {
                "a coefficient record has its transforms");
 }
 
-TEST_F(FilePromisesDeathTest, NamesATableOfBlocksBeyondItsCarving) {
+TEST_F(FilePreconditionsDeathTest, NamesATableOfBlocksBeyondItsCarving) {
   blocks.planes[1].block.count = 16;
   EXPECT_DEATH(save_plane_block_infos(blocks, path), "a block table has at most 15 lines");
   blocks.planes[0].block.lines[14].count = 51;
   EXPECT_DEATH(save_plane_block_infos(blocks, path), "a block line has at most 50 cells");
 }
 
-TEST_F(FilePromisesDeathTest, NamesMoreRowsOfBlocksThanTheRecordHolds) {
+TEST_F(FilePreconditionsDeathTest, NamesMoreRowsOfBlocksThanTheRecordHolds) {
   blocks.plane_count = 3;
   EXPECT_DEATH(save_plane_block_infos(blocks, path),
                "a plane table's count stays within its capacity");

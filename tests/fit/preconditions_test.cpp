@@ -1,4 +1,4 @@
-// What the host promises: a checked build names the broken promise before memory is touched.
+// What the host owes: a checked build names the violated precondition before memory is touched.
 #include <gtest/gtest.h>
 
 #include "fit/coefficient_calibration.h"
@@ -8,9 +8,9 @@
 namespace kestrane {
 namespace {
 
-class CoefficientPromisesDeathTest : public testing::Test {
+class CoefficientPreconditionsDeathTest : public testing::Test {
  protected:
-  CoefficientPromisesDeathTest() {
+  CoefficientPreconditionsDeathTest() {
     EXPECT_EQ(indicators.init(2), KESTRANE_OK);
     EXPECT_EQ(corners.init(2), KESTRANE_OK);
   }
@@ -23,36 +23,36 @@ class CoefficientPromisesDeathTest : public testing::Test {
   Coefficients result{2, 2, 2};
 };
 
-TEST_F(CoefficientPromisesDeathTest, NamesASourceWithMoreRowsThanItHolds) {
+TEST_F(CoefficientPreconditionsDeathTest, NamesASourceWithMoreRowsThanItHolds) {
   source->opt_coeffs->plane_count = 3;
   EXPECT_DEATH(calibrate(), "a coefficient table's count stays within its capacity");
 }
 
-TEST_F(CoefficientPromisesDeathTest, NamesASourceBeyondItsCarving) {
+TEST_F(CoefficientPreconditionsDeathTest, NamesASourceBeyondItsCarving) {
   source->opt_coeffs->planes[1].count = 17;
   EXPECT_DEATH(calibrate(), "a coefficient table has at most 16 lines");
   source->opt_coeffs->planes[0].lines[15].count = 52;
   EXPECT_DEATH(calibrate(), "a coefficient line has at most 51 cells");
 }
 
-TEST_F(CoefficientPromisesDeathTest, NamesMoreRangesThanARecordHolds) {
+TEST_F(CoefficientPreconditionsDeathTest, NamesMoreRangesThanARecordHolds) {
   source->range_count = 21;
   EXPECT_DEATH(calibrate(), "a coefficient record has at most 20 ranges");
 }
 
-TEST_F(CoefficientPromisesDeathTest, NamesMorePlanesThanADeviceHas) {
+TEST_F(CoefficientPreconditionsDeathTest, NamesMorePlanesThanADeviceHas) {
   source->plane_count = 101;
   EXPECT_DEATH(calibrate(), "a device has at most 100 planes");
 }
 
-TEST_F(CoefficientPromisesDeathTest, NamesAResultThatIsNotCarved) {
+TEST_F(CoefficientPreconditionsDeathTest, NamesAResultThatIsNotCarved) {
   result->Mbs_factory_to_user = nullptr;
   EXPECT_DEATH(calibrate(), "a coefficient record has its transforms");
   result->opt_coeffs = nullptr;
   EXPECT_DEATH(calibrate(), "the result record is carved");
 }
 
-TEST_F(CoefficientPromisesDeathTest, NamesAMeasuredPlaneWithoutCornersOrCoefficients) {
+TEST_F(CoefficientPreconditionsDeathTest, NamesAMeasuredPlaneWithoutCornersOrCoefficients) {
   indicators.planes[1].lines[3].cells[5].v[1] = 0.25;
   corners.plane_count = 1;
   EXPECT_DEATH(calibrate(), "the corners hold every measured plane");

@@ -1,4 +1,4 @@
-// What the host promises: a checked build names the broken promise before memory is touched.
+// What the host owes: a checked build names the violated precondition before memory is touched.
 #include <gtest/gtest.h>
 
 #include "kestrane/buffers.h"
@@ -8,7 +8,7 @@ namespace {
 using kestrane::LASER_GRID_PLANE_GROUPS_MANAGER;
 
 // More planes than 32 bits count bytes for: the small block is had, the tables are not.
-TEST(GroupPromisesDeathTest, NamesGroupsOfAFailedInit) {
+TEST(GroupPreconditionsDeathTest, NamesGroupsOfAFailedInit) {
   LASER_GRID_PLANE_GROUPS_MANAGER groups;
   ASSERT_EQ(groups.init(2, 1 << 30), KESTRANE_ERR_NO_MEMORY);
   kestrane::_LASER_GRID_PLANE_GROUPS* out = nullptr;
