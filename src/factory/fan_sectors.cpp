@@ -12,7 +12,6 @@
 namespace kestrane {
 namespace {
 
-constexpr Eigen::Index kFewestSectorPoints = 200;
 constexpr double kEmptyPlane = 1e-12;
 constexpr std::int32_t kSectorFit = 1;  // fit_mode: banded, with rejection
 

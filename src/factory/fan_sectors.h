@@ -10,6 +10,9 @@
 
 namespace kestrane {
 
+// A sector with fewer points gets no fit of its own.
+inline constexpr Eigen::Index kFewestSectorPoints = 200;
+
 // Sorts every point into one of the 15 sectors between `fan_divider_normals`, in input order.
 //
 // laser_plane    whole-plane fit
