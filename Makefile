@@ -36,6 +36,8 @@ demo: ## build the demo alone and run the life of a simulated device; DEMO_ARGS=
 	@cmake --preset release >/dev/null
 	cmake --build --preset release -j $(JOBS) --target device_life
 	@build/release/examples/device_life $(DEMO_ARGS)
+	@echo 'Then: make test runs all tests; examples/first_table.cpp and its neighbours are the shortest'
+	@echo 'way into a host, README.md tells the rest.'
 
 bench: build ## each fast form beside a literal one; BENCH_ARGS="--benchmark_filter=..."
 	@for program in build/release/bench/*_bench; do $$program $(BENCH_ARGS) || exit 1; done

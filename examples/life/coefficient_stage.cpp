@@ -125,17 +125,21 @@ bool update_models(Life& life) {
   const ModelMoves moves = compare_models(life, *old_record, *new_record);
   // Slopes of a few micrometres per unit turn the line's normal by as much: a part in 100,000.
   constexpr double kRounding = 1e-6;
-  std::printf("\nCoefficients: models of corners follow one measurement at condition %.0f, mm\n",
-              kCondition);
   std::printf(
-      "  old models off by      rms %.5f, largest %.5f, a reading pulls with %.3f at most\n",
-      moves.before.rms(), moves.before.largest, kReadingLimit);
-  std::printf("  models moved by        rms %.5f, largest %.5f (%d models)\n", moves.moved.rms(),
-              moves.moved.largest, moves.moved.count);
-  std::printf("  from the expected move largest %.1e, bound %.0e%s\n", moves.difference.largest,
-              kRounding, judged(life, moves.difference.largest <= kRounding));
-  std::printf("  models of unmeasured corners: %d, changed: %d%s\n", moves.untouched, moves.changed,
-              judged(life, moves.changed == 0));
+      "\nCoefficients: line models of %d corners follow one reading at condition %.0f, mm\n",
+      moves.moved.count, kCondition);
+  std::printf("  readings off the old models by rms %.5f, largest %.5f\n", moves.before.rms(),
+              moves.before.largest);
+  std::printf("  models moved by                rms %.5f, largest %.5f\n", moves.moved.rms(),
+              moves.moved.largest);
+  std::printf(
+      "  A model follows slowly: a reading counts as one sample in %d, and as no more than\n"
+      "  %.2f mm off. From the move that this gives: largest %.1e, bound %.0e%s\n",
+      kSamples + 1, kReadingLimit, moves.difference.largest, kRounding,
+      judged(life, moves.difference.largest <= kRounding));
+  std::printf("  models of corners without a reading: %d, changed: %d%s\n", moves.untouched,
+              moves.changed, judged(life, moves.changed == 0));
+  life.seen.models = moves.moved.count;
   return true;
 }
 
@@ -198,9 +202,10 @@ bool store_table(Life& life, const std::string& path) {
   }
   constexpr double kSixDigits = 5.001e-6;  // half a unit of the sixth digit
   const double loss = largest_loss(life.table, read_back);
-  std::printf("  %s: %ju bytes, largest relative change %.1e, bound %.1e%s\n", path.c_str(),
-              static_cast<std::uintmax_t>(std::filesystem::file_size(path)), loss, kSixDigits,
-              judged(life, loss <= kSixDigits));
+  std::printf(
+      "  %s: %ju bytes of text with six digits, largest relative change %.1e,\n    bound %.1e%s\n",
+      path.c_str(), static_cast<std::uintmax_t>(std::filesystem::file_size(path)), loss, kSixDigits,
+      judged(life, loss <= kSixDigits));
   copy_from_owner(read_back, life.table);
   return true;
 }

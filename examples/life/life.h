@@ -38,6 +38,16 @@ struct FactoryRun {
   std::vector<std::vector<bool>> measured;  // per plane, its 15 x 50 cells that had points
 };
 
+// What the stages leave for the summary; RMS values in mm.
+struct Seen {
+  double table_error = 0.0;  // of the table that the device keeps, over all planes
+  int models = 0;            // of corners that were brought up to date
+  double knock = 0.0;        // true move of the sheets in the field
+  double knock_error = 0.0;
+  double warm_move = 0.0;  // true move of the sheets on the warmer day
+  double warm_error = 0.0;
+};
+
 // What the device has been through so far.
 struct Life {
   explicit Life(const Options& chosen) : options(chosen), table(chosen.planes) {}
@@ -47,7 +57,8 @@ struct Life {
   std::unique_ptr<FactoryRun> factory;                // the run whose table goes on
   HostTable table;                                    // the one that the device keeps
   kestrane::LASER_COMPENSATOR_COEFFS_MANAGER coeffs;  // the coefficients that the device keeps
-  int troubles = 0;                                   // failed calls and errors beyond their bounds
+  Seen seen;
+  int troubles = 0;  // failed calls and errors beyond their bounds
 };
 
 // Notes a call that failed; true when it succeeded.
@@ -69,6 +80,11 @@ struct Spread {
     squares += value * value;
     largest = std::max(largest, std::abs(value));
     ++count;
+  }
+  void add(const Spread& other) {
+    squares += other.squares;
+    largest = std::max(largest, other.largest);
+    count += other.count;
   }
   double rms() const { return count > 0 ? std::sqrt(squares / count) : 0.0; }
 };

@@ -114,7 +114,7 @@ TEST(DeviceLife, LivesThroughItsStagesWithinTheBounds) {
   EXPECT_THAT(life.output, HasSubstr("Coefficients"));
   EXPECT_THAT(life.output, HasSubstr("Fast calibration after a knock: 4 planes, 16000 points"));
   EXPECT_THAT(life.output,
-              HasSubstr("frames in 80, of them bad 8, kept by their mean residual 72"));
+              HasSubstr("frames in 80, displaced on purpose 8, kept by their mean residual 72"));
   EXPECT_THAT(life.output, HasSubstr("planes 0 to 3 hold one transform: yes"));
   EXPECT_THAT(life.output, HasSubstr("Compensation"));
   EXPECT_THAT(life.output, Not(HasSubstr("beyond the bound")));
@@ -141,12 +141,41 @@ TEST(DeviceLife, FailsWhereItsFilesCannotBeWritten) {
 TEST(DeviceLife, LivesWithTheRefinedTableToo) {
   const Ended life = device_life("--planes 4 --points 6000 --optimise");
   EXPECT_EQ(life.status, 0) << life.output;
-  EXPECT_THAT(life.output, HasSubstr("refined grid corners goes on"));
+  EXPECT_THAT(life.output, HasSubstr("keeps the table with refined corners"));
 }
 
 TEST(DeviceLife, LivesWithOnePlane) {
   const Ended life = device_life("--planes 1 --points 6000");
   EXPECT_EQ(life.status, 0) << life.output;
+}
+
+// The sheets run along y: a shift along it moves none of them, whatever its figure.
+TEST(DeviceLife, SetsApartTheMotionThatNoSheetShows) {
+  const Ended life = device_life("--planes 4 --points 6000");
+  EXPECT_THAT(life.output, HasSubstr("in neither column: a shift along y, true -0.02, found"));
+  EXPECT_THAT(life.output, Not(HasSubstr("neither column: a shift along x")));
+  EXPECT_THAT(life.output, Not(HasSubstr("neither column: a turn")));
+}
+
+// One sheet shows the shift across it and the turns about its own two directions, nothing else.
+TEST(DeviceLife, SetsApartThreeMotionsWhereThereIsOneSheet) {
+  const Ended life = device_life("--planes 1 --points 6000");
+  std::size_t apart = 0;
+  for (std::size_t at = 0; (at = life.output.find("in neither column", at)) != std::string::npos;
+       ++at) {
+    ++apart;
+  }
+  EXPECT_EQ(apart, 3u) << life.output;
+}
+
+TEST(DeviceLife, EndsWithWhatWasSeenAndWhatIsNext) {
+  const Ended life = device_life("--planes 2 --points 6000");
+  const std::size_t seen = life.output.find("What was seen");
+  const std::size_t next = life.output.find("Next: device_life --planes 100");
+  ASSERT_NE(seen, std::string::npos) << life.output;
+  ASSERT_NE(next, std::string::npos) << life.output;
+  EXPECT_LT(life.output.find("Compensation, device 15 K warmer"), seen);
+  EXPECT_LT(seen, next);
 }
 
 TEST(DeviceLife, ShowsProgressOnStandardErrorAlone) {
