@@ -157,6 +157,12 @@ _KESTRANE_STATUS read_coefficients(InputFile& in, _COMPENSATOR_COEFFS& record) {
   return done == Reading::kTooLarge ? KESTRANE_ERR_COUNT_MISMATCH : KESTRANE_OK;
 }
 
+void write_coefficients(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
+  put_planes(out, record);
+  put_ranges(out, record);
+  put_transforms(out, record);
+}
+
 _KESTRANE_STATUS read_compensator_coeffs(const std::string& path, _COMPENSATOR_COEFFS& record) {
   const _KESTRANE_STATUS checked = check_record(record);
   if (checked != KESTRANE_OK) return checked;
@@ -170,9 +176,7 @@ _KESTRANE_STATUS save_compensator_coeffs(_COMPENSATOR_COEFFS& record, const std:
   if (checked != KESTRANE_OK) return checked;
   OutputFile out(path);
   if (!out.is_open()) return KESTRANE_ERR_FILE_OPEN;
-  put_planes(out, record);
-  put_ranges(out, record);
-  put_transforms(out, record);
+  write_coefficients(out, record);
   return KESTRANE_OK;
 }
 

@@ -12,4 +12,7 @@ namespace kestrane {
 // What read_compensator_coeffs does once the file is open.
 _KESTRANE_STATUS read_coefficients(InputFile& in, _COMPENSATOR_COEFFS& record);
 
+// What save_compensator_coeffs does once the file is open.
+void write_coefficients(OutputFile& out, const _COMPENSATOR_COEFFS& record);
+
 }  // namespace kestrane

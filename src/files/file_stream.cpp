@@ -42,15 +42,16 @@ std::size_t read_some(int descriptor, char* to, std::size_t size) {
   return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
-bool write_all(int descriptor, const char* from, std::size_t size) {
+// 0, or the error number of a failure.
+int write_all(int descriptor, const char* from, std::size_t size) {
   while (size > 0) {
     const ssize_t done = ::write(descriptor, from, size);
     if (done < 0 && errno == EINTR) continue;
-    if (done <= 0) return false;
+    if (done <= 0) return done < 0 ? errno : ENOSPC;
     from += done;
     size -= static_cast<std::size_t>(done);
   }
-  return true;
+  return 0;
 }
 
 }  // namespace
@@ -80,12 +81,18 @@ void InputFile::refill(std::size_t wanted) {
 }
 
 OutputFile::OutputFile(const std::string& path)
-    : descriptor_(open_again_on_signal(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC)) {}
+    : descriptor_(open_again_on_signal(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC)) {
+  if (!is_open()) error_ = errno;
+}
 
-OutputFile::~OutputFile() {
-  if (!is_open()) return;
+OutputFile::~OutputFile() { finish(); }
+
+int OutputFile::finish() {
+  if (!is_open()) return error_;
   flush();
-  ::close(descriptor_);
+  if (::close(descriptor_) != 0 && error_ == 0) error_ = errno;
+  descriptor_ = -1;
+  return error_;
 }
 
 void OutputFile::put(const void* from, std::size_t size) {
@@ -101,7 +108,7 @@ void OutputFile::put(const void* from, std::size_t size) {
 }
 
 void OutputFile::flush() {
-  if (!failed_) failed_ = !write_all(descriptor_, buffer_, filled_);
+  if (error_ == 0) error_ = write_all(descriptor_, buffer_, filled_);
   filled_ = 0;
 }
 

@@ -66,7 +66,7 @@ class OutputFile {
   // Opens for writing and truncates; a file that does not exist is made.
   explicit OutputFile(const std::string& path);
 
-  // Writes what is left. A failure here or earlier drops all later bytes and is not reported.
+  // Finishes; a failure is not reported.
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -74,6 +74,10 @@ class OutputFile {
   bool is_open() const { return descriptor_ >= 0; }
 
   void put(const void* from, std::size_t size);
+
+  // Writes what is left and closes the file; nothing may be put afterwards. Gives 0, or the error
+  // number of the first failure, that to open included, after which all bytes were dropped.
+  int finish();
 
   // Room for `size` bytes, far less than the window; `fill_to` says where they ended.
   char* room(std::size_t size) {
@@ -86,7 +90,7 @@ class OutputFile {
   void flush();
 
   int descriptor_;
-  bool failed_ = false;
+  int error_ = 0;  // of the first failure
   std::size_t filled_ = 0;
   char buffer_[kFileWindow];
 };

@@ -107,6 +107,12 @@ _KESTRANE_STATUS read_plane_blocks(InputFile& in, _LASER_PLANE_BLOCK_INFOS& reco
   return done == Reading::kTooLarge ? KESTRANE_ERR_INVALID_PARAM : KESTRANE_OK;
 }
 
+void write_plane_blocks(OutputFile& out, const _LASER_PLANE_BLOCK_INFOS& record) {
+  put_grids(out, *record.grids);
+  put_number(out, record.plane_count, '\n');
+  for (std::int32_t i = 0; i < record.plane_count; ++i) put_plane(out, record.planes[i]);
+}
+
 _KESTRANE_STATUS read_plane_block_infos(const std::string& path, _LASER_PLANE_BLOCK_INFOS& record) {
   const _KESTRANE_STATUS checked = check_record(record);
   if (checked != KESTRANE_OK) return checked;
@@ -124,9 +130,7 @@ _KESTRANE_STATUS save_plane_block_infos(_LASER_PLANE_BLOCK_INFOS& record, const 
                    "a plane table's count stays within its capacity");
   OutputFile out(path);
   if (!out.is_open()) return KESTRANE_ERR_FILE_OPEN;
-  put_grids(out, *record.grids);
-  put_number(out, record.plane_count, '\n');
-  for (std::int32_t i = 0; i < record.plane_count; ++i) put_plane(out, record.planes[i]);
+  write_plane_blocks(out, record);
   return KESTRANE_OK;
 }
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <clocale>
 #include <csignal>
@@ -459,6 +460,20 @@ TEST_F(FileAccess, TakesNoNoticeOfTheLocaleOfTheHost) {
   EXPECT_EQ(target->planes[1].laser_plane_R[0], wanted->planes[1].laser_plane_R[0]);
   EXPECT_EQ(target->planes[1].block.lines[14].cells[49].v[2],
             wanted->planes[1].block.lines[14].cells[49].v[2]);
+}
+
+TEST_F(FileAccess, TellsWhyBytesCouldNotBeWritten) {
+  OutputFile written(folder_.path("written"));
+  written.put("12", 2);
+  EXPECT_EQ(written.finish(), 0);
+  EXPECT_EQ(written.finish(), 0);
+  EXPECT_EQ(bytes_of(folder_.path("written")), "12");
+  OutputFile full("/dev/full");
+  full.put("12", 2);
+  EXPECT_EQ(full.finish(), ENOSPC);
+  EXPECT_FALSE(full.is_open());
+  OutputFile nowhere(folder_.path("missing/file"));
+  EXPECT_EQ(nowhere.finish(), ENOENT);
 }
 
 }  // namespace
