@@ -10,8 +10,8 @@
 ///   checks it.
 /// - Memory: the object keeps its own table; points and records are copied in and out, no host
 ///   pointer is kept. The table's block is never released, see `init`.
-/// - Threads: one object serves one thread at a time; two objects are independent. The optimisation
-///   uses up to six threads of its own while it runs.
+/// - Threads: one object serves one thread at a time; two objects are independent. A run uses
+///   the calling thread alone, so the same cloud gives the same bits in every run.
 
 #pragma once
 

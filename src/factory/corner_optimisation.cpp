@@ -2,13 +2,11 @@
 
 #include <array>
 #include <deque>
-#include <utility>
 
-#include "ceres/autodiff_cost_function.h"
 #include "ceres/loss_function.h"
 #include "ceres/problem.h"
-#include "factory/cell_cost.h"
 #include "factory/grid_corners.h"
+#include "factory/reduced_cell_cost.h"
 #include "solver/quiet_solve.h"
 
 namespace kestrane {
@@ -17,22 +15,18 @@ namespace {
 constexpr double kLossScale = 0.1;
 constexpr double kReach = 0.5;  // how far a corner's x may move, in the unit of the points
 
-using CellCost = ceres::AutoDiffCostFunction<OPTIMISIZE_COST_FUNCTION_FIT, 1, 1, 1, 1, 1>;
-
 // What the residual blocks are made of. It outlives the problem, which only refers to it: the loss
 // has an owner without any block too, and no failed allocation can lose a part.
 struct CellParts {
   ceres::CauchyLoss loss{kLossScale};  // shared by all blocks
-  std::deque<OPTIMISIZE_COST_FUNCTION_FIT> functors;
-  std::deque<CellCost> costs;
+  std::deque<ReducedCellCost> costs;
 };
 
 void add_cell(const PointMatrix3& points, GridCorners& corners, std::size_t i, std::size_t j,
               CellParts& parts, ceres::Problem& problem) {
   PointMatrix3 matrix(4, 3);
   gather_cell_corners(corners, i, j, matrix);
-  OPTIMISIZE_COST_FUNCTION_FIT& functor = parts.functors.emplace_back(points, std::move(matrix));
-  CellCost& cost = parts.costs.emplace_back(&functor, ceres::DO_NOT_TAKE_OWNERSHIP);
+  ReducedCellCost& cost = parts.costs.emplace_back(points, matrix);
   const std::array<double*, 4> x = {&corners[i][j].x(), &corners[i][j + 1].x(),
                                     &corners[i + 1][j].x(), &corners[i + 1][j + 1].x()};
   problem.AddResidualBlock(&cost, &parts.loss, x[0], x[1], x[2], x[3]);
