@@ -1,0 +1,96 @@
+#include "quality/factory/plane_points.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "kestrane/quality/plane_table.h"
+
+namespace {
+
+using kestrane::quality::PlaneTable;
+using kestrane::quality::points_on_blocks;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+constexpr kestrane::quality::FitBand kBand{100.0, 1000.0};
+
+// A plane x = 100 in every block: -x / 100 + 1 = 0.
+std::vector<kestrane::_LASER_TRIPLE> flat_cells(double a = -0.01) {
+  return std::vector<kestrane::_LASER_TRIPLE>(750, {{a, 0.0, 0.0}});
+}
+
+kestrane::quality::PlanePoints points_of(const std::vector<_KESTRANE_ID_POINT3D>& cloud,
+                                         const std::vector<kestrane::_LASER_TRIPLE>& cells) {
+  return points_on_blocks(cloud, kestrane::quality::frames_of(cloud), cells, PlaneTable().grids(),
+                          kBand);
+}
+
+TEST(FitBandOf, IsThatOfTheJob) {
+  EXPECT_EQ(kestrane::quality::fit_band_of(kestrane::LASER_TYPE_STANDARD).nearest, 100.0);
+  EXPECT_EQ(kestrane::quality::fit_band_of(kestrane::LASER_TYPE_FAR).nearest, 220.0);
+  EXPECT_EQ(kestrane::quality::fit_band_of(kestrane::LASER_TYPE_FAR).farthest, 1000.0);
+}
+
+TEST(FramesOf, AreDistinctAndAscending) {
+  const std::vector<_KESTRANE_ID_POINT3D> cloud = {
+      {1, 0, 300, 4}, {1, 0, 300, 4}, {1, 0, 300, -2}, {1, 0, 300, 9}, {1, 0, 300, 4}};
+  EXPECT_EQ(kestrane::quality::frames_of(cloud), (std::vector<std::int32_t>{-2, 4, 9}));
+  EXPECT_TRUE(kestrane::quality::frames_of({}).empty());
+}
+
+// (100 + 3 - 100) along x, whichever way the coefficients point.
+TEST(PointsOnBlocks, MeasureFromThePlaneTowardsLargerX) {
+  const std::vector<_KESTRANE_ID_POINT3D> cloud = {{103.0, 5.0, 300.0, 0}, {98.5, 5.0, 300.0, 1}};
+  const auto points = points_of(cloud, flat_cells());
+  ASSERT_EQ(points.size(), 2U);
+  EXPECT_NEAR(points.residual[0], 3.0, 1e-12);
+  EXPECT_NEAR(points.residual[1], -1.5, 1e-12);
+  EXPECT_EQ(points.pose[0], 0);
+  EXPECT_EQ(points.pose[1], 1);
+}
+
+TEST(PointsOnBlocks, MeasureAlongTheNormalOfATiltedPlane) {
+  // x = 100 + z / 2, so that the normal is (2, 0, -1) / sqrt(5).
+  std::vector<kestrane::_LASER_TRIPLE> cells(750, {{-0.01, 0.0, 0.005}});
+  const auto points = points_of({{251.0, 0.0, 300.0, 0}}, cells);
+  ASSERT_EQ(points.size(), 1U);
+  EXPECT_NEAR(points.residual[0], 2.0 / std::sqrt(5.0), 1e-12);
+}
+
+TEST(PointsOnBlocks, TakeTheBlockThatAHostLooksUp) {
+  const PlaneTable table;
+  const auto points = points_of({{100.0, 0.0, 300.0, 0}, {100.0, 150.0, 421.0, 0}}, flat_cells());
+  const auto at = *table.lookup(150.0, 421.0);
+  ASSERT_EQ(points.size(), 2U);
+  EXPECT_EQ(points.block[0], 7 * 50 + 5);  // the middle line, the sixth depth
+  EXPECT_EQ(points.block[1], at.line * 50 + at.cell);
+}
+
+TEST(PointsOnBlocks, LeaveOutWhatIsNotFiniteOutsideTheBandOrWithoutABlock) {
+  EXPECT_EQ(points_of({{kNaN, 0, 300, 0},
+                       {kInf, 0, 300, 0},
+                       {100, kNaN, 300, 0},
+                       {100, -kInf, 300, 0},
+                       {100, 0, kNaN, 0},
+                       {100, 0, kInf, 0}},
+                      flat_cells())
+                .size(),
+            0U);
+  EXPECT_EQ(
+      points_of({{100, 0, 99.9, 0}, {100, 0, 1000.1, 0}, {100, 400, 300, 0}}, flat_cells()).size(),
+      0U);
+  // Nearer than 123 the look-up has no block, though the band begins at 100.
+  EXPECT_EQ(points_of({{100, 0, 110, 0}, {100, 0, 124, 0}, {100, 0, 1000, 0}}, flat_cells()).size(),
+            2U);
+}
+
+TEST(PointsOnBlocks, LeaveOutBlocksWithoutAPlane) {
+  for (const double a : {0.0, kNaN, kInf}) {
+    EXPECT_EQ(points_of({{100, 0, 300, 0}}, flat_cells(a)).size(), 0U) << a;
+  }
+}
+
+}  // namespace
