@@ -1,0 +1,240 @@
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kestrane/factory_calib.h"
+#include "kestrane/quality/factory.h"
+#include "quality/factory/job.h"
+#include "quality/factory/optimisation_effect.h"
+#include "quality/factory/plane_figures.h"
+#include "quality/factory/repeatability.h"
+
+namespace kestrane::quality {
+namespace {
+
+using Clouds = std::vector<_KESTRANE_ID_POINT3DS>;
+
+constexpr _LASER_TRIPLE kNoTriple = {{kNotDetermined, kNotDetermined, kNotDetermined}};
+constexpr std::size_t kBlocksOfPlane = 750;
+constexpr std::size_t kCornersOfPlane = 816;
+
+[[noreturn]] void refuse(const std::string& what) { throw std::invalid_argument(what); }
+
+void check_clouds(const Clouds& clouds) {
+  if (clouds.empty()) refuse("no clouds");
+  if (clouds.size() > static_cast<std::size_t>(PlaneTable::kMostPlanes)) {
+    refuse("a device has at most 100 planes, not " + std::to_string(clouds.size()));
+  }
+  for (std::size_t p = 0; p < clouds.size(); ++p) {
+    const std::string plane = "the cloud of plane " + std::to_string(p);
+    if (clouds[p].count < 0) refuse(plane + " has a negative count");
+    if (clouds[p].count > 0 && clouds[p].points == nullptr) refuse(plane + " has no points array");
+  }
+}
+
+void check_settings(const FactorySettings& settings) {
+  const double gross = settings.gross;
+  if (!(gross > 0.0 && gross <= std::numeric_limits<double>::max())) {
+    refuse("gross has to be finite and above 0");
+  }
+}
+
+WorkingVolume volume_of(const FactorySettings& settings) {
+  if (settings.volume) return *settings.volume;
+  const FitBand band = fit_band_of(settings.type);
+  WorkingVolume volume;
+  volume.depth_near = band.nearest;
+  volume.depth_far = band.farthest;
+  return volume;
+}
+
+std::int64_t points_in(const Clouds& clouds) {
+  std::int64_t count = 0;
+  for (const _KESTRANE_ID_POINT3DS& cloud : clouds) count += cloud.count;
+  return count;
+}
+
+// One device on its way through the planes.
+class Device {
+ public:
+  Device(KESTRANE_LASER_FAC_CALIB& engine, const Clouds& clouds, const FactorySettings& settings)
+      : engine_(engine),
+        clouds_(clouds),
+        settings_(settings),
+        result_(blank_result(clouds.size(), settings)),
+        measure_{result_.table.grids(), fit_band_of(settings.type),
+                 BlocksInVolume(result_.table, result_.volume)},
+        sizes_{{}, LargestSizes(points_in(clouds))} {
+    if (measure_.volume.empty()) refuse("the working volume holds no block");
+    engine_.set_laser_type(settings.type);
+  }
+
+  _KESTRANE_STATUS calibrate(std::size_t p) {
+    PlaneFigures& plane = result_.planes[p];
+    const Cloud given(clouds_[p].points, static_cast<std::size_t>(clouds_[p].count));
+    plane.screening.points = plane.screening.kept = clouds_[p].count;
+    if (given.empty()) {
+      plane.status = KESTRANE_ERR_INVALID_PARAM;
+      plane.reason = "no points";
+    } else if (settings_.screen) {
+      calibrate_screened(p, plane);
+    } else {
+      calibrate_cloud(p, given, plane);
+    }
+    return plane.status;
+  }
+
+  FactoryResult take() {
+    const auto first_good =
+        std::find_if(result_.planes.begin(), result_.planes.end(),
+                     [](const PlaneFigures& plane) { return plane.reason.empty(); });
+    if (first_good == result_.planes.end()) return refused();
+    result_.device = sizes_.largest.figures(sizes_.sums);
+    return std::move(result_);
+  }
+
+ private:
+  static FactoryResult blank_result(std::size_t planes, const FactorySettings& settings) {
+    FactoryResult result;
+    result.table = PlaneTable(static_cast<std::int32_t>(planes));
+    result.indicators.assign(planes * kBlocksOfPlane, kNoTriple);
+    result.corners.assign(planes * kCornersOfPlane, kNoTriple);
+    result.planes.resize(planes);
+    result.settings = settings;
+    result.volume = volume_of(settings);
+    return result;
+  }
+
+  void calibrate_screened(std::size_t p, PlaneFigures& plane) {
+    CloudSettings screening;
+    screening.gross = settings_.gross;
+    screening.laser_type = settings_.type;
+    ScreenedCloud screened = screen_cloud(clouds_[p], screening);
+    plane.screening = std::move(screened.account);
+    if (!screened.refused.empty()) {
+      plane.reason = screened.refused;
+      return;
+    }
+    calibrate_cloud(p, screened.points, plane);
+  }
+
+  void calibrate_cloud(std::size_t p, Cloud cloud, PlaneFigures& plane) {
+    JobRun without;
+    if (settings_.optimise) without = run_job(engine_, cloud, false);
+    const JobRun run = run_job(engine_, cloud, settings_.optimise);
+    plane.status = run.status;
+    if (!run.has_table()) {
+      plane.status = KESTRANE_ERR_FAILED;
+      plane.reason = run.status == KESTRANE_OK
+                         ? "the job ended with a plane that is not a number"
+                         : "the job found no plane in the points of the depth band, or none that "
+                           "keeps clear of the origin, or no sector with 200 points";
+      return;
+    }
+    keep(p, run);
+    measure(p, cloud, run, without, plane);
+  }
+
+  void keep(std::size_t p, const JobRun& run) {
+    const auto row = static_cast<std::int32_t>(p);
+    std::copy(run.cells.begin(), run.cells.end(), &result_.table.cell(row, {0, 0}));
+    std::copy_n(run.whole_plane, 3, result_.table.whole_plane(row));
+    std::copy(run.indicators.begin(), run.indicators.end(),
+              &result_.indicators[p * kBlocksOfPlane]);
+    std::copy(run.corners.begin(), run.corners.end(), &result_.corners[p * kCornersOfPlane]);
+  }
+
+  void measure(std::size_t p, Cloud cloud, const JobRun& run, const JobRun& without,
+               PlaneFigures& plane) {
+    const std::vector<std::int32_t> frames = frames_of(cloud);
+    measure_plane(cloud, frames, run, measure_, sizes_, plane);
+    if (settings_.optimise) {
+      plane.optimisation = corner_moves(run, without);
+      measure_without(cloud, frames, without, measure_, plane.optimisation);
+    }
+    if (settings_.repeatability) measure_repeats(p, cloud, frames, plane);
+  }
+
+  void measure_repeats(std::size_t p, Cloud cloud, const std::vector<std::int32_t>& frames,
+                       PlaneFigures& plane) {
+    std::vector<Origin> origins;
+    origins.reserve(kBlocksOfPlane);
+    for (const BlockFigures& block : plane.blocks) origins.push_back(block.origin);
+    const Repeatability repeats =
+        measure_repeatability(engine_, cloud, frames, settings_.optimise, result_.table,
+                              static_cast<std::int32_t>(p), origins);
+    plane.repeatability = repeats.rms;
+    for (std::size_t b = 0; b < repeats.blocks.size(); ++b) {
+      plane.blocks[b].repeatability = repeats.blocks[b];
+    }
+  }
+
+  FactoryResult refused() {
+    const std::string& first = result_.planes.front().reason;
+    const bool all_alike =
+        std::all_of(result_.planes.begin(), result_.planes.end(),
+                    [&](const PlaneFigures& plane) { return plane.reason == first; });
+    result_.refused = "no plane could be calibrated: " + first;
+    if (!all_alike) result_.refused += " (plane 0; other planes for other reasons)";
+    result_.table = PlaneTable();
+    result_.indicators.clear();
+    result_.corners.clear();
+    return std::move(result_);
+  }
+
+  KESTRANE_LASER_FAC_CALIB& engine_;
+  const Clouds& clouds_;
+  const FactorySettings& settings_;
+  FactoryResult result_;
+  Measure measure_;
+  DeviceSizes sizes_;
+};
+
+FactoryResult calibrate_checked(KESTRANE_LASER_FAC_CALIB& engine, const Clouds& clouds,
+                                const FactorySettings& settings, const PlaneDone& on_plane) {
+  Device device(engine, clouds, settings);
+  for (std::size_t p = 0; p < clouds.size(); ++p) {
+    const _KESTRANE_STATUS status = device.calibrate(p);
+    if (on_plane) on_plane(static_cast<std::int32_t>(p), status);
+  }
+  return device.take();
+}
+
+}  // namespace
+
+FactoryResult calibrate_factory(KESTRANE_LASER_FAC_CALIB& engine, const Clouds& clouds,
+                                const FactorySettings& settings, const PlaneDone& on_plane) {
+  check_clouds(clouds);
+  check_settings(settings);
+  return calibrate_checked(engine, clouds, settings, on_plane);
+}
+
+FactoryResult calibrate_factory(const Clouds& clouds, const FactorySettings& settings,
+                                const PlaneDone& on_plane) {
+  check_clouds(clouds);
+  check_settings(settings);
+  KESTRANE_LASER_FAC_CALIB engine;
+  if (engine.init() != KESTRANE_OK) throw std::bad_alloc();
+  return calibrate_checked(engine, clouds, settings, on_plane);
+}
+
+std::vector<_KESTRANE_ID_POINT3DS> clouds_of(const std::vector<PointList>& lists) {
+  Clouds clouds;
+  for (const PointList& list : lists) {
+    if (list.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
+      refuse("a list has more points than 32 bits count");
+    }
+    // The record knows no constant points; they are only read.
+    clouds.push_back(
+        {const_cast<_KESTRANE_ID_POINT3D*>(list.data()), static_cast<std::int32_t>(list.size())});
+  }
+  return clouds;
+}
+
+}  // namespace kestrane::quality

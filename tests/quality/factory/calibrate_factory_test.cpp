@@ -1,0 +1,453 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kestrane/factory_calib.h"
+#include "kestrane/quality/factory.h"
+#include "simulation/host_table.h"
+#include "simulation/scanner.h"
+#include "tests/literal/factory_figures.h"
+
+namespace {
+
+using kestrane::quality::calibrate_factory;
+using kestrane::quality::FactoryResult;
+using kestrane::quality::FactorySettings;
+using kestrane::quality::Origin;
+using kestrane::quality::PlaneFigures;
+using kestrane::quality::PlaneTable;
+using kestrane::quality::PointList;
+
+constexpr double kRounding = 1e-9;  // x of a plane from its coefficients, at a distance of 1000
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+struct DeviceCloud {
+  std::vector<simulation::Sheet> sheets;
+  std::vector<PointList> clouds;
+};
+
+DeviceCloud device_of(int planes, const simulation::CloudSettings& cloud, double bow = 0.4) {
+  simulation::DeviceSettings settings;
+  settings.planes = planes;
+  settings.bow = bow;
+  DeviceCloud device{simulation::make_device(settings), {}};
+  for (int p = 0; p < planes; ++p) {
+    simulation::CloudSettings own = cloud;
+    own.seed = cloud.seed * 100 + static_cast<std::uint64_t>(p);
+    device.clouds.push_back(
+        simulation::measure(device.sheets[static_cast<std::size_t>(p)], own).points);
+  }
+  return device;
+}
+
+simulation::CloudSettings framed(int points = 8000) {
+  simulation::CloudSettings settings;
+  settings.points = points;
+  settings.frames = 20;
+  return settings;
+}
+
+FactorySettings plain_settings() {
+  FactorySettings settings;
+  settings.repeatability = false;
+  return settings;
+}
+
+FactoryResult calibrate(const std::vector<PointList>& clouds,
+                        const FactorySettings& settings = {}) {
+  return calibrate_factory(kestrane::quality::clouds_of(clouds), settings);
+}
+
+void expect_equal_figures(const kestrane::quality::ResidualFigures& found,
+                          const literal::Figures& expected) {
+  EXPECT_EQ(static_cast<std::size_t>(found.points), expected.points);
+  if (expected.points == 0) {
+    EXPECT_TRUE(std::isnan(found.rms));
+    return;
+  }
+  EXPECT_NEAR(found.rms, expected.rms, kRounding);
+  EXPECT_NEAR(found.bias, expected.bias, kRounding);
+  EXPECT_NEAR(found.q95, expected.q95, kRounding);
+  EXPECT_NEAR(found.q99, expected.q99, kRounding);
+  EXPECT_NEAR(found.max, expected.max, kRounding);
+}
+
+literal::Scene scene_of(const FactoryResult& result, int plane, const PointList& cloud) {
+  literal::Scene scene;
+  scene.cloud = cloud;
+  for (int b = 0; b < 750; ++b) {
+    scene.cells.push_back(result.table.cell(plane, {b / 50, b % 50}));
+    scene.indicators.push_back(result.indicators[static_cast<std::size_t>(750 * plane + b)]);
+  }
+  scene.grids = result.table.grids();
+  scene.band_near = 100.0;
+  scene.band_far = 1000.0;
+  return scene;
+}
+
+// --- refusals -----------------------------------------------------------------------------------
+
+TEST(CalibrateFactory, RefusesWhatAHostMayNotAskFor) {
+  EXPECT_THROW(calibrate_factory({}), std::invalid_argument);
+  EXPECT_THROW(calibrate_factory(std::vector<_KESTRANE_ID_POINT3DS>(101)), std::invalid_argument);
+  EXPECT_THROW(calibrate_factory({{nullptr, 3}}), std::invalid_argument);
+  EXPECT_THROW(calibrate_factory({{nullptr, -1}}), std::invalid_argument);
+  FactorySettings settings;
+  for (const double gross : {0.0, -1.0, kInf, std::numeric_limits<double>::quiet_NaN()}) {
+    settings.gross = gross;
+    EXPECT_THROW(calibrate_factory({{nullptr, 0}}, settings), std::invalid_argument);
+  }
+  settings = {};
+  settings.volume = kestrane::quality::WorkingVolume{300.0, 200.0, 30.0};
+  EXPECT_THROW(calibrate_factory({{nullptr, 0}}, settings), std::invalid_argument);
+}
+
+TEST(CalibrateFactory, IsRefusedWithAReasonWhereNoPlaneIsLeft) {
+  const FactoryResult result = calibrate({{}, {}});
+  EXPECT_EQ(result.refused, "no plane could be calibrated: no points");
+  EXPECT_EQ(result.table.planes(), 0);
+  EXPECT_TRUE(result.indicators.empty());
+  EXPECT_TRUE(result.corners.empty());
+  ASSERT_EQ(result.planes.size(), 2U);
+  EXPECT_EQ(result.planes[0].status, KESTRANE_ERR_INVALID_PARAM);
+}
+
+TEST(CalibrateFactory, TellsMetresFromMillimetres) {
+  DeviceCloud device = device_of(1, framed());
+  for (auto& point : device.clouds[0]) {
+    point.x /= 1000.0;
+    point.y /= 1000.0;
+    point.z /= 1000.0;
+  }
+  EXPECT_NE(calibrate(device.clouds).refused.find("metres"), std::string::npos);
+}
+
+TEST(CalibrateFactory, LeavesAFailedPlaneEmptyAndTheOthersAsTheyAre) {
+  DeviceCloud device = device_of(4, framed());
+  const FactoryResult whole = calibrate(device.clouds);
+  device.clouds[1].clear();
+  device.clouds[2].resize(150);
+  const FactoryResult part = calibrate(device.clouds);
+  EXPECT_EQ(part.refused, "");
+  EXPECT_EQ(part.planes[1].reason, "no points");
+  EXPECT_EQ(part.planes[2].status, KESTRANE_ERR_FAILED);
+  EXPECT_NE(part.planes[2].reason, "");
+  for (int p = 0; p < 4; ++p) {
+    const bool failed = p == 1 || p == 2;
+    EXPECT_EQ(part.table.row_is_empty(p), failed);
+    const auto row = static_cast<std::size_t>(p);
+    EXPECT_EQ(std::isnan(part.corners[816 * row].v[0]), failed);
+    EXPECT_EQ(std::isnan(part.indicators[750 * row].v[0]), failed);
+    for (int b = 0; b < 750; ++b) {
+      for (int i = 0; i < 3; ++i) {
+        const kestrane::quality::Block at{b / 50, b % 50};
+        EXPECT_EQ(part.table.cell(p, at).v[i], failed ? 0.0 : whole.table.cell(p, at).v[i]);
+      }
+    }
+    EXPECT_EQ(part.table.whole_plane(p)[0], failed ? 0.0 : whole.table.whole_plane(p)[0]);
+    EXPECT_EQ(part.planes[row].blocks.empty(), failed);
+    if (!failed) {
+      EXPECT_EQ(part.planes[row].residuals.rms, whole.planes[row].residuals.rms);
+    }
+  }
+}
+
+// Unscreened, an infinite y makes a plane whose every number is not one, with a status of success.
+TEST(CalibrateFactory, CallsAPlaneWithoutNumbersAFailure) {
+  DeviceCloud device = device_of(2, framed());
+  device.clouds[0][17].y = kInf;
+  FactorySettings raw = plain_settings();
+  raw.screen = false;
+  const FactoryResult result = calibrate(device.clouds, raw);
+  EXPECT_EQ(result.planes[0].status, KESTRANE_ERR_FAILED);
+  EXPECT_TRUE(result.table.row_is_empty(0));
+  EXPECT_EQ(result.table.whole_plane(0)[0], 0.0);
+  EXPECT_FALSE(result.table.row_is_empty(1));
+}
+
+TEST(CalibrateFactory, StopsWhereTheCallbackThrows) {
+  const DeviceCloud device = device_of(3, framed());
+  struct Stop {};
+  int calls = 0;
+  const auto stop = [&](std::int32_t plane, _KESTRANE_STATUS status) {
+    EXPECT_EQ(plane, calls++);
+    EXPECT_EQ(status, KESTRANE_OK);
+    if (plane == 1) throw Stop();
+  };
+  EXPECT_THROW(
+      calibrate_factory(kestrane::quality::clouds_of(device.clouds), plain_settings(), stop), Stop);
+  EXPECT_EQ(calls, 2);
+}
+
+// --- the job ------------------------------------------------------------------------------------
+
+TEST(CalibrateFactory, HandsOutWhatTheJobMakesOfTheSamePoints) {
+  DeviceCloud device = device_of(3, framed());
+  for (const bool optimise : {false, true}) {
+    FactorySettings settings;
+    settings.optimise = optimise;
+    const FactoryResult result = calibrate(device.clouds, settings);
+    kestrane::KESTRANE_LASER_FAC_CALIB job;
+    ASSERT_EQ(job.init(), KESTRANE_OK);
+    job.set_optimize_flag(optimise ? kestrane::KESTRANE_OPTIM_ON : kestrane::KESTRANE_OPTIM_OFF);
+    for (int p = 0; p < 3; ++p) {
+      PointList& cloud = device.clouds[static_cast<std::size_t>(p)];
+      ASSERT_EQ(job.factory_calib(p, {cloud.data(), static_cast<std::int32_t>(cloud.size())}),
+                KESTRANE_OK);
+    }
+    PlaneTable expected(3);
+    auto record = expected.record();
+    ASSERT_EQ(job.get_laser_plane_infos(record), KESTRANE_OK);
+    EXPECT_TRUE(result.table == expected) << optimise;
+  }
+}
+
+TEST(CalibrateFactory, GivesTheSameResultFromAUsedEngine) {
+  const DeviceCloud device = device_of(2, framed());
+  const DeviceCloud other = device_of(5, framed(4000), 0.1);
+  kestrane::KESTRANE_LASER_FAC_CALIB engine;
+  ASSERT_EQ(engine.init(), KESTRANE_OK);
+  FactorySettings far = plain_settings();
+  far.type = kestrane::LASER_TYPE_FAR;
+  far.optimise = true;
+  calibrate_factory(engine, kestrane::quality::clouds_of(other.clouds), far);
+  const FactoryResult result =
+      calibrate_factory(engine, kestrane::quality::clouds_of(device.clouds));
+  const FactoryResult expected = calibrate(device.clouds);
+  EXPECT_TRUE(result.table == expected.table);
+  EXPECT_EQ(result.device.rms, expected.device.rms);
+  EXPECT_EQ(result.planes[1].repeatability, expected.planes[1].repeatability);
+}
+
+TEST(CalibrateFactory, TakesTheBandOfTheLaserType) {
+  const DeviceCloud device = device_of(1, framed());
+  FactorySettings far = plain_settings();
+  far.type = kestrane::LASER_TYPE_FAR;
+  const FactoryResult result = calibrate(device.clouds, far);
+  EXPECT_EQ(result.volume.depth_near, 220.0);
+  EXPECT_EQ(result.planes[0].blocks[7 * 50].residuals.points, 0);  // depths 150 to 177
+  EXPECT_GT(result.planes[0].blocks[7 * 50 + 4].residuals.points, 0);
+}
+
+// --- figures ------------------------------------------------------------------------------------
+
+// Points exactly on a tilted sheet: the table is the sheet, and nothing is left.
+TEST(FactoryFigures, VanishOnATiltedSheetWithoutNoise) {
+  simulation::CloudSettings exact = framed();
+  exact.noise = 0.0;
+  const DeviceCloud device = device_of(1, exact, 0.0);
+  const FactoryResult result = calibrate(device.clouds);
+  const PlaneFigures& plane = result.planes[0];
+  EXPECT_LT(plane.residuals.max, kRounding);
+  EXPECT_LT(plane.seam, kRounding);
+  EXPECT_LT(plane.repeatability, kRounding);
+  EXPECT_EQ(plane.outliers, 0);
+  EXPECT_EQ(plane.sigma, 1e-9);
+}
+
+TEST(FactoryFigures, EqualAPlainTranscription) {
+  simulation::CloudSettings cloud = framed(12000);
+  cloud.frames = 25;
+  cloud.first_frame = -7;
+  cloud.frame_stride = 3;
+  cloud.frame_noise = 0.03;
+  cloud.outlier_share = 0.01;
+  cloud.outlier_reach = 2.0;  // too near to be screened
+  cloud.outside_share = 0.02;
+  cloud.bad_frames = 1;
+  cloud.bad_frame_shift = 1.0;
+  cloud.fan_low_degrees = -21.0;
+  const DeviceCloud device = device_of(3, cloud);
+  FactorySettings settings = plain_settings();
+  settings.screen = false;
+  const FactoryResult result = calibrate(device.clouds, settings);
+  std::vector<double> pooled;
+  for (int p = 0; p < 3; ++p) {
+    SCOPED_TRACE(p);
+    const auto row = static_cast<std::size_t>(p);
+    const PlaneFigures& plane = result.planes[row];
+    const literal::Scene scene = scene_of(result, p, device.clouds[row]);
+    const std::vector<literal::Valid> valid = literal::valid_points(scene);
+    const literal::Middle middle = literal::middle_of(literal::residuals_of(valid));
+    EXPECT_NEAR(plane.median, middle.m, kRounding);
+    EXPECT_NEAR(plane.sigma, middle.sigma, kRounding);
+    EXPECT_EQ(static_cast<std::size_t>(plane.valid), valid.size());
+    const std::vector<double> all = literal::kept(valid, middle, -1);
+    EXPECT_EQ(static_cast<std::size_t>(plane.outliers), valid.size() - all.size());
+    EXPECT_GT(plane.outliers, 0);
+    expect_equal_figures(plane.residuals, literal::figures(all));
+    pooled.insert(pooled.end(), all.begin(), all.end());
+
+    std::vector<literal::Source> sources;
+    for (int b = 0; b < 750; ++b) sources.push_back(literal::source(scene, valid, middle, b));
+    std::vector<double> seams;
+    double measured = 0.0;
+    double in_volume = 0.0;
+    bool borrowed = false;
+    for (int b = 0; b < 750; ++b) {
+      SCOPED_TRACE(b);
+      const auto& block = plane.blocks[static_cast<std::size_t>(b)];
+      expect_equal_figures(block.residuals, literal::figures(literal::kept(valid, middle, b)));
+      EXPECT_EQ(static_cast<int>(block.origin), sources[static_cast<std::size_t>(b)]);
+      const double seam = literal::seam(scene, sources, b);
+      ASSERT_EQ(std::isnan(block.seam), std::isnan(seam));
+      if (!std::isnan(seam)) {
+        EXPECT_NEAR(block.seam, seam, kRounding);
+        seams.push_back(seam);
+      }
+      // Depths 150 + 27 (k + 0.5) up to 1000.
+      if (b % 50 > 30) continue;
+      in_volume += 1.0;
+      measured += sources[static_cast<std::size_t>(b)] == literal::kMeasured ? 1.0 : 0.0;
+      borrowed = borrowed || sources[static_cast<std::size_t>(b)] == literal::kBorrowed;
+    }
+    EXPECT_NEAR(plane.seam, literal::quantile(seams, 95), kRounding);
+    EXPECT_NEAR(plane.median_seam, literal::median(seams), kRounding);
+    EXPECT_EQ(plane.coverage, measured / in_volume);
+    EXPECT_EQ(plane.borrowed_in_volume, borrowed);
+    EXPECT_TRUE(borrowed);
+
+    const literal::Poses poses = literal::poses(valid);
+    EXPECT_NEAR(plane.within_poses, poses.within, kRounding);
+    EXPECT_NEAR(plane.between_poses, poses.between, kRounding);
+    ASSERT_EQ(plane.poses.size(), poses.medians.size());
+    for (const auto& pose : plane.poses) {
+      EXPECT_NEAR(pose.median, poses.medians.at(pose.frame), kRounding);
+      EXPECT_EQ(pose.off, poses.off.at(pose.frame));
+    }
+  }
+  expect_equal_figures(result.device, literal::figures(pooled));
+}
+
+TEST(FactoryFigures, AreOfWhatTheScreeningLeaves) {
+  simulation::CloudSettings cloud = framed();
+  cloud.outlier_share = 0.02;
+  cloud.outlier_reach = 200.0;
+  const DeviceCloud device = device_of(1, cloud);
+  const FactoryResult result = calibrate(device.clouds);
+  const PlaneFigures& plane = result.planes[0];
+  EXPECT_GT(plane.screening.dropped.gross, 100);
+  EXPECT_EQ(plane.screening.kept + plane.screening.dropped.all(), 8000);
+  EXPECT_LE(plane.valid, plane.screening.kept);
+  EXPECT_LT(plane.outlier_share(), 0.01);
+}
+
+// A bad frame of 0.8 among 20: found, and no other.
+TEST(FactoryFigures, NameAPlantedBadFrameAndNoOther) {
+  DeviceCloud device = device_of(1, framed());
+  for (auto& point : device.clouds[0]) {
+    if (point.id == 13) point.x += 0.8;
+  }
+  const FactoryResult result = calibrate(device.clouds);
+  for (const auto& pose : result.planes[0].poses) EXPECT_EQ(pose.off, pose.frame == 13);
+}
+
+// --- repeatability ------------------------------------------------------------------------------
+
+// The halves are what a host would get from the frames of even and of odd rank; ranks count frames,
+// not numbers.
+TEST(Repeatability, ComparesTheTablesOfEvenAndOddFrames) {
+  simulation::CloudSettings cloud = framed();
+  cloud.first_frame = 5;
+  cloud.frame_stride = 4;
+  const DeviceCloud device = device_of(1, cloud);
+  std::vector<PointList> halves(2);
+  for (const auto& point : device.clouds[0]) {
+    halves[static_cast<std::size_t>((point.id - 5) / 4 % 2)].push_back(point);
+  }
+  const FactoryResult whole = calibrate(device.clouds);
+  const FactoryResult split = calibrate(halves, plain_settings());
+  double squares = 0.0;
+  int blocks = 0;
+  for (int b = 0; b < 750; ++b) {
+    const auto& block = whole.planes[0].blocks[static_cast<std::size_t>(b)];
+    EXPECT_EQ(std::isnan(block.repeatability), block.origin != Origin::kMeasured);
+    if (block.origin != Origin::kMeasured) continue;
+    const kestrane::quality::Block at{b / 50, b % 50};
+    const auto middle = whole.table.block_middle(at);
+    const double* v = whole.table.cell(0, at).v;
+    const double n_x = std::abs(v[0]) / std::hypot(v[0], v[1], v[2]);
+    const double expected = 0.5 * n_x *
+                            std::abs(literal::x_of(split.table.cell(0, at), middle.y, middle.z) -
+                                     literal::x_of(split.table.cell(1, at), middle.y, middle.z));
+    EXPECT_NEAR(block.repeatability, expected, kRounding) << b;
+    squares += expected * expected;
+    ++blocks;
+  }
+  EXPECT_NEAR(whole.planes[0].repeatability, std::sqrt(squares / blocks), kRounding);
+}
+
+TEST(Repeatability, NeedsFourFrames) {
+  for (const int frames : {3, 4}) {
+    simulation::CloudSettings cloud = framed();
+    cloud.frames = frames;
+    const FactoryResult result = calibrate(device_of(1, cloud).clouds);
+    EXPECT_EQ(std::isnan(result.planes[0].repeatability), frames == 3) << frames;
+  }
+}
+
+TEST(Repeatability, IsNotDeterminedWhereAHalfFails) {
+  // 3200 points: 210 a sector, and 105 in the halves.
+  simulation::CloudSettings cloud = framed(3400);
+  const FactoryResult result = calibrate(device_of(1, cloud).clouds);
+  EXPECT_EQ(result.planes[0].reason, "");
+  EXPECT_TRUE(std::isnan(result.planes[0].repeatability));
+}
+
+TEST(Repeatability, LeavesOutSectorsThatAHalfBorrows) {
+  // The even frames see half of the fan alone.
+  DeviceCloud device = device_of(1, framed(16000));
+  PointList& cloud = device.clouds[0];
+  cloud.erase(std::remove_if(cloud.begin(), cloud.end(),
+                             [](const auto& point) { return point.id % 2 == 0 && point.y < 0.0; }),
+              cloud.end());
+  const FactoryResult result = calibrate(device.clouds);
+  const auto& blocks = result.planes[0].blocks;
+  for (std::size_t b = 0; b < 750; ++b) {
+    if (blocks[b].origin != Origin::kMeasured) continue;
+    if (b / 50 == 7) continue;  // the axis runs through it
+    EXPECT_EQ(std::isnan(blocks[b].repeatability), b / 50 < 7) << b;
+  }
+}
+
+TEST(Repeatability, IsNotMeasuredWhereItIsNotAskedFor) {
+  const FactoryResult result = calibrate(device_of(1, framed()).clouds, plain_settings());
+  EXPECT_TRUE(std::isnan(result.planes[0].repeatability));
+}
+
+// --- optimisation -------------------------------------------------------------------------------
+
+TEST(OptimisationFigures, CompareWithTheRunWithoutIt) {
+  const DeviceCloud device = device_of(2, framed(20000));
+  FactorySettings settings = plain_settings();
+  const FactoryResult off = calibrate(device.clouds, settings);
+  settings.optimise = true;
+  const FactoryResult on = calibrate(device.clouds, settings);
+  for (std::size_t p = 0; p < 2; ++p) {
+    const auto& figures = on.planes[p].optimisation;
+    ASSERT_EQ(figures.corner_moves.size(), 816U);
+    double largest = 0.0;
+    int at_bound = 0;
+    for (std::size_t c = 0; c < 816; ++c) {
+      const double move = on.corners[816 * p + c].v[0] - off.corners[816 * p + c].v[0];
+      EXPECT_EQ(figures.corner_moves[c], move);
+      largest = std::max(largest, std::abs(move));
+      at_bound += std::abs(move) >= 0.4999 ? 1 : 0;
+    }
+    EXPECT_EQ(figures.largest_move, largest);
+    EXPECT_GT(largest, 0.0);
+    EXPECT_EQ(figures.at_bound, at_bound);
+    EXPECT_EQ(figures.rms_without, off.planes[p].residuals.rms);
+    EXPECT_EQ(figures.median_seam_without, off.planes[p].median_seam);
+    EXPECT_LT(on.planes[p].residuals.rms, figures.rms_without);
+    EXPECT_GT(on.planes[p].median_seam, figures.median_seam_without);
+  }
+  EXPECT_TRUE(off.planes[0].optimisation.corner_moves.empty());
+}
+
+}  // namespace
