@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "quality/cells.h"
+
 namespace kestrane::quality {
 
 UnitPlane unit_plane(const _LASER_TRIPLE& abc) {
@@ -18,10 +20,9 @@ std::vector<SheetBlock> sheet_blocks(const PlaneTable& table, std::int32_t first
       for (at.cell = 0; at.cell < PlaneTable::kCells; ++at.cell) {
         const FanPlace middle = table.block_middle(at);
         if (!wanted(middle) || table.is_empty(plane, at)) continue;
-        const UnitPlane sheet = unit_plane(table.cell(plane, at));
-        const Eigen::Vector3d& n = sheet.normal;
-        const double x = -(n.y() * middle.y + n.z() * middle.z + sheet.d) / n.x();
-        blocks.push_back({plane, at, {x, middle.y, middle.z}, n});
+        const _LASER_TRIPLE& abc = table.cell(plane, at);
+        const double x = plane_x(abc, middle.y, middle.z);
+        blocks.push_back({plane, at, {x, middle.y, middle.z}, unit_plane(abc).normal});
       }
     }
   }
