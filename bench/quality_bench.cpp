@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "kestrane/factory_calib.h"
+#include "kestrane/quality/factory.h"
 #include "kestrane/quality/screening.h"
+#include "quality/factory/plane_figures.h"
 #include "simulation/scanner.h"
 
 namespace {
@@ -48,5 +50,83 @@ void PlainJob(benchmark::State& state) {
   per_point(state, state.range(0));
 }
 BENCHMARK(PlainJob)->ArgName("points")->Arg(20000)->Arg(100000);
+
+// All figures of one plane: residuals, outliers, quantiles, poses, origins, seams, coverage.
+void FactoryFigures(benchmark::State& state) {
+  using namespace kestrane::quality;
+  const simulation::Cloud cloud = bench_cloud(static_cast<int>(state.range(0)), 0.0);
+  kestrane::KESTRANE_LASER_FAC_CALIB calibrator;
+  calibrator.init();
+  const JobRun run = run_job(calibrator, cloud.points, false);
+  const PlaneTable table(1);
+  const Measure measure{table.grids(), fit_band_of(kestrane::LASER_TYPE_STANDARD),
+                        BlocksInVolume(table, WorkingVolume{})};
+  double rms = 0.0;
+  for (auto _ : state) {
+    PlaneFigures plane;
+    DeviceSizes device{{}, LargestSizes(state.range(0))};
+    measure_plane(cloud.points, frames_of(cloud.points), run, measure, device, plane);
+    rms = plane.residuals.rms;
+    benchmark::ClobberMemory();
+  }
+  per_point(state, state.range(0));
+  state.counters["rms"] = rms;
+}
+BENCHMARK(FactoryFigures)->ArgName("points")->Arg(20000)->Arg(100000);
+
+constexpr int kDevicePlanes = 100;
+constexpr int kDevicePoints = 20000;
+
+// 100 planes of 20,000 points. A few clouds serve them all in turn, more than the caches hold.
+std::vector<std::vector<_KESTRANE_ID_POINT3D>> device_clouds() {
+  std::vector<std::vector<_KESTRANE_ID_POINT3D>> clouds;
+  simulation::CloudSettings settings;
+  settings.points = kDevicePoints;
+  settings.frames = 20;
+  for (const simulation::Sheet& sheet : simulation::make_device({})) {
+    ++settings.seed;
+    clouds.push_back(simulation::measure(sheet, settings).points);
+  }
+  return clouds;
+}
+
+std::vector<_KESTRANE_ID_POINT3DS> device_of(
+    const std::vector<std::vector<_KESTRANE_ID_POINT3D>>& clouds) {
+  const std::vector<_KESTRANE_ID_POINT3DS> few = kestrane::quality::clouds_of(clouds);
+  std::vector<_KESTRANE_ID_POINT3DS> device;
+  for (std::size_t p = 0; p < kDevicePlanes; ++p) device.push_back(few[p % few.size()]);
+  return device;
+}
+
+void PlainDevice(benchmark::State& state) {
+  const auto clouds = device_clouds();
+  const auto device = device_of(clouds);
+  kestrane::KESTRANE_LASER_FAC_CALIB calibrator;
+  calibrator.init();
+  for (auto _ : state) {
+    for (int p = 0; p < kDevicePlanes; ++p) {
+      benchmark::DoNotOptimize(calibrator.factory_calib(p, device[static_cast<std::size_t>(p)]));
+    }
+  }
+  per_point(state, kDevicePlanes * kDevicePoints);
+}
+BENCHMARK(PlainDevice)->Unit(benchmark::kMillisecond);
+
+void CalibrateDevice(benchmark::State& state) {
+  const auto clouds = device_clouds();
+  const auto device = device_of(clouds);
+  kestrane::KESTRANE_LASER_FAC_CALIB calibrator;
+  calibrator.init();
+  kestrane::quality::FactorySettings settings;
+  settings.repeatability = state.range(0) != 0;
+  double rms = 0.0;
+  for (auto _ : state) {
+    rms = kestrane::quality::calibrate_factory(calibrator, device, settings).device.rms;
+    benchmark::ClobberMemory();
+  }
+  per_point(state, kDevicePlanes * kDevicePoints);
+  state.counters["rms"] = rms;
+}
+BENCHMARK(CalibrateDevice)->ArgName("repeatability")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
