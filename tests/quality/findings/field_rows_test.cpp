@@ -1,0 +1,207 @@
+// Each row on a field calibration or on two tables with a case that just triggers it and one that
+// just does not.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <string>
+
+#include "kestrane/quality/difference.h"
+#include "kestrane/quality/field.h"
+#include "kestrane/quality/findings.h"
+
+namespace {
+
+using kestrane::quality::Difference;
+using kestrane::quality::FieldResult;
+using kestrane::quality::FieldStage;
+using kestrane::quality::Finding;
+using kestrane::quality::judge;
+using kestrane::quality::Judgement;
+using kestrane::quality::Level;
+using kestrane::quality::Limits;
+using kestrane::quality::MotionDirection;
+using kestrane::quality::StageCount;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+double just_above(double value) { return std::nextafter(value, kInf); }
+double just_below(double value) { return std::nextafter(value, 0.0); }
+
+StageCount& stage(FieldResult& result, FieldStage which) {
+  return result.used.stages[static_cast<int>(which)];
+}
+
+FieldResult moved() {
+  FieldResult result;
+  result.displacement.max = 0.3;
+  result.displacement.rms = 0.1;
+  result.displacement.sigma = 0.01;
+  result.displacement.plane = 2;
+  result.sigma_holds_table = true;
+  result.frame_clusters = 40;
+  for (const char* name : {"turn about x", "turn about y", "turn about z", "shift along x",
+                           "shift along y", "shift along z"}) {
+    MotionDirection direction{};
+    direction.name = name;
+    direction.sigma = 0.01;
+    direction.fixed = true;
+    result.directions.push_back(direction);
+  }
+  stage(result, FieldStage::kGiven) = {1000, 40, 8};
+  stage(result, FieldStage::kUsed) = {900, 40, 8};
+  return result;
+}
+
+Limits limits() {
+  Limits some;
+  some.rms = 0.3;
+  some.field_motion = 1.0;
+  return some;
+}
+
+Finding row(const Judgement& judgement, const std::string& id) {
+  const Finding* found = judgement.find(id);
+  return found == nullptr ? Finding{Level::kOk, "none", "", {}} : *found;
+}
+
+Level level(const FieldResult& result, const std::string& id, const Limits& some = limits()) {
+  const Finding found = row(judge(result, some), id);
+  EXPECT_EQ(found.id, id);
+  EXPECT_FALSE(found.text.empty());
+  return found.level;
+}
+
+TEST(JudgeField, FindsAGoodCalibrationFit) {
+  EXPECT_EQ(judge(moved(), limits()).verdict, "fit for use within the limits given");
+  EXPECT_EQ(judge(moved()).verdict, "no limits given");
+}
+
+TEST(JudgeField, TellsOnlyTheReasonOfARefusal) {
+  FieldResult result = moved();
+  result.refused = "plane 3 has no points";
+  const Judgement judgement = judge(result, limits());
+  ASSERT_EQ(judgement.findings.size(), 1U);
+  EXPECT_EQ(judgement.findings[0].id, "used");
+  EXPECT_EQ(judgement.findings[0].level, Level::kBad);
+  EXPECT_NE(judgement.findings[0].text.find("plane 3 has no points"), std::string::npos);
+}
+
+TEST(FieldMotionRow, IsBadAboveTheLimit) {
+  FieldResult result = moved();
+  result.displacement.max = 1.0;
+  EXPECT_EQ(level(result, "field_motion"), Level::kOk);
+  result.displacement.max = just_above(1.0);
+  EXPECT_EQ(level(result, "field_motion"), Level::kBad);
+}
+
+TEST(FieldMotionRow, WarnsOfMotionWithinNoise) {
+  FieldResult result = moved();
+  result.displacement.sigma = 0.1;
+  result.displacement.max = 3.0 * 0.1;
+  EXPECT_EQ(level(result, "field_motion"), Level::kOk);
+  result.displacement.max = just_below(3.0 * 0.1);
+  EXPECT_EQ(level(result, "field_motion"), Level::kWarn);
+  result.displacement.sigma = kNaN;
+  EXPECT_EQ(level(result, "field_motion"), Level::kOk);
+}
+
+TEST(FieldMotionRow, SaysWhereTheTablesErrorsComeOnTop) {
+  FieldResult result = moved();
+  EXPECT_EQ(row(judge(result), "field_motion").text.find("stored table"), std::string::npos);
+  result.sigma_holds_table = false;
+  EXPECT_NE(row(judge(result), "field_motion").text.find("stored table"), std::string::npos);
+}
+
+TEST(FieldMotionRow, IsAFactWithoutItsLimit) {
+  FieldResult result = moved();
+  result.displacement.max = 50.0;
+  EXPECT_EQ(level(result, "field_motion", {}), Level::kOk);
+  result.displacement.max = 0.0;
+  EXPECT_EQ(level(result, "field_motion", {}), Level::kOk);
+}
+
+TEST(DirectionRow, WarnsOfADirectionThatIsNotFixed) {
+  FieldResult result = moved();
+  EXPECT_EQ(level(result, "direction"), Level::kOk);
+  result.directions[4].fixed = false;
+  result.directions[4].sigma = kInf;
+  EXPECT_EQ(level(result, "direction"), Level::kWarn);
+  EXPECT_NE(row(judge(result), "direction").text.find("shift along y (moves no sheet)"),
+            std::string::npos);
+}
+
+TEST(DirectionRow, WarnsOfAWeakDirection) {
+  FieldResult result = moved();
+  result.directions[1].sigma = 0.3 / 3.0;
+  EXPECT_EQ(level(result, "direction"), Level::kOk);
+  result.directions[1].sigma = just_above(0.3 / 3.0);
+  EXPECT_EQ(level(result, "direction"), Level::kWarn);
+  EXPECT_EQ(level(result, "direction", {}), Level::kOk);
+}
+
+TEST(DirectionRow, SaysThatThereAreTooFewFramesToTell) {
+  FieldResult result = moved();
+  result.frame_clusters = 7;
+  for (MotionDirection& direction : result.directions) {
+    direction.fixed = false;
+    direction.sigma = kNaN;
+  }
+  EXPECT_EQ(level(result, "direction"), Level::kWarn);
+  EXPECT_NE(row(judge(result), "direction").text.find("too few frames"), std::string::npos);
+}
+
+TEST(UsedRow, IsBadBelowHalfOfThePlanesOrFrames) {
+  FieldResult result = moved();
+  stage(result, FieldStage::kUsed) = {500, 20, 4};
+  EXPECT_EQ(level(result, "used"), Level::kOk);
+  stage(result, FieldStage::kUsed) = {500, 19, 4};
+  EXPECT_EQ(level(result, "used"), Level::kBad);
+  stage(result, FieldStage::kUsed) = {500, 20, 3};
+  EXPECT_EQ(level(result, "used"), Level::kBad);
+}
+
+TEST(UsedRow, WarnsOfAnyFrameLeftOut) {
+  FieldResult result = moved();
+  EXPECT_EQ(level(result, "used"), Level::kOk);
+  result.used.dropped.push_back({5, -3, FieldStage::kFrameFilter});
+  EXPECT_EQ(level(result, "used"), Level::kWarn);
+  EXPECT_NE(row(judge(result), "used").text.find("plane 5 frame -3"), std::string::npos);
+}
+
+Difference difference(double rest, double explained) {
+  Difference found;
+  found.rms = 0.5;
+  found.max = 1.0;
+  found.rest = rest;
+  found.explained = explained;
+  return found;
+}
+
+TEST(DriftRow, WarnsWhereMoreThanAThirdOfTheRmsLimitIsLeft) {
+  EXPECT_EQ(judge(difference(0.3 / 3.0, 0.9), limits()).worst(), Level::kOk);
+  EXPECT_EQ(judge(difference(just_above(0.3 / 3.0), 0.9), limits()).worst(), Level::kWarn);
+  EXPECT_EQ(judge(difference(10.0, 0.9)).worst(), Level::kOk);
+}
+
+TEST(DriftRow, SaysWhatToDo) {
+  const Judgement rigid = judge(difference(0.2, just_above(0.8)), limits());
+  EXPECT_NE(rigid.findings[0].text.find("calibrate in the field first"), std::string::npos);
+  const Judgement shape = judge(difference(0.2, 0.8), limits());
+  EXPECT_NE(shape.findings[0].text.find("the shape has changed: calibrate anew"),
+            std::string::npos);
+}
+
+TEST(DriftRow, IsOkWithoutAnyDifference) {
+  EXPECT_EQ(judge(difference(0.0, kNaN), limits()).worst(), Level::kOk);
+}
+
+TEST(DriftRow, WarnsWhereNothingCouldBeCompared) {
+  Difference found = difference(0.0, kNaN);
+  found.refused = "no block in common";
+  EXPECT_EQ(judge(found, limits()).worst(), Level::kWarn);
+}
+
+}  // namespace
