@@ -12,12 +12,12 @@
 #include <limits>
 #include <vector>
 
-#include "bench/compensation_literal.h"
 #include "compensation/cell_kernel.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
 #include "records/table_copy.h"
 #include "simulation/random.h"
+#include "tests/literal/compensation.h"
 
 namespace {
 
@@ -33,6 +33,7 @@ constexpr std::int32_t kCells = 50;
 constexpr double kCellsPerPass = kPlanes * kLines * kCells;
 
 constexpr _MRV_EXTRINSIC_PARAM kExtrinsic{{1, 0, 0, 0, 1, 0, 0, 0, 1}, {110.0, 3.0, -7.0}};
+constexpr literal::Vec3 kTranslation{110.0, 3.0, -7.0};
 constexpr _KESTRANE_COMPENSATE_PARAM kWarm{35.5, 21.25, 0.75, 0.5, 1.5, 1e-6, 2e-5, 1e-4};
 
 // Full tables of sheets at x of about 100, each block a little off its plane.
@@ -88,18 +89,12 @@ class Table {
 
 class LiteralForm {
  public:
-  LiteralForm() {
-    compensator_.planes = table_.planes();
-    compensator_.extrinsic = kExtrinsic;
-    compensator_.set_compensate_param(kWarm, 0, kPlanes);
-  }
   void load(const Table& source) { table_.load(source); }
-  void run() { compensator_.compensate(0, kPlanes); }
+  void run() { literal::compensate(table_.planes(), kTranslation, kWarm, 0, kPlanes); }
   Table& result() { return table_; }
 
  private:
   Table table_;
-  literal::Compensator compensator_{};
 };
 
 class LibraryForm {
@@ -122,22 +117,20 @@ class LibraryForm {
   KESTRANE_LASER_COMPENSATOR compensator_;
 };
 
-// The line kernel over the whole table with one vector set. It takes the planes' motions from a
-// literal run, so that what is done once per plane, hardly more than one cell, is left out.
+// The line kernel over the whole table with one vector set. It takes the planes' motions from the
+// literal form, so that what is done once per plane, hardly more than one cell, is left out.
 class KernelForm {
  public:
   explicit KernelForm(VectorSet set) : set_(set) {
-    literal::Compensator compensator{};
-    compensator.planes = table_.planes();
-    compensator.extrinsic = kExtrinsic;
-    compensator.set_compensate_param(kWarm, 0, kPlanes);
     for (std::int32_t p = 0; p < kPlanes; ++p) {
-      compensator.compensate(p, p + 1);
+      const double* whole = table_.planes()[p].laser_plane_R;
+      const literal::PlaneTurn turn =
+          literal::plane_turn(kTranslation, kWarm, p, 0, kPlanes, {whole[0], whole[1], whole[2]});
       PlaneMotion motion;
       std::copy_n(kExtrinsic.T, 3, motion.translation);
-      motion.scale = kWarm.scale_per_degree * (kWarm.temperature - kWarm.temperature_ref) + 1.0;
-      std::copy_n(compensator.plane_rotation.R, 9, motion.rotation);
-      std::copy_n(table_.planes()[p].pivot, 3, motion.pivot);
+      motion.scale = literal::temperature_scale(kWarm);
+      for (std::size_t i = 0; i < 3; ++i) std::copy_n(turn.R[i].data(), 3, motion.rotation + 3 * i);
+      std::copy_n(turn.pivot.data(), 3, motion.pivot);
       motions_.push_back(motion);
     }
   }

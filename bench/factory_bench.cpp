@@ -8,7 +8,7 @@
 
 #include "factory/engine.h"
 #include "simulation/scanner.h"
-#include "tests/support/literal_factory.h"
+#include "tests/literal/factory_calibration.h"
 
 namespace {
 

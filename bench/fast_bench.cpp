@@ -15,9 +15,9 @@
 #include "kestrane/fast_calib.h"
 #include "simulation/scanner.h"
 #include "solver/quiet_solve.h"
-#include "tests/support/fast_literal_solve.h"
+#include "tests/literal/fast_solve.h"
+#include "tests/literal/plane_fit.h"
 #include "tests/support/fast_scene.h"
-#include "tests/support/literal_plane_fit.h"
 
 namespace {
 

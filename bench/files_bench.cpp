@@ -15,7 +15,7 @@
 #include "kestrane/buffers.h"
 #include "kestrane/files.h"
 #include "simulation/random.h"
-#include "tests/files/literal_files.h"
+#include "tests/literal/files.h"
 
 namespace {
 

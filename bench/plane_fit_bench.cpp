@@ -11,7 +11,7 @@
 #include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
 #include "simulation/random.h"
-#include "tests/support/literal_plane_fit.h"
+#include "tests/literal/plane_fit.h"
 
 namespace {
 

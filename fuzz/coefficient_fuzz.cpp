@@ -8,7 +8,7 @@
 #include "files/coefficient_file.h"
 #include "fuzz/memory_file.h"
 #include "kestrane/buffers.h"
-#include "tests/files/literal_files.h"
+#include "tests/literal/files.h"
 
 namespace {
 

@@ -8,21 +8,20 @@
 #include <vector>
 
 #include "simulation/random.h"
-#include "tests/compensation/plain_compensation.h"
-#include "tests/compensation/same_value.h"
+#include "tests/literal/compensation.h"
+#include "tests/support/bits.h"
 
 namespace {
 
 using kestrane::PlaneMotion;
 using kestrane::VectorSet;
 using kestrane_test::bits_of;
-using kestrane_test::PlainPlane;
-using kestrane_test::same_value;
-using kestrane_test::Vec3;
+using kestrane_test::same_bits;
+using literal::Vec3;
 using simulation::Random;
 
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 constexpr double kDenormal = std::numeric_limits<double>::denorm_min();
 constexpr double kLargest = std::numeric_limits<double>::max();
 
@@ -108,14 +107,14 @@ PlaneMotion mixed_motion(Random& random) {
                     {mixed(random, 50, 150), mixed(random, -20, 20), mixed(random, -50, 50)});
 }
 
-Vec3 by_plain(const PlaneMotion& m, Vec3 cell) {
+Vec3 by_literal(const PlaneMotion& m, Vec3 cell) {
   const Vec3 T = {m.translation[0], m.translation[1], m.translation[2]};
-  PlainPlane plane;
+  literal::PlaneTurn turn;
   for (std::size_t i = 0; i < 3; ++i) {
-    plane.pivot[i] = m.pivot[i];
-    for (std::size_t j = 0; j < 3; ++j) plane.R[i][j] = m.rotation[3 * i + j];
+    turn.pivot[i] = m.pivot[i];
+    for (std::size_t j = 0; j < 3; ++j) turn.R[i][j] = m.rotation[3 * i + j];
   }
-  kestrane_test::plain_cell(T, m.scale, plane, cell);
+  literal::compensate_cell(T, m.scale, turn, cell);
   return cell;
 }
 
@@ -134,7 +133,7 @@ std::vector<Vec3> by_line_form(const PlaneMotion& m, std::vector<Vec3> cells, Ve
 
 testing::AssertionResult same_cell(const Vec3& got, const Vec3& expected) {
   for (std::size_t i = 0; i < 3; ++i) {
-    if (same_value(got[i], expected[i])) continue;
+    if (same_bits(got[i], expected[i])) continue;
     return testing::AssertionFailure() << std::hexfloat << "component " << i << " is " << got[i]
                                        << " instead of " << expected[i];
   }
@@ -145,7 +144,7 @@ testing::AssertionResult same_cell(const Vec3& got, const Vec3& expected) {
 void expect_all_forms_agree(const PlaneMotion& motion, const std::vector<Vec3>& cells) {
   std::vector<Vec3> expected;
   for (const Vec3& cell : cells) {
-    expected.push_back(by_plain(motion, cell));
+    expected.push_back(by_literal(motion, cell));
     ASSERT_TRUE(same_cell(by_cell_form(motion, cell), expected.back()));
   }
   for (const VectorSet set : usable_sets()) {
@@ -288,12 +287,12 @@ TEST(CorrectPlane, EqualsTheTranscriptionInEveryBit) {
     const Vec3 T = {m.translation[0], m.translation[1], m.translation[2]};
     Vec3 plane = i % 2 == 0 ? sane_cell(random) : mixed_cell(random);
     Vec3 expected = plane;
-    kestrane_test::plain_correct(T, m.scale, expected);
+    literal::correct_plane(T, m.scale, expected);
     kestrane::correct_plane(m.translation, m.scale, plane.data());
     ASSERT_TRUE(same_cell(plane, expected));
     Vec3 point;
     kestrane::point_along(m.translation, plane.data(), point.data());
-    ASSERT_TRUE(same_cell(point, kestrane_test::plain_point(T, plane)));
+    ASSERT_TRUE(same_cell(point, literal::point_on_plane(T, plane)));
   }
 }
 
@@ -380,7 +379,7 @@ TEST(CompensateLine, WorksOnEveryCountAndLeavesTheCellsBehindItAlone) {
       kestrane::compensate_line(motion, reinterpret_cast<double*>(moved.data()), count, set);
       for (std::int32_t i = 0; i < 210; ++i) {
         const auto at = static_cast<std::size_t>(i);
-        const Vec3 expected = i < count ? by_plain(motion, cells[at]) : cells[at];
+        const Vec3 expected = i < count ? by_literal(motion, cells[at]) : cells[at];
         ASSERT_TRUE(same_cell(moved[at], expected)) << "cell " << i << " of " << count;
       }
     }

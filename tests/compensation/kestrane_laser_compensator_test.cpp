@@ -6,9 +6,9 @@
 #include <limits>
 
 #include "kestrane/compensator.h"
-#include "tests/compensation/plain_compensation.h"
-#include "tests/compensation/same_value.h"
 #include "tests/compensation/scanner_table.h"
+#include "tests/literal/compensation.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -18,13 +18,13 @@ using kestrane_test::bits_of;
 using kestrane_test::count_differences;
 using kestrane_test::kExtrinsic;
 using kestrane_test::kWarm;
-using kestrane_test::same_value;
-using kestrane_test::Vec3;
+using kestrane_test::same_bits;
+using literal::Vec3;
 using simulation::HostTable;
 using simulation::Random;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 
 // A condition of which only the named fields are not zero.
 struct Condition {
@@ -88,18 +88,18 @@ HostTable compensated(HostTable& table, const _KESTRANE_COMPENSATE_PARAM& param,
 }
 
 // The transcription over the planes of a fan, in place.
-void compensate_plainly(HostTable& table, const _KESTRANE_COMPENSATE_PARAM& param, int first,
-                        int last, const _MRV_EXTRINSIC_PARAM& extrinsic = kExtrinsic) {
+void compensate_literally(HostTable& table, const _KESTRANE_COMPENSATE_PARAM& param, int first,
+                          int last, const _MRV_EXTRINSIC_PARAM& extrinsic = kExtrinsic) {
   const Vec3 T = {extrinsic.T[0], extrinsic.T[1], extrinsic.T[2]};
   for (int p = first; p < last; ++p) {
     const double* R = table.row(p).laser_plane_R;
-    const kestrane_test::PlainPlane plane =
-        kestrane_test::plain_plane(T, param, p, first, last, {R[0], R[1], R[2]});
+    const literal::PlaneTurn turn =
+        literal::plane_turn(T, param, p, first, last, {R[0], R[1], R[2]});
     for (int n = 0; n < HostTable::kLines * HostTable::kCells; ++n) {
       double* v = table.abc(p, 0, n);
       Vec3 cell = {v[0], v[1], v[2]};
       if (cell[0] == 0.0) continue;
-      kestrane_test::plain_cell(T, kestrane_test::plain_scale(param), plane, cell);
+      literal::compensate_cell(T, literal::temperature_scale(param), turn, cell);
       for (std::size_t i = 0; i < 3; ++i) v[i] = cell[i];
     }
   }
@@ -215,12 +215,12 @@ TEST(GetCompensateResult, CopiesCountsAsTheyStandAndNothingBeyondThem) {
   EXPECT_EQ(target.line(0, 2).count, 50);  // beyond the line count: the host's own
   EXPECT_EQ(target.row(1).block.count, -3);
   EXPECT_EQ(target.line(2, 4).count, -1);
-  EXPECT_TRUE(same_value(target.abc(0, 0, 6)[2], table.abc(0, 0, 6)[2]));
+  EXPECT_TRUE(same_bits(target.abc(0, 0, 6)[2], table.abc(0, 0, 6)[2]));
   EXPECT_EQ(target.abc(0, 0, 7)[0], 5.0);
   EXPECT_EQ(target.abc(0, 1, 0)[0], 5.0);
   EXPECT_EQ(target.abc(1, 0, 0)[0], 5.0);
   EXPECT_EQ(target.abc(2, 4, 0)[0], 5.0);
-  EXPECT_TRUE(same_value(target.abc(2, 5, 49)[1], table.abc(2, 5, 49)[1]));
+  EXPECT_TRUE(same_bits(target.abc(2, 5, 49)[1], table.abc(2, 5, 49)[1]));
 }
 
 TEST(GetCompensateResult, LeavesTheHostsPointersAndGridsAlone) {
@@ -577,7 +577,7 @@ TEST(Compensate, WorksOnItsRangeOnly) {
     HostTable& expected = p >= 3 && p < 7 ? whole : table;
     for (int n = 0; n < HostTable::kLines * HostTable::kCells; ++n) {
       for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(same_value(result.abc(p, 0, n)[i], expected.abc(p, 0, n)[i])) << p;
+        ASSERT_TRUE(same_bits(result.abc(p, 0, n)[i], expected.abc(p, 0, n)[i])) << p;
       }
     }
   }
@@ -593,7 +593,7 @@ TEST(Compensate, WorksOnTheResultOfTheCallBefore) {
   compensator.compensate(0, 3);
   HostTable twice = result_of(compensator, 3);
   EXPECT_GT(count_differences(twice, once), 0);
-  compensate_plainly(once, kWarm, 0, 3);
+  compensate_literally(once, kWarm, 0, 3);
   EXPECT_EQ(count_differences(twice, once), 0);
 }
 
@@ -602,12 +602,12 @@ TEST(Compensate, WorksOnTablesOfShortAndOddCounts) {
   for (std::int32_t j = 0; j < HostTable::kLines; ++j) table.line(0, j).count = 3 * j;
   HostTable result = compensated(table, kWarm, 0, 1);
   HostTable expected = scanner_table(1, 21);
-  compensate_plainly(expected, kWarm, 0, 1);
+  compensate_literally(expected, kWarm, 0, 1);
   for (std::int32_t j = 0; j < HostTable::kLines; ++j) {
     EXPECT_EQ(result.line(0, j).count, 3 * j);
     for (std::int32_t k = 0; k < HostTable::kCells; ++k) {
       const double at_count = k < 3 * j ? expected.abc(0, j, k)[0] : 0.0;
-      EXPECT_TRUE(same_value(result.abc(0, j, k)[0], at_count)) << j << ", " << k;
+      EXPECT_TRUE(same_bits(result.abc(0, j, k)[0], at_count)) << j << ", " << k;
     }
   }
 }
@@ -660,7 +660,7 @@ TEST(Compensate, EqualsTheTranscriptionInEveryBitOverFullTables) {
     const int first = random.index(10);
     const int last = first + 1 + random.index(13);
     HostTable result = compensated(table, param, first, last, extrinsic);
-    compensate_plainly(table, param, first, last, extrinsic);
+    compensate_literally(table, param, first, last, extrinsic);
     ASSERT_EQ(count_differences(result, table), 0) << "run " << run;
   }
 }
@@ -668,7 +668,7 @@ TEST(Compensate, EqualsTheTranscriptionInEveryBitOverFullTables) {
 TEST(Compensate, EqualsTheTranscriptionInEveryBitForAHundredPlanes) {
   HostTable table = scanner_table(100, 25);
   HostTable result = compensated(table, kWarm, 0, 100);
-  compensate_plainly(table, kWarm, 0, 100);
+  compensate_literally(table, kWarm, 0, 100);
   EXPECT_EQ(count_differences(result, table), 0);
 }
 
@@ -689,7 +689,7 @@ TEST(Compensate, EqualsTheTranscriptionInEveryBitOnAwkwardConditions) {
     kestrane_test::fill_like_a_scanner(table, random);
     if (run % 3 == 0) table.row(random.index(2)).laser_plane_R[random.index(3)] = pick();
     HostTable result = compensated(table, param, 0, 2, extrinsic);
-    compensate_plainly(table, param, 0, 2, extrinsic);
+    compensate_literally(table, param, 0, 2, extrinsic);
     ASSERT_EQ(count_differences(result, table), 0) << "run " << run;
   }
 }
@@ -742,7 +742,7 @@ TEST(Compensate, ReachesNoMemoryOutsideTheTableForARangeBeyondIt) {
   compensator.compensate(-20, 120);
   HostTable result = result_of(compensator, 100);
   // The fan of planes -20 to 119 has the same centre as that of planes 0 to 99.
-  compensate_plainly(table, kWarm, 0, 100);
+  compensate_literally(table, kWarm, 0, 100);
   EXPECT_EQ(count_differences(result, table), 0);
 
   constexpr std::int32_t kLow = std::numeric_limits<std::int32_t>::min();

@@ -7,8 +7,9 @@
 
 #include "kestrane/compensator.h"
 #include "tests/compensation/allocation_probe.h"
-#include "tests/compensation/plain_compensation.h"
 #include "tests/compensation/scanner_table.h"
+#include "tests/literal/compensation.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -19,8 +20,8 @@ using kestrane::LaserCompensator;
 using kestrane_test::AllocationProbe;
 using kestrane_test::kExtrinsic;
 using kestrane_test::kWarm;
-using kestrane_test::same_value;
-using kestrane_test::Vec3;
+using kestrane_test::same_bits;
+using literal::Vec3;
 using simulation::HostTable;
 using Event = AllocationProbe::Event;
 
@@ -155,10 +156,10 @@ TEST(LaserCompensator, SetsThePivotsOfThePlanesInWorkOnly) {
     const double* R = table.row(p).laser_plane_R;
     Vec3 expected = {0.0, 0.0, 0.0};
     if (p >= 1 && p < 4) {
-      expected = kestrane_test::plain_plane(T, kWarm, p, 0, 6, {R[0], R[1], R[2]}).pivot;
+      expected = literal::plane_turn(T, kWarm, p, 0, 6, {R[0], R[1], R[2]}).pivot;
     }
     for (std::size_t i = 0; i < 3; ++i) {
-      EXPECT_TRUE(same_value(engine.planes()[p].pivot[i], expected[i])) << "plane " << p;
+      EXPECT_TRUE(same_bits(engine.planes()[p].pivot[i], expected[i])) << "plane " << p;
     }
   }
 }

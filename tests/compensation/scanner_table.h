@@ -6,7 +6,7 @@
 
 #include "simulation/host_table.h"
 #include "simulation/random.h"
-#include "tests/compensation/same_value.h"
+#include "tests/support/bits.h"
 
 namespace kestrane_test {
 
@@ -46,12 +46,12 @@ inline int count_differences(simulation::HostTable& x, simulation::HostTable& y)
   int different = 0;
   for (std::int32_t p = 0; p < x.size(); ++p) {
     for (int i = 0; i < 3; ++i) {
-      different += same_value(x.row(p).laser_plane_R[i], y.row(p).laser_plane_R[i]) ? 0 : 1;
+      different += same_bits(x.row(p).laser_plane_R[i], y.row(p).laser_plane_R[i]) ? 0 : 1;
     }
     for (std::int32_t n = 0; n < simulation::HostTable::kLines * simulation::HostTable::kCells;
          ++n) {
       for (int i = 0; i < 3; ++i) {
-        different += same_value(x.abc(p, 0, n)[i], y.abc(p, 0, n)[i]) ? 0 : 1;
+        different += same_bits(x.abc(p, 0, n)[i], y.abc(p, 0, n)[i]) ? 0 : 1;
       }
     }
   }

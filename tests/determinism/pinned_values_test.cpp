@@ -21,36 +21,18 @@
 #include "fit/plane_fit.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
+#include "tests/support/bits.h"
 
 namespace {
 
 using namespace kestrane;
-
-std::string hex(double value) {
-  char text[40];
-  std::snprintf(text, sizeof text, "%a", value);
-  return text;
-}
-
-// Bits, not values: a zero of the other sign is a change, too.
-testing::AssertionResult is_pinned(double value, double pin) {
-  if (std::bit_cast<std::uint64_t>(value) == std::bit_cast<std::uint64_t>(pin)) {
-    return testing::AssertionSuccess();
-  }
-  return testing::AssertionFailure() << hex(value) << " is not the pinned " << hex(pin);
-}
+using kestrane_test::same_bits;
 
 template <std::size_t kCount>
 void expect_pinned(const double* values, const std::array<double, kCount>& pins) {
   for (std::size_t i = 0; i < kCount; ++i) {
-    EXPECT_TRUE(is_pinned(values[i], pins[i])) << "number " << i;
+    EXPECT_TRUE(same_bits(values[i], pins[i])) << "number " << i;
   }
-}
-
-TEST(Pin, IsAMatterOfBits) {
-  EXPECT_TRUE(is_pinned(0.5, 0x1p-1));
-  EXPECT_FALSE(is_pinned(0.0, -0.0));
-  EXPECT_FALSE(is_pinned(std::nextafter(0.5, 1.0), 0.5));
 }
 
 // --- Compensation -------------------------------------------------------------------------------

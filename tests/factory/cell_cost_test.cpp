@@ -8,6 +8,7 @@
 
 #include "ceres/autodiff_cost_function.h"
 #include "simulation/random.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -217,8 +218,7 @@ TEST(CellCost, HasNoFiniteDerivativeWherePointsLieOnThePlane) {
 }
 
 TEST(CellCost, TurnsIntoNaNWithACornerThatIsNotFinite) {
-  for (const double bad :
-       {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
+  for (const double bad : {kestrane_test::kNaN, kestrane_test::kInf}) {
     Cell cell = flat_cell(20.0, 27.0);
     cell.points = PointMatrix3::Constant(2, 3, 100.0);
     double residual = 0.0;
@@ -282,7 +282,7 @@ Eigen::Vector3d smallest_axis(double m[3][3]) {
   return {v[0][best], v[1][best], v[2][best]};
 }
 
-TEST(CellCost, AgreesWithASlowTwinOnRandomCells) {
+TEST(CellCost, AgreesWithASlowFormOnRandomCells) {
   Random random(21);
   for (int round = 0; round < 500; ++round) {
     Cell cell = flat_cell(random.uniform(5.0, 60.0), 27.0);

@@ -10,7 +10,8 @@
 #include "factory/grid_corners.h"
 #include "factory/nominal_grid.h"
 #include "simulation/random.h"
-#include "tests/support/literal_factory.h"
+#include "tests/literal/factory_calibration.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -199,7 +200,7 @@ TEST(CornerOptimisation, LeavesAllCornersWhenOneCellCannotBeEvaluated) {
   expect_same(corners, before);
 
   CellPoints broken = clouds_of(corners, sheet, 0.05);
-  broken[2][2] = PointMatrix3::Constant(4, 3, std::numeric_limits<double>::quiet_NaN());
+  broken[2][2] = PointMatrix3::Constant(4, 3, kestrane_test::kNaN);
   kestrane::optimize_grid_corners(broken, corners);
   expect_same(corners, before);
 }
@@ -208,10 +209,10 @@ TEST(CornerOptimisation, WritesNothingWhateverComes) {
   const auto sheet = [](double, double) { return 100.2; };
   GridCorners corners = flat_corners(100.0);
   CellPoints broken = clouds_of(corners, sheet, 0.05);
-  broken[2][2] = PointMatrix3::Constant(4, 3, std::numeric_limits<double>::quiet_NaN());
+  broken[2][2] = PointMatrix3::Constant(4, 3, kestrane_test::kNaN);
   const CellPoints good = clouds_of(corners, sheet, 0.05);
   GridCorners infinite = corners;
-  infinite[6][10].x() = std::numeric_limits<double>::infinity();
+  infinite[6][10].x() = kestrane_test::kInf;
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   kestrane::optimize_grid_corners(broken, corners);

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "simulation/random.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -14,8 +15,8 @@ using kestrane::CellPoints;
 using kestrane::PointMatrix3;
 using simulation::Random;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 
 // The band of the single point (1, 2, z) in the first of 15 sectors.
 int band_of(double z) {

@@ -9,6 +9,7 @@
 #include "factory/nominal_grid.h"
 #include "fit/laser_geometry_fitter.h"
 #include "simulation/random.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -18,8 +19,8 @@ using kestrane::SectorClouds;
 using kestrane::SectorPlanes;
 using simulation::Random;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 const PlaneAbcd kSheet(1.0, 0.0, 0.0, -100.0);  // x = 100
 
 kestrane::FanDividers dividers() {

@@ -7,6 +7,7 @@
 
 #include "factory/nominal_grid.h"
 #include "simulation/random.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ using kestrane::PlaneAbcd;
 using kestrane::PointMatrix3;
 using simulation::Random;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using kestrane_test::kNaN;
 
 kestrane::NominalRays nominal_rays() {
   kestrane::_LASER_PLANE_GRIDS grids{};

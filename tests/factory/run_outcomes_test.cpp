@@ -7,14 +7,15 @@
 
 #include "tests/factory/factory_host.h"
 #include "tests/factory/sheet_clouds.h"
+#include "tests/support/bits.h"
 
 namespace {
 
 using namespace sheet_clouds;
 using namespace factory_host;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 constexpr double kGuard = 2.220446049250313e-16;
 
 class FactoryRuns : public ReadyCalibrator {};

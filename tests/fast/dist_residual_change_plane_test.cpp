@@ -3,7 +3,7 @@
 #include "ceres/rotation.h"
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal_solve.h"
+#include "tests/literal/fast_solve.h"
 
 namespace {
 
@@ -97,7 +97,7 @@ TEST_F(PlaneDistance, HasTheDerivativesOfTheDistanceAtZero) {
   for (int i = 0; i < 6; ++i) EXPECT_EQ(value.v[i], expected[i]) << i;
 }
 
-TEST_F(PlaneDistance, EqualsThePlainTwinWithDoublesAndJets) {
+TEST_F(PlaneDistance, EqualsTheLiteralFormWithDoublesAndJets) {
   Random random(5);
   int cells = 0;
   for (int i = 0; i < 5000; ++i) {
@@ -116,13 +116,13 @@ TEST_F(PlaneDistance, EqualsThePlainTwinWithDoublesAndJets) {
     double value, expected;
     ASSERT_TRUE(fast(r, t, &value));
     ASSERT_TRUE(plain(r, t, &expected));
-    ASSERT_TRUE(same(value, expected));
+    ASSERT_TRUE(same_bits(value, expected));
     const Seeded at(r, t);
     Jet jet, jet_expected;
     ASSERT_TRUE(fast(at.rotation, at.translation, &jet));
     ASSERT_TRUE(plain(at.rotation, at.translation, &jet_expected));
-    ASSERT_TRUE(same(jet.a, jet_expected.a));
-    for (int d = 0; d < 6; ++d) ASSERT_TRUE(same(jet.v[d], jet_expected.v[d])) << d;
+    ASSERT_TRUE(same_bits(jet.a, jet_expected.a));
+    for (int d = 0; d < 6; ++d) ASSERT_TRUE(same_bits(jet.v[d], jet_expected.v[d])) << d;
     cells += value == 10.0 ? 0 : 1;
   }
   EXPECT_GT(cells, 2000);

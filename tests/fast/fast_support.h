@@ -5,12 +5,12 @@
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <vector>
 
 #include "fast/point_sets.h"
 #include "fit/laser_geometry_fitter.h"
 #include "kestrane/fast_calib.h"
+#include "tests/support/bits.h"
 #include "tests/support/fast_scene.h"
 
 namespace fast_support {
@@ -19,17 +19,15 @@ using kestrane::FrameLists;
 using kestrane::PlanePoints;
 using kestrane::PointSets;
 using kestrane::ResidualSets;
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
+using kestrane_test::same_bits;
 using List = std::vector<_KESTRANE_ID_POINT3D>;
-
-inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-inline constexpr double kInf = std::numeric_limits<double>::infinity();
 
 // The sheet x = 128: its distances are exact in binary.
 inline constexpr kestrane::_LASER_TRIPLE kSheetAt128 = {{-0.0078125, 0.0, 0.0}};
 
-inline bool same(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
-
-inline void expect_same(double a, double b) { EXPECT_TRUE(same(a, b)) << a << " and " << b; }
+inline void expect_same(double a, double b) { EXPECT_TRUE(same_bits(a, b)); }
 
 inline void expect_same(const List& a, const List& b) {
   ASSERT_EQ(a.size(), b.size());

@@ -4,7 +4,7 @@
 
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal.h"
+#include "tests/literal/fast_calibration.h"
 
 namespace {
 
@@ -237,7 +237,7 @@ TEST(FilterFrames, HandsOutTheFiguresOfTheLastFrame) {
   EXPECT_FALSE(filter_frames({List{}}, standard.table(), 0, kept).has_value());
 }
 
-TEST(FilterFrames, EqualsThePlainTwinOnRandomInput) {
+TEST(FilterFrames, EqualsTheLiteralFormOnRandomInput) {
   std::size_t kept_points = 0, all_points = 0;
   for (std::uint64_t seed = 0; seed < 400; ++seed) {
     Random random(seed);

@@ -2,7 +2,7 @@
 
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal.h"
+#include "tests/literal/fast_calibration.h"
 
 namespace {
 
@@ -196,7 +196,7 @@ TEST(DivideIntoInteriorPlanes, DividesByTheNormalsLengthToTheLastBit) {
   EXPECT_GT(told_apart, 0);
 }
 
-TEST(DivideIntoInteriorPlanes, EqualsThePlainTwinOnRandomInput) {
+TEST(DivideIntoInteriorPlanes, EqualsTheLiteralFormOnRandomInput) {
   const fast_scene::Standard standard(1);
   Eigen::Index kept = 0, all = 0;
   for (std::uint64_t seed = 0; seed < 60; ++seed) {

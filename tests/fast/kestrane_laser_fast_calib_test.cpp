@@ -17,7 +17,7 @@
 #include "simulation/random.h"
 #include "tests/fast/engine_access.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal_solve.h"
+#include "tests/literal/fast_solve.h"
 #include "tests/support/starved_heap.h"
 
 namespace {

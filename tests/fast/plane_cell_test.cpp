@@ -2,7 +2,7 @@
 
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal.h"
+#include "tests/literal/fast_calibration.h"
 
 namespace {
 
@@ -196,7 +196,7 @@ TEST(TransformPlane, DoesNotGuardTheDivisionByA) {
   for (const double coefficient : moved) expect_same(coefficient, kNaN);
 }
 
-TEST(PlaneCell, AgreesWithThePlainTwinOnRandomInput) {
+TEST(PlaneCell, AgreesWithTheLiteralFormOnRandomInput) {
   Random random(11);
   fast_scene::Standard standard(1);
   for (int j = 0; j < 15; ++j) {
@@ -226,10 +226,10 @@ TEST(PlaneCell, AgreesWithThePlainTwinOnRandomInput) {
     kestrane::transform_plane(found.coeffs, moved, motion, d);
     literal::transform_plane(found.coeffs, moved_expected, motion);
     for (int c = 0; c < 3; ++c) {
-      ASSERT_TRUE(same(found.coeffs[c], expected.coeffs[c]));
-      ASSERT_TRUE(same(found.normal[c], expected.normal[c]));
-      ASSERT_TRUE(same(found.foot[c], expected.foot[c]));
-      ASSERT_TRUE(same(moved[c], moved_expected[c]));
+      ASSERT_TRUE(same_bits(found.coeffs[c], expected.coeffs[c]));
+      ASSERT_TRUE(same_bits(found.normal[c], expected.normal[c]));
+      ASSERT_TRUE(same_bits(found.foot[c], expected.foot[c]));
+      ASSERT_TRUE(same_bits(moved[c], moved_expected[c]));
     }
   }
   EXPECT_GT(hits, 5000);

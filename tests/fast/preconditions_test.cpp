@@ -1,6 +1,6 @@
 // What the host owes: a checked build names the violated precondition before memory is touched.
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal.h"
+#include "tests/literal/fast_calibration.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal.h"
+#include "tests/literal/fast_calibration.h"
 
 namespace {
 
@@ -120,7 +120,7 @@ void fill_wildly(fast_scene::Standard& standard, int planes, Random& random) {
   }
 }
 
-TEST(MeasureResiduals, EqualsThePlainTwinToTheLastBit) {
+TEST(MeasureResiduals, EqualsTheLiteralFormToTheLastBit) {
   int finite_runs = 0;
   for (std::uint64_t seed = 0; seed < 60; ++seed) {
     Random random(seed);
@@ -160,7 +160,7 @@ TEST(MeasureResiduals, EqualsThePlainTwinToTheLastBit) {
     for (std::size_t i = 0; i < 2; ++i) {
       ASSERT_EQ(residuals[i].size(), expected[i].size());
       for (std::size_t j = 0; j < residuals[i].size(); ++j) {
-        ASSERT_TRUE(same(residuals[i][j], expected[i][j])) << seed << ' ' << i << ' ' << j;
+        ASSERT_TRUE(same_bits(residuals[i][j], expected[i][j])) << seed << ' ' << i << ' ' << j;
       }
     }
   }

@@ -9,7 +9,7 @@
 #include "simulation/random.h"
 #include "solver/quiet_solve.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal_solve.h"
+#include "tests/literal/fast_solve.h"
 
 namespace {
 
@@ -119,11 +119,11 @@ TEST(AddResidualBlocks, EqualsTheLiteralCostInValueAndDerivativesToTheLastBit) {
       const Evaluated actual(parts.costs[static_cast<std::size_t>(b)], rotation, translation);
       const Evaluated expected(plain, rotation, translation);
       ASSERT_NE(expected.value, 10.0) << "no cell there";
-      ASSERT_TRUE(same(actual.alone, expected.alone));
-      ASSERT_TRUE(same(actual.value, expected.value));
+      ASSERT_TRUE(same_bits(actual.alone, expected.alone));
+      ASSERT_TRUE(same_bits(actual.value, expected.value));
       for (int d = 0; d < 3; ++d) {
-        ASSERT_TRUE(same(actual.by_rotation[d], expected.by_rotation[d])) << d;
-        ASSERT_TRUE(same(actual.by_translation[d], expected.by_translation[d])) << d;
+        ASSERT_TRUE(same_bits(actual.by_rotation[d], expected.by_rotation[d])) << d;
+        ASSERT_TRUE(same_bits(actual.by_translation[d], expected.by_translation[d])) << d;
       }
     }
   }
@@ -405,7 +405,7 @@ TEST(FilterPointByResidual, KeepsAPlaceForEveryPlane) {
   EXPECT_EQ(kept[2].cols(), 1);
 }
 
-TEST(FilterPointByResidual, EqualsThePlainTwinOnRandomInput) {
+TEST(FilterPointByResidual, EqualsTheLiteralFormOnRandomInput) {
   Random random(8);
   for (int round = 0; round < 200; ++round) {
     PointSets points;

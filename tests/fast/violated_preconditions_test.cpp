@@ -2,7 +2,7 @@
 // makes it so.
 #include "kestrane/fast_calib.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal.h"
+#include "tests/literal/fast_calibration.h"
 
 namespace {
 

@@ -9,18 +9,16 @@
 #include <new>
 #include <vector>
 
+#include "tests/support/bits.h"
 #include "tests/support/fault_heap.h"
 
 namespace faults {
 
 using fault_heap::Place;
+using kestrane_test::same_bits;
 
 // Numbers that a routine leaves behind, compared to the last bit.
 using Outcome = std::vector<double>;
-
-inline bool same_bits(const Outcome& a, const Outcome& b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
-}
 
 inline void append(Outcome& outcome, const double* values, std::size_t count) {
   outcome.insert(outcome.end(), values, values + count);

@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "factory/cell_indicators.h"
-#include "factory/corner_optimisation.h"
 #include "factory/cell_planes.h"
+#include "factory/corner_optimisation.h"
 #include "factory/depth_cells.h"
-#include "factory/grid_corners.h"
 #include "factory/fan_sectors.h"
+#include "factory/grid_corners.h"
 #include "factory/nominal_grid.h"
 #include "fit/plane_fit.h"
 #include "tests/faults/calibration_runs.h"
@@ -51,7 +51,7 @@ TEST_F(FactoryFaults, LeaveTheRowOfTheTableAsItWas) {
     for (int j = 0; j < 15; ++j) faults::append(row, table.cell(2, j, 0).v, 150);
     faults::append(row, host.planes[2].laser_plane_R, 3);
     const Outcome before(first.end() - static_cast<std::ptrdiff_t>(row.size()), first.end());
-    EXPECT_EQ(faults::same_bits(row, before), cut) << "allocation " << n;
+    EXPECT_EQ(static_cast<bool>(faults::same_bits(row, before)), cut) << "allocation " << n;
   }
 }
 

@@ -68,7 +68,7 @@ Trial try_cut(Place place, long n, const Outcome& expected) {
   {
     Routine routine;
     trial.ending = faults::run_cut(place, n, [&] { routine.operate(); });
-    trial.same = faults::same_bits(faults::outcome_of_a_run(routine), expected);
+    trial.same = static_cast<bool>(faults::same_bits(faults::outcome_of_a_run(routine), expected));
   }
   trial.lost = {holding().blocks - before.blocks, holding().bytes - before.bytes};
   return trial;

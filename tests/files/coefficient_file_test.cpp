@@ -10,9 +10,9 @@
 #include <string>
 
 #include "kestrane/files.h"
-#include "tests/files/literal_files.h"
 #include "tests/files/records_under_test.h"
 #include "tests/files/temporary_folder.h"
+#include "tests/literal/files.h"
 
 namespace kestrane {
 namespace {
@@ -56,11 +56,11 @@ constexpr std::uint64_t kOld = 77;  // what a target holds before it is read int
 // Reads `bytes` into a target of two planes, as the library does, with two windows, and as plain
 // streams do; all must agree in status and in every byte of the record.
 _KESTRANE_STATUS expect_read_as_literal(const MemoryFile& file, const std::string& bytes,
-                                        Coefficients& target, Coefficients& twin) {
-  twin.fill(kOld);
+                                        Coefficients& target, Coefficients& reference) {
+  reference.fill(kOld);
   std::istringstream stream(bytes);
-  const _KESTRANE_STATUS expected = literal::read_coefficients(stream, *twin);
-  const std::string wanted = twin.all_bytes();
+  const _KESTRANE_STATUS expected = literal::read_coefficients(stream, *reference);
+  const std::string wanted = reference.all_bytes();
   const std::string path = file.hold(bytes);
   target.fill(kOld);
   EXPECT_EQ(read_compensator_coeffs(path, *target), expected);
@@ -243,9 +243,9 @@ TEST(CoefficientFile, ReadsBackWhatItWroteBitForBit) {
 TEST(CoefficientFile, ReadsShorterLinesAndKeepsWhatLiesBehindThem) {
   const TemporaryFolder folder;
   const MemoryFile file;
-  Coefficients saved(2, 2, 5), target(2, 2, kOld), twin(2, 2, kOld);
+  Coefficients saved(2, 2, 5), target(2, 2, kOld), reference(2, 2, kOld);
   make_small(saved);
-  expect_read_as_literal(file, saved_bytes(saved, folder), target, twin);
+  expect_read_as_literal(file, saved_bytes(saved, folder), target, reference);
   EXPECT_EQ(target->opt_coeffs->planes[1].lines[0].count, 3);
   EXPECT_EQ(target->range_count, 2);
 }
@@ -270,12 +270,12 @@ TEST(CoefficientFile, RefusesAnEmptyFileWhenTheTwoCountsOfTheRecordDiffer) {
 TEST(CoefficientFile, KeepsEveryFieldBehindTheEndOfACutFile) {
   const TemporaryFolder folder;
   const MemoryFile file;
-  Coefficients saved(2, 2, 6), target(2, 2, kOld), twin(2, 2, kOld);
+  Coefficients saved(2, 2, 6), target(2, 2, kOld), reference(2, 2, kOld);
   make_small(saved);
   const std::string bytes = saved_bytes(saved, folder);
   ASSERT_EQ(bytes.size(), 384U);
   for (std::size_t size = 0; size <= bytes.size() && !HasFailure(); ++size)
-    EXPECT_EQ(expect_read_as_literal(file, bytes.substr(0, size), target, twin), KESTRANE_OK);
+    EXPECT_EQ(expect_read_as_literal(file, bytes.substr(0, size), target, reference), KESTRANE_OK);
 }
 
 TEST(CoefficientFile, NeverStoresAPartOfACell) {
@@ -292,14 +292,14 @@ TEST(CoefficientFile, NeverStoresAPartOfACell) {
 TEST(CoefficientFile, ReadsAnyFlippedBitAsPlainStreamsDo) {
   const TemporaryFolder folder;
   const MemoryFile file;
-  Coefficients saved(2, 2, 7), target(2, 2, kOld), twin(2, 2, kOld);
+  Coefficients saved(2, 2, 7), target(2, 2, kOld), reference(2, 2, kOld);
   make_small(saved);
   std::string bytes = saved_bytes(saved, folder);
   int refused = 0;
   for (std::size_t bit = 0; bit < 8 * bytes.size() && !HasFailure(); ++bit) {
     const char mask = static_cast<char>(1 << (bit % 8));
     bytes[bit / 8] = static_cast<char>(bytes[bit / 8] ^ mask);
-    if (expect_read_as_literal(file, bytes, target, twin) != KESTRANE_OK) ++refused;
+    if (expect_read_as_literal(file, bytes, target, reference) != KESTRANE_OK) ++refused;
     bytes[bit / 8] = static_cast<char>(bytes[bit / 8] ^ mask);
   }
   EXPECT_GT(refused, 32);  // at least every bit of the plane count
@@ -307,9 +307,9 @@ TEST(CoefficientFile, ReadsAnyFlippedBitAsPlainStreamsDo) {
 
 TEST(CoefficientFile, StoresNegativeCountsAndReadsNothingForThem) {
   const MemoryFile file;
-  Coefficients target(2, 2, kOld), twin(2, 2, kOld);
+  Coefficients target(2, 2, kOld), reference(2, 2, kOld);
   const Bytes bytes = Bytes().i(2).i(-3).i(1).i(-2147483647 - 1).i(-4).i(-5);
-  EXPECT_EQ(expect_read_as_literal(file, bytes, target, twin), KESTRANE_OK);
+  EXPECT_EQ(expect_read_as_literal(file, bytes, target, reference), KESTRANE_OK);
   EXPECT_EQ(target->opt_coeffs->planes[0].count, -3);
   EXPECT_EQ(target->opt_coeffs->planes[1].lines[0].count, std::numeric_limits<int>::min());
   EXPECT_EQ(target->range_count, -4);
@@ -333,9 +333,9 @@ std::string with_counts(std::int32_t lines, std::int32_t cells, std::int32_t ran
 
 TEST(CoefficientFile, TakesEveryCountUpToTheRoomOfTheRecord) {
   const MemoryFile file;
-  Coefficients target(1, 1, kOld), twin(1, 1, kOld);
+  Coefficients target(1, 1, kOld), reference(1, 1, kOld);
   for (const std::string& bytes : {with_counts(0, 0, 0, 0), with_counts(16, 51, 20, 100)})
-    EXPECT_EQ(expect_read_as_literal(file, bytes, target, twin), KESTRANE_OK);
+    EXPECT_EQ(expect_read_as_literal(file, bytes, target, reference), KESTRANE_OK);
   EXPECT_EQ(target->range_count, 20);
   EXPECT_EQ(target->Mbs_factory_to_user[1199 - 3], 1198.0);  // R[2][2] of the last slot
 }
@@ -343,13 +343,13 @@ TEST(CoefficientFile, TakesEveryCountUpToTheRoomOfTheRecord) {
 TEST(CoefficientFile, EndsAtACountBeyondTheRoomOfTheRecordWithoutStoringIt) {
   const TemporaryFolder folder;
   const MemoryFile file;
-  Coefficients target(1, 1, kOld), twin(1, 1, kOld);
+  Coefficients target(1, 1, kOld), reference(1, 1, kOld);
   constexpr std::int32_t kHuge = std::numeric_limits<std::int32_t>::max();
   for (const std::string& bytes :
        {with_counts(17, 1, 1, 1), with_counts(kHuge, 1, 1, 1), with_counts(1, 52, 1, 1),
         with_counts(1, kHuge, 1, 1), with_counts(1, 1, 21, 1), with_counts(1, 1, 500000000, 1),
         with_counts(1, 1, 1, 101), with_counts(1, 1, 1, 100000000)})
-    EXPECT_EQ(expect_read_as_literal(file, bytes, target, twin), KESTRANE_ERR_COUNT_MISMATCH);
+    EXPECT_EQ(expect_read_as_literal(file, bytes, target, reference), KESTRANE_ERR_COUNT_MISMATCH);
   target.fill(kOld);
   const Bytes lines = Bytes().i(1).i(kHuge);
   EXPECT_EQ(read_compensator_coeffs(folder.file("lines.bin", lines), *target),
@@ -359,9 +359,9 @@ TEST(CoefficientFile, EndsAtACountBeyondTheRoomOfTheRecordWithoutStoringIt) {
 
 TEST(CoefficientFile, ReadsAsManyMatricesAsItHoldsWhateverThePlaneCount) {
   const MemoryFile file;
-  Coefficients target(1, 1, kOld), twin(1, 1, kOld);
+  Coefficients target(1, 1, kOld), reference(1, 1, kOld);
   const std::string bytes = with_counts(0, 0, 0, 100).substr(0, 16 + 96 * 3 + 8 * 5 + 4);
-  EXPECT_EQ(expect_read_as_literal(file, bytes, target, twin), KESTRANE_OK);
+  EXPECT_EQ(expect_read_as_literal(file, bytes, target, reference), KESTRANE_OK);
   EXPECT_EQ(target->Mbs_factory_to_user[36 + 9], 39.0);  // T[0] of the slot that was cut
   EXPECT_EQ(target->Mbs_factory_to_user[36 + 3], 40.0);
 }
@@ -388,10 +388,10 @@ TEST(CoefficientFile, ReadsAlikeThroughWindowsOfAnySize) {
 TEST(CoefficientFile, IgnoresBytesBehindItsEnd) {
   const TemporaryFolder folder;
   const MemoryFile file;
-  Coefficients saved(2, 2, 8), target(2, 2, kOld), twin(2, 2, kOld);
+  Coefficients saved(2, 2, 8), target(2, 2, kOld), reference(2, 2, kOld);
   make_small(saved);
   const std::string bytes = saved_bytes(saved, folder) + "tail";
-  EXPECT_EQ(expect_read_as_literal(file, bytes, target, twin), KESTRANE_OK);
+  EXPECT_EQ(expect_read_as_literal(file, bytes, target, reference), KESTRANE_OK);
 }
 
 }  // namespace

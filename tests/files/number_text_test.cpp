@@ -19,6 +19,7 @@
 
 #include "simulation/random.h"
 #include "tests/files/temporary_folder.h"
+#include "tests/support/bits.h"
 
 namespace kestrane {
 namespace {
@@ -64,16 +65,14 @@ Taken<Number> taken_from_file(const std::string& path, std::size_t window) {
   return taken;
 }
 
-bool same_bits(const Taken<double>& a, const Taken<double>& b) {
-  if (a.values.size() != b.values.size()) return false;
-  for (std::size_t i = 0; i < a.values.size(); ++i)
-    if (std::bit_cast<std::uint64_t>(a.values[i]) != std::bit_cast<std::uint64_t>(b.values[i]))
-      return false;
-  return true;
+testing::AssertionResult same_numbers(const Taken<double>& a, const Taken<double>& b) {
+  return kestrane_test::same_bits(a.values, b.values);
 }
 
-bool same_bits(const Taken<std::int32_t>& a, const Taken<std::int32_t>& b) {
-  return a.values == b.values;
+testing::AssertionResult same_numbers(const Taken<std::int32_t>& a, const Taken<std::int32_t>& b) {
+  if (a.values == b.values) return testing::AssertionSuccess();
+  return testing::AssertionFailure()
+         << testing::PrintToString(a.values) << " instead of " << testing::PrintToString(b.values);
 }
 
 // Reads `text` with the default window and with one that cuts most numbers, and as the stream does.
@@ -81,8 +80,8 @@ template <class Number>
 void expect_read_as_stream_does(const MemoryFile& file, const std::string& text) {
   const std::string path = file.hold(text);
   const Taken<Number> expected = taken_by_stream<Number>(text);
-  EXPECT_TRUE(same_bits(taken_from_file<Number>(path, kFileWindow), expected)) << text;
-  EXPECT_TRUE(same_bits(taken_from_file<Number>(path, 5), expected)) << text;
+  EXPECT_TRUE(same_numbers(taken_from_file<Number>(path, kFileWindow), expected)) << text;
+  EXPECT_TRUE(same_numbers(taken_from_file<Number>(path, 5), expected)) << text;
 }
 
 // The first number of `text`, none when it is refused.
@@ -138,8 +137,8 @@ TEST(FormatNumber, RoundsAnExactMiddleToTheEvenDigit) {
 }
 
 TEST(FormatNumber, SpellsWhatIsNotFiniteAsAStreamDoes) {
-  const double inf = std::numeric_limits<double>::infinity();
-  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double inf = kestrane_test::kInf;
+  const double nan = kestrane_test::kNaN;
   for (const double value : {inf, -inf, nan, -nan}) EXPECT_EQ(formatted(value), streamed(value));
   EXPECT_EQ(formatted(std::copysign(nan, -1.0)), "-nan");
 }
@@ -193,9 +192,9 @@ TEST(PutPlainDecimal, TakesItsWholeRange) {
 }
 
 TEST(PutPlainDecimal, LeavesWhatIsSmallerOrLargerOrNoNumber) {
-  constexpr double kInf = std::numeric_limits<double>::infinity();
+  using kestrane_test::kInf;
   for (const double size : {0.0, 4e-324, std::nextafter(1e-16, 0.0), std::nextafter(1e27, kInf),
-                            1e300, kInf, std::numeric_limits<double>::quiet_NaN()}) {
+                            1e300, kInf, kestrane_test::kNaN}) {
     EXPECT_EQ(plain_text(size), std::nullopt);
     EXPECT_EQ(plain_text(-size), std::nullopt);
   }
@@ -363,8 +362,8 @@ TEST(ReadNumber, EqualsTheStreamForEveryShortTextInFrontOfALongOne) {
   for (const char* head : {"", "-", "7", "-7", "70.", "-.", "0.25", "7e", "-3.5e-", "2e+1"}) {
     for_all_texts("e.+-8 :/\xd5", 3, [&](const std::string& tail) {
       const std::string text = head + tail + behind;
-      ASSERT_TRUE(same_bits(taken_from_file<double>(file.hold(text), kFileWindow),
-                            taken_by_stream<double>(text)))
+      ASSERT_TRUE(same_numbers(taken_from_file<double>(file.hold(text), kFileWindow),
+                               taken_by_stream<double>(text)))
           << text;
     });
   }

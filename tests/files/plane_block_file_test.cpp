@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "kestrane/files.h"
-#include "tests/files/literal_files.h"
 #include "tests/files/records_under_test.h"
 #include "tests/files/temporary_folder.h"
+#include "tests/literal/files.h"
 
 namespace kestrane {
 namespace {
@@ -47,11 +47,11 @@ std::string grid_text() {
 // Reads `bytes` as the library does, with two windows, and as plain streams do; all must agree in
 // status and in every byte of the record.
 _KESTRANE_STATUS expect_read_as_literal(const MemoryFile& file, const std::string& bytes,
-                                        PlaneTable& target, PlaneTable& twin) {
-  twin.fill(kOld);
+                                        PlaneTable& target, PlaneTable& reference) {
+  reference.fill(kOld);
   std::istringstream stream(bytes);
-  const _KESTRANE_STATUS expected = literal::read_plane_blocks(stream, *twin);
-  const std::string wanted = twin.all_bytes();
+  const _KESTRANE_STATUS expected = literal::read_plane_blocks(stream, *reference);
+  const std::string wanted = reference.all_bytes();
   const std::string path = file.hold(bytes);
   target.fill(kOld);
   EXPECT_EQ(read_plane_block_infos(path, *target), expected);
@@ -179,10 +179,10 @@ TEST(PlaneBlockFile, RoundsNineDigitsToSix) {
 
 TEST(PlaneBlockFile, ReadsNumbersWhereverWhiteSpaceParts) {
   const MemoryFile file;
-  PlaneTable target(1, 1, kOld), twin(1, 1, kOld);
+  PlaneTable target(1, 1, kOld), reference(1, 1, kOld);
   std::string text = grid_text() + "1 1 2 1 2 3 4 5 6 7 8 9";
   std::replace(text.begin(), text.end(), '\n', '\t');
-  EXPECT_EQ(expect_read_as_literal(file, "\r\n" + text, target, twin), KESTRANE_OK);
+  EXPECT_EQ(expect_read_as_literal(file, "\r\n" + text, target, reference), KESTRANE_OK);
   EXPECT_EQ(target->grids->z_step, 155.0);
   EXPECT_EQ(target->planes[0].block.lines[0].cells[1].v[2], 6.0);
   EXPECT_EQ(target->planes[0].laser_plane_R[2], 9.0);
@@ -190,20 +190,20 @@ TEST(PlaneBlockFile, ReadsNumbersWhereverWhiteSpaceParts) {
 
 TEST(PlaneBlockFile, LeavesOutWhatTheFormatDoesNotHold) {
   const MemoryFile file;
-  PlaneTable target(1, 1, kOld), twin(1, 1, kOld);
-  target->grids->grid_head[2] = twin->grids->grid_head[2] = 1234;
-  target->planes[0].plane_flag = twin->planes[0].plane_flag = 9;
-  expect_read_as_literal(file, grid_text() + "1 0 7 8 9", target, twin);
+  PlaneTable target(1, 1, kOld), reference(1, 1, kOld);
+  target->grids->grid_head[2] = reference->grids->grid_head[2] = 1234;
+  target->planes[0].plane_flag = reference->planes[0].plane_flag = 9;
+  expect_read_as_literal(file, grid_text() + "1 0 7 8 9", target, reference);
   EXPECT_EQ(target->grids->grid_head[2], 1234);
   EXPECT_EQ(target->planes[0].plane_flag, 9);
-  EXPECT_EQ(target->planes[0].pivot[1], twin->planes[0].pivot[1]);
+  EXPECT_EQ(target->planes[0].pivot[1], reference->planes[0].pivot[1]);
 }
 
 TEST(PlaneBlockFile, RefusesAnotherPlaneCountWithTheGridAlreadyRead) {
   const MemoryFile file;
-  PlaneTable target(2, 2, kOld), twin(2, 2, kOld);
+  PlaneTable target(2, 2, kOld), reference(2, 2, kOld);
   for (const char* count : {"1", "3", "-2", "0", "2147483647", "2147483648", "x", ""})
-    EXPECT_EQ(expect_read_as_literal(file, grid_text() + count, target, twin),
+    EXPECT_EQ(expect_read_as_literal(file, grid_text() + count, target, reference),
               KESTRANE_ERR_INVALID_PARAM);
   EXPECT_EQ(target->grids->grid_z[0], 1.0);
   EXPECT_EQ(target->grids->z_step, 155.0);
@@ -212,53 +212,56 @@ TEST(PlaneBlockFile, RefusesAnotherPlaneCountWithTheGridAlreadyRead) {
 
 TEST(PlaneBlockFile, TakesAFileWithoutPlaneCountForATableWithoutPlanes) {
   const MemoryFile file;
-  PlaneTable none(1, 0, kOld), none_twin(1, 0, kOld), one(1, 1, kOld), one_twin(1, 1, kOld);
+  PlaneTable none(1, 0, kOld), none_reference(1, 0, kOld), one(1, 1, kOld),
+      one_reference(1, 1, kOld);
   for (const char* text : {"", "1 2 3", "1 x 3"}) {
-    EXPECT_EQ(expect_read_as_literal(file, text, none, none_twin), KESTRANE_OK);
-    EXPECT_EQ(expect_read_as_literal(file, text, one, one_twin), KESTRANE_ERR_INVALID_PARAM);
+    EXPECT_EQ(expect_read_as_literal(file, text, none, none_reference), KESTRANE_OK);
+    EXPECT_EQ(expect_read_as_literal(file, text, one, one_reference), KESTRANE_ERR_INVALID_PARAM);
   }
   EXPECT_EQ(none->grids->grid_z[0], 1.0);
 }
 
 TEST(PlaneBlockFile, ReadsANegativePlaneCountAsNoPlane) {
   const MemoryFile file;
-  PlaneTable target(1, -1, kOld), twin(1, -1, kOld);
-  EXPECT_EQ(expect_read_as_literal(file, grid_text() + "-1 1 1 1 2 3", target, twin), KESTRANE_OK);
+  PlaneTable target(1, -1, kOld), reference(1, -1, kOld);
+  EXPECT_EQ(expect_read_as_literal(file, grid_text() + "-1 1 1 1 2 3", target, reference),
+            KESTRANE_OK);
 }
 
 TEST(PlaneBlockFile, KeepsEveryFieldBehindTheEndOfACutFile) {
   const TemporaryFolder folder;
   const MemoryFile file;
-  PlaneTable saved(1, 1, 6), target(1, 1, kOld), twin(1, 1, kOld);
+  PlaneTable saved(1, 1, 6), target(1, 1, kOld), reference(1, 1, kOld);
   make_small(saved);
   const std::string bytes = saved_bytes(saved, folder);
   const std::size_t counted = bytes.find("\n1\n2\n2\n") + 2;
   for (std::size_t size = 0; size <= bytes.size() && !HasFailure(); ++size)
-    EXPECT_EQ(expect_read_as_literal(file, bytes.substr(0, size), target, twin),
+    EXPECT_EQ(expect_read_as_literal(file, bytes.substr(0, size), target, reference),
               size < counted ? KESTRANE_ERR_INVALID_PARAM : KESTRANE_OK);
 }
 
 TEST(PlaneBlockFile, ReadsAnyFlippedBitAsFormattedStreamsDo) {
   const TemporaryFolder folder;
   const MemoryFile file;
-  PlaneTable saved(1, 1, 7), target(1, 1, kOld), twin(1, 1, kOld);
+  PlaneTable saved(1, 1, 7), target(1, 1, kOld), reference(1, 1, kOld);
   make_small(saved);
   std::string bytes = saved_bytes(saved, folder);
   for (std::size_t bit = 0; bit < 8 * bytes.size() && !HasFailure(); ++bit) {
     const char mask = static_cast<char>(1 << (bit % 8));
     bytes[bit / 8] = static_cast<char>(bytes[bit / 8] ^ mask);
-    expect_read_as_literal(file, bytes, target, twin);
+    expect_read_as_literal(file, bytes, target, reference);
     bytes[bit / 8] = static_cast<char>(bytes[bit / 8] ^ mask);
   }
 }
 
 TEST(PlaneBlockFile, StoresNegativeCountsAndReadsNothingForThem) {
   const MemoryFile file;
-  PlaneTable target(1, 1, kOld), twin(1, 1, kOld);
-  EXPECT_EQ(expect_read_as_literal(file, grid_text() + "1 -3 7 8 9", target, twin), KESTRANE_OK);
+  PlaneTable target(1, 1, kOld), reference(1, 1, kOld);
+  EXPECT_EQ(expect_read_as_literal(file, grid_text() + "1 -3 7 8 9", target, reference),
+            KESTRANE_OK);
   EXPECT_EQ(target->planes[0].block.count, -3);
   EXPECT_EQ(target->planes[0].laser_plane_R[0], 7.0);
-  EXPECT_EQ(expect_read_as_literal(file, grid_text() + "1 1 -2147483648 7 8 9", target, twin),
+  EXPECT_EQ(expect_read_as_literal(file, grid_text() + "1 1 -2147483648 7 8 9", target, reference),
             KESTRANE_OK);
   EXPECT_EQ(target->planes[0].block.lines[0].count, std::numeric_limits<std::int32_t>::min());
 }
@@ -281,46 +284,47 @@ std::string with_counts(std::int64_t lines, std::int64_t cells) {
 
 TEST(PlaneBlockFile, TakesEveryCountUpToTheRoomOfTheTable) {
   const MemoryFile file;
-  PlaneTable target(1, 1, kOld), twin(1, 1, kOld);
+  PlaneTable target(1, 1, kOld), reference(1, 1, kOld);
   for (const auto& text : {with_counts(0, 0), with_counts(15, 0), with_counts(15, 50)})
-    EXPECT_EQ(expect_read_as_literal(file, text, target, twin), KESTRANE_OK);
+    EXPECT_EQ(expect_read_as_literal(file, text, target, reference), KESTRANE_OK);
   EXPECT_EQ(target->planes[0].laser_plane_R[2], 9.0);
 }
 
 TEST(PlaneBlockFile, EndsAtACountBeyondTheRoomOfTheTableWithoutStoringIt) {
   const MemoryFile file;
-  PlaneTable target(1, 1, kOld), twin(1, 1, kOld);
+  PlaneTable target(1, 1, kOld), reference(1, 1, kOld);
   for (const auto& text : {with_counts(16, 1), with_counts(2147483647, 1), with_counts(2, 51),
                            with_counts(2, 2147483647)})
-    EXPECT_EQ(expect_read_as_literal(file, text, target, twin), KESTRANE_ERR_INVALID_PARAM);
+    EXPECT_EQ(expect_read_as_literal(file, text, target, reference), KESTRANE_ERR_INVALID_PARAM);
   EXPECT_EQ(target->planes[0].block.count, 2);
   EXPECT_EQ(target->planes[0].block.lines[0].count, 50);
 }
 
 TEST(PlaneBlockFile, TakesACountBeyondThirtyTwoBitsAsMalformed) {
   const MemoryFile file;
-  PlaneTable target(1, 1, kOld), twin(1, 1, kOld);
-  EXPECT_EQ(expect_read_as_literal(file, with_counts(2147483648, 1), target, twin), KESTRANE_OK);
+  PlaneTable target(1, 1, kOld), reference(1, 1, kOld);
+  EXPECT_EQ(expect_read_as_literal(file, with_counts(2147483648, 1), target, reference),
+            KESTRANE_OK);
   EXPECT_EQ(target->planes[0].block.count, 15);
 }
 
 // Such a number is read to its end, so that good ones lie behind it.
 TEST(PlaneBlockFile, StopsAtANumberBeyondTheRangeOfDoubles) {
   const MemoryFile file;
-  PlaneTable target(2, 2, kOld), twin(2, 2, kOld);
+  PlaneTable target(2, 2, kOld), reference(2, 2, kOld);
   const std::string planes = "2 1 1 2 2 2 3 3 3 1 1 4 4 4 5 5 5 6 7 8 9 10 11 12 13";
   const std::vector<std::string> numbers = lines_of(grid_text());
   for (std::size_t beyond = 0; beyond < numbers.size(); ++beyond) {
     std::string text;
     for (std::size_t i = 0; i < numbers.size(); ++i)
       text += (i == beyond ? "1e999" : numbers[i]) + ' ';
-    EXPECT_EQ(expect_read_as_literal(file, text + planes, target, twin),
+    EXPECT_EQ(expect_read_as_literal(file, text + planes, target, reference),
               KESTRANE_ERR_INVALID_PARAM);
   }
   for (std::size_t at = 0; at < planes.size(); ++at) {
     if (planes[at] == ' ') continue;
     const std::string cut = planes.substr(0, at) + "1e999" + planes.substr(at + 1);
-    expect_read_as_literal(file, grid_text() + cut, target, twin);
+    expect_read_as_literal(file, grid_text() + cut, target, reference);
   }
 }
 
@@ -344,12 +348,12 @@ TEST(PlaneBlockFile, WritesCountsAcrossItsWindows) {
 
 TEST(PlaneBlockFile, StopsAtTheFirstMalformedNumber) {
   const MemoryFile file;
-  PlaneTable target(1, 1, kOld), twin(1, 1, kOld);
+  PlaneTable target(1, 1, kOld), reference(1, 1, kOld);
   for (const char* bad : {"inf", "nan", "1e400", "1e", "abc", "--1"}) {
     const std::string text = grid_text() + "1 1 2 1.5 2.5 3.5 4.5 " + bad + " 6.5 7 8 9";
-    EXPECT_EQ(expect_read_as_literal(file, text, target, twin), KESTRANE_OK);
+    EXPECT_EQ(expect_read_as_literal(file, text, target, reference), KESTRANE_OK);
     const auto& cells = target->planes[0].block.lines[0].cells;
-    const auto& old = twin->planes[0].block.lines[0].cells;
+    const auto& old = reference->planes[0].block.lines[0].cells;
     EXPECT_EQ(cells[1].v[0], 4.5);
     EXPECT_EQ(cells[1].v[2], old[1].v[2]);
     EXPECT_NE(cells[1].v[2], 6.5);

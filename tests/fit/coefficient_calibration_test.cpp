@@ -12,6 +12,7 @@
 #include "kestrane/buffers.h"
 #include "simulation/random.h"
 #include "tests/files/records_under_test.h"
+#include "tests/support/bits.h"
 
 namespace kestrane {
 namespace {
@@ -51,8 +52,8 @@ struct Case {
   Coefficients result;
 };
 
-bool same_bits(const _LASER_TRIPLE& a, const _LASER_TRIPLE& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
+testing::AssertionResult same_bits(const _LASER_TRIPLE& a, const _LASER_TRIPLE& b) {
+  return kestrane_test::same_bits(a.v, b.v);
 }
 
 bool is_corner(const ValidCorner& corner, int line, int cell, double x) {

@@ -85,8 +85,8 @@ LineAbc dynamic_fit(const PointMatrix2& points, double& mean_distance) {
 }
 
 // The search in its plainest form, with the library's generator written out once more.
-std::vector<Point2> plain_consensus(const PointMatrix2& points, std::int32_t iterations,
-                                    double threshold) {
+std::vector<Point2> literal_consensus(const PointMatrix2& points, std::int32_t iterations,
+                                      double threshold) {
   std::uint32_t state = 65536;
   const auto draw = [&state] {
     state = state * 214013U + 2531011U;
@@ -377,7 +377,7 @@ TEST(FitLineConsensus, EqualsThePlainSearchPassByPass) {
     const double threshold = random.uniform(0.1, 1.5);
     PointMatrix2 inliers;
     ASSERT_TRUE(fit_line_consensus(rows, {iterations, threshold, 0.0}, inliers)) << run;
-    EXPECT_EQ(inliers, rows_of(plain_consensus(rows, iterations, threshold))) << run;
+    EXPECT_EQ(inliers, rows_of(literal_consensus(rows, iterations, threshold))) << run;
   }
 }
 
@@ -391,7 +391,7 @@ TEST(FitLineConsensus, SurvivesEveryDrawAmongFewPoints) {
 }
 
 // The search told pass by pass, on the same draws: a 15-bit congruential generator.
-std::vector<Point2> plain_search(const PointMatrix2& points, const ConsensusSettings& settings) {
+std::vector<Point2> literal_search(const PointMatrix2& points, const ConsensusSettings& settings) {
   std::uint32_t state = 65536;
   const auto draw = [&state] {
     state = 214013U * state + 2531011U;
@@ -431,7 +431,7 @@ TEST(FitLineConsensus, KeepsWhatAPlainSearchOverTheSameDrawsKeeps) {
     for (int i = 0; i < n; ++i) points.row(i) << random.index(6), random.index(6);
     const ConsensusSettings settings{random.index(60) - 2, random.uniform(0.01, 1.0),
                                      random.uniform(0.0, 1.0)};
-    const std::vector<Point2> best = plain_search(points, settings);
+    const std::vector<Point2> best = literal_search(points, settings);
     const bool enough =
         !best.empty() && !(n * settings.min_ratio > static_cast<double>(best.size()));
     PointMatrix2 inliers = rows_of({{55, 55}});

@@ -12,6 +12,7 @@
 
 #include "fit/points.h"
 #include "simulation/random.h"
+#include "tests/support/bits.h"
 
 namespace plane_clouds {
 
@@ -21,8 +22,9 @@ using kestrane::PlaneFitStats;
 using kestrane::PointMatrix3;
 using simulation::Random;
 
-inline constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-inline constexpr double kInfinity = std::numeric_limits<double>::infinity();
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
+using kestrane_test::same_bits;
 
 struct Point {
   double x, y, z;
@@ -88,31 +90,25 @@ inline PointMatrix3 sheet_cloud(Random& random, Eigen::Index count, const Sheet&
   return rows;
 }
 
-inline bool same_bits(double a, double b) {
-  return (std::isnan(a) && std::isnan(b)) ||
-         std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
-}
-
 // Equal bits in every number; a NaN equals a NaN.
 inline testing::AssertionResult same(const PlaneAbcd& a, const PlaneAbcd& b) {
-  for (int k = 0; k < 4; ++k) {
-    if (!same_bits(a[k], b[k])) {
-      return testing::AssertionFailure()
-             << std::hexfloat << "planes differ: " << a.transpose() << " and " << b.transpose();
-    }
+  if (auto outcome = same_bits({a.data(), 4}, {b.data(), 4}); !outcome) {
+    return outcome << " of a plane";
   }
   return testing::AssertionSuccess();
 }
 
 inline testing::AssertionResult same(const PlaneFitStats& a, const PlaneFitStats& b) {
-  if (same_bits(a.max_distance, b.max_distance) && same_bits(a.mean_distance, b.mean_distance) &&
-      same_bits(a.std_distance, b.std_distance)) {
-    return testing::AssertionSuccess();
+  if (auto outcome = same_bits(a.max_distance, b.max_distance); !outcome) {
+    return outcome << ", the largest distance";
   }
-  return testing::AssertionFailure()
-         << std::hexfloat << "statistics differ: " << a.max_distance << ' ' << a.mean_distance
-         << ' ' << a.std_distance << " and " << b.max_distance << ' ' << b.mean_distance << ' '
-         << b.std_distance;
+  if (auto outcome = same_bits(a.mean_distance, b.mean_distance); !outcome) {
+    return outcome << ", the mean distance";
+  }
+  if (auto outcome = same_bits(a.std_distance, b.std_distance); !outcome) {
+    return outcome << ", the standard deviation";
+  }
+  return testing::AssertionSuccess();
 }
 
 inline testing::AssertionResult same(const PointMatrix3& a, const PointMatrix3& b) {
@@ -121,10 +117,7 @@ inline testing::AssertionResult same(const PointMatrix3& a, const PointMatrix3& 
   }
   for (Eigen::Index i = 0; i < a.rows(); ++i) {
     for (int k = 0; k < 3; ++k) {
-      if (!same_bits(a(i, k), b(i, k))) {
-        return testing::AssertionFailure()
-               << "row " << i << ": " << a.row(i) << " and " << b.row(i);
-      }
+      if (auto outcome = same_bits(a(i, k), b(i, k)); !outcome) return outcome << ", row " << i;
     }
   }
   return testing::AssertionSuccess();

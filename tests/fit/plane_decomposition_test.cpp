@@ -6,7 +6,7 @@
 
 #include "fit/triangle_reduction.h"
 #include "tests/fit/plane_clouds.h"
-#include "tests/support/literal_plane_fit.h"
+#include "tests/literal/plane_fit.h"
 
 namespace {
 
@@ -109,7 +109,7 @@ TEST(ThinDirection, EqualsTheDynamicDecompositionForPointsThatAreAllTheSame) {
 TEST(ThinDirection, IsNaNInAllComponentsForPointsThatAreNotFinite) {
   Random random(7);
   for (const Eigen::Index count : {3, 8, 9, 100}) {
-    for (const double odd : {kNan, kInfinity, -kInfinity}) {
+    for (const double odd : {kNaN, kInf, -kInf}) {
       PointMatrix3 points = scattered(random, count);
       points(1, 2) = odd;
       EXPECT_TRUE(thin_direction(rows_of(points), kNoShift).array().isNaN().all());
@@ -234,7 +234,7 @@ TEST(StreamedThinDirection, DeclinesSpreadsForWhichRoundingWouldShow) {
 TEST(StreamedThinDirection, DeclinesPointsThatAreNotFinite) {
   Random random(9);
   for (int column = 0; column < 3; ++column) {
-    for (const double odd : {kNan, kInfinity, -kInfinity}) {
+    for (const double odd : {kNaN, kInf, -kInf}) {
       PointMatrix3 points = scattered(random, 1000);
       points(777, column) = odd;
       EXPECT_FALSE(streamed_thin_direction(rows_of(points), kNoShift).reliable);

@@ -9,7 +9,7 @@
 #include "fit/distance_stats.h"
 #include "fit/plane_decomposition.h"
 #include "tests/fit/plane_clouds.h"
-#include "tests/support/literal_plane_fit.h"
+#include "tests/literal/plane_fit.h"
 
 namespace {
 
@@ -185,7 +185,7 @@ PointMatrix3 short_cloud(Random& random) {
   if (random.index(5) == 0) points = points.array().round();
   if (random.index(5) == 0) points *= std::pow(10.0, random.uniform(-150.0, 150.0));
   if (random.index(9) == 0)
-    points(random.index(3), random.index(3)) = random.index(2) ? kNan : -kInfinity;
+    points(random.index(3), random.index(3)) = random.index(2) ? kNaN : -kInf;
   return points;
 }
 
@@ -472,7 +472,7 @@ class PointsThatAreNotFinite : public testing::TestWithParam<int> {};
 TEST_P(PointsThatAreNotFinite, MakeEveryFigureNaN) {
   Random random(15);
   for (int column = 0; column < 3; ++column) {
-    for (const double odd : {kNan, kInfinity, -kInfinity}) {
+    for (const double odd : {kNaN, kInf, -kInf}) {
       PointMatrix3 points = scattered(random, GetParam());
       points(GetParam() / 2, column) = odd;
       const Result result = fit(points);
@@ -561,8 +561,8 @@ TEST(PlaneSignedDistances, AreNotNumbersWhereTheGuardCancelsD) {
 }
 
 TEST(PlaneSignedDistances, EqualTheirLiteralFormToTheLastBit) {
-  static const double kAwkward[] = {kNan,  kInfinity, -kInfinity,      0.0,   -0.0,
-                                    1e300, -1e-300,   -kDoubleEpsilon, 5e-324};
+  static const double kAwkward[] = {kNaN,  kInf,    -kInf,           0.0,   -0.0,
+                                    1e300, -1e-300, -kDoubleEpsilon, 5e-324};
   Random random(13);
   const auto draw = [&random] {
     if (random.index(40) == 0) return kAwkward[random.index(9)];
@@ -583,9 +583,9 @@ TEST(PlaneSignedDistances, EqualTheirLiteralFormToTheLastBit) {
 }
 
 TEST(PlaneCloudMatchers, TellEqualBitsFromEqualValues) {
-  EXPECT_TRUE(same_bits(kNan, -kNan));
+  EXPECT_TRUE(same_bits(kNaN, -kNaN));
   EXPECT_FALSE(same_bits(0.0, -0.0));
-  EXPECT_FALSE(same_bits(1.0, kNan));
+  EXPECT_FALSE(same_bits(1.0, kNaN));
   EXPECT_FALSE(same(PlaneAbcd(1, 2, 3, 4), PlaneAbcd(1, 2, 3, 5)));
   EXPECT_FALSE(same(PlaneFitStats{1, 2, 3}, PlaneFitStats{1, 2, 4}));
   EXPECT_FALSE(same(cloud({{1, 2, 3}}), cloud({{1, 2, 4}})));

@@ -9,7 +9,7 @@
 #include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
 #include "tests/fit/plane_clouds.h"
-#include "tests/support/literal_plane_fit.h"
+#include "tests/literal/plane_fit.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define KESTRANE_OWN_HEAP 0

@@ -11,7 +11,7 @@
 #include "fit/rejection.h"
 #include "fit/working_rows.h"
 #include "tests/fit/plane_clouds.h"
-#include "tests/support/literal_plane_fit.h"
+#include "tests/literal/plane_fit.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ std::vector<int> kept_by_sigma(const std::vector<double>& distances, double k) {
 using Rows = std::vector<int>;
 
 std::vector<double> awkward_distances(Random& random, int count) {
-  static const double kAwkward[] = {kNan, kInfinity, -kInfinity, 0.0, -0.0, 1e300, -1e300, 1e-310};
+  static const double kAwkward[] = {kNaN, kInf, -kInf, 0.0, -0.0, 1e300, -1e300, 1e-310};
   std::vector<double> distances;
   for (int i = 0; i < count; ++i) {
     const bool odd = random.uniform() < 0.002;
@@ -80,11 +80,11 @@ TEST(FilterByDistance, KeepsADistanceEqualToTheLimitOnBothSides) {
 }
 
 TEST(FilterByDistance, KeepsAPointWhoseDistanceIsNaNAndDropsAnInfiniteOne) {
-  EXPECT_EQ(kept_by_distance({kNan, kInfinity, -kInfinity, 9.0}, 2.5), (Rows{0}));
+  EXPECT_EQ(kept_by_distance({kNaN, kInf, -kInf, 9.0}, 2.5), (Rows{0}));
 }
 
 TEST(FilterByDistance, KeepsEverythingForALimitThatIsNaN) {
-  EXPECT_EQ(kept_by_distance({1.0, kInfinity}, kNan), (Rows{0, 1}));
+  EXPECT_EQ(kept_by_distance({1.0, kInf}, kNaN), (Rows{0, 1}));
 }
 
 TEST(FilterByDistance, EmptiesKeptWhenEveryRowIsBeyond) {
@@ -152,7 +152,7 @@ TEST(FilterBySigma, CanRejectOneOfFiveDistances) {
 }
 
 TEST(FilterBySigma, KeepsAPointWhoseDistanceIsNaN) {
-  EXPECT_EQ(kept_by_sigma({0.0, kNan, 1e9, 0.0, 0.0, 0.0}, kTwoSigmas), (Rows{0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(kept_by_sigma({0.0, kNaN, 1e9, 0.0, 0.0, 0.0}, kTwoSigmas), (Rows{0, 1, 2, 3, 4, 5}));
 }
 
 TEST(FilterBySigma, ThinsInPlace) {
@@ -326,7 +326,7 @@ struct Band {
     double squares = 0.0;
     for (const double d : distances) squares += (d - sum) * (d - sum);
     sigma = std::sqrt(squares / static_cast<double>(distances.size()));
-    margin = std::numeric_limits<double>::infinity();
+    margin = kInf;
     for (const double d : distances)
       for (const double bound : {sum - k * sigma, sum + k * sigma})
         margin = std::min(margin, std::abs(d - bound));

@@ -5,7 +5,7 @@
 #include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
 #include "tests/fit/plane_clouds.h"
-#include "tests/support/literal_plane_fit.h"
+#include "tests/literal/plane_fit.h"
 
 namespace {
 
@@ -74,8 +74,8 @@ TEST(FitPlaneRobust, CountsBothBoundsOfTheBandIn) {
                                      {1, 9, 500.0},
                                      {1, 9, std::nextafter(100.0, 0.0)},
                                      {1, 9, std::nextafter(1000.0, 2000.0)},
-                                     {1, 9, kInfinity},
-                                     {1, 9, -kInfinity}});
+                                     {1, 9, kInf},
+                                     {1, 9, -kInf}});
   Result result;
   EXPECT_TRUE(robust(points, result, kBand, 0));
   EXPECT_TRUE(same(result.inliers, points.topRows(3)));
@@ -103,7 +103,7 @@ TEST(FitPlaneRobust, ReadsBandBoundsOverTheWholeRangeOfTheirType) {
 TEST(FitPlaneRobust, KeepsARowWhoseDepthIsNaNAndGivesNaN) {
   for (const int side : {3, 20}) {
     PointMatrix3 points = wall(side);
-    points(4, 2) = kNan;
+    points(4, 2) = kNaN;
     points(7, 2) = 50.0;
     Result result, expected;
     EXPECT_TRUE(robust(points, result, kBand, 0));
@@ -118,7 +118,7 @@ TEST(FitPlaneRobust, KeepsARowWhoseDepthIsNaNAndGivesNaN) {
 
 TEST(FitPlaneRobust, KeepsEveryRowBesideAnInfiniteOneOnBothRoads) {
   PointMatrix3 points = wall(20);
-  points(4, 1) = kInfinity;
+  points(4, 1) = kInf;
   for (const std::int32_t mode : {0, kSinglePass}) {
     Result result;
     EXPECT_TRUE(robust(points, result, kBand, mode));

@@ -12,6 +12,7 @@
 #include "kestrane/factory_calib.h"
 #include "simulation/host_table.h"
 #include "simulation/scanner.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -157,7 +158,7 @@ TEST(FactoryJob, LeavesTheHostsPointsAlone) {
   for (std::size_t i = 0; i < cloud.points.size(); ++i) {
     const _KESTRANE_ID_POINT3D& now = cloud.points[i];
     const _KESTRANE_ID_POINT3D& then = before.points[i];
-    EXPECT_TRUE(now.x == then.x || (std::isnan(now.x) && std::isnan(then.x)));
+    EXPECT_TRUE(kestrane_test::same_bits(now.x, then.x));
     EXPECT_TRUE(now.y == then.y && now.z == then.z && now.id == then.id);
   }
 }

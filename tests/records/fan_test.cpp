@@ -8,13 +8,14 @@
 #include <vector>
 
 #include "simulation/random.h"
+#include "tests/support/bits.h"
 
 namespace {
 
 using namespace kestrane;
 
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 
 _LASER_PLANE_GRIDS fan_grids() {
   _LASER_PLANE_GRIDS grids = {};
@@ -90,7 +91,7 @@ TEST(DepthIndex, HasNoneOutsideTheFan) {
 TEST(DepthIndex, HasNoneForValuesThatNoIntegerHolds) {
   const _LASER_PLANE_GRIDS grids = fan_grids();
   // The second wraps around to index 2 if it is cut to 32 bits.
-  for (const double z : {kNaN, 27.0 * 4294967298.0 + 150.0, 1e300, -1e300, kInfinity, -kInfinity}) {
+  for (const double z : {kNaN, 27.0 * 4294967298.0 + 150.0, 1e300, -1e300, kInf, -kInf}) {
     EXPECT_FALSE(depth_index(grids, z)) << z;
   }
 }
@@ -116,7 +117,7 @@ TEST(FindCell, FindsTheMiddleAndTheEdgesOfTheFan) {
 
 TEST(FindCell, HasNoneForValuesThatAreNoPosition) {
   const _LASER_PLANE_GRIDS grids = fan_grids();
-  for (const double bad : {kNaN, kInfinity, -kInfinity, 1e300, -1e300}) {
+  for (const double bad : {kNaN, kInf, -kInf, 1e300, -1e300}) {
     EXPECT_FALSE(find_cell(grids, bad, 430.0)) << bad;
     EXPECT_FALSE(find_cell(grids, 0.0, bad)) << bad;
   }

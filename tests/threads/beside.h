@@ -4,14 +4,14 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <latch>
 #include <thread>
 #include <vector>
+
+#include "tests/support/bits.h"
 
 namespace threads {
 
@@ -41,11 +41,6 @@ inline Beside run_beside(const Job& job, int rounds) {
   return figures;
 }
 
-inline bool same_value(double a, double b) {
-  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b) ||
-         (std::isnan(a) && std::isnan(b));
-}
-
 // Root mean square of the differences.
 inline double apart(const Figures& a, const Figures& b) {
   double squares = 0.0;
@@ -61,12 +56,7 @@ inline void expect_equal_bits(const Job& job, int rounds) {
     const Figures& alone = figures.alone[device];
     const Figures& beside = figures.beside[device];
     ASSERT_FALSE(alone.empty());
-    ASSERT_EQ(beside.size(), alone.size());
-    std::size_t different = 0;
-    for (std::size_t i = 0; i < alone.size(); ++i) {
-      if (!same_value(alone[i], beside[i])) ++different;
-    }
-    EXPECT_EQ(different, 0U) << "device " << device;
+    EXPECT_TRUE(kestrane_test::same_bits(beside, alone)) << "device " << device;
   }
 }
 

@@ -12,7 +12,7 @@
 
 #include "ceres/ceres.h"
 #include "kestrane/records.h"
-#include "tests/support/literal_plane_fit.h"
+#include "tests/literal/plane_fit.h"
 
 namespace literal {
 

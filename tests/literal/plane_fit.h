@@ -1,6 +1,6 @@
 // The robust plane fit, step by step and without any care for speed: growing lists, copies, and the
-// decomposition of the whole cloud with both factors. A twin for tests and benchmarks that shares
-// nothing with the library but the types of clouds and planes.
+// decomposition of the whole cloud with both factors. A literal form for tests and benchmarks that
+// shares nothing with the library but the types of clouds and planes.
 #pragma once
 
 #include <Eigen/SVD>

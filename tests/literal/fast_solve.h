@@ -9,7 +9,7 @@
 
 #include "ceres/ceres.h"
 #include "ceres/rotation.h"
-#include "tests/support/fast_literal.h"
+#include "tests/literal/fast_calibration.h"
 
 namespace literal {
 
