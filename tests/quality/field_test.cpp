@@ -15,7 +15,7 @@
 #include "kestrane/fast_calib.h"
 #include "tests/literal/field_figures.h"
 #include "tests/quality/field_scene.h"
-#include "tests/support/fast_literal.h"
+#include "tests/literal/fast_calibration.h"
 
 namespace {
 
