@@ -44,13 +44,7 @@ const _LASER_TRIPLE* cell_at(const _LASER_PLANE_BLOCK_INFOS& standard, std::int3
   return is_empty(cell) ? nullptr : &cell;
 }
 
-bool lookup_plane_cell(const double* point, const _LASER_PLANE_BLOCK_INFOS& standard,
-                       std::int32_t plane, double* coeffs, double* unit_normal,
-                       double* plane_point) {
-  const std::optional<CellIndex> index = find_cell(*standard.grids, point[1], point[2]);
-  const _LASER_TRIPLE* cell = index ? cell_at(standard, plane, *index) : nullptr;
-  if (cell == nullptr) return false;
-  for (int i = 0; i < 3; ++i) coeffs[i] = cell->v[i];
+void unit_plane(const double* coeffs, double* unit_normal, double* plane_point) {
   const double squares = coeffs[0] * coeffs[0] + coeffs[1] * coeffs[1] + coeffs[2] * coeffs[2];
   const double length = squares > 0.0 ? std::sqrt(squares) : 1.0;
   const int axis = pivot_axis(coeffs);
@@ -58,6 +52,16 @@ bool lookup_plane_cell(const double* point, const _LASER_PLANE_BLOCK_INFOS& stan
     unit_normal[i] = coeffs[i] / length;
     plane_point[i] = i == axis ? -1.0 / coeffs[i] : 0.0;
   }
+}
+
+bool lookup_plane_cell(const double* point, const _LASER_PLANE_BLOCK_INFOS& standard,
+                       std::int32_t plane, double* coeffs, double* unit_normal,
+                       double* plane_point) {
+  const std::optional<CellIndex> index = find_cell(*standard.grids, point[1], point[2]);
+  const _LASER_TRIPLE* cell = index ? cell_at(standard, plane, *index) : nullptr;
+  if (cell == nullptr) return false;
+  for (int i = 0; i < 3; ++i) coeffs[i] = cell->v[i];
+  unit_plane(coeffs, unit_normal, plane_point);
   return true;
 }
 

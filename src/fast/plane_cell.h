@@ -11,17 +11,21 @@
 
 namespace kestrane {
 
-// The cell at an index of `plane`'s table. Null for an empty one (all three coefficients as good as
-// zero) and for a plane that the table cannot hold.
+// The cell at an index of `plane`'s table. Null for an empty one (all three coefficients
+// negligible) and for a plane that the table cannot hold.
 const _LASER_TRIPLE* cell_at(const _LASER_PLANE_BLOCK_INFOS& standard, std::int32_t plane,
                              CellIndex index);
 
-// The plane of a point's cell in two forms. False where there is no cell; nothing is written then.
+// The plane (a, b, c) as a normal and a point.
 //
-// point        x, y, z; x plays no part in finding the cell
-// coeffs       (a, b, c)
 // unit_normal  (a, b, c) scaled to length 1
 // plane_point  a point of the plane on the axis of its largest coefficient; the origin without one
+void unit_plane(const double* coeffs, double* unit_normal, double* plane_point);
+
+// The plane of a point's cell in both forms. False where there is no cell; nothing is written then.
+//
+// point   x, y, z; x plays no part in finding the cell
+// coeffs  (a, b, c)
 bool lookup_plane_cell(const double* point, const _LASER_PLANE_BLOCK_INFOS& standard,
                        std::int32_t plane, double* coeffs, double* unit_normal,
                        double* plane_point);

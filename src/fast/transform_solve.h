@@ -1,7 +1,10 @@
 // The solve: one rotation and one translation for all laser planes of the range.
 //
 // in    points per laser plane, the standard
-// out   the transform that carries the standard onto the points; the points close to the result
+// out   the transform that carries the standard onto the points
+//
+// A large problem goes to the solver as one cost function over all its points, a small or a
+// degenerate one block by block. Steps and cost are the same either way.
 #pragma once
 
 #include <Eigen/Core>
@@ -11,20 +14,22 @@
 #include "ceres/autodiff_cost_function.h"
 #include "ceres/loss_function.h"
 #include "ceres/problem.h"
-#include "fast/dist_residual_change_plane.h"
+#include "ceres/solver.h"
+#include "fast/motion_cost.h"
+#include "fast/point_cost.h"
 #include "fast/point_sets.h"
 
 namespace kestrane {
 
-using PlaneCost = ceres::AutoDiffCostFunction<DIST_RESIDUAL_CHANGE_PLANE, 1, 3, 3>;
+using PointCost = ceres::AutoDiffCostFunction<DIST_RESIDUAL_CHANGE_PLANE, 1, 3, 3>;
 
 // What the residual blocks of one problem are made of. It outlives the problem, which only refers
 // to it: side by side the parts are faster to make, to read and to drop than one by one, and no
 // failed allocation can lose one of them.
 struct ResidualParts {
-  ceres::CauchyLoss loss{0.1};  // shared by all blocks
+  ceres::CauchyLoss loss{kLossScale};  // shared by all blocks
   std::deque<DIST_RESIDUAL_CHANGE_PLANE> functors;
-  std::deque<PlaneCost> costs;
+  std::deque<PointCost> costs;
 };
 
 // Adds a residual block for every second point of each matrix, the first included.
@@ -39,9 +44,18 @@ void add_residual_blocks(ceres::Problem& problem, ResidualParts& parts, const Po
                          const _LASER_PLANE_BLOCK_INFOS* const* standard, std::int32_t first_plane,
                          double* rotation, double* translation);
 
+// Solves from where the parameters stand.
+//
+// standard     where the engine keeps the address of its table
+// rotation     angle-axis, 3 numbers
+// translation  3 numbers
+ceres::Solver::Summary solve_motion(const PointSets& points,
+                                    const _LASER_PLANE_BLOCK_INFOS* const* standard,
+                                    std::int32_t first_plane, double* rotation,
+                                    double* translation);
+
 // Solves from zero and writes the solver's brief report to standard output.
 //
-// standard   where the engine keeps the address of its table
 // last_plane not read
 // transform  homogeneous, from standard coordinates to present ones
 //

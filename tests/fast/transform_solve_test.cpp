@@ -359,7 +359,7 @@ TEST(SolveTransform, AgreesWithTheLiteralSolve) {
   const Solved solved = solve(points, standard);
   _MRV_EXTRINSIC_PARAM expected;
   ASSERT_TRUE(literal::solve_transform(points, &standard.table(), 0, expected));
-  // Equal evaluations; what is left is the order in which the solver's threads add up, enlarged
+  // The literal solve may run on two threads, whose sums differ in their order; that is enlarged
   // along y, which the sheets hardly fix.
   constexpr double kThreads = 1e-7;
   for (int i = 0; i < 3; ++i) {
@@ -369,6 +369,61 @@ TEST(SolveTransform, AgreesWithTheLiteralSolve) {
   }
   EXPECT_NEAR(solved.transform(0, 3), expected.T[0], kThreads);
   EXPECT_NEAR(solved.transform(2, 3), expected.T[2], kThreads);
+}
+
+// Points on planes that lean in all directions.
+struct Leaning {
+  fast_scene::Standard standard{4};
+  PointSets points;
+
+  explicit Leaning(int points_per_plane) {
+    Random random(17);
+    for (int p = 0; p < 4; ++p) {
+      const double b = 0.3 * random.gaussian(), c = 0.3 * random.gaussian();
+      standard.fill(p, {{-1.0 / 128, b / 128, c / 128}});
+      PlanePoints set(3, points_per_plane);
+      for (Eigen::Index j = 0; j < set.cols(); ++j) {
+        const double z = random.uniform(220, 350), y = random.uniform(-100, 100);
+        set.col(j) << 128 + b * y + c * z + 0.05 * random.gaussian(), y, z;
+      }
+      points.push_back(set);
+    }
+  }
+};
+
+int blocks_solved(const PointSets& points, const fast_scene::Standard& standard) {
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+  double rotation[3] = {0, 0, 0}, translation[3] = {0, 0, 0};
+  return kestrane::solve_motion(points, &table, 0, rotation, translation).num_residual_blocks;
+}
+
+TEST(SolveMotion, GivesUpTo4096PointsABlockEach) {
+  Leaning scene(2048);
+  EXPECT_EQ(blocks_solved(scene.points, scene.standard), 4096);
+  scene.points[3].conservativeResize(3, 2049);
+  scene.points[3].col(2048) = scene.points[3].col(0);
+  EXPECT_EQ(blocks_solved(scene.points, scene.standard), 1);
+  scene.points[3](2, 2048) = 5000;
+  EXPECT_EQ(blocks_solved(scene.points, scene.standard), 1) << "a point without a cell counts";
+}
+
+TEST(SolveMotion, GivesEachPointABlockOverPlanesAcrossOneAxis) {
+  const Leaning scene(2400);
+  EXPECT_EQ(blocks_solved(scene.points, flat_standard(4)), 4800);
+}
+
+TEST(SolveMotion, GivesEachPointABlockWhereOneIsNotFinite) {
+  Leaning scene(2400);
+  scene.points[1](0, 6) = kNaN;
+  EXPECT_EQ(blocks_solved(scene.points, scene.standard), 4800);
+}
+
+TEST(SolveMotion, HasTheSameBitsInEveryRun) {
+  const Leaning scene(3000);
+  const Solved first = solve(scene.points, scene.standard);
+  const Solved second = solve(scene.points, scene.standard);
+  EXPECT_EQ(first.transform, second.transform);
+  EXPECT_EQ(first.report, second.report);
 }
 
 TEST(FilterPointByResidual, KeepsExactlyOneAndAHalf) {

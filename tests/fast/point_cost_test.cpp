@@ -1,6 +1,5 @@
-#include "fast/dist_residual_change_plane.h"
+#include "fast/point_cost.h"
 
-#include "ceres/rotation.h"
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
 #include "tests/literal/fast_solve.h"
@@ -126,29 +125,6 @@ TEST_F(PlaneDistance, EqualsTheLiteralFormWithDoublesAndJets) {
     cells += value == 10.0 ? 0 : 1;
   }
   EXPECT_GT(cells, 2000);
-}
-
-TEST(AngleAxisRotation, EqualsTheSolversOwnRotationToTheLastBit) {
-  Random random(3);
-  for (int i = 0; i < 20000; ++i) {
-    double r[3], v[3];
-    const double size = std::pow(10.0, random.uniform(-11, 1));
-    for (double& c : r) c = size * random.gaussian();
-    for (double& c : v) c = 100 * random.gaussian();
-    double rotated[3], expected[3];
-    kestrane::AngleAxisRotation<double>(r).rotate(v, rotated);
-    ceres::AngleAxisRotatePoint(r, v, expected);
-    const Seeded at(r, r);
-    const Jet v_jet[3] = {Jet(v[0]), Jet(v[1]), Jet(v[2])};
-    Jet jets[3], jets_expected[3];
-    kestrane::AngleAxisRotation<Jet>(at.rotation).rotate(v, jets);
-    ceres::AngleAxisRotatePoint(at.rotation, v_jet, jets_expected);
-    for (int c = 0; c < 3; ++c) {
-      ASSERT_EQ(rotated[c], expected[c]);
-      ASSERT_EQ(jets[c].a, jets_expected[c].a);
-      for (int d = 0; d < 6; ++d) ASSERT_EQ(jets[c].v[d], jets_expected[c].v[d]);
-    }
-  }
 }
 
 }  // namespace
