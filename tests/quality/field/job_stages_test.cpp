@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "tests/quality/field_scene.h"
+#include "tests/quality/field/field_scene.h"
 
 namespace {
 

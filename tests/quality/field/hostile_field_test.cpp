@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "kestrane/quality/field.h"
-#include "tests/quality/field_scene.h"
+#include "tests/quality/field/field_scene.h"
 
 namespace {
 

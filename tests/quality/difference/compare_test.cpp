@@ -1,5 +1,3 @@
-#include "kestrane/quality/difference.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,7 +5,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "tests/quality/field_scene.h"
+#include "kestrane/quality/difference.h"
+#include "tests/quality/field/field_scene.h"
 
 namespace {
 

@@ -1,5 +1,3 @@
-#include "kestrane/quality/field.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,9 +11,10 @@
 
 #include "fit/laser_geometry_fitter.h"
 #include "kestrane/fast_calib.h"
-#include "tests/literal/field_figures.h"
-#include "tests/quality/field_scene.h"
+#include "kestrane/quality/field.h"
 #include "tests/literal/fast_calibration.h"
+#include "tests/literal/field_figures.h"
+#include "tests/quality/field/field_scene.h"
 
 namespace {
 
