@@ -405,6 +405,14 @@ TEST(FieldCalibration, FindsTheMotion) {
   EXPECT_THAT(field.output, HasSubstr("moved sheets off the truth by 0.0"));
 }
 
+TEST(SafeField, TellsTheMotionWithItsUncertaintyAndWhatIsNotFixed) {
+  const Ended field = run(SAFE_FIELD);
+  EXPECT_EQ(field.status, 0) << field.output;
+  EXPECT_THAT(field.output, testing::ContainsRegex("moved by 0\\.[0-9]+ \\+- 0\\.0[0-9]+; off"));
+  EXPECT_THAT(field.output, HasSubstr("not fixed: shift along y"));
+  EXPECT_THAT(field.output, HasSubstr("usable with limits"));
+}
+
 TEST(Compensate, MeetsTheWarmDevice) {
   const Ended warm = run(COMPENSATE);
   EXPECT_EQ(warm.status, 0) << warm.output;
