@@ -33,12 +33,13 @@ int open_to_read(const char* path) {
   return -1;
 }
 
-// Bytes read, 0 at the end of the file or on an error.
-std::size_t read_some(int descriptor, char* to, std::size_t size) {
+// Bytes read, 0 at the end of the file or on an error, whose number is set then.
+std::size_t read_some(int descriptor, char* to, std::size_t size, int& error) {
   ssize_t got = 0;
   do {
     got = ::read(descriptor, to, size);
   } while (got < 0 && errno == EINTR);
+  if (got < 0) error = errno;
   return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
@@ -72,7 +73,7 @@ void InputFile::refill(std::size_t wanted) {
   std::memmove(base - left, at_, left);
   std::size_t filled = 0;
   while (left + filled < wanted && filled < window_ && !ended_) {
-    const std::size_t got = read_some(descriptor_, base + filled, window_ - filled);
+    const std::size_t got = read_some(descriptor_, base + filled, window_ - filled, error_);
     if (got == 0) ended_ = true;
     filled += got;
   }

@@ -28,6 +28,9 @@ class InputFile {
 
   bool is_open() const { return descriptor_ >= 0; }
 
+  // The error number of a failed read, which looks like the end of the file; 0 without one.
+  int error() const { return error_; }
+
   // The bytes at hand, from the present position on: at least `wanted` of them, which is no more
   // than kLargestView, or a window, unless the file ends or fails before. Empty only at its end.
   std::string_view view(std::size_t wanted) {
@@ -54,6 +57,7 @@ class InputFile {
   int descriptor_;
   std::size_t window_;
   bool ended_ = false;
+  int error_ = 0;
   const char* at_;
   const char* end_;
   // What is left of a window moves in front of the next one, so that each window begins at the same

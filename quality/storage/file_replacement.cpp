@@ -1,0 +1,170 @@
+#include "quality/storage/file_replacement.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <system_error>
+
+#include "kestrane/quality/errors.h"
+
+namespace kestrane::quality {
+namespace {
+
+constexpr mode_t kReadWriteForAll = 0666;  // less the process's mask
+constexpr mode_t kPermissions = 07777;
+constexpr int kMostNames = 1000;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor() {
+    if (number_ >= 0) ::close(number_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int number() const { return number_; }
+
+ private:
+  int number_;
+};
+
+// A file that goes with its object unless it is kept.
+class PassingFile {
+ public:
+  explicit PassingFile(std::string path) : path_(std::move(path)) {}
+  ~PassingFile() {
+    if (!path_.empty()) ::unlink(path_.c_str());
+  }
+  PassingFile(const PassingFile&) = delete;
+  PassingFile& operator=(const PassingFile&) = delete;
+  const std::string& path() const { return path_; }
+  void keep() { path_.clear(); }
+
+ private:
+  std::string path_;
+};
+
+int open_again_on_signal(const char* path, int flags) {
+  int number = -1;
+  do {
+    number = ::open(path, flags | O_CLOEXEC, kReadWriteForAll);
+  } while (number < 0 && errno == EINTR);
+  return number;
+}
+
+int sync_again_on_signal(int descriptor) {
+  int result = -1;
+  do {
+    result = ::fsync(descriptor);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 ? 0 : errno;
+}
+
+[[noreturn]] void fail(const std::string& path, const std::string& what, int error) {
+  throw FileError(path, what + ": " + reason_of(error));
+}
+
+// Where a link leads to; the path itself where nothing is there yet.
+std::string target_of(const std::string& path) {
+  const std::unique_ptr<char, decltype(&::free)> real(::realpath(path.c_str(), nullptr), &::free);
+  return real ? std::string(real.get()) : path;
+}
+
+std::string folder_of(const std::string& target) {
+  const std::size_t slash = target.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : target.substr(0, slash);
+}
+
+// The name beside the target that no file has yet: number 0, 1, ... of this process.
+std::string name_beside(const std::string& target, const char* kind, int number) {
+  return target + kind + std::to_string(::getpid()) + "-" + std::to_string(number);
+}
+
+// Makes an empty file beside the target.
+std::string make_beside(const std::string& path, const std::string& target) {
+  for (int number = 0; number < kMostNames; ++number) {
+    const std::string name = name_beside(target, ".new-", number);
+    const Descriptor made(open_again_on_signal(name.c_str(), O_WRONLY | O_CREAT | O_EXCL));
+    if (made.number() >= 0) return name;
+    if (errno != EEXIST) fail(path, "cannot write beside it", errno);
+  }
+  fail(path, "cannot write beside it", EEXIST);
+}
+
+// A second name of the old file, so that it can come back; empty where there is no old file or the
+// file system knows no second names.
+std::string link_beside(const std::string& target) {
+  for (int number = 0; number < kMostNames; ++number) {
+    const std::string name = name_beside(target, ".old-", number);
+    if (::link(target.c_str(), name.c_str()) == 0) return name;
+    if (errno != EEXIST) break;
+  }
+  return {};
+}
+
+// Some file systems cannot sync a folder and say so; they keep names safe in their own way.
+int sync_folder(int folder) {
+  const int error = sync_again_on_signal(folder);
+  return error == EINVAL || error == ENOTSUP ? 0 : error;
+}
+
+void sync_file(const std::string& path, const std::string& written, const struct stat* old) {
+  const Descriptor file(open_again_on_signal(written.c_str(), O_RDONLY));
+  if (file.number() < 0) fail(path, "cannot be written", errno);
+  if (old != nullptr && ::fchmod(file.number(), old->st_mode & kPermissions) != 0)
+    fail(path, "cannot be given its permissions", errno);
+  const int error = sync_again_on_signal(file.number());
+  if (error != 0) fail(path, "cannot be written", error);
+}
+
+void check_written(const std::string& path, const std::string& written,
+                   const std::function<void(const std::string&)>& check) {
+  try {
+    check(written);
+  } catch (const FileError& error) {
+    throw FileError(path, "what was written does not read back: " + error.reason());
+  }
+}
+
+}  // namespace
+
+std::string reason_of(int error) { return std::generic_category().message(error); }
+
+void replace_file(const std::string& path, const std::function<int(const std::string&)>& write,
+                  const std::function<void(const std::string&)>& check) {
+  const std::string target = target_of(path);
+  struct stat old {};
+  const bool existed = ::stat(target.c_str(), &old) == 0;
+  if (existed && S_ISDIR(old.st_mode)) fail(path, "cannot be written", EISDIR);
+  if (existed && !S_ISREG(old.st_mode)) throw FileError(path, "is not a file");
+  const Descriptor folder(open_again_on_signal(folder_of(target).c_str(), O_RDONLY | O_DIRECTORY));
+  if (folder.number() < 0) fail(path, "its folder cannot be opened", errno);
+
+  PassingFile written(make_beside(path, target));
+  const int error = write(written.path());
+  if (error != 0) fail(path, "cannot be written", error);
+  sync_file(path, written.path(), existed ? &old : nullptr);
+  check_written(path, written.path(), check);
+
+  PassingFile kept(existed ? link_beside(target) : std::string());
+  if (::rename(written.path().c_str(), target.c_str()) != 0)
+    fail(path, "cannot be replaced", errno);
+  written.keep();
+  const int unsynced = sync_folder(folder.number());
+  if (unsynced == 0) return;
+  if (!existed) {
+    ::unlink(target.c_str());
+  } else if (!kept.path().empty() && ::rename(kept.path().c_str(), target.c_str()) == 0) {
+    kept.keep();
+  } else {
+    fail(path, "is written, but its folder cannot be synced", unsynced);
+  }
+  fail(path, "its folder cannot be synced", unsynced);
+}
+
+}  // namespace kestrane::quality

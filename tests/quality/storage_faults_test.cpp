@@ -1,0 +1,280 @@
+// Saving with a failure of every single system call, and with a kill between any two.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <filesystem>
+#include <string>
+
+#include "kestrane/quality/storage.h"
+#include "tests/files/temporary_folder.h"
+#include "tests/quality/stored_records.h"
+
+namespace {
+
+// The calls that are left until one fails; negative while none is to fail.
+int calls_left = -1;
+int error_to_give = 0;
+bool failed_unlink = false;
+bool writes_lie = false;  // a byte of each write becomes another one
+
+bool fails() {
+  if (calls_left < 0 || calls_left-- > 0) return false;
+  errno = error_to_give;
+  return true;
+}
+
+}  // namespace
+
+// The linker leads the calls of everything that is tested here to these.
+extern "C" {
+int __real_open(const char* path, int flags, mode_t mode);
+int __real_close(int descriptor);
+ssize_t __real_read(int descriptor, void* to, size_t size);
+ssize_t __real_write(int descriptor, const void* from, size_t size);
+int __real_fsync(int descriptor);
+int __real_fchmod(int descriptor, mode_t mode);
+int __real_link(const char* from, const char* to);
+int __real_rename(const char* from, const char* to);
+int __real_unlink(const char* path);
+
+int __wrap_open(const char* path, int flags, mode_t mode) {
+  return fails() ? -1 : __real_open(path, flags, mode);
+}
+int __wrap_close(int descriptor) {
+  const int closed = __real_close(descriptor);  // a descriptor is gone even if its close fails
+  return fails() ? -1 : closed;
+}
+ssize_t __wrap_read(int descriptor, void* to, size_t size) {
+  return fails() ? -1 : __real_read(descriptor, to, size);
+}
+ssize_t __wrap_write(int descriptor, const void* from, size_t size) {
+  if (fails()) return -1;
+  if (!writes_lie || size < 1000) return __real_write(descriptor, from, size);
+  std::string bytes(static_cast<const char*>(from), size);
+  // An odd digit becomes the one below it: still a number.
+  const std::size_t digit = bytes.find_last_of("13579", 900);
+  bytes[digit == std::string::npos ? 900 : digit] ^= 1;
+  return __real_write(descriptor, bytes.data(), size);
+}
+int __wrap_fsync(int descriptor) { return fails() ? -1 : __real_fsync(descriptor); }
+int __wrap_fchmod(int descriptor, mode_t mode) {
+  return fails() ? -1 : __real_fchmod(descriptor, mode);
+}
+int __wrap_link(const char* from, const char* to) { return fails() ? -1 : __real_link(from, to); }
+int __wrap_rename(const char* from, const char* to) {
+  return fails() ? -1 : __real_rename(from, to);
+}
+int __wrap_unlink(const char* path) {
+  if (!fails()) return __real_unlink(path);
+  failed_unlink = true;
+  return -1;
+}
+}
+
+namespace {
+
+using kestrane::bytes_of;
+using kestrane::TemporaryFolder;
+using kestrane::quality::FileError;
+using kestrane::quality::PlaneTable;
+using quality_tests::bytes_of_coefficients;
+using quality_tests::odd_table;
+using quality_tests::OddCoefficients;
+
+std::size_t files_in(const TemporaryFolder& folder) {
+  const std::filesystem::directory_iterator files(folder.path());
+  return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+}
+
+// Saves with the n-th call failing. Whether that failure came up at all.
+template <class Save>
+bool save_with_failure(int n, int error, const std::string& old_bytes, const std::string& new_bytes,
+                       bool existed, Save save) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path("file");
+  if (existed) folder.file("file", old_bytes);
+  failed_unlink = false;
+  calls_left = n;
+  error_to_give = error;
+  bool thrown = false;
+  std::string path_named;
+  std::string reason;
+  try {
+    save(path);
+  } catch (const FileError& failure) {
+    thrown = true;
+    path_named = failure.path();
+    reason = failure.reason();
+  }
+  const bool reached = calls_left < 0;
+  calls_left = -1;
+  if (thrown) {
+    EXPECT_EQ(path_named, path);
+    EXPECT_NE(reason, "");
+    EXPECT_EQ(std::filesystem::exists(path), existed) << reason;
+    if (existed) {
+      EXPECT_TRUE(bytes_of(path) == old_bytes) << reason;
+    }
+  } else {
+    EXPECT_TRUE(bytes_of(path) == new_bytes);
+  }
+  if (!failed_unlink) {
+    EXPECT_EQ(files_in(folder), thrown && !existed ? 0U : 1U) << reason;
+  }
+  return reached;
+}
+
+template <class Save>
+void expect_whole_after_every_failure(const std::string& new_bytes, Save save) {
+  for (const int error : {EIO, ENOSPC}) {
+    for (const bool existed : {true, false}) {
+      int n = 0;
+      while (save_with_failure(n, error, "old", new_bytes, existed, save)) ++n;
+      EXPECT_GT(n, 15);  // opens, writes, syncs, reads, closes, the link and the rename
+    }
+  }
+}
+
+TEST(StorageFaults, LeaveTheOldTableOrTheNewOne) {
+  const PlaneTable table = odd_table(3);
+  const TemporaryFolder folder;
+  kestrane::quality::save_table(table, folder.path("whole"));
+  expect_whole_after_every_failure(bytes_of(folder.path("whole")), [&](const std::string& path) {
+    kestrane::quality::save_table(table, path);
+  });
+}
+
+TEST(StorageFaults, LeaveTheOldCoefficientsOrTheNewOnes) {
+  OddCoefficients record(4);
+  expect_whole_after_every_failure(bytes_of_coefficients(*record), [&](const std::string& path) {
+    kestrane::quality::save_coefficients(*record, path);
+  });
+}
+
+TEST(StorageFaults, AreSeenWhereTheDiskKeepsOtherBytes) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", "old");
+  OddCoefficients record(4);
+  const auto reason = [&](auto save) {
+    std::string text;
+    writes_lie = true;
+    try {
+      save();
+    } catch (const FileError& failure) {
+      text = failure.reason();
+    }
+    writes_lie = false;
+    return text;
+  };
+  const std::string expected = "what was written does not read back: other numbers";
+  EXPECT_EQ(reason([&] { kestrane::quality::save_table(odd_table(1), path); }), expected);
+  EXPECT_EQ(reason([&] { kestrane::quality::save_coefficients(*record, path); }), expected);
+  EXPECT_EQ(bytes_of(path), "old");
+  EXPECT_EQ(files_in(folder), 1U);
+}
+
+TEST(StorageFaults, OfAReadAreNotTakenForTheEndOfTheFile) {
+  const TemporaryFolder folder;
+  kestrane::quality::save_table(odd_table(1), folder.path("table"));
+  OddCoefficients record(1);
+  kestrane::quality::save_coefficients(*record, folder.path("coefficients"));
+  const auto read_with_failure = [&](int n, auto read) {
+    calls_left = n;
+    error_to_give = EIO;
+    std::string reason;
+    try {
+      read();
+    } catch (const FileError& failure) {
+      reason = failure.reason();
+    }
+    const bool reached = calls_left < 0;
+    calls_left = -1;
+    // A failed open is told by what a look at the file gives; a failed close of a file that was
+    // only read does no harm.
+    if (reached && reason != "cannot be opened" && reason != "") {
+      EXPECT_EQ(reason, "cannot be read: Input/output error");
+    }
+    return reached;
+  };
+  int n = 0;
+  while (read_with_failure(n, [&] { kestrane::quality::read_table(folder.path("table")); })) ++n;
+  EXPECT_GE(n, 7);
+  n = 0;
+  while (read_with_failure(
+      n, [&] { kestrane::quality::read_coefficients(folder.path("coefficients")); }))
+    ++n;
+  EXPECT_GE(n, 7);
+}
+
+// --- killed ----------------------------------------------------------------------------------
+
+// Runs `save` in a child that is killed when it has stopped at the entry or the exit of a system
+// call for the n-th time. Whether it was still running then; empty where processes cannot be
+// followed here.
+template <class Save>
+std::optional<bool> save_killed_at(int n, Save save) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(7);
+    ::raise(SIGSTOP);
+    save();
+    ::_exit(0);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  if (!WIFSTOPPED(status)) return std::nullopt;
+  for (int stop = 0; stop < n; ++stop) {
+    ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+    ::waitpid(child, &status, 0);
+    if (WIFEXITED(status)) return false;
+  }
+  ::kill(child, SIGKILL);
+  ::waitpid(child, &status, 0);
+  return true;
+}
+
+template <class Save>
+void expect_whole_after_every_kill(const std::string& new_bytes, Save save) {
+  for (const std::string& old_bytes : {std::string("old"), std::string()}) {
+    int kills = 0;
+    bool seen[2] = {false, false};
+    for (;; ++kills) {
+      const TemporaryFolder folder;
+      const std::string path = folder.path("file");
+      if (!old_bytes.empty()) folder.file("file", old_bytes);
+      const std::optional<bool> killed = save_killed_at(kills, [&] { save(path); });
+      if (!killed) GTEST_SKIP() << "no process can be followed here";
+      const std::string bytes = bytes_of(path);  // empty where there is no file
+      ASSERT_TRUE(bytes == old_bytes || bytes == new_bytes) << "kill " << kills;
+      seen[bytes == new_bytes ? 1 : 0] = true;
+      if (!*killed) break;
+    }
+    EXPECT_GT(kills, 30);
+    EXPECT_TRUE(seen[0] && seen[1]);
+  }
+}
+
+TEST(StorageKills, LeaveTheOldTableOrTheNewOne) {
+  const PlaneTable table = odd_table(3);
+  const TemporaryFolder folder;
+  kestrane::quality::save_table(table, folder.path("whole"));
+  expect_whole_after_every_kill(bytes_of(folder.path("whole")), [&](const std::string& path) {
+    kestrane::quality::save_table(table, path);
+  });
+}
+
+TEST(StorageKills, LeaveTheOldCoefficientsOrTheNewOnes) {
+  OddCoefficients record(4);
+  expect_whole_after_every_kill(bytes_of_coefficients(*record), [&](const std::string& path) {
+    kestrane::quality::save_coefficients(*record, path);
+  });
+}
+
+}  // namespace
