@@ -13,7 +13,7 @@
 #include "simulation/random.h"
 #include "solver/solver_silence.h"
 #include "tests/fast/fast_support.h"
-#include "tests/support/fast_literal_solve.h"
+#include "tests/literal/fast_solve.h"
 
 namespace {
 
