@@ -90,7 +90,8 @@ Finding coverage_row(const FactoryResult& result, const Limits& limits) {
   finding.level = level_of(bad, warn);
   const std::string worst = share_text(least.value) + on_plane(least);
   if (warn.empty()) {
-    finding.text = "at least " + worst + " of the working volume measured";
+    finding.text = "at least " + share_text(least.value) +
+                   " of the working volume measured, least" + on_plane(least);
   } else {
     finding.text = "measured in less than " + share_text(*limits.coverage) +
                    " of the working volume: " + planes_text(warn) + ", least " + worst +
@@ -123,7 +124,8 @@ Finding outliers_row(const FactoryResult& result, const Limits& limits) {
   finding.level = level_of(bad, warn);
   const std::string share = share_text(worst.value) + on_plane(worst);
   if (warn.empty()) {
-    finding.text = "at most " + share + " of the points beyond 4 sigma" +
+    finding.text = "at most " + share_text(worst.value) + " of the points beyond 4 sigma" +
+                   on_plane(worst) +
                    (limits.outliers ? ", within " + share_text(*limits.outliers) : "");
   } else {
     finding.text = "more than " + share_text(*limits.outliers) +

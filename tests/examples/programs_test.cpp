@@ -405,6 +405,15 @@ TEST(FieldCalibration, FindsTheMotion) {
   EXPECT_THAT(field.output, HasSubstr("moved sheets off the truth by 0.0"));
 }
 
+TEST(SafeFactory, JudgesTheTableThatItMeetsTheTruthWith) {
+  const Ended factory = run(SAFE_FACTORY);
+  EXPECT_EQ(factory.status, 0) << factory.output;
+  EXPECT_THAT(factory.output, HasSubstr("warn screened"));
+  EXPECT_THAT(factory.output, HasSubstr("ok   planes        all of 8 planes calibrated"));
+  EXPECT_THAT(factory.output, HasSubstr("usable with limits"));
+  EXPECT_THAT(factory.output, HasSubstr("blocks of 8 planes off the truth by"));
+}
+
 TEST(SafeField, TellsTheMotionWithItsUncertaintyAndWhatIsNotFixed) {
   const Ended field = run(SAFE_FIELD);
   EXPECT_EQ(field.status, 0) << field.output;
