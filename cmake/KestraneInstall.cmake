@@ -48,3 +48,7 @@ install(FILES "${_work_folder}/kestrane.pc" DESTINATION "${_pc_folder}" COMPONEN
 install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Runtime)
 install(FILES README.md CHANGELOG.md
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Development)
+
+# The example programs with what they simulate their devices by; see examples/CMakeLists.txt.
+install(DIRECTORY examples/ simulation
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples" COMPONENT Development)

@@ -1,7 +1,7 @@
 # Installs the built library, compares the files with those that belong to it, and moves the result
 # elsewhere: hosts find it there.
 #
-# in   BUILD_FOLDER, WORK_FOLDER, STAGE (where the moved copy ends up), LIB_FOLDER, DOC_FOLDER,
+# in   SOURCE_FOLDER, BUILD_FOLDER, WORK_FOLDER, STAGE (where the moved copy ends up), LIB_FOLDER, DOC_FOLDER,
 #      VERSION, SOVERSION
 # installed(<variable> <option>...): the files that an installation with these options leaves.
 function(installed variable)
@@ -30,15 +30,24 @@ endfunction()
 set(runtime
   "${LIB_FOLDER}/libkestrane.so.${SOVERSION}" "${LIB_FOLDER}/libkestrane.so.${VERSION}"
   "${DOC_FOLDER}/LICENSE")
-set(headers buffers compensator export factory_calib fast_calib files records)
-list(TRANSFORM headers REPLACE "(.+)" "include/kestrane/\\1.h")
+# source_files(<variable> <folder> <installed folder>): where the files of a source folder belong.
+function(source_files variable folder place)
+  file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE "${SOURCE_FOLDER}/${folder}"
+    "${SOURCE_FOLDER}/${folder}/*")
+  list(TRANSFORM files PREPEND "${place}/")
+  set(${variable} "${files}" PARENT_SCOPE)
+endfunction()
+
+source_files(headers include include)
+source_files(examples examples "${DOC_FOLDER}/examples")
+source_files(simulation simulation "${DOC_FOLDER}/examples/simulation")
 
 installed(found --component Runtime)
 expect_files("run-time component" "${found}" ${runtime})
 
 installed(found)
 list(FILTER found EXCLUDE REGEX "kestraneTargets-[a-z]+\\.cmake$")  # named after the configuration
-expect_files("everything" "${found}" ${runtime} ${headers}
+expect_files("everything" "${found}" ${runtime} ${headers} ${examples} ${simulation}
   "${LIB_FOLDER}/libkestrane.so"
   "${LIB_FOLDER}/pkgconfig/kestrane.pc"
   "${LIB_FOLDER}/cmake/kestrane/kestraneConfig.cmake"

@@ -1,11 +1,12 @@
-# Compiles the consumer with a compiler and pkg-config alone, and runs it.
+# Compiles the consumer with a compiler and pkg-config alone, and runs it. The library lies in a
+# folder that the loader does not look at; the program is told of it when it is linked.
 #
 # in   CONSUMER, WORK_FOLDER, STAGE, LIB_FOLDER, VERSION, COMPILER, PKG_CONFIG, FLAGS (the host's
 #      own, with spaces between)
 #
 # A host for a processor that this one is not gets compiled and linked, but cannot be run.
 set(ENV{PKG_CONFIG_PATH} "${STAGE}/${LIB_FOLDER}/pkgconfig")
-set(ENV{LD_LIBRARY_PATH} "${STAGE}/${LIB_FOLDER}")
+unset(ENV{LD_LIBRARY_PATH})
 file(REMOVE_RECURSE "${WORK_FOLDER}")
 file(MAKE_DIRECTORY "${WORK_FOLDER}")
 
@@ -21,6 +22,7 @@ if(NOT version STREQUAL VERSION)
 endif()
 ask_pkg_config(cflags --cflags)
 ask_pkg_config(libs --libs)
+ask_pkg_config(libdir --variable=libdir)
 if("${cflags} ${libs}" MATCHES "ceres")
   message(FATAL_ERROR "the solver is the library's own business: ${cflags} ${libs}")
 endif()
@@ -29,7 +31,7 @@ separate_arguments(libs UNIX_COMMAND "${libs}")
 separate_arguments(flags UNIX_COMMAND "${FLAGS}")
 execute_process(
   COMMAND "${COMPILER}" -std=c++17 ${flags} ${cflags} "${CONSUMER}/main.cpp" ${libs}
-    -o "${WORK_FOLDER}/consumer"
+    "-Wl,-rpath,${libdir}" -o "${WORK_FOLDER}/consumer"
   COMMAND_ERROR_IS_FATAL ANY)
 
 string(REGEX MATCHALL "-m(avx2|avx512f|fma)" vector_flags "${FLAGS}")
