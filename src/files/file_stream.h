@@ -4,7 +4,7 @@
 // out   the file's bytes in pieces, or a file with the bytes that were handed over
 //
 // Nothing is allocated, whatever a file claims to hold, and a descriptor lives exactly as long as
-// its object. Objects are meant for the stack.
+// its object. Objects are meant for the stack, and small enough for that of a thread with little.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,8 @@
 
 namespace kestrane {
 
-inline constexpr std::size_t kFileWindow = 65536;
-inline constexpr std::size_t kLargestView = 4096;  // the most a reader may ask for in one piece
+inline constexpr std::size_t kFileWindow = 10240;
+inline constexpr std::size_t kLargestView = 1280;  // the most a reader may ask for in one piece
 
 class InputFile {
  public:
@@ -61,8 +61,8 @@ class InputFile {
   const char* at_;
   const char* end_;
   // What is left of a window moves in front of the next one, so that each window begins at the same
-  // aligned place and the file is read in whole pages.
-  alignas(4096) char buffer_[kLargestView + kFileWindow];
+  // aligned place.
+  alignas(64) char buffer_[kLargestView + kFileWindow];
 };
 
 class OutputFile {
