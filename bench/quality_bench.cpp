@@ -4,8 +4,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "bench/silenced_output.h"
 #include "kestrane/factory_calib.h"
+#include "kestrane/fast_calib.h"
 #include "kestrane/quality/factory.h"
+#include "kestrane/quality/field.h"
 #include "kestrane/quality/screening.h"
 #include "quality/factory/plane_figures.h"
 #include "simulation/scanner.h"
@@ -128,5 +131,61 @@ void CalibrateDevice(benchmark::State& state) {
   state.counters["rms"] = rms;
 }
 BENCHMARK(CalibrateDevice)->ArgName("repeatability")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// A device in the field: its stored table, and frames measured since it was knocked.
+struct FieldScene {
+  kestrane::quality::PlaneTable table;
+  std::vector<kestrane::quality::PointList> frames;
+};
+
+FieldScene field_scene(int planes) {
+  simulation::DeviceSettings device;
+  device.planes = planes;
+  const std::vector<simulation::Sheet> sheets = simulation::make_device(device);
+  FieldScene scene{kestrane::quality::PlaneTable(planes), {}};
+  const simulation::Placement knock = simulation::rigid_motion({0, 2e-4, -2e-4}, {0.15, 0, -0.1});
+  simulation::CloudSettings settings = simulation::field_cloud_settings();
+  for (std::size_t p = 0; p < sheets.size(); ++p) {
+    simulation::fill_true_table(sheets[p], {}, scene.table.grids(),
+                                scene.table.record().planes[p].block);
+    ++settings.seed;
+    scene.frames.push_back(simulation::measure(sheets[p], knock, settings).points);
+  }
+  return scene;
+}
+
+std::int64_t points_of(const FieldScene& scene) {
+  std::int64_t points = 0;
+  for (const auto& list : scene.frames) points += static_cast<std::int64_t>(list.size());
+  return points;
+}
+
+void PlainField(benchmark::State& state) {
+  const SilencedOutput silenced;
+  const auto planes = static_cast<int>(state.range(0));
+  const FieldScene scene = field_scene(planes);
+  kestrane::KESTRANE_LASER_FAST_CALIB job;
+  job.init();
+  for (auto _ : state) {
+    job.set_laser_plane_standard(scene.table.record());
+    benchmark::DoNotOptimize(job.fast_calib(scene.frames, 0, planes - 1));
+  }
+  per_point(state, points_of(scene));
+}
+BENCHMARK(PlainField)->ArgName("planes")->Arg(8)->Arg(100)->Unit(benchmark::kMillisecond);
+
+void CalibrateField(benchmark::State& state) {
+  const SilencedOutput silenced;
+  const FieldScene scene = field_scene(static_cast<int>(state.range(0)));
+  kestrane::KESTRANE_LASER_FAST_CALIB job;
+  job.init();
+  double sigma = 0.0;
+  for (auto _ : state) {
+    sigma = kestrane::quality::calibrate_field(job, scene.table, scene.frames).displacement.sigma;
+  }
+  per_point(state, points_of(scene));
+  state.counters["sigma"] = sigma;
+}
+BENCHMARK(CalibrateField)->ArgName("planes")->Arg(8)->Arg(100)->Unit(benchmark::kMillisecond);
 
 }  // namespace

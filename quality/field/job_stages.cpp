@@ -1,9 +1,6 @@
 #include "quality/field/job_stages.h"
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
-#include <numeric>
 
 #include "fast/frame_filter.h"
 #include "fast/interior_planes.h"
@@ -15,10 +12,8 @@ namespace {
 
 constexpr double kFarthest = 1.5;  // beyond it the job's last solve takes no point
 
-using Coordinates = std::array<double, 3>;
-
-Coordinates coordinates_of(const _KESTRANE_ID_POINT3D& point) {
-  return {point.x, point.y, point.z};
+bool is_at(const _KESTRANE_ID_POINT3D& point, const double* place) {
+  return point.x == place[0] && point.y == place[1] && point.z == place[2];
 }
 
 // The table's rows in the library's own form; lines and cells stay where they are.
@@ -53,22 +48,22 @@ PointList near_points(const PointList& list, const std::vector<double>& distance
 
 }  // namespace
 
+// The interior planes hand on one zone after the other, each in the order of the list: the search
+// goes on where it stopped, and begins anew about once per zone.
 PointList recognise(const PointList& list, const PlanePoints& points) {
-  std::vector<std::size_t> order(list.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-    return coordinates_of(list[a]) < coordinates_of(list[b]);
-  });
-  std::vector<std::size_t> taken(list.size(), 0);  // at the first of several equal points
+  std::vector<bool> taken(list.size(), false);
   PointList found;
   found.reserve(static_cast<std::size_t>(points.cols()));
+  std::size_t next = 0;
   for (Eigen::Index i = 0; i < points.cols(); ++i) {
-    const Coordinates wanted = {points(0, i), points(1, i), points(2, i)};
-    const auto first = std::lower_bound(
-        order.begin(), order.end(), wanted,
-        [&](std::size_t a, const Coordinates& b) { return coordinates_of(list[a]) < b; });
-    const auto place = static_cast<std::size_t>(first - order.begin());
-    found.push_back(list[order[place + taken[place]++]]);
+    for (std::size_t seen = 0; seen < list.size(); ++seen) {
+      const std::size_t place = next;
+      next = next + 1 < list.size() ? next + 1 : 0;
+      if (taken[place] || !is_at(list[place], &points(0, i))) continue;
+      taken[place] = true;
+      found.push_back(list[place]);
+      break;
+    }
   }
   return found;
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <set>
+#include <vector>
 
 #include "quality/field/job_stages.h"
 
@@ -16,13 +16,16 @@ constexpr std::array<FieldStage, 5> kStages = {FieldStage::kGiven, FieldStage::k
 
 std::size_t index_of(FieldStage stage) { return static_cast<std::size_t>(stage); }
 
-using Numbers = std::set<std::int32_t>;
+using Numbers = std::vector<std::int32_t>;  // ascending
 
+// The numbers of the frames in a list, whose points mostly come frame by frame.
 Numbers numbers_in(const PointList& list) {
   Numbers numbers;
-  for (const _KESTRANE_ID_POINT3D& point : list) {
-    if (numbers.empty() || *numbers.rbegin() != point.id) numbers.insert(point.id);
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    if (i == 0 || list[i].id != list[i - 1].id) numbers.push_back(list[i].id);
   }
+  std::sort(numbers.begin(), numbers.end());
+  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
   return numbers;
 }
 
@@ -52,7 +55,7 @@ void count_stage(const PointList& left, FieldStage stage, const std::vector<std:
                  std::vector<DroppedFrame>& dropped) {
   const Numbers remaining = numbers_in(left);
   for (const std::int32_t number : numbers) {
-    if (remaining.count(number) > 0) continue;
+    if (std::binary_search(remaining.begin(), remaining.end(), number)) continue;
     const auto place = static_cast<std::size_t>(std::int64_t{number} - first_number);
     dropped.push_back({use.plane, original[place], stage});
   }
@@ -84,9 +87,8 @@ void append_used(const PointList& list, const PlaneTable& table, std::int32_t pl
                  UsedPoints& used) {
   if (list.empty()) return;
   const Numbers numbers = numbers_in(list);
-  const std::vector<std::int32_t> ranks(numbers.begin(), numbers.end());
   for (const _KESTRANE_ID_POINT3D& point : list) {
-    const auto rank = std::lower_bound(ranks.begin(), ranks.end(), point.id) - ranks.begin();
+    const auto rank = std::lower_bound(numbers.begin(), numbers.end(), point.id) - numbers.begin();
     const Block at = table.lookup(point.y, point.z).value();
     used.points.push_back({{point.x, point.y, point.z},
                            unit_plane(table.cell(plane, at)),
@@ -94,7 +96,7 @@ void append_used(const PointList& list, const PlaneTable& table, std::int32_t pl
                            used.frames + static_cast<std::int32_t>(rank)});
   }
   ++used.planes;
-  used.frames += static_cast<std::int32_t>(ranks.size());
+  used.frames += static_cast<std::int32_t>(numbers.size());
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "tests/quality/field/field_scene.h"
@@ -35,6 +37,18 @@ TEST(Recognise, FindsEachOfSeveralPointsAtOnePlaceOnce) {
   Matrix columns(3, 3);
   columns << 1, 1, 1, 2, 2, 2, 3, 3, 3;
   EXPECT_EQ(ids(recognise(list, columns)), (std::vector<std::int32_t>{10, 11, 12}));
+}
+
+// Columns of one zone end beyond where those of the next begin, and one place is taken twice.
+TEST(Recognise, FindsPointsAtOnePlaceOnceThoughZonesComeOneAfterTheOther) {
+  const PointList list = {{1, 0, 0, 1}, {9, 9, 9, 2}, {2, 0, 0, 3}, {8, 8, 8, 4}, {9, 9, 9, 5}};
+  Matrix columns(3, 5);
+  columns << 1, 2, 9, 8, 9,  //
+      0, 0, 9, 8, 9,         //
+      0, 0, 9, 8, 9;
+  std::vector<std::int32_t> found = ids(recognise(list, columns));
+  std::sort(found.begin(), found.end());
+  EXPECT_EQ(found, (std::vector<std::int32_t>{1, 2, 3, 4, 5}));
 }
 
 TEST(Recognise, FindsNothingInNoColumns) {
