@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Derives the numbers of pinned_values_test.cpp without running the library.
+"""Derives the numbers of pinned_values_test.cpp and the motion of held_runs_test.cpp without running
+the library.
 
 Python's float is the double of the library, with one rounding per operation and never a fused
 multiply-add, so that the formulas below give the library's bits where they keep its order of
@@ -264,6 +265,15 @@ def moved_distance(cell, R, T, point):
     return abs(a * point[0] + b * point[1] + c * point[2] + 1.0) / sqrt(a * a + b * b + c * c)
 
 
+# --- The motion of the held runs, to 60 digits ------------------------------------------------------
+
+def quaternion(rotation):
+    """x, y, z, w of the rotation by the length of `rotation` about its direction."""
+    exact = [Decimal(str(x)) for x in rotation]
+    angle = sum(x * x for x in exact).sqrt()
+    return [float(x / angle * sine(angle / 2)) for x in exact] + [float(cosine(angle / 2))]
+
+
 # --- The long cloud, to 60 digits ------------------------------------------------------------------
 
 def solve(m, b):
@@ -324,4 +334,5 @@ if __name__ == "__main__":
     show("distance to a moved cell",
          [moved_distance([-0.0081, 0.00013, 0.00087], turn, [0.31, -0.17, 0.23],
                          [171.0, 12.5, 433.0])])
+    show("quaternion of the held runs' motion", quaternion([0.0012, -0.0021, 0.0016]))
     show("plane and statistics of twelve points, exact and rounded once", exact_plane(TWELVE))
