@@ -17,7 +17,7 @@
 /// - Not a number: every figure that the points do not determine.
 /// - Output: the job writes the solver's two lines to standard output.
 /// - Memory: an engine of the job leaves 1,955,840 bytes of address space behind for the life of
-///   the process, of which about 20,000 a plane of the table are ever touched. A host that
+///   the process, of which about 540,000 are touched with 8 planes and all with 100. A host that
 ///   calibrates often keeps one engine and hands it in: nothing is left behind then.
 
 #pragma once
