@@ -7,7 +7,8 @@
 #include <string_view>
 
 #include "files/file_stream.h"
-#include "files/number_text.h"
+#include "files/number_format.h"
+#include "files/number_parse.h"
 #include "files/plane_block_file.h"
 #include "kestrane/quality/storage.h"
 #include "quality/cells.h"

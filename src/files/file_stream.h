@@ -14,7 +14,7 @@
 
 namespace kestrane {
 
-inline constexpr std::size_t kFileWindow = 10240;
+inline constexpr std::size_t kFileWindow = 12288;
 inline constexpr std::size_t kLargestView = 1280;  // the most a reader may ask for in one piece
 
 class InputFile {

@@ -1,3 +1,5 @@
+#include "files/number_format.h"
+
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -5,14 +7,13 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "files/number_text.h"
 #include "files/powers_of_ten.h"
 
 namespace kestrane {
 namespace {
 
 constexpr int kDigits = 6;
-constexpr double kDigitsLow = 1e5;  // six digits in front of the point
+constexpr double kDigitsLow = 1e5;  // six digits before the point
 constexpr double kDigitsHigh = 1e6;
 
 constexpr double kSmallest = 1e-16;  // range in which one exact power scales to six digits
@@ -34,7 +35,7 @@ int exponent_below(double value) {
 // Rounds kSmallest <= value <= kLargest to six digits. False when the value lies so near to the
 // middle between two candidates that the rounding of the scaling could decide.
 bool round_to_digits(double value, Decimal& decimal) {
-  constexpr double kDoubt = 1e-9;  // the scaled value is off by at most 1.2e-10
+  constexpr double kScalingError = 1e-9;  // the scaled value is off by at most 1.2e-10
   int exponent = exponent_below(value);
   double shifted = times_power_of_ten(value, kDigits - 1 - exponent);
   if (shifted >= kDigitsHigh) {
@@ -43,7 +44,7 @@ bool round_to_digits(double value, Decimal& decimal) {
   }
   int digits = static_cast<int>(shifted);
   const double rest = shifted - digits;
-  if (std::abs(rest - 0.5) < kDoubt) return false;
+  if (std::abs(rest - 0.5) < kScalingError) return false;
   if (rest > 0.5) ++digits;
   if (digits >= static_cast<int>(kDigitsHigh)) {
     digits = static_cast<int>(kDigitsLow);
@@ -53,7 +54,7 @@ bool round_to_digits(double value, Decimal& decimal) {
   return true;
 }
 
-// Six digits and room behind them, so that eight bytes are copied whatever their number is.
+// Six digits and room after them, so that eight bytes are copied whatever their number is.
 using DigitText = char[8];
 
 char* put(char* to, const char* from, int count) {

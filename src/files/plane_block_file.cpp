@@ -3,7 +3,8 @@
 #include <cstdint>
 #include <span>
 
-#include "files/number_text.h"
+#include "files/number_format.h"
+#include "files/number_parse.h"
 #include "files/reading.h"
 #include "kestrane/files.h"
 #include "records/expects.h"
@@ -55,9 +56,9 @@ Reading read_plane(InputFile& in, _LASER_PLANE_BLOCK_INFO& plane) {
 }
 
 template <class Number>
-void put_number(OutputFile& out, Number value, char behind) {
+void put_number(OutputFile& out, Number value, char after) {
   char* end = format_number(out.room(kLongestNumber + 1), value);
-  *end++ = behind;
+  *end++ = after;
   out.fill_to(end);
 }
 
