@@ -70,12 +70,6 @@ bool fit_whole_plane(const PointMatrix3& points, _LASER_TYPE type, PlaneAbcd& pl
   return fitter.fit_plane_robust(points, plane, inliers, depth_band_of(type), kWholePlaneFit);
 }
 
-// From the unit normal form to the table's. The guard is added whatever the sign of d.
-void write_plane(const PlaneAbcd& plane, double* abc) {
-  const double divisor = plane[3] + kGuard;
-  for (int i = 0; i < 3; ++i) abc[i] = plane[i] / divisor;
-}
-
 _LASER_TRIPLE triple_of(const _LASER_TRIPLE& triple) { return triple; }
 
 _LASER_TRIPLE triple_of(const Eigen::Vector3d& point) {
@@ -145,13 +139,13 @@ bool KestraneLaserFactoryCalibrator::calibrate_one_plane(std::int32_t plane_inde
 }
 
 void KestraneLaserFactoryCalibrator::write_row(_MRV_LASER_PLANE_BLOCK_INFO& row) const {
-  write_plane(laser_plane_, row.laser_plane_R);
+  write_table_form(laser_plane_, row.laser_plane_R);
   row.block.count = static_cast<std::int32_t>(cell_planes_.size());
   for (std::size_t i = 0; i < cell_planes_.size(); ++i) {
     _LASER_LINE_INFOS& line = row.block.lines[i];
     line.count = static_cast<std::int32_t>(cell_planes_[i].size());
     for (std::size_t j = 0; j < cell_planes_[i].size(); ++j) {
-      write_plane(cell_planes_[i][j], line.cells[j].v);
+      write_table_form(cell_planes_[i][j], line.cells[j].v);
     }
   }
 }

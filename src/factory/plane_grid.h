@@ -9,6 +9,7 @@
 
 #include "fit/points.h"
 #include "kestrane/records.h"
+#include "records/shapes.h"
 
 namespace kestrane {
 
@@ -29,6 +30,12 @@ using FanDividers = std::vector<Eigen::Vector3d>;               // 16
 // Depths that take part in the whole-plane fit and the sector fits.
 inline DepthBand depth_band_of(_LASER_TYPE type) {
   return {type == LASER_TYPE_FAR ? 220 : 100, 1000};
+}
+
+// From the unit normal form to the table's. The guard is added whatever the sign of d.
+inline void write_table_form(const PlaneAbcd& plane, double* abc) {
+  const double divisor = plane[3] + kGuard;
+  for (int i = 0; i < 3; ++i) abc[i] = plane[i] / divisor;
 }
 
 }  // namespace kestrane
