@@ -2,6 +2,7 @@
 // planes, brings its coefficients up to date, stores both, recalibrates it after a knock, and
 // compensates it for a warmer day, each time against the known truth.
 #include <cstdio>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -19,7 +20,7 @@ using device_life::Seen;
 constexpr char kUsage[] =
     "usage: device_life [--planes N] [--points N] [--optimise] [--seed N] [--out FOLDER]\n"
     "  --planes N   laser planes of the device, 1 to 100 (8)\n"
-    "  --points N   points measured per plane, 1 to 1000000; fewer than 3000 leave sectors without "
+    "  --points N   points measured per plane, 1 to 1000000; fewer than 3500 leave sectors without "
     "a fit (20000)\n"
     "  --optimise   keep the table with refined grid corners for what follows\n"
     "  --seed N     of the device and its noise (1)\n"
@@ -56,6 +57,29 @@ void summarise(const Life& life) {
   std::printf(
       "  compensation           a warm device whose sheets moved by %.4f followed to %.4f\n",
       seen.warm_move, seen.warm_error);
+}
+
+// Findings, worst first, and what they come to.
+void conclude(const Life& life) {
+  const kestrane::quality::Judgement judgement =
+      kestrane::quality::conclude(life.findings, device_life::limits());
+  std::printf("\nFindings against the limits of this device\n");
+  for (const kestrane::quality::Finding& finding : judgement.findings) {
+    std::printf("  %-4s %-13s %s\n", name_of(finding.level), finding.id.c_str(),
+                finding.text.c_str());
+  }
+  std::printf("Verdict: %s\n", judgement.verdict.c_str());
+}
+
+bool live(Life& life) {
+  try {
+    return factory_stage(life) && coefficient_stage(life) && field_stage(life) &&
+           run_time_stage(life);
+  } catch (const std::exception& trouble) {  // a file, or memory
+    std::printf("%s\n", trouble.what());
+    ++life.troubles;
+    return false;
+  }
 }
 
 // Exit status for a command line that asks for none of the life; none to live on.
@@ -101,8 +125,8 @@ int main(int argc, char** argv) {
 
   Life life(options);
   build_device(life);
-  const bool lived =
-      factory_stage(life) && coefficient_stage(life) && field_stage(life) && run_time_stage(life);
+  const bool lived = live(life);
+  if (!life.findings.empty()) conclude(life);
   if (lived && life.troubles == 0) {
     summarise(life);
     std::printf(

@@ -1,12 +1,14 @@
 // Clouds of all planes, with points of every bad kind, become a table; with and without the
 // refinement of the grid corners, each held against the true sheets.
 #include <cstdio>
-#include <utility>
 
 #include "examples/life/life.h"
 
 namespace device_life {
 namespace {
+
+using kestrane::quality::FactoryResult;
+using Clouds = std::vector<kestrane::quality::PointList>;
 
 // What a factory measures on one plane: a few points of every bad kind, and on every fourth plane
 // only a part of the fan.
@@ -23,71 +25,31 @@ simulation::Cloud factory_cloud(const Life& life, int plane) {
   return simulation::measure(life.sheets[static_cast<std::size_t>(plane)], settings);
 }
 
-bool prepare(Life& life, kestrane::_KESTRANE_OPTIM_FLAG flag, FactoryRun& run) {
-  return succeeded(life, "init", run.calibrator.init()) &&
-         succeeded(life, "set_laser_type",
-                   run.calibrator.set_laser_type(kestrane::LASER_TYPE_STANDARD)) &&
-         succeeded(life, "set_optimize_flag", run.calibrator.set_optimize_flag(flag)) &&
-         succeeded(life, "indicators init", run.indicators.init(life.options.planes)) &&
-         succeeded(life, "corners init", run.corners.init(life.options.planes));
-}
-
-// A cell without points has three zeros for figures.
-std::vector<bool> cells_with_points(const kestrane::_LASER_LINES_INFOS& figures) {
-  std::vector<bool> measured;
-  for (int j = 0; j < figures.count; ++j) {
-    for (int k = 0; k < figures.lines[j].count; ++k) {
-      const double* v = figures.lines[j].cells[k].v;
-      measured.push_back(v[0] != 0.0 || v[1] != 0.0 || v[2] != 0.0);
-    }
-  }
-  return measured;
-}
-
-bool calibrate_plane(Life& life, int plane, simulation::Cloud& cloud, FactoryRun& run) {
-  if (!succeeded(life, "factory_calib",
-                 run.calibrator.factory_calib(plane, simulation::record_of(cloud)))) {
-    return false;
-  }
-  if (!succeeded(life, "get_indicators",
-                 run.calibrator.get_indicators(plane, run.indicators, run.corners))) {
-    return false;
-  }
-  run.measured.push_back(cells_with_points(run.indicators.planes[plane]));
-  return true;
+// The whole device, in one call: screened, calibrated and measured.
+FactoryResult calibrate(const Life& life, const Clouds& clouds, bool optimise) {
+  kestrane::quality::FactorySettings settings;
+  settings.optimise = optimise;
+  settings.repeatability = optimise == life.options.optimise;  // of the table that goes on
+  const char* doing = optimise ? "refining plane" : "calibrating plane";
+  return kestrane::quality::calibrate_factory(
+      kestrane::quality::clouds_of(clouds), settings, [&](std::int32_t plane, _KESTRANE_STATUS) {
+        show_progress(doing, plane + 1, life.options.planes);
+      });
 }
 
 // How far a table's x is from the sheet's, at the middles of the cells that had points.
-Spread table_error(const Sheet& sheet, const HostTable& table, int plane,
-                   const std::vector<bool>& measured) {
+Spread table_error(const Life& life, const PlaneTable& table, int plane) {
   Spread error;
-  for (int j = 0; j < HostTable::kLines; ++j) {
-    for (int k = 0; k < HostTable::kCells; ++k) {
-      if (!measured[static_cast<std::size_t>(j * HostTable::kCells + k)]) continue;
+  for (int j = 0; j < PlaneTable::kLines; ++j) {
+    for (int k = 0; k < PlaneTable::kCells; ++k) {
+      if (!had_points(life, plane, j, k)) continue;
       const simulation::CellMiddle at = simulation::cell_middle(table.grids(), j, k);
-      error.add(simulation::plane_x(table.cell(plane, j, k), at.y, at.z) -
+      const Sheet& sheet = life.sheets[static_cast<std::size_t>(plane)];
+      error.add(simulation::plane_x(table.cell(plane, {j, k}), at.y, at.z) -
                 simulation::sheet_x(sheet, at.y, at.z));
     }
   }
   return error;
-}
-
-// How far neighbouring cells of a line's ray are apart at the depth where they meet, at the middle
-// of their line.
-void add_steps(const HostTable& table, int plane, const std::vector<bool>& measured,
-               Spread& steps) {
-  for (int j = 0; j < HostTable::kLines; ++j) {
-    for (int k = 0; k + 1 < HostTable::kCells; ++k) {
-      const auto cell = static_cast<std::size_t>(j * HostTable::kCells + k);
-      if (!measured[cell] || !measured[cell + 1]) continue;
-      const simulation::CellMiddle near = simulation::cell_middle(table.grids(), j, k);
-      const simulation::CellMiddle far = simulation::cell_middle(table.grids(), j, k + 1);
-      const double y = (near.y + far.y) / 2.0;
-      const double z = (near.z + far.z) / 2.0;
-      steps.add(simulation::plane_x(table.cell(plane, j, k + 1), y, z) -
-                simulation::plane_x(table.cell(plane, j, k), y, z));
-    }
-  }
 }
 
 // What bow and noise explain of the table's RMS error. Without refinement a cell's plane blends the
@@ -115,8 +77,7 @@ void report_factory_plane(Life& life, int plane, Spread before, Spread after) {
               after.rms(), after_bound, after.largest, judged(life, within));
 }
 
-void report_factory(Life& life, const FactoryRun& run, const HostTable& plain_table,
-                    const HostTable& refined_table) {
+void report_factory(Life& life, const FactoryResult& plain_run, const FactoryResult& refined_run) {
   std::printf(
       "\nFactory calibration: error of the table's x at the middles of measured cells, mm\n");
   std::printf("%5s %6s %7s %7s | %23s | %23s\n", "", "", "", "", "plain grid corners",
@@ -125,64 +86,50 @@ void report_factory(Life& life, const FactoryRun& run, const HostTable& plain_ta
               "rms", "bound", "largest", "rms", "bound", "largest");
   Spread plain;
   Spread refined;
-  Spread plain_steps;
-  Spread refined_steps;
+  double plain_step = 0.0;
+  double refined_step = 0.0;
   for (int p = 0; p < life.options.planes; ++p) {
-    const auto index = static_cast<std::size_t>(p);
-    const Sheet& sheet = life.sheets[index];
-    const Spread before = table_error(sheet, plain_table, p, run.measured[index]);
-    const Spread after = table_error(sheet, refined_table, p, run.measured[index]);
+    const Spread before = table_error(life, plain_run.table, p);
+    const Spread after = table_error(life, refined_run.table, p);
     report_factory_plane(life, p, before, after);
     plain.add(before);
     refined.add(after);
-    add_steps(plain_table, p, run.measured[index], plain_steps);
-    add_steps(refined_table, p, run.measured[index], refined_steps);
+    const auto index = static_cast<std::size_t>(p);
+    plain_step = std::max(plain_step, plain_run.planes[index].median_seam);
+    refined_step = std::max(refined_step, refined_run.planes[index].median_seam);
   }
   if (life.options.planes > 3) {
     std::printf("  Every fourth plane was measured over a part of the fan: it has fewer cells.\n");
   }
   std::printf(
       "  Refined grid corners follow the bow (rms %.4f against %.4f), at the price of steps\n"
-      "  between neighbouring cells (rms %.4f against %.4f): a choice of the host. The device\n"
-      "  keeps the table with %s corners%s.\n",
-      refined.rms(), plain.rms(), refined_steps.rms(), plain_steps.rms(),
+      "  between neighbouring cells (median up to %.4f against %.4f): a choice of the host. The\n"
+      "  device keeps the table with %s corners%s.\n",
+      refined.rms(), plain.rms(), refined_step, plain_step,
       life.options.optimise ? "refined" : "plain",
       life.options.optimise ? "" : "; --optimise takes the other one");
   life.seen.table_error = life.options.optimise ? refined.rms() : plain.rms();
 }
 
-bool calibrate_device(Life& life, FactoryRun& plain, FactoryRun& refined) {
-  if (!prepare(life, kestrane::KESTRANE_OPTIM_OFF, plain)) return false;
-  if (!prepare(life, kestrane::KESTRANE_OPTIM_ON, refined)) return false;
-  for (int p = 0; p < life.options.planes; ++p) {
-    show_progress("calibrating plane", p + 1, life.options.planes);
-    simulation::Cloud cloud = factory_cloud(life, p);
-    if (!calibrate_plane(life, p, cloud, plain) || !calibrate_plane(life, p, cloud, refined)) {
-      std::printf("calibration ended at plane %d\n", p);
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 bool factory_stage(Life& life) {
-  auto plain = std::make_unique<FactoryRun>();
-  auto refined = std::make_unique<FactoryRun>();
-  if (!calibrate_device(life, *plain, *refined)) return false;
-  HostTable plain_table(life.options.planes);
-  HostTable refined_table(life.options.planes);
-  if (!succeeded(life, "get_laser_plane_infos",
-                 plain->calibrator.get_laser_plane_infos(plain_table.infos())) ||
-      !succeeded(life, "get_laser_plane_infos",
-                 refined->calibrator.get_laser_plane_infos(refined_table.infos()))) {
+  Clouds clouds;
+  for (int p = 0; p < life.options.planes; ++p) clouds.push_back(factory_cloud(life, p).points);
+  FactoryResult plain = calibrate(life, clouds, false);
+  FactoryResult refined = calibrate(life, clouds, true);
+  life.factory = life.options.optimise ? refined : plain;
+  const kestrane::quality::Judgement judgement = kestrane::quality::judge(life.factory, limits());
+  keep_findings(life, judgement);
+  const kestrane::quality::Finding& planes = *judgement.find("planes");
+  if (planes.level == kestrane::quality::Level::kBad) {
+    std::printf("\nFactory calibration: %s\n", planes.text.c_str());
+    ++life.troubles;
     return false;
   }
-  report_factory(life, *plain, plain_table, refined_table);
-  life.factory = std::move(life.options.optimise ? refined : plain);
-  return succeeded(life, "get_laser_plane_infos",
-                   life.factory->calibrator.get_laser_plane_infos(life.table.infos()));
+  report_factory(life, plain, refined);
+  life.table = life.factory.table;
+  return true;
 }
 
 }  // namespace device_life

@@ -2,19 +2,21 @@
 // in the depth of 220 to 350, frame by frame, some frames bad, and the stored table tells the
 // knock: once through the fast calibration, once through the variant that writes into the
 // coefficients.
-#include <Eigen/Eigenvalues>
-#include <array>
+#include <Eigen/Core>
+#include <cstdint>
 #include <cstdio>
 #include <vector>
 
-#include "examples/field_yardstick.h"
 #include "examples/life/life.h"
 #include "kestrane/fast_calib.h"
+#include "kestrane/quality/field.h"
 
 namespace device_life {
 namespace {
 
-using examples::FrameLists;
+using kestrane::quality::FieldResult;
+using kestrane::quality::FieldStage;
+using kestrane::quality::PointList;
 
 constexpr simulation::Vec3 kKnockRotation = {150e-6, 250e-6, -200e-6};  // rad
 constexpr simulation::Vec3 kKnockTranslation = {0.12, 0.05, -0.15};     // mm
@@ -25,7 +27,7 @@ constexpr int kBadFrames = 2;
 // What was measured, and what was done to it on purpose.
 struct FieldData {
   simulation::Placement knock;
-  FrameLists frames;  // one list per plane
+  std::vector<PointList> frames;  // one list per plane
   int points = 0;
   int bad_frames = 0;
 };
@@ -50,9 +52,6 @@ FieldData measure_field(const Life& life) {
 }
 
 // --- Recovered against true ---------------------------------------------------------------------
-
-using Vector6 = Eigen::Matrix<double, 6, 1>;
-using Matrix6 = Eigen::Matrix<double, 6, 6>;
 
 // A place on a sheet, and the direction across the sheet there.
 struct SheetPoint {
@@ -106,89 +105,16 @@ Spread apart(const std::vector<SheetPoint>& points, const _MRV_EXTRINSIC_PARAM& 
   return spread;
 }
 
-// Which motions of the device the sheets show. A motion is six lengths here: the turn, as the path
-// of a point at `reach` from the middle of the points, then the shift of that middle. A turn about
-// the scanner's origin, far from the points, would mostly look like a shift of them.
-struct Shown {
-  Eigen::Vector3d middle = Eigen::Vector3d::Zero();
-  double reach = 0.0;          // root mean square distance of the points from their middle
-  Matrix6 directions;          // one per column
-  std::array<bool, 6> hidden;  // of each: it moves the sheets by less than a hundredth of itself
-};
-
-Shown what_sheets_show(const std::vector<SheetPoint>& points) {
-  constexpr double kHidden = 0.01;
-  const auto count = static_cast<double>(points.size());
-  Shown shown;
-  for (const SheetPoint& at : points) shown.middle += at.p / count;
-  for (const SheetPoint& at : points) shown.reach += (at.p - shown.middle).squaredNorm() / count;
-  shown.reach = std::sqrt(shown.reach);
-  Matrix6 squares = Matrix6::Zero();  // of what one unit of each motion does to the sheets
-  for (const SheetPoint& at : points) {
-    Vector6 row;
-    row << (at.p - shown.middle).cross(at.normal) / shown.reach, at.normal;
-    squares += row * row.transpose() / count;
-  }
-  const Eigen::SelfAdjointEigenSolver<Matrix6> solver(squares);
-  shown.directions = solver.eigenvectors();
-  for (int i = 0; i < 6; ++i) {
-    shown.hidden[static_cast<std::size_t>(i)] = solver.eigenvalues()[i] < kHidden * kHidden;
-  }
-  return shown;
-}
-
-Vector6 lengths_of(const Shown& shown, const _MRV_EXTRINSIC_PARAM& motion) {
-  Vector6 lengths;
-  lengths << shown.reach * examples::rotation_of(motion),
-      carried(motion, shown.middle) - shown.middle;
-  return lengths;
-}
-
-void report_hidden(const Shown& shown, const Vector6& truly, const Vector6& recovered) {
-  for (int i = 0; i < 6; ++i) {
-    if (!shown.hidden[static_cast<std::size_t>(i)]) continue;
-    Vector6 direction = shown.directions.col(i);
-    int most = 0;
-    direction.cwiseAbs().maxCoeff(&most);
-    if (direction[most] < 0.0) direction = -direction;
-    std::printf(
-        "  Not shown by the sheets, and so in neither column: a %s %c, true %.2f, found %.2f\n",
-        most < 3 ? "turn about" : "shift along", "xyz"[most % 3], direction.dot(truly),
-        direction.dot(recovered));
-  }
-}
-
-// Without what no sheet shows, true and recovered figures can be compared.
-void report_figures(const Shown& shown, Vector6 truly, Vector6 recovered) {
-  const Vector6 all_true = truly;
-  const Vector6 all_recovered = recovered;
-  for (int i = 0; i < 6; ++i) {
-    if (!shown.hidden[static_cast<std::size_t>(i)]) continue;
-    const Vector6 direction = shown.directions.col(i);
-    truly -= direction * direction.dot(all_true);
-    recovered -= direction * direction.dot(all_recovered);
-  }
-  std::printf("  motion at the middle of the points, (%.0f, %.0f, %.0f), in mm\n", shown.middle[0],
-              0.0 + std::round(shown.middle[1]), shown.middle[2]);
-  std::printf("  %4s | turn, as path at %3.0f mm | %23s\n", "", shown.reach, "shift");
-  std::printf("  %4s | %11s %11s | %11s %11s\n", "axis", "true", "recovered", "true", "recovered");
-  for (int i = 0; i < 3; ++i) {
-    std::printf("  %4c | %11.4f %11.4f | %11.4f %11.4f\n", "xyz"[i], truly[i], recovered[i],
-                truly[i + 3], recovered[i + 3]);
-  }
-  report_hidden(shown, all_true, all_recovered);
-}
-
 // How far the stored table itself is off the sheets, in the middles of the cells that the field
 // sees. A motion that fits the points to the table takes part of that over.
 Spread table_error(const Life& life) {
   Spread error;
   for (int p = 0; p < life.options.planes; ++p) {
     const Sheet& sheet = life.sheets[static_cast<std::size_t>(p)];
-    for (int j = 0; j < HostTable::kLines; ++j) {
+    for (int j = 0; j < PlaneTable::kLines; ++j) {
       for (int k = 2; k <= 7; ++k) {
         const simulation::CellMiddle at = simulation::cell_middle(life.table.grids(), j, k);
-        error.add(simulation::plane_x(life.table.cell(p, j, k), at.y, at.z) -
+        error.add(simulation::plane_x(life.table.cell(p, {j, k}), at.y, at.z) -
                   simulation::sheet_x(sheet, at.y, at.z));
       }
     }
@@ -199,8 +125,6 @@ Spread table_error(const Life& life) {
 void report_motion(Life& life, const FieldData& data, const _MRV_EXTRINSIC_PARAM& motion) {
   const std::vector<SheetPoint> points = field_points(life);
   const _MRV_EXTRINSIC_PARAM truly = true_motion(data);
-  const Shown shown = what_sheets_show(points);
-  report_figures(shown, lengths_of(shown, truly), lengths_of(shown, motion));
   // Noise averages out over thousands of points; the table's own error does so only in part.
   const double table = table_error(life).rms();
   const double bound = table + kNoise / 5.0;
@@ -209,45 +133,51 @@ void report_motion(Life& life, const FieldData& data, const _MRV_EXTRINSIC_PARAM
   std::printf(
       "  The knock moved the sheets by rms %.4f mm; the recovered motion puts them off by\n"
       "  rms %.4f, bound %.4f, largest %.4f%s\n"
-      "  Single figures differ by more where the sheets show them weakly: the stored table is\n"
-      "  itself off by rms %.4f, and a motion takes part of that over.\n",
+      "  The stored table is itself off by rms %.4f, and a motion takes part of that over.\n",
       moved.rms(), error.rms(), bound, error.largest, judged(life, error.rms() <= bound), table);
   life.seen.knock = moved.rms();
   life.seen.knock_error = error.rms();
 }
 
-bool recalibrate(Life& life, const FieldData& data) {
-  const int last = life.options.planes - 1;
-  kestrane::KESTRANE_LASER_FAST_CALIB calib;
-  _MRV_TRANSFORM transform{};
-  double mean = 0.0, max = 0.0, deviation = 0.0;
-  if (!succeeded(life, "fast init", calib.init()) ||
-      !succeeded(life, "set_laser_plane_standard",
-                 calib.set_laser_plane_standard(life.table.infos())) ||
-      !succeeded(life, "fast_calib", calib.fast_calib(data.frames, 0, last)) ||
-      !succeeded(life, "get_transform_param", calib.get_transform_param(transform)) ||
-      !succeeded(life, "get_calib_indicator", calib.get_calib_indicator(mean, max, deviation))) {
-    return false;
+void report_use(const FieldResult& field) {
+  const auto& given = field.used.after(FieldStage::kGiven);
+  const auto& filtered = field.used.after(FieldStage::kFrameFilter);
+  const auto& used = field.used.after(FieldStage::kUsed);
+  std::printf("  frames in %d, kept by their mean residual %d, used %d\n", given.frames,
+              filtered.frames, used.frames);
+  std::printf("  points in %jd, in kept frames %jd, of those within 1.5 mm at the end %jd\n",
+              std::intmax_t{given.points}, std::intmax_t{filtered.points},
+              std::intmax_t{used.points});
+}
+
+// What the points fix of a motion, and how surely.
+void report_directions(const FieldResult& field) {
+  std::printf("  %-44s %10s\n", "direction of motion", "sigma, mm");
+  for (const kestrane::quality::MotionDirection& direction : field.directions) {
+    if (direction.fixed) {
+      std::printf("  %-44s %10.4f\n", direction.name.c_str(), direction.sigma);
+    } else {
+      std::printf("  %-44s %10s\n", direction.name.c_str(), "not fixed");
+    }
   }
-  kestrane::KestraneLaserFastCalibrator yardstick;
-  if (!succeeded(life, "engine init", yardstick.init()) ||
-      !succeeded(life, "set_laser_plane_standard",
-                 yardstick.set_laser_plane_standard(life.table.infos()))) {
+}
+
+bool recalibrate(Life& life, const FieldData& data) {
+  const FieldResult field = kestrane::quality::calibrate_field(life.table, data.frames);
+  const kestrane::quality::Judgement judgement = kestrane::quality::judge(field, limits());
+  keep_findings(life, judgement);
+  if (!field.refused.empty()) {
+    std::printf("  refused: %s\n", field.refused.c_str());
+    ++life.troubles;
     return false;
   }
   std::printf("  (above, in the library's own words: the report of its solver, once per solve)\n");
-  const _MRV_EXTRINSIC_PARAM motion = examples::extrinsic_of(transform);
-  const examples::Kept kept = examples::frames_kept(yardstick, data.frames);
-  std::printf("  frames in %d, displaced on purpose %d, kept by their mean residual %d\n",
-              kFrames * life.options.planes, data.bad_frames, kept.frames);
-  std::printf("  points in %d, in kept frames %d, of those within 1.5 mm at the end %d\n",
-              data.points, examples::points_of(kept.points),
-              examples::points_near(yardstick, kept.points, motion));
-  std::printf(
-      "  residuals of the points as the library tells them: mean %.4f, largest %.4f,\n"
-      "  half the mean deviation %.4f mm\n",
-      mean, max, deviation);
-  report_motion(life, data, motion);
+  std::printf("  displaced on purpose %d frames\n", data.bad_frames);
+  report_use(field);
+  report_directions(field);
+  std::printf("  found: the sheets moved by rms %.4f, sigma %.4f, largest %.4f mm\n",
+              field.displacement.rms, field.displacement.sigma, field.displacement.max);
+  report_motion(life, data, field.smallest_motion);
   return true;
 }
 
@@ -261,7 +191,7 @@ bool write_into_coefficients(Life& life, const FieldData& data) {
   kestrane::KestraneLaserFastCalibrator engine;
   if (!succeeded(life, "engine init", engine.init()) ||
       !succeeded(life, "set_laser_plane_standard",
-                 engine.set_laser_plane_standard(life.table.infos())) ||
+                 engine.set_laser_plane_standard(life.table.record())) ||
       !succeeded(life, "calib_Rt",
                  engine.calib_Rt(data.frames, 0, last, 0.0, life.coeffs, life.coeffs))) {
     return false;

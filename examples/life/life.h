@@ -5,18 +5,18 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "kestrane/buffers.h"
-#include "kestrane/factory_calib.h"
-#include "simulation/host_table.h"
+#include "kestrane/quality/factory.h"
+#include "kestrane/quality/findings.h"
+#include "kestrane/quality/plane_table.h"
 #include "simulation/scanner.h"
 
 namespace device_life {
 
-using simulation::HostTable;
+using kestrane::quality::PlaneTable;
 using simulation::Sheet;
 
 inline constexpr double kNoise = 0.05;  // standard deviation of a measured x, mm
@@ -28,14 +28,6 @@ struct Options {
   bool optimise = false;
   std::uint32_t seed = 1;
   std::string out;  // folder of the files that the device keeps
-};
-
-// One calibration of the whole device: the calibrator, and the figures of all its planes.
-struct FactoryRun {
-  kestrane::KESTRANE_LASER_FAC_CALIB calibrator;
-  kestrane::LASER_PLANE_INDICATOR_MANAGER indicators;
-  kestrane::LASER_PLANE_GRID_CORNERS_MANAGER corners;
-  std::vector<std::vector<bool>> measured;  // per plane, its 15 x 50 cells that had points
 };
 
 // What the stages leave for the summary; RMS values in mm.
@@ -50,16 +42,26 @@ struct Seen {
 
 // What the device has been through so far.
 struct Life {
-  explicit Life(const Options& chosen) : options(chosen), table(chosen.planes) {}
+  explicit Life(const Options& chosen) : options(chosen) {}
 
   Options options;
   std::vector<Sheet> sheets;
-  std::unique_ptr<FactoryRun> factory;                // the run whose table goes on
-  HostTable table;                                    // the one that the device keeps
+  kestrane::quality::FactoryResult factory;           // the calibration whose table goes on
+  PlaneTable table;                                   // the one that the device keeps
   kestrane::LASER_COMPENSATOR_COEFFS_MANAGER coeffs;  // the coefficients that the device keeps
+  std::vector<kestrane::quality::Finding> findings;   // of all calibrations
   Seen seen;
   int troubles = 0;  // failed calls and errors beyond their bounds
 };
+
+// What this device is asked for.
+kestrane::quality::Limits limits();
+
+// Keeps the findings of a judgement for the end of the life.
+void keep_findings(Life& life, const kestrane::quality::Judgement& judgement);
+
+// Whether a block of a calibrated plane had points: its indicator is not three zeros.
+bool had_points(const Life& life, int plane, int line, int cell);
 
 // Notes a call that failed; true when it succeeded.
 bool succeeded(Life& life, const char* call, _KESTRANE_STATUS status);

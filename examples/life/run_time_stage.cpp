@@ -26,18 +26,19 @@ _MRV_EXTRINSIC_PARAM emitter_direction() {
   return {{1, 0, 0, 0, 1, 0, 0, 0, 1}, {simulation::DeviceSettings{}.baseline, 0.0, 0.0}};
 }
 
-bool compensate_table(Life& life, HostTable& warm) {
+bool compensate_table(Life& life, PlaneTable& warm) {
   const int planes = life.options.planes;
+  _MRV_LASER_PLANE_BLOCK_INFOS result = warm.record();
   kestrane::KESTRANE_LASER_COMPENSATOR compensator;
   return succeeded(life, "compensator init", compensator.init()) &&
          succeeded(life, "set_laser_plane_param",
-                   compensator.set_laser_plane_param(life.table.infos())) &&
+                   compensator.set_laser_plane_param(life.table.record())) &&
          succeeded(life, "set_extrinsic_matrix",
                    compensator.set_extrinsic_matrix(emitter_direction())) &&
          succeeded(life, "set_compensate_param",
                    compensator.set_compensate_param(warm_condition(), 0, planes)) &&
          succeeded(life, "compensate", compensator.compensate(0, planes)) &&
-         succeeded(life, "get_compensate_result", compensator.get_compensate_result(warm.infos()));
+         succeeded(life, "get_compensate_result", compensator.get_compensate_result(result));
 }
 
 // How far a plane moved at the middles of all cells.
@@ -47,18 +48,18 @@ struct Move {
   Spread difference;
 };
 
-Move move_of_plane(const Life& life, const HostTable& warm, int plane) {
+Move move_of_plane(const Life& life, const PlaneTable& warm, int plane) {
   const Sheet& sheet = life.sheets[static_cast<std::size_t>(plane)];
   const simulation::Placement placement = simulation::warm_placement(
       sheet, plane, 0, life.options.planes, warm_condition(), emitter_direction());
   Move move;
-  for (int j = 0; j < HostTable::kLines; ++j) {
-    for (int k = 0; k < HostTable::kCells; ++k) {
+  for (int j = 0; j < PlaneTable::kLines; ++j) {
+    for (int k = 0; k < PlaneTable::kCells; ++k) {
       const simulation::CellMiddle at = simulation::cell_middle(life.table.grids(), j, k);
       const double known = simulation::sheet_x(sheet, placement, at.y, at.z) -
                            simulation::sheet_x(sheet, at.y, at.z);
-      const double moved = simulation::plane_x(warm.cell(plane, j, k), at.y, at.z) -
-                           simulation::plane_x(life.table.cell(plane, j, k), at.y, at.z);
+      const double moved = simulation::plane_x(warm.cell(plane, {j, k}), at.y, at.z) -
+                           simulation::plane_x(life.table.cell(plane, {j, k}), at.y, at.z);
       move.known.add(known);
       move.table.add(moved);
       move.difference.add(moved - known);
@@ -77,7 +78,7 @@ double bound_of_move(const Life& life, const Sheet& sheet, int plane) {
   return tilted * (kGrowth * kWarmer + 2.0 * angle * std::abs(sheet.slope_z));
 }
 
-Move report_move(Life& life, const HostTable& warm, int plane) {
+Move report_move(Life& life, const PlaneTable& warm, int plane) {
   const Move move = move_of_plane(life, warm, plane);
   const double bound = bound_of_move(life, life.sheets[static_cast<std::size_t>(plane)], plane);
   std::printf("%5d | %7.4f %7.4f | %7.4f %7.4f | %7.4f %7.4f %7.4f%s\n", plane, move.known.rms(),
@@ -89,7 +90,7 @@ Move report_move(Life& life, const HostTable& warm, int plane) {
 }  // namespace
 
 bool run_time_stage(Life& life) {
-  HostTable warm(life.options.planes);
+  PlaneTable warm(life.options.planes);
   if (!compensate_table(life, warm)) return false;
   std::printf("\nCompensation, device %.0f K warmer: move of x at the middles of all cells, mm\n",
               kWarmer);

@@ -1,5 +1,6 @@
 // The rows on a field calibration: field_motion, direction, used.
 #include <cmath>
+#include <cstddef>
 #include <string>
 
 #include "kestrane/quality/field.h"
@@ -31,12 +32,17 @@ std::vector<std::string> directions_where(const FieldResult& result, const Asked
   return texts;
 }
 
-// "plane 1 frame -3", each frame that was left out.
+// "plane 1 frame -3; plane 4 frames 0, 7", of the frames that were left out.
 std::string dropped_text(const FieldUse& used) {
   std::vector<std::string> places;
-  for (const DroppedFrame& dropped : used.dropped) {
-    places.push_back("plane " + std::to_string(dropped.plane) + " frame " +
-                     std::to_string(dropped.frame));
+  for (std::size_t i = 0; i < used.dropped.size();) {
+    const std::int32_t plane = used.dropped[i].plane;
+    std::vector<std::int32_t> frames;
+    for (; i < used.dropped.size() && used.dropped[i].plane == plane; ++i) {
+      frames.push_back(used.dropped[i].frame);
+    }
+    places.push_back("plane " + std::to_string(plane) +
+                     (frames.size() == 1 ? " frame " : " frames ") + list_text(frames));
   }
   return phrases_text(places);
 }

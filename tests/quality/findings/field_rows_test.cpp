@@ -169,6 +169,10 @@ TEST(UsedRow, WarnsOfAnyFrameLeftOut) {
   result.used.dropped.push_back({5, -3, FieldStage::kFrameFilter});
   EXPECT_EQ(level(result, "used"), Level::kWarn);
   EXPECT_NE(row(judge(result), "used").text.find("plane 5 frame -3"), std::string::npos);
+  result.used.dropped.push_back({5, 4, FieldStage::kScreened});
+  result.used.dropped.push_back({7, 4, FieldStage::kScreened});
+  EXPECT_NE(row(judge(result), "used").text.find("plane 5 frames -3, 4; plane 7 frame 4"),
+            std::string::npos);
 }
 
 Difference difference(double rest, double explained) {
