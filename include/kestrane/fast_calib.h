@@ -196,7 +196,7 @@ class KESTRANE_API KESTRANE_LASER_FAST_CALIB {
   _KESTRANE_STATUS get_calib_indicator(double& mean, double& max, double& deviation);
 
  private:
-  KestraneLaserFastCalibrator* engine;
+  KestraneLaserFastCalibrator* engine_;
 };
 
 }  // namespace kestrane

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "kestrane/records.h"
@@ -19,5 +21,11 @@ using PointSets = std::vector<PlanePoints>;
 
 // One row of distances per matrix of a point set, one entry per column.
 using ResidualSets = std::vector<std::vector<double>>;
+
+// Whether there is one list per plane of a range. In 64 bits: the host's plane numbers may be any.
+inline bool is_list_per_plane(std::size_t lists, std::int64_t first_plane,
+                              std::int64_t last_plane) {
+  return static_cast<std::int64_t>(lists) == last_plane - first_plane + 1;
+}
 
 }  // namespace kestrane

@@ -10,7 +10,6 @@ namespace {
 
 constexpr double kWeight = 1.0;
 constexpr int kMostIterations = 50;
-constexpr double kFarthest = 1.5;  // in the unit of the points
 
 // Up to so many points of a problem have a residual block each: it costs little there.
 constexpr Eigen::Index kMostSingleBlocks = 4096;
@@ -93,20 +92,6 @@ _KESTRANE_STATUS solve_transform(const PointSets& points,
   transform.topLeftCorner<3, 3>() = rotation_matrix(rotation);
   transform.topRightCorner<3, 1>() = translation;
   return KESTRANE_OK;
-}
-
-void filter_point_by_residual(const PointSets& points, const ResidualSets& residuals,
-                              PointSets& kept) {
-  kept.resize(points.size());
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    PlanePoints near(3, points[i].cols());
-    Eigen::Index count = 0;
-    for (Eigen::Index j = 0; j < points[i].cols(); ++j) {
-      if (residuals[i][static_cast<std::size_t>(j)] > kFarthest) continue;
-      near.col(count++) = points[i].col(j);
-    }
-    kept[i] = near.leftCols(count);
-  }
 }
 
 }  // namespace kestrane

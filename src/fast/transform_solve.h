@@ -65,12 +65,4 @@ _KESTRANE_STATUS solve_transform(const PointSets& points,
                                  const std::int32_t& first_plane, const std::int32_t& last_plane,
                                  Eigen::Matrix4d& transform);
 
-// Keeps the columns whose residual is not greater than 1.5; a residual that is not a number keeps
-// its column, and so does the 0 of a point without a cell.
-//
-// residuals  one row per matrix, one entry per column
-// kept       resized to `points`
-void filter_point_by_residual(const PointSets& points, const ResidualSets& residuals,
-                              PointSets& kept);
-
 }  // namespace kestrane

@@ -4,9 +4,10 @@
 #include <functional>
 #include <vector>
 
+#include "fast/crossing_frames.h"
 #include "fast/frame_filter.h"
-#include "fast/frame_selection.h"
 #include "fast/interior_planes.h"
+#include "fast/residual_filter.h"
 #include "fast/residual_measurement.h"
 #include "fast/transform_solve.h"
 #include "tests/faults/calibration_runs.h"

@@ -1,11 +1,12 @@
 // The engine: keeps standard and result, and calls the stages in their order.
 #include <Eigen/Geometry>
-#include <algorithm>
 #include <utility>
 
+#include "fast/crossing_frames.h"
 #include "fast/frame_filter.h"
-#include "fast/frame_selection.h"
 #include "fast/interior_planes.h"
+#include "fast/range_transforms.h"
+#include "fast/residual_filter.h"
 #include "fast/residual_measurement.h"
 #include "fast/standard_store.h"
 #include "fast/transform_solve.h"
@@ -17,38 +18,6 @@
 namespace kestrane {
 namespace {
 
-constexpr std::int32_t kTooManyRanges = 20;
-
-// In 64 bits: the host's plane numbers may be any.
-bool has_list_per_plane(const FrameLists& frames, std::int64_t first_plane,
-                        std::int64_t last_plane) {
-  return static_cast<std::int64_t>(frames.size()) == last_plane - first_plane + 1;
-}
-
-bool holds_range(const _COMPENSATOR_COEFFS& coeffs, std::int32_t first_plane,
-                 std::int32_t last_plane) {
-  for (std::int32_t r = 0; r < coeffs.range_count; ++r) {
-    if (coeffs.range_first[r] == first_plane && coeffs.range_last[r] == last_plane) return true;
-  }
-  return false;
-}
-
-// The first check that applies decides.
-_KESTRANE_STATUS check_coefficients(const FrameLists& frames, std::int32_t first_plane,
-                                    std::int32_t last_plane, const _COMPENSATOR_COEFFS& in,
-                                    const _COMPENSATOR_COEFFS& out) {
-  if (!has_list_per_plane(frames, first_plane, last_plane)) return KESTRANE_ERR_COUNT_MISMATCH;
-  if (last_plane == first_plane) return KESTRANE_ERR_EMPTY_RANGE;
-  if (in.plane_count < 1) return KESTRANE_ERR_INVALID_PARAM;
-  if (in.opt_coeffs == nullptr) return KESTRANE_ERR_NULL_POINTER;
-  if (out.plane_count < 1) return KESTRANE_ERR_INVALID_PARAM;
-  if (out.opt_coeffs == nullptr) return KESTRANE_ERR_NULL_POINTER;
-  if (in.range_count >= kTooManyRanges) return KESTRANE_ERR_INVALID_PARAM;
-  if (in.range_count < 1) return KESTRANE_ERR_RANGE_UNKNOWN;
-  if (!holds_range(in, first_plane, last_plane)) return KESTRANE_ERR_RANGE_UNKNOWN;
-  return KESTRANE_OK;
-}
-
 _MRV_EXTRINSIC_PARAM extrinsic_of(const Eigen::Matrix4d& transform) {
   _MRV_EXTRINSIC_PARAM extrinsic{};
   for (int i = 0; i < 3; ++i) {
@@ -56,16 +25,6 @@ _MRV_EXTRINSIC_PARAM extrinsic_of(const Eigen::Matrix4d& transform) {
     extrinsic.T[i] = transform(i, 3);
   }
   return extrinsic;
-}
-
-void write_slot(const _MRV_EXTRINSIC_PARAM& extrinsic, std::int64_t plane,
-                _COMPENSATOR_COEFFS& coeffs) {
-  KESTRANE_EXPECTS(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
-  if (plane < 0 || plane >= kMaxPlanes) return;
-  KESTRANE_EXPECTS(coeffs.Mbs_factory_to_user != nullptr,
-                   "a coefficient record has its transforms");
-  double* slot = coeffs.Mbs_factory_to_user + 12 * plane;
-  std::copy_n(extrinsic.T, 3, std::copy_n(extrinsic.R, 9, slot));
 }
 
 }  // namespace
@@ -121,7 +80,9 @@ _KESTRANE_STATUS KestraneLaserFastCalibrator::calib_Rt(const FrameLists& frames,
                                                        const std::int32_t& first_plane,
                                                        const std::int32_t& last_plane) {
   for (const int diagonal : {0, 4, 8}) extrinsic.R[diagonal] = 1.0;
-  if (!has_list_per_plane(frames, first_plane, last_plane)) return KESTRANE_ERR_COUNT_MISMATCH;
+  if (!is_list_per_plane(frames.size(), first_plane, last_plane)) {
+    return KESTRANE_ERR_COUNT_MISMATCH;
+  }
 
   PointSets points;
   {
@@ -151,17 +112,14 @@ _KESTRANE_STATUS KestraneLaserFastCalibrator::calib_Rt(const FrameLists& frames,
                                                        const _COMPENSATOR_COEFFS& coeffs_in,
                                                        _COMPENSATOR_COEFFS& coeffs_out) {
   const _KESTRANE_STATUS checked =
-      check_coefficients(frames, first_plane, last_plane, coeffs_in, coeffs_out);
+      check_range(frames.size(), first_plane, last_plane, coeffs_in, coeffs_out);
   if (checked != KESTRANE_OK) return checked;
   KESTRANE_EXPECTS(standard != nullptr, "calib_Rt comes after init");
   PointSets points;
   if (!collect_plane_points(frames, points)) return KESTRANE_ERR_FIT_FAILED;
   Eigen::Matrix4d transform;
   solve_transform(points, &standard, first_plane, last_plane, transform);
-  const _MRV_EXTRINSIC_PARAM solved = extrinsic_of(transform);
-  for (std::int64_t plane = first_plane; plane <= last_plane; ++plane) {
-    write_slot(solved, plane, coeffs_out);
-  }
+  write_range(extrinsic_of(transform), first_plane, last_plane, coeffs_out);
   return KESTRANE_OK;
 }
 

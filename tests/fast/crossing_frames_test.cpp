@@ -1,4 +1,4 @@
-#include "fast/frame_selection.h"
+#include "fast/crossing_frames.h"
 
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
