@@ -82,7 +82,7 @@ format: ## format all sources
 install: ## install library, headers and packages; PREFIX=/usr/local, DESTDIR=
 	$(needs)
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target kestrane
+	cmake --build --preset release -j $(JOBS) --target kestrane kestrane_quality
 	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(PREFIX)"
 
 package: ## build the Debian packages twice, compare them, and have lintian look at them

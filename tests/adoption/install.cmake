@@ -46,12 +46,17 @@ installed(found --component Runtime)
 expect_files("run-time component" "${found}" ${runtime})
 
 installed(found)
-list(FILTER found EXCLUDE REGEX "kestraneTargets-[a-z]+\\.cmake$")  # named after the configuration
+list(FILTER found EXCLUDE REGEX "kestrane(Quality)?Targets-[a-z]+\\.cmake$")  # named after the configuration
 expect_files("everything" "${found}" ${runtime} ${headers} ${examples} ${simulation}
   "${LIB_FOLDER}/libkestrane.so"
+  "${LIB_FOLDER}/libkestrane-quality.so"
+  "${LIB_FOLDER}/libkestrane-quality.so.${SOVERSION}"
+  "${LIB_FOLDER}/libkestrane-quality.so.${VERSION}"
   "${LIB_FOLDER}/pkgconfig/kestrane.pc"
+  "${LIB_FOLDER}/pkgconfig/kestrane-quality.pc"
   "${LIB_FOLDER}/cmake/kestrane/kestraneConfig.cmake"
   "${LIB_FOLDER}/cmake/kestrane/kestraneConfigVersion.cmake"
+  "${LIB_FOLDER}/cmake/kestrane/kestraneQualityTargets.cmake"
   "${LIB_FOLDER}/cmake/kestrane/kestraneTargets.cmake"
   "${DOC_FOLDER}/README.md" "${DOC_FOLDER}/CHANGELOG.md")
 
