@@ -8,19 +8,29 @@
 
 namespace kestrane {
 
+namespace {
+
+// The plane of a cell's corners without its statistics, which nothing reads. False below three
+// rows.
+bool fit_corners(const PointMatrix3& corners, PlaneAbcd& plane) {
+  const PointRows rows = rows_of(corners);
+  if (rows.count < 3) return false;
+  plane = decomposed_plane(rows, sums_of(rows));
+  return true;
+}
+
+}  // namespace
+
 void fit_cell_planes(const CellPoints& cell_points, const GridCorners& grid_corners,
                      CellPlanes& cell_planes) {
-  CellMarks fitted;
+  CellMarks fitted;  // four corners are always fitted: the report is a guard that no run reaches
   PointMatrix3 corners(4, 3);
-  PlaneFitStats stats{};
   for (std::size_t i = 0; i < cell_points.size(); ++i) {
     std::vector<PlaneAbcd> row(cell_points[i].size(), PlaneAbcd::Zero());
     std::vector<bool> marks(row.size(), false);
     for (std::size_t j = 0; j < row.size(); ++j) {
       gather_cell_corners(grid_corners, i, j, corners);
-      // The single-pass road of the robust fit: one fit to all rows. Its rejection changes nothing
-      // but the list of inliers, which nobody wants here.
-      marks[j] = fit_plane_svd(corners, row[j], stats);
+      marks[j] = fit_corners(corners, row[j]);
     }
     cell_planes.push_back(std::move(row));
     fitted.push_back(std::move(marks));

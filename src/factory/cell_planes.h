@@ -19,7 +19,8 @@ void fit_cell_planes(const CellPoints& cell_points, const GridCorners& grid_corn
 // One mark per cell: whether its fit succeeded.
 using CellMarks = std::vector<std::vector<bool>>;
 
-// The report: a line on standard output for each cell [i][j] without its mark.
+// The report: a line on standard output for each cell [i][j] without its mark. It throws nothing,
+// whatever has become of standard output.
 void report_failed_cells(const CellMarks& fitted);
 
 }  // namespace kestrane

@@ -4,9 +4,14 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <vector>
 
 #include "factory/grid_corners.h"
 #include "factory/nominal_grid.h"
+#include "fit/plane_fit.h"
+#include "simulation/random.h"
 
 namespace {
 
@@ -14,6 +19,7 @@ using kestrane::CellPoints;
 using kestrane::GridCorners;
 using kestrane::PlaneAbcd;
 using kestrane::PointMatrix3;
+using simulation::Random;
 
 kestrane::NominalRays nominal_rays() {
   kestrane::_LASER_PLANE_GRIDS grids{};
@@ -54,6 +60,27 @@ TEST(CellPlanes, RunThroughFourCornersOfOnePlane) {
       const PlaneAbcd expected = -plane / length;
       constexpr double kRelative = 1e-11;  // a cell 10 wide, seen from 1500 away
       EXPECT_LT((fitted - expected).cwiseAbs().maxCoeff(), kRelative * std::abs(expected[3]));
+    }
+  }
+}
+
+TEST(CellPlanes, HaveTheBitsOfAFitWithStatistics) {
+  GridCorners corners = corners_on(kestrane::SectorPlanes(15, PlaneAbcd(0.98, 0.05, -0.1, 160.0)));
+  Random random(12);
+  for (auto& ray : corners) {
+    for (auto& corner : ray) corner.x() += random.uniform(-0.5, 0.5);
+  }
+  const CellPoints cells(15, std::vector<PointMatrix3>(50, PointMatrix3(0, 3)));
+  kestrane::CellPlanes planes;
+  kestrane::fit_cell_planes(cells, corners, planes);
+  PointMatrix3 matrix(4, 3);
+  for (std::size_t i = 0; i < 15; ++i) {
+    for (std::size_t j = 0; j < 50; ++j) {
+      kestrane::gather_cell_corners(corners, i, j, matrix);
+      PlaneAbcd expected;
+      kestrane::PlaneFitStats stats{};
+      ASSERT_TRUE(kestrane::fit_plane_svd(matrix, expected, stats));
+      EXPECT_TRUE(planes[i][j] == expected) << i << " " << j;
     }
   }
 }
@@ -105,6 +132,23 @@ TEST(FailedCells, AreNamedByFanAndDepthOneALine) {
   std::fflush(stdout);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "fit_failed_plane_index:[y:2,z:49]\nfit_failed_plane_index:[y:14,z:0]\n");
+}
+
+// A full disk after standard output, and a host that wants its streams to throw.
+[[noreturn]] void report_to_a_full_device() {
+  if (std::freopen("/dev/full", "w", stdout) == nullptr) std::_Exit(2);
+  std::setvbuf(stdout, nullptr, _IONBF, 0);
+  std::cout.exceptions(std::ios::badbit | std::ios::failbit);
+  try {
+    kestrane::report_failed_cells(kestrane::CellMarks(15, std::vector<bool>(50, false)));
+  } catch (...) {
+    std::_Exit(1);
+  }
+  std::_Exit(std::ferror(stdout) != 0 ? 0 : 3);
+}
+
+TEST(FailedCellsDeathTest, ThrowNothingWhereStandardOutputIsFull) {
+  EXPECT_EXIT(report_to_a_full_device(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
