@@ -1,9 +1,11 @@
 // Whole runs: against the plainest form of the same work, and against the simulated truth.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
+#include "factory/corner_optimisation.h"
 #include "factory/engine.h"
 #include "simulation/scanner.h"
 #include "tests/literal/factory_calibration.h"
@@ -95,23 +97,63 @@ TEST(WholeRun, MatchesThePlainestFormOfTheSameWork) {
   }
 }
 
-TEST(WholeRun, OptimisesAsWellAsThePlainestForm) {
-  std::uint64_t seed = 11;
-  for (const simulation::Sheet& sheet : sheets()) {
-    simulation::Cloud cloud = measured(sheet, 40000, seed++);
-    literal::FactoryRun expected;
-    ASSERT_TRUE(literal::calibrate_plane(cloud.points, true, expected));
+// Half the sum of the loss over all cells, by the literal form of a cell's cost.
+double final_cost(const literal::FactoryRun& run) {
+  constexpr double kScale = 0.1;
+  double cost = 0.0;
+  for (std::size_t i = 0; i < 15; ++i) {
+    for (std::size_t j = 0; j < 50; ++j) {
+      if (run.cell_points[i][j].rows() == 0) continue;
+      const literal::PointMatrix3 corners = literal::corners_of(run.grid_corners, i, j);
+      const literal::CellCost cell{run.cell_points[i][j], corners};
+      double residual = 0.0;
+      EXPECT_TRUE(cell(&corners(0, 0), &corners(1, 0), &corners(2, 0), &corners(3, 0), &residual));
+      cost += 0.5 * kScale * kScale * std::log1p(residual * residual / (kScale * kScale));
+    }
+  }
+  return cost;
+}
+
+double furthest_move(const literal::Corners& before, const literal::Corners& after) {
+  double furthest = 0.0;
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    for (std::size_t k = 0; k < before[i].size(); ++k) {
+      furthest = std::max(furthest, std::abs(after[i][k].x() - before[i][k].x()));
+    }
+  }
+  return furthest;
+}
+
+// Frozen normals let rounding choose the steps: a start that is moved by one part in 1e15 ends the
+// literal form itself up to 3 % apart in a single run and 0.3 % apart over twenty of them. So sums
+// over many runs are judged.
+TEST(WholeRun, OptimisesAsWellAsThePlainestFormOverTwentyClouds) {
+  constexpr int kSeeds = 20;
+  double ours = 0.0, theirs = 0.0, our_error = 0.0, their_error = 0.0;
+  for (int n = 0; n < kSeeds; ++n) {
+    const simulation::Sheet sheet = sheets()[static_cast<std::size_t>(n % 5)];
+    simulation::Cloud cloud = measured(sheet, 100000, 100 + static_cast<std::uint64_t>(n));
     KestraneLaserFactoryCalibrator engine;
     ASSERT_TRUE(engine.init());
-    engine.set_optimize_flag(kestrane::KESTRANE_OPTIM_ON);
     ASSERT_TRUE(engine.calibrate_one_plane(0, simulation::record_of(cloud)));
-    // The solver's path depends on rounding: the whole is judged, not single corners.
-    constexpr double kSpread = 0.2;
-    const double ours = cell_rms(engine, sheet);
-    const double theirs =
+    literal::FactoryRun expected;
+    expected.cell_points = engine.cell_points();
+    expected.grid_corners = engine.grid_corners();
+    literal::FactoryRun found = expected;
+    kestrane::optimize_grid_corners(found.cell_points, found.grid_corners);
+    literal::optimise_corners(expected);
+    EXPECT_LE(furthest_move(engine.grid_corners(), found.grid_corners), 0.5);
+    literal::fit_cells(expected);
+    literal::fit_cells(found);
+    ours += final_cost(found);
+    theirs += final_cost(expected);
+    our_error += cell_rms(found.grid_corners, found.cell_points, found.cell_planes, sheet);
+    their_error +=
         cell_rms(expected.grid_corners, expected.cell_points, expected.cell_planes, sheet);
-    EXPECT_NEAR(ours / theirs, 1.0, kSpread);
   }
+  EXPECT_NEAR(ours / theirs, 1.0, 0.01);
+  constexpr double kScatter = 0.01;  // of a mean error over twenty runs
+  EXPECT_LT(our_error / their_error, 1.0 + kScatter);
 }
 
 TEST(WholeRun, FollowsABowedSheetBetterWithTheOptimisation) {

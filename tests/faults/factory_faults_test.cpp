@@ -21,9 +21,7 @@ using namespace kestrane;
 using faults::expect_every_cut_leaves_nothing_behind;
 using faults::Outcome;
 
-class FactoryFaults : public testing::Test {
-  const faults::OneThread one_thread_;
-};
+class FactoryFaults : public testing::Test {};
 
 // --- Whole runs ---------------------------------------------------------------------------------
 
@@ -33,6 +31,14 @@ TEST_F(FactoryFaults, LeaveNothingBehindInARun) {
 
 TEST_F(FactoryFaults, LeaveNothingBehindInAnOptimisedRun) {
   EXPECT_GT(expect_every_cut_leaves_nothing_behind<faults::FactoryRun<KESTRANE_OPTIM_ON>>(), 50);
+}
+
+// So every one of them can be refused: here, or while the solver works (solver_faults_test.cpp).
+TEST_F(FactoryFaults, MeetEveryAllocationOnTheCallingThread) {
+  faults::FactoryRun<KESTRANE_OPTIM_ON> run;
+  const faults::Counts counts = faults::counts_of([&] { run.operate(); });
+  EXPECT_GT(counts.solve, 1000);
+  EXPECT_EQ(counts.other_threads, 0);
 }
 
 // A run that is cut leaves the plane's row of the table as the run before wrote it.
