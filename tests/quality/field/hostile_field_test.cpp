@@ -107,6 +107,34 @@ TEST(HostileField, AFrameOutsideTheVolumeOnAnyPlaneDoesNoHarm) {
   }
 }
 
+TEST(HostileField, OnePointFarOffDoesNoHarm) {
+  for (const double off : {50.0, 281.0, 1e300}) {
+    EXPECT_GE(count_right([off](Scene& scene) { scene.frames[3][77].x += off; }), kFewestRight);
+  }
+}
+
+TEST(HostileField, AFifthOfThePointsScatteredWideDoesNoHarm) {
+  const auto fault = [](Scene& scene) {
+    simulation::Random random(5);
+    for (PointList& list : scene.frames) {
+      for (auto& point : list) {
+        if (random.uniform() < 0.2) point.x += random.uniform(-200.0, 200.0);
+      }
+    }
+  };
+  EXPECT_GE(count_right(fault), kFewestRight);
+}
+
+TEST(HostileField, AFrameThatIsGivenTwiceDoesNoHarm) {
+  const auto fault = [](Scene& scene) {
+    for (PointList& list : scene.frames) {
+      const PointList again(list.begin(), list.begin() + 90);
+      list.insert(list.end(), again.begin(), again.end());
+    }
+  };
+  EXPECT_GE(count_right(fault), kFewestRight);
+}
+
 TEST(HostileField, FramesThatAreNumberedOnFromPlaneToPlaneDoNoHarm) {
   const auto fault = [](Scene& scene) {
     std::int32_t first = 0;

@@ -9,6 +9,7 @@
 
 #include "quality/field/direction_words.h"
 #include "simulation/random.h"
+#include "tests/literal/field_figures.h"
 
 namespace {
 
@@ -308,6 +309,67 @@ TEST(SmallestMotion, DropsALargeTurnThatNoSheetShows) {
   EXPECT_EQ(free_directions(figures).size(), 3u);
   EXPECT_LE(rotation_vector(figures.smallest.R).norm(), 1e-3);
   EXPECT_LE(part_not_fixed(figures, figures.smallest), kNoPart);
+}
+
+std::vector<literal::FieldPoint> literal_points(const UsedPoints& used) {
+  std::vector<literal::FieldPoint> points;
+  for (const auto& point : used.points) {
+    const Vector3d& n = point.sheet.normal;
+    points.push_back({{point.point.x(), point.point.y(), point.point.z()},
+                      {n.x(), n.y(), n.z()},
+                      point.sheet.d,
+                      point.plane,
+                      point.frame});
+  }
+  return points;
+}
+
+double apart(const RigidMotion& motion, const literal::FieldFigures& figures) {
+  double largest = 0.0;
+  for (int i = 0; i < 3; ++i) {
+    largest = std::max(largest, std::abs(motion.t[i] - figures.t[i]));
+    for (int j = 0; j < 3; ++j) {
+      largest = std::max(largest, 300.0 * std::abs(motion.R(i, j) - figures.R[3 * i + j]));
+    }
+  }
+  return largest;
+}
+
+// Parallel sheets that have tilted, and a motion found that turns them about their own normal on
+// top: by `turn`, which no point can tell. Both forms of the formulas: once, and once more with the
+// sheets turned by the first outcome.
+struct Turned {
+  RigidMotion smallest;
+  literal::FieldFigures once;
+  literal::FieldFigures again;
+};
+
+Turned turn_parallel_sheets(double turn) {
+  Scene scene{parallel_sheets(), turn_and_shift({0, 0.008, 0.006}, {0.2, 0.1, 0})};
+  const UsedPoints used = measure(scene);
+  const Eigen::Matrix3d about_normal =
+      Eigen::AngleAxisd(turn, (scene.motion.R * scene.sheets[0].normal).normalized())
+          .toRotationMatrix();
+  const RigidMotion found = {about_normal * scene.motion.R, about_normal * scene.motion.t};
+  const Eigen::Matrix<double, 3, 3, Eigen::RowMajor> R = found.R;
+  Turned turned;
+  turned.smallest = motion_figures(used, found).smallest;
+  turned.once = literal::field_figures(literal_points(used), R.data(), found.t.data(), R.data());
+  turned.again =
+      literal::field_figures(literal_points(used), R.data(), found.t.data(), turned.once.R);
+  return turned;
+}
+
+TEST(SmallestMotion, IsWorkedOutTwiceBeyondOneDegree) {
+  const Turned large = turn_parallel_sheets(0.14);
+  EXPECT_LE(apart(large.smallest, large.again), 1e-8);
+  EXPECT_GT(apart(large.smallest, large.once), 1e-3);
+}
+
+TEST(SmallestMotion, IsWorkedOutOnceUpToOneDegree) {
+  const Turned small = turn_parallel_sheets(0.013);  // with the tilt of 0.01: 0.94 degrees
+  EXPECT_LE(apart(small.smallest, small.once), 1e-8);
+  EXPECT_GT(apart(small.smallest, small.again), 1e-6);
 }
 
 // --- the six lengths ----------------------------------------------------------------------------
