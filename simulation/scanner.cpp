@@ -12,6 +12,11 @@ namespace {
 constexpr double kBowWidth = 300.0;   // y at which a sheet has all of its bow_y
 constexpr double kBowMiddle = 550.0;  // depth without bow_z
 constexpr double kBowDepth = 450.0;   // from there to the depth that has all of it
+constexpr double kRippleAcross = 250.0;
+constexpr double kRippleAlong = 400.0;
+constexpr double kTurn = 6.283185307179586;
+constexpr double kEdge = 0.5773502691896257;  // tan 30 degrees
+constexpr double kMostSlant = 0.1;            // of a line frame, depth over y
 constexpr double kRadiansPerDegree = 0.017453292519943295;
 
 double spread(Random& random, double size) { return random.uniform(-size, size); }
@@ -21,6 +26,40 @@ double either_sign(Random& random, double size) {
   return random.index(2) == 0 ? magnitude : -magnitude;
 }
 
+// What a sheet has beside plane and bow, with its slopes.
+struct Shape {
+  double x = 0.0;
+  double slope_y = 0.0;
+  double slope_z = 0.0;
+};
+
+void add_ripple(const Sheet& sheet, double y, double z, Shape& shape) {
+  const double v = kTurn * y / kRippleAcross;
+  const double w = kTurn * z / kRippleAlong;
+  shape.x += sheet.ripple * std::sin(v) * std::cos(w);
+  shape.slope_y += sheet.ripple * std::cos(v) * std::cos(w) * kTurn / kRippleAcross;
+  shape.slope_z -= sheet.ripple * std::sin(v) * std::sin(w) * kTurn / kRippleAlong;
+}
+
+void add_edge(const Sheet& sheet, double y, double z, Shape& shape) {
+  const double share = y / (z * kEdge);  // -1 and 1 at the fan's edges
+  const double seventh = std::pow(share, 7);
+  shape.x += sheet.edge * seventh * share;
+  shape.slope_y += 8.0 * sheet.edge * seventh / (z * kEdge);
+  shape.slope_z -= 8.0 * sheet.edge * seventh * share / z;
+}
+
+Shape shape_at(const Sheet& sheet, double y, double z) {
+  Shape shape;
+  if (sheet.ripple != 0.0) add_ripple(sheet, y, z, shape);
+  if (sheet.edge != 0.0) add_edge(sheet, y, z, shape);
+  if (sheet.kink != 0.0) {
+    shape.x += sheet.kink * std::abs(y) / kBowWidth;
+    shape.slope_y += std::copysign(sheet.kink / kBowWidth, y);
+  }
+  return shape;
+}
+
 // Slopes of the sheet in y and z at (y, z).
 struct Slopes {
   double y;
@@ -28,8 +67,10 @@ struct Slopes {
 };
 
 Slopes slopes_at(const Sheet& sheet, double y, double z) {
-  return {sheet.slope_y + 2.0 * sheet.bow_y * y / (kBowWidth * kBowWidth),
-          sheet.slope_z + 2.0 * sheet.bow_z * (z - kBowMiddle) / (kBowDepth * kBowDepth)};
+  const Shape shape = shape_at(sheet, y, z);
+  return {sheet.slope_y + 2.0 * sheet.bow_y * y / (kBowWidth * kBowWidth) + shape.slope_y,
+          sheet.slope_z + 2.0 * sheet.bow_z * (z - kBowMiddle) / (kBowDepth * kBowDepth) +
+              shape.slope_z};
 }
 
 // The plane through `point` with normal (nx, ny, nz), in the form with constant term 1.
@@ -48,9 +89,21 @@ Vec3 rotate_back(const double (&R)[9], Vec3 p) {
           R[2] * p.x + R[5] * p.y + R[8] * p.z};
 }
 
-// Displacements of the capture frames, and the numbers of the bad ones.
+// A capture frame that is one laser line: where it lies, and what all of its points share.
+struct Line {
+  double depth;
+  double slant;
+  double tilt;
+  double bend;
+
+  // Error at a place, `share` of the way from the middle of the fan to its edge.
+  double error(double share) const { return tilt * share + bend * share * share; }
+};
+
+// Displacements of the capture frames, their lines, and the numbers of the bad ones.
 struct Frames {
   std::vector<double> shifts;
+  std::vector<Line> lines;
   std::vector<std::int32_t> bad;
 };
 
@@ -58,6 +111,11 @@ Frames draw_frames(const CloudSettings& settings, Random& random) {
   Frames frames;
   const int count = std::max(settings.frames, 1);
   for (int f = 0; f < count; ++f) frames.shifts.push_back(settings.frame_noise * random.gaussian());
+  for (int f = 0; settings.line_frames && f < count; ++f) {
+    frames.lines.push_back({random.uniform(settings.depth_low, settings.depth_high),
+                            spread(random, kMostSlant), settings.frame_tilt * random.gaussian(),
+                            settings.frame_bend * random.gaussian()});
+  }
   int bad_left = std::min(settings.bad_frames, count - 1);
   for (int f = 1; f < count; ++f) {
     // Of the frames that are left, as many as are still wanted: every choice is equally likely.
@@ -163,7 +221,7 @@ double sheet_x(const Sheet& sheet, double y, double z) {
   const double u = y / kBowWidth;
   const double w = (z - kBowMiddle) / kBowDepth;
   return sheet.offset + sheet.slope_y * y + sheet.slope_z * z + sheet.bow_y * u * u +
-         sheet.bow_z * w * w;
+         sheet.bow_z * w * w + shape_at(sheet, y, z).x;
 }
 
 // Newton's method on how far the point, carried back, misses the sheet. The bow is so gentle that
@@ -240,11 +298,17 @@ Cloud measure(const Sheet& sheet, const Placement& placement, const CloudSetting
   for (std::int64_t i = 0; i < settings.points; ++i) {
     const std::int64_t frame = i * frame_count / settings.points;
     const PointKind kind = draw_kind(settings, random);
-    const double z = draw_depth(settings, kind, random);
+    double z = draw_depth(settings, kind, random);
     const double angle = random.uniform(settings.fan_low_degrees, settings.fan_high_degrees);
-    const double y = z * std::tan(angle * kRadiansPerDegree);
-    const double x = sheet_x(sheet, placement, y, z) + draw_error(settings, kind, random) +
-                     frames.shifts[static_cast<std::size_t>(frame)];
+    const double u = std::tan(angle * kRadiansPerDegree);
+    double shift = frames.shifts[static_cast<std::size_t>(frame)];
+    if (settings.line_frames && kind != PointKind::kOutside) {
+      const Line& line = frames.lines[static_cast<std::size_t>(frame)];
+      z = line.depth / (1.0 - line.slant * u);  // z = depth + slant y
+      shift += line.error(u / kEdge);
+    }
+    const double y = z * u;
+    const double x = sheet_x(sheet, placement, y, z) + draw_error(settings, kind, random) + shift;
     const auto step = static_cast<std::int32_t>(frame);
     cloud.points.push_back({x, y, z, settings.first_frame + step * settings.frame_stride});
     cloud.kinds.push_back(kind);

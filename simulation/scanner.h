@@ -25,12 +25,19 @@ struct Vec3 {
 
 // One sheet of light, gently bowed:
 //   x(y, z) = offset + slope_y y + slope_z z + bow_y (y / 300)^2 + bow_z ((z - 550) / 450)^2
+//             + ripple sin(2 pi y / 250) cos(2 pi z / 400) + kink |y| / 300 + edge (y / (z tan
+//             30))^8
 struct Sheet {
   double offset;   // x at y = 0, z = 0 of the flat part; never near 0
   double slope_y;  // of the flat part
   double slope_z;  // of the flat part
   double bow_y;    // bow at y = -300 and y = 300
   double bow_z;    // bow at the depths 100 and 1000; none at 550
+
+  // Shapes that no quadratic follows; a device has none unless a study asks for them.
+  double ripple = 0.0;  // height of waves, 250 long in y and 400 in z
+  double kink = 0.0;    // of a fold along y = 0, at y = -300 and y = 300
+  double edge = 0.0;    // at the fan's edges, where a lens distorts most
 };
 
 struct DeviceSettings {
@@ -127,6 +134,12 @@ struct CloudSettings {
   int frames = 1;
   std::int32_t first_frame = 0;
   std::int32_t frame_stride = 1;
+  // Each frame one laser line on a flat target: at a depth of its own, slanted a little in depth,
+  // and with errors that all of its points share.
+  bool line_frames = false;
+  double frame_tilt = 0.0;  // standard deviation of a frame's error at the fan's edges, odd in y
+  double frame_bend = 0.0;  // the same, even in y
+
   int bad_frames = 0;            // frames, never the first, that are displaced as a whole
   double bad_frame_shift = 3.0;  // by this, in x
 };

@@ -64,6 +64,49 @@ TEST(SheetX, HasItsBowAtTheNamedPlaces) {
   EXPECT_NEAR(sheet_x(sheet, 0.0, 1000.0), -82.0 - 0.3, kRounding);
 }
 
+Sheet shaped_sheet() {
+  Sheet sheet = bowed_sheet();
+  sheet.ripple = 0.1;
+  sheet.kink = 0.2;
+  sheet.edge = 0.3;
+  return sheet;
+}
+
+TEST(SheetX, HasItsShapesAtTheNamedPlaces) {
+  const Sheet plain = bowed_sheet();
+  const auto shape = [&](Sheet sheet, double y, double z) {
+    return sheet_x(sheet, y, z) - sheet_x(plain, y, z);
+  };
+  Sheet ripple = plain, kink = plain, edge = plain;
+  ripple.ripple = 0.1;
+  kink.kink = 0.2;
+  edge.edge = 0.3;
+  EXPECT_NEAR(shape(ripple, 62.5, 400.0), 0.1, kRounding);
+  EXPECT_NEAR(shape(ripple, 62.5, 600.0), -0.1, kRounding);
+  EXPECT_NEAR(shape(ripple, 0.0, 470.0), 0.0, kRounding);
+  EXPECT_NEAR(shape(kink, -300.0, 470.0), 0.2, kRounding);
+  EXPECT_NEAR(shape(kink, 150.0, 800.0), 0.1, kRounding);
+  EXPECT_NEAR(shape(edge, 500.0 * std::tan(30.0 * M_PI / 180.0), 500.0), 0.3, kRounding);
+  EXPECT_NEAR(shape(edge, 0.5 * 500.0 * std::tan(30.0 * M_PI / 180.0), 500.0), 0.3 / 256.0,
+              kRounding);
+}
+
+// Central differences: exact but for the third derivatives, 1e-4 squared times about 1e-5.
+TEST(LocalPlane, HasTheSlopesOfTheShapes) {
+  const Sheet sheet = shaped_sheet();
+  constexpr double kStep = 1e-3;
+  for (const double y : {-120.0, 35.0, 210.0}) {
+    const double z = 430.0;
+    const _LASER_TRIPLE plane = local_plane(sheet, y, z);
+    EXPECT_NEAR(-plane.v[1] / plane.v[0],
+                (sheet_x(sheet, y + kStep, z) - sheet_x(sheet, y - kStep, z)) / (2.0 * kStep),
+                1e-8);
+    EXPECT_NEAR(-plane.v[2] / plane.v[0],
+                (sheet_x(sheet, y, z + kStep) - sheet_x(sheet, y, z - kStep)) / (2.0 * kStep),
+                1e-8);
+  }
+}
+
 TEST(RigidMotion, TurnsAQuarterAboutZAsTheRightHandDoes) {
   const Placement quarter = rigid_motion({0.0, 0.0, std::acos(0.0)}, {1.0, 2.0, 3.0});
   const Vec3 moved = carry(quarter, {5.0, 0.0, 7.0});
@@ -310,6 +353,38 @@ TEST(Measure, SharesAFramesErrorAmongItsPoints) {
     rounded_errors.insert(std::round(error * 1e6));
   }
   EXPECT_EQ(rounded_errors.size(), 20u);
+}
+
+// Each frame is one line z = depth + slant y, and errs by a parabola in y / z.
+TEST(Measure, MakesEveryFrameALineOfItsOwnWhereAsked) {
+  CloudSettings settings;
+  settings.points = 600;
+  settings.frames = 6;
+  settings.noise = 0.0;
+  settings.line_frames = true;
+  settings.frame_noise = 0.1;
+  settings.frame_tilt = 0.1;
+  settings.frame_bend = 0.1;
+  const Sheet sheet = bowed_sheet();
+  const Cloud cloud = measure(sheet, settings);
+  std::set<double> depths;
+  for (std::size_t f = 0; f < 6; ++f) {
+    const auto* frame = &cloud.points[100 * f];
+    const double slant = (frame[99].z - frame[0].z) / (frame[99].y - frame[0].y);
+    depths.insert(frame[0].z - slant * frame[0].y);
+    EXPECT_LE(std::abs(slant), 0.1);
+    const auto error = [&](int n) { return frame[n].x - sheet_x(sheet, frame[n].y, frame[n].z); };
+    const auto u = [&](int n) { return frame[n].y / frame[n].z; };
+    const auto divided = [&](int a, int b) { return (error(b) - error(a)) / (u(b) - u(a)); };
+    const double second = (divided(1, 2) - divided(0, 1)) / (u(2) - u(0));
+    for (int n = 3; n < 100; ++n) {
+      EXPECT_NEAR(frame[n].z, frame[0].z + slant * (frame[n].y - frame[0].y), kRounding);
+      const double parabola =
+          error(0) + divided(0, 1) * (u(n) - u(0)) + second * (u(n) - u(0)) * (u(n) - u(1));
+      EXPECT_NEAR(error(n), parabola, 1e-6);  // extrapolated from three points of any spacing
+    }
+  }
+  EXPECT_EQ(depths.size(), 6u);
 }
 
 TEST(RecordOf, LeadsToThePointsOfTheCloud) {
