@@ -1,0 +1,166 @@
+#include "quality/refinement/banded.h"
+
+#include <gtest/gtest.h>
+
+#include <Eigen/Dense>
+#include <algorithm>
+#include <limits>
+
+#include "simulation/random.h"
+#include "tests/support/bits.h"
+
+namespace {
+
+using namespace kestrane::quality::refinement;
+
+constexpr double kRelative = 1e-12;
+
+BandedMatrix random_band(int rows, int width, std::uint64_t seed) {
+  simulation::Random random(seed);
+  BandedMatrix a(rows, width);
+  for (int r = 0; r < rows; ++r) {
+    for (int d = 1; d <= width && r + d < rows; ++d) a.row(r)[d] = random.uniform(-1.0, 1.0);
+    a.row(r)[0] = 2.0 * width + random.uniform(1.0, 2.0);  // dominant, so definite
+  }
+  return a;
+}
+
+Eigen::MatrixXd dense(const BandedMatrix& band) {
+  Eigen::MatrixXd full = Eigen::MatrixXd::Zero(band.rows(), band.rows());
+  for (int r = 0; r < band.rows(); ++r)
+    for (int d = 0; d <= band.width() && r + d < band.rows(); ++d)
+      full(r, r + d) = full(r + d, r) = band.row(r)[d];
+  return full;
+}
+
+struct Shape {
+  int rows;
+  int width;
+};
+// Around the block of four rows, and a whole fan's.
+constexpr Shape kShapes[] = {{1, 0}, {3, 1}, {4, 2}, {5, 4}, {9, 3}, {40, 15}, {97, 51}, {120, 0}};
+
+TEST(Factorise, EqualsADenseDecomposition) {
+  std::uint64_t seed = 1;
+  for (const Shape& shape : kShapes) {
+    const BandedMatrix a = random_band(shape.rows, shape.width, seed++);
+    BandedMatrix r = a;
+    ASSERT_TRUE(factorise(r));
+    const Eigen::MatrixXd upper = dense(a).llt().matrixU();
+    for (int i = 0; i < shape.rows; ++i)
+      for (int d = 0; d <= shape.width && i + d < shape.rows; ++d)
+        EXPECT_NEAR(r.row(i)[d], upper(i, i + d), kRelative * upper.norm());
+  }
+}
+
+TEST(Factorise, LeavesThePaddingAtZero) {
+  BandedMatrix r = random_band(30, 7, 3);
+  ASSERT_TRUE(factorise(r));
+  const Band band = r.band();
+  for (int i = 0; i < band.rows; ++i)
+    for (int d = 0; d < band.stride; ++d)
+      if (d > band.width || i + d >= band.rows) {
+        EXPECT_EQ(band.entries[i * band.stride + d], 0.0);
+      }
+}
+
+TEST(Factorise, RefusesWhatIsNotPositive) {
+  for (const double bad : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN(),
+                           std::numeric_limits<double>::infinity()}) {
+    for (const int row : {0, 5, 6, 9}) {
+      BandedMatrix a = random_band(10, 3, 4);
+      a.row(row)[0] = bad;
+      EXPECT_FALSE(factorise(a)) << bad << " in row " << row;
+    }
+  }
+}
+
+TEST(Solve, EqualsADenseSolution) {
+  std::uint64_t seed = 11;
+  for (const Shape& shape : kShapes) {
+    const BandedMatrix a = random_band(shape.rows, shape.width, seed++);
+    simulation::Random random(seed);
+    std::vector<double> b(static_cast<std::size_t>(shape.rows));
+    for (double& value : b) value = random.uniform(-1.0, 1.0);
+    const Eigen::VectorXd expected =
+        dense(a).llt().solve(Eigen::Map<Eigen::VectorXd>(b.data(), shape.rows));
+    BandedMatrix r = a;
+    ASSERT_TRUE(factorise(r));
+    solve(r, b);
+    for (int i = 0; i < shape.rows; ++i)
+      EXPECT_NEAR(b[static_cast<std::size_t>(i)], expected[i], kRelative * expected.norm());
+  }
+}
+
+TEST(Invert, GivesTheBandOfTheDenseInverse) {
+  std::uint64_t seed = 21;
+  for (const Shape& shape : kShapes) {
+    const BandedMatrix a = random_band(shape.rows, shape.width, seed++);
+    const Eigen::MatrixXd expected = dense(a).inverse();
+    BandedMatrix r = a;
+    ASSERT_TRUE(factorise(r));
+    const BandedMatrix inverse = invert(r);
+    for (int i = 0; i < shape.rows; ++i)
+      for (int d = 0; d <= shape.width && i + d < shape.rows; ++d)
+        EXPECT_NEAR(inverse.row(i)[d], expected(i, i + d), kRelative * expected.norm())
+            << shape.rows << " x " << shape.width;
+  }
+}
+
+TEST(TraceOfProduct, CountsTheEntriesBesideTheDiagonalTwice) {
+  const BandedMatrix a = random_band(23, 6, 31);
+  const BandedMatrix b = random_band(23, 6, 32);
+  EXPECT_NEAR(trace_of_product(a, b), (dense(a) * dense(b)).trace(), 1e-10);
+}
+
+// The widest form of this processor against the baseline: the same on both where it has no more.
+TEST(BandedKernel, GivesTheSameBitsInAllForms) {
+  const BandedMatrix a = random_band(97, 51, 41);
+  std::vector<double> b(97);
+  simulation::Random random(42);
+  for (double& value : b) value = random.uniform(-1.0, 1.0);
+  std::vector<double> results[2];
+  const Vectors forms[2] = {Vectors::kBaseline, best_vectors()};
+  for (int form = 0; form < 2; ++form) {
+    BandedMatrix r = a;
+    ASSERT_TRUE(factorise_band(r.band(), forms[form]));
+    std::vector<double> x = b;
+    solve_band(r.band(), x.data(), forms[form]);
+    BandedMatrix inverse(97, 51);
+    std::vector<double> window(2 * 52 * 52), scratch(2 * 52);
+    invert_band(r.band(), inverse.band(), window.data(), scratch.data(), forms[form]);
+    BandedMatrix sums(64, 15);
+    std::vector<double> right(64);
+    const Stencil stencils[] = {{{0, {0.1, 0.2, 0.3, 0.4}}, {1, {0.5, -0.1, 0.7, -0.1}}},
+                                {{0, {0.3, 0.2, -0.3, 0.8}}, {5, {0.25, 0.25, 0.4, 0.1}}}};
+    const double values[] = {0.7, -1.3};
+    const int members[] = {1, 0, 1};
+    add_samples(stencils, values, members, 3, {0, 0, 4}, sums.band(), right.data(), forms[form]);
+    for (const auto& part : {r.entries(), x, inverse.entries(), sums.entries(), right})
+      results[form].insert(results[form].end(), part.begin(), part.end());
+  }
+  EXPECT_TRUE(kestrane_test::same_bits(results[1], results[0]));
+}
+
+TEST(AddSamples, AddsTheOuterProductOfTheWeights) {
+  simulation::Random random(51);
+  Stencil stencil{{1, {}}, {2, {}}};
+  for (double& w : stencil.across.w) w = random.uniform(-1.0, 1.0);
+  for (double& w : stencil.along.w) w = random.uniform(-1.0, 1.0);
+  constexpr int kAcrossNodes = 6;
+  Eigen::VectorXd a = Eigen::VectorXd::Zero(kAcrossNodes * 7);
+  for (int j = 0; j < 4; ++j)
+    for (int i = 0; i < 4; ++i)
+      a[kAcrossNodes * (2 + j) + 1 + i] = stencil.along.w[j] * stencil.across.w[i];
+  BandedMatrix sums(kAcrossNodes * 7, 3 * kAcrossNodes + 3);
+  std::vector<double> right(static_cast<std::size_t>(kAcrossNodes * 7));
+  const double value = 1.7;
+  const int member = 0;
+  add_samples(&stencil, &value, &member, 1, {0, 0, kAcrossNodes}, sums.band(), right.data(),
+              best_vectors());
+  EXPECT_LT((dense(sums) - a * a.transpose()).norm(), 1e-14);
+  for (int n = 0; n < a.size(); ++n)
+    EXPECT_NEAR(right[static_cast<std::size_t>(n)], value * a[n], 1e-15);
+}
+
+}  // namespace
