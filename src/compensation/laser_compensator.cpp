@@ -8,6 +8,7 @@
 #include "records/carving.h"
 #include "records/expects.h"
 #include "records/table_copy.h"
+#include "records/table_fit.h"
 
 namespace kestrane {
 namespace {
@@ -25,18 +26,6 @@ std::int64_t lay_out(void* store) {
     carve_table(carver, kBlocks, Counts::kLeft, carver.carves() ? &rows[p].block_aux : nullptr);
   }
   return carver.size();
-}
-
-[[maybe_unused]] bool fits(const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
-  if (infos.plane_count > kMaxPlanes) return false;
-  for (std::int32_t p = 0; p < infos.plane_count; ++p) {
-    const _LASER_LINES_INFOS& block = infos.planes[p].block;
-    if (block.count > kBlocks.lines) return false;
-    for (std::int32_t j = 0; j < block.count; ++j) {
-      if (block.lines[j].count > kBlocks.cells) return false;
-    }
-  }
-  return true;
 }
 
 [[maybe_unused]] bool is_in_table(std::int32_t first, std::int32_t last) {
@@ -82,10 +71,12 @@ bool LaserCompensator::init() {
 
 void LaserCompensator::set_laser_plane_param(const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
   KESTRANE_EXPECTS(store_ != nullptr, "init has succeeded");
-  KESTRANE_EXPECTS(fits(infos), "at most 100 planes, 15 lines and 50 cells");
+  KESTRANE_EXPECTS(infos.plane_count <= kMaxPlanes, "a table has at most 100 planes",
+                   infos.plane_count);
   plane_count_ = infos.plane_count;
   for (std::int32_t p = 0; p < plane_count_; ++p) {
     const _MRV_LASER_PLANE_BLOCK_INFO& source = infos.planes[p];
+    expect_fit("set_laser_plane_param", source.block, kBlocks);
     copy_table(source.block, planes_[p].block);
     if (source.block.count > 0) std::copy_n(source.laser_plane_R, 3, planes_[p].laser_plane_R);
   }
@@ -97,7 +88,7 @@ void LaserCompensator::set_extrinsic_matrix(const _MRV_EXTRINSIC_PARAM& extrinsi
 
 void LaserCompensator::set_compensate_param(const _KESTRANE_COMPENSATE_PARAM& param,
                                             std::int32_t first, std::int32_t last) {
-  KESTRANE_EXPECTS(is_in_table(first, last), "planes of 0 to 99");
+  KESTRANE_EXPECTS(is_in_table(first, last), "planes of 0 to 99", first, last);
   param_ = param;
   const std::int64_t span = std::int64_t{last} - first;
   const std::int64_t centre = first + span / 2;
@@ -112,7 +103,7 @@ void LaserCompensator::set_compensate_param(const _KESTRANE_COMPENSATE_PARAM& pa
 void LaserCompensator::compensate(std::int32_t first, std::int32_t last) {
   if (first >= last) return;
   KESTRANE_EXPECTS(store_ != nullptr, "init has succeeded");
-  KESTRANE_EXPECTS(is_in_table(first, last), "planes of 0 to 99");
+  KESTRANE_EXPECTS(is_in_table(first, last), "planes of 0 to 99", first, last);
   const double scale = scale_of(param_);
   const std::int32_t end = std::min(last, kMaxPlanes);
   for (std::int32_t p = std::max(first, 0); p < end; ++p) compensate_plane(p, scale);

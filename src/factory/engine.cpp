@@ -112,8 +112,9 @@ std::int32_t KestraneLaserFactoryCalibrator::alloc_buf_size(void* buffer, bool w
 bool KestraneLaserFactoryCalibrator::calibrate_one_plane(std::int32_t plane_index,
                                                          const _KESTRANE_ID_POINT3DS& points) {
   KESTRANE_EXPECTS(raw_block_ != nullptr, "factory_calib comes after init");
-  KESTRANE_EXPECTS(plane_index >= 0 && plane_index < kMaxPlanes, "a plane index is 0 to 99");
-  KESTRANE_EXPECTS(points.count >= 0, "a point count is not negative");
+  KESTRANE_EXPECTS(plane_index >= 0 && plane_index < kMaxPlanes, "a plane index is 0 to 99",
+                   plane_index);
+  KESTRANE_EXPECTS(points.count >= 0, "a point count is not negative", points.count);
   const PointMatrix3 cloud = copy_points(points);
   cell_points_.clear();
   grid_corners_.clear();
@@ -154,7 +155,8 @@ void KestraneLaserFactoryCalibrator::copy_indicators(
     std::int32_t plane_index, _LASER_PLANE_INDICATORS_INFOS& indicators,
     _LASER_PLANE_GRID_CORNERS_INFOS& corners) const {
   KESTRANE_EXPECTS(plane_index < corners.plane_capacity,
-                   "a plane index lies inside the corner record");
+                   "a plane index lies inside the corner record", plane_index,
+                   corners.plane_capacity);
   KESTRANE_EXPECTS(cell_planes_.size() == cell_points_.size(),
                    "get_indicators comes after a successful factory_calib");
   copy_rows(compute_cell_indicators(cell_points_, cell_planes_), indicators.planes[plane_index]);
@@ -163,7 +165,8 @@ void KestraneLaserFactoryCalibrator::copy_indicators(
 
 void KestraneLaserFactoryCalibrator::copy_table_out(_MRV_LASER_PLANE_BLOCK_INFOS& infos) {
   KESTRANE_EXPECTS(raw_block_ != nullptr, "get_laser_plane_infos comes after init");
-  KESTRANE_EXPECTS(infos.plane_count <= kMaxPlanes, "a plane count is at most 100");
+  KESTRANE_EXPECTS(infos.plane_count <= kMaxPlanes, "a plane count is at most 100",
+                   infos.plane_count);
   std::copy_n(infos.grids->grid_head, 4, plane_table_.grids->grid_head);
   *infos.grids = *plane_table_.grids;
   for (std::int32_t p = 0; p < infos.plane_count; ++p) {

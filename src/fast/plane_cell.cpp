@@ -38,7 +38,8 @@ bool is_empty(const _LASER_TRIPLE& cell) {
 
 const _LASER_TRIPLE* cell_at(const _LASER_PLANE_BLOCK_INFOS& standard, std::int32_t plane,
                              CellIndex index) {
-  KESTRANE_EXPECTS(plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99");
+  KESTRANE_EXPECTS_OF("fast_calib", plane >= 0 && plane < kMaxPlanes, "a plane number is 0 to 99",
+                      plane);
   if (plane < 0 || plane >= kMaxPlanes) return nullptr;
   const _LASER_TRIPLE& cell = standard.planes[plane].block.lines[index.line].cells[index.cell];
   return is_empty(cell) ? nullptr : &cell;

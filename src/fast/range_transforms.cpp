@@ -21,8 +21,8 @@ void write_slot(const _MRV_EXTRINSIC_PARAM& transform, std::int64_t plane,
                 _COMPENSATOR_COEFFS& coeffs) {
   KESTRANE_EXPECTS(plane >= 0 && plane < kTransformSlots, "a plane number is 0 to 99");
   if (plane < 0 || plane >= kTransformSlots) return;
-  KESTRANE_EXPECTS(coeffs.Mbs_factory_to_user != nullptr,
-                   "a coefficient record has its transforms");
+  KESTRANE_EXPECTS_OF("calib_Rt", coeffs.Mbs_factory_to_user != nullptr,
+                      "a coefficient record has its transforms");
   double* slot = transform_slot(coeffs.Mbs_factory_to_user, static_cast<std::int32_t>(plane));
   std::copy_n(transform.T, 3, std::copy_n(transform.R, 9, slot));
 }

@@ -53,7 +53,8 @@ ResidualIndicators measure_residuals(const PointSets& points,
                                      std::int32_t first_plane,
                                      const _MRV_EXTRINSIC_PARAM& extrinsic,
                                      ResidualSets& residuals) {
-  KESTRANE_EXPECTS(residuals.size() >= points.size(), "there is a residual row per point matrix");
+  KESTRANE_EXPECTS_OF("cal_residual", residuals.size() >= points.size(),
+                      "there is a residual row per point matrix", residuals.size(), points.size());
   MovedPlane plane(standard, extrinsic);
   ResidualMeter meter;
   for (std::size_t i = 0; i < points.size(); ++i) {

@@ -3,20 +3,18 @@
 #include "records/carving.h"
 #include "records/expects.h"
 #include "records/table_copy.h"
+#include "records/table_fit.h"
 
 namespace kestrane {
 namespace {
 
 void expect_room(const _MRV_LASER_PLANE_BLOCK_INFOS& infos) {
-  KESTRANE_EXPECTS(infos.grids != nullptr, "a standard has its grid record");
-  KESTRANE_EXPECTS(infos.plane_count <= kMaxPlanes, "a standard has at most 100 planes");
+  KESTRANE_EXPECTS_OF("set_laser_plane_standard", infos.grids != nullptr,
+                      "a standard has its grid record");
+  KESTRANE_EXPECTS_OF("set_laser_plane_standard", infos.plane_count <= kMaxPlanes,
+                      "a standard has at most 100 planes", infos.plane_count);
   for (std::int32_t p = 0; p < infos.plane_count; ++p) {
-    const _LASER_LINES_INFOS& table = infos.planes[p].block;
-    KESTRANE_EXPECTS(table.count <= kBlocks.lines, "a standard has at most 15 lines a plane");
-    for (std::int32_t j = 0; j < table.count; ++j) {
-      KESTRANE_EXPECTS(table.lines[j].count <= kBlocks.cells,
-                       "a standard has at most 50 cells a line");
-    }
+    expect_fit("set_laser_plane_standard", infos.planes[p].block, kBlocks);
   }
 }
 

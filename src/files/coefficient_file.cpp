@@ -9,10 +9,13 @@
 #include "kestrane/files.h"
 #include "records/expects.h"
 #include "records/shapes.h"
+#include "records/table_fit.h"
 #include "records/transform_slots.h"
 
 namespace kestrane {
 namespace {
+
+[[maybe_unused]] constexpr const char* kSaving = "save_compensator_coeffs";
 
 constexpr std::size_t kCellSize = sizeof(_LASER_TRIPLE);
 
@@ -90,7 +93,8 @@ Reading take_transform(InputFile& in, double* slot) {
 Reading take_transforms(InputFile& in, double* store) {
   std::int32_t count = 0;
   Reading done = take_count(in, kTransformSlots, count);
-  KESTRANE_EXPECTS(count < 1 || store != nullptr, "a coefficient record has its transforms");
+  KESTRANE_EXPECTS_OF("read_compensator_coeffs", count < 1 || store != nullptr,
+                      "a coefficient record has its transforms");
   for (std::int32_t m = 0; done == Reading::kWhole && m < count; ++m)
     done = take_transform(in, transform_slot(store, m));
   return done;
@@ -99,11 +103,10 @@ Reading take_transforms(InputFile& in, double* store) {
 void put_count(OutputFile& out, std::int32_t count) { out.put(&count, sizeof count); }
 
 void put_plane(OutputFile& out, const _LASER_LINES_INFOS& plane) {
-  KESTRANE_EXPECTS(plane.count <= kCorners.lines, "a coefficient table has at most 16 lines");
+  expect_fit(kSaving, plane, kCorners);
   put_count(out, plane.count);
   for (std::int32_t j = 0; j < plane.count; ++j) {
     const _LASER_LINE_INFOS& line = plane.lines[j];
-    KESTRANE_EXPECTS(line.count <= kCorners.cells, "a coefficient line has at most 51 cells");
     put_count(out, line.count);
     if (line.count > 0) out.put(line.cells, static_cast<std::size_t>(line.count) * kCellSize);
   }
@@ -114,15 +117,17 @@ void put_plane(OutputFile& out, const _LASER_LINES_INFOS& plane) {
 void put_planes(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
   const _LASER_PLANE_GRID_OPT_COEFFS_INFOS& table = *record.opt_coeffs;
   const std::int32_t room = std::max(table.plane_capacity, record.plane_capacity);
-  KESTRANE_EXPECTS(table.plane_count <= room,
-                   "a coefficient table's count stays within its capacity");
+  KESTRANE_EXPECTS_OF(kSaving, table.plane_count <= room,
+                      "a coefficient table's count stays within its capacity", table.plane_count,
+                      room);
   put_count(out, table.plane_count);
   const std::int32_t rows = entries_within(table.plane_count, room);
   for (std::int32_t i = 0; i < rows; ++i) put_plane(out, table.planes[i]);
 }
 
 void put_ranges(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
-  KESTRANE_EXPECTS(record.range_count <= kMaxRanges, "a coefficient record has at most 20 ranges");
+  KESTRANE_EXPECTS_OF(kSaving, record.range_count <= kMaxRanges,
+                      "a coefficient record has at most 20 ranges", record.range_count);
   put_count(out, record.range_count);
   const std::int32_t ranges = entries_within(record.range_count, kMaxRanges);
   for (std::int32_t r = 0; r < ranges; ++r) {
@@ -132,9 +137,10 @@ void put_ranges(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
 }
 
 void put_transforms(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
-  KESTRANE_EXPECTS(record.plane_count <= kTransformSlots, "a device has at most 100 planes");
-  KESTRANE_EXPECTS(record.Mbs_factory_to_user != nullptr,
-                   "a coefficient record has its transforms");
+  KESTRANE_EXPECTS_OF(kSaving, record.plane_count <= kTransformSlots,
+                      "a device has at most 100 planes", record.plane_count);
+  KESTRANE_EXPECTS_OF(kSaving, record.Mbs_factory_to_user != nullptr,
+                      "a coefficient record has its transforms");
   put_count(out, record.plane_count);
   const std::int32_t slots = entries_within(record.plane_count, kTransformSlots);
   for (std::int32_t m = 0; m < slots; ++m) {

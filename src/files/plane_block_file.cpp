@@ -9,6 +9,7 @@
 #include "kestrane/files.h"
 #include "records/expects.h"
 #include "records/shapes.h"
+#include "records/table_fit.h"
 
 namespace kestrane {
 namespace {
@@ -81,13 +82,12 @@ void put_cell(OutputFile& out, const _LASER_TRIPLE& cell) {
 }
 
 void put_line(OutputFile& out, const _LASER_LINE_INFOS& line) {
-  KESTRANE_EXPECTS(line.count <= kBlocks.cells, "a block line has at most 50 cells");
   put_number(out, line.count, '\n');
   for (std::int32_t k = 0; k < line.count; ++k) put_cell(out, line.cells[k]);
 }
 
 void put_plane(OutputFile& out, const _LASER_PLANE_BLOCK_INFO& plane) {
-  KESTRANE_EXPECTS(plane.block.count <= kBlocks.lines, "a block table has at most 15 lines");
+  expect_fit("save_plane_block_infos", plane.block, kBlocks);
   put_number(out, plane.block.count, '\n');
   for (std::int32_t j = 0; j < plane.block.count; ++j) put_line(out, plane.block.lines[j]);
   put_number(out, plane.laser_plane_R[0], ' ');
@@ -118,7 +118,8 @@ _KESTRANE_STATUS read_plane_block_infos(const std::string& path, _LASER_PLANE_BL
   const _KESTRANE_STATUS checked = check_record(record);
   if (checked != KESTRANE_OK) return checked;
   KESTRANE_EXPECTS(record.plane_count <= record.plane_capacity,
-                   "a plane table's count stays within its capacity");
+                   "a plane table's count stays within its capacity", record.plane_count,
+                   record.plane_capacity);
   InputFile in(path);
   if (!in.is_open()) return KESTRANE_ERR_FILE_OPEN;
   return read_plane_blocks(in, record);
@@ -128,7 +129,8 @@ _KESTRANE_STATUS save_plane_block_infos(_LASER_PLANE_BLOCK_INFOS& record, const 
   const _KESTRANE_STATUS checked = check_record(record);
   if (checked != KESTRANE_OK) return checked;
   KESTRANE_EXPECTS(record.plane_count <= record.plane_capacity,
-                   "a plane table's count stays within its capacity");
+                   "a plane table's count stays within its capacity", record.plane_count,
+                   record.plane_capacity);
   OutputFile out(path);
   if (!out.is_open()) return KESTRANE_ERR_FILE_OPEN;
   write_plane_blocks(out, record);

@@ -8,6 +8,7 @@
 #include "records/expects.h"
 #include "records/shapes.h"
 #include "records/table_copy.h"
+#include "records/table_fit.h"
 #include "records/transform_slots.h"
 
 namespace kestrane {
@@ -43,28 +44,22 @@ void set_unit_transform(double* slot) {
   set_unit_diagonal(slot);
 }
 
-void expect_room(const _LASER_LINES_INFOS& table) {
-  KESTRANE_EXPECTS(table.count <= kCorners.lines, "a coefficient table has at most 16 lines");
-  for (std::int32_t j = 0; j < table.count; ++j) {
-    KESTRANE_EXPECTS(table.lines[j].count <= kCorners.cells,
-                     "a coefficient line has at most 51 cells");
-  }
-}
-
 void copy_coefficient_table(const _LASER_PLANE_GRID_OPT_COEFFS_INFOS& from,
                             _LASER_PLANE_GRID_OPT_COEFFS_INFOS& to) {
-  KESTRANE_EXPECTS(from.plane_count <= from.plane_capacity,
-                   "a coefficient table's count stays within its capacity");
+  KESTRANE_EXPECTS_OF("calib", from.plane_count <= from.plane_capacity,
+                      "a coefficient table's count stays within its capacity", from.plane_count,
+                      from.plane_capacity);
   to.plane_count = from.plane_count;
   to.plane_capacity = from.plane_capacity;
   for (std::int32_t p = 0; p < from.plane_count; ++p) {
-    expect_room(from.planes[p]);
+    expect_fit("calib", from.planes[p], kCorners);
     copy_table(from.planes[p], to.planes[p]);
   }
 }
 
 void copy_ranges(const _COMPENSATOR_COEFFS& from, _COMPENSATOR_COEFFS& to) {
-  KESTRANE_EXPECTS(from.range_count <= kMaxRanges, "a coefficient record has at most 20 ranges");
+  KESTRANE_EXPECTS_OF("calib", from.range_count <= kMaxRanges,
+                      "a coefficient record has at most 20 ranges", from.range_count);
   const auto bytes =
       static_cast<std::size_t>(entries_within(from.range_count, kMaxRanges)) * sizeof(std::int32_t);
   std::memmove(to.range_first, from.range_first, bytes);
@@ -88,10 +83,11 @@ _KESTRANE_STATUS check_inputs(const _LASER_PLANE_INDICATORS_INFOS& indicators,
 
 void copy_coeffs_with_identity_transforms(const _COMPENSATOR_COEFFS& source,
                                           _COMPENSATOR_COEFFS& result) {
-  KESTRANE_EXPECTS(source.plane_count <= kTransformSlots, "a device has at most 100 planes");
-  KESTRANE_EXPECTS(result.opt_coeffs != nullptr, "the result record is carved");
-  KESTRANE_EXPECTS(result.Mbs_factory_to_user != nullptr,
-                   "a coefficient record has its transforms");
+  KESTRANE_EXPECTS_OF("calib", source.plane_count <= kTransformSlots,
+                      "a device has at most 100 planes", source.plane_count);
+  KESTRANE_EXPECTS_OF("calib", result.opt_coeffs != nullptr, "the result record is carved");
+  KESTRANE_EXPECTS_OF("calib", result.Mbs_factory_to_user != nullptr,
+                      "a coefficient record has its transforms");
   const std::int32_t slots = entries_within(source.plane_count, kTransformSlots);
   for (std::int32_t i = 0; i < slots; ++i)
     set_unit_transform(transform_slot(result.Mbs_factory_to_user, i));
@@ -109,7 +105,8 @@ void collect_valid_corners(const _LASER_PLANE_INDICATORS_INFOS& indicators,
     for (std::int32_t k = 0; k < kBlocks.cells; ++k) {
       const double mean_distance = indicators.planes[plane].lines[j].cells[k].v[1];
       if (!(std::abs(mean_distance) >= kGuard)) continue;
-      KESTRANE_EXPECTS(plane < corners.plane_count, "the corners hold every measured plane");
+      KESTRANE_EXPECTS_OF("calib", plane < corners.plane_count,
+                          "the corners hold every measured plane", plane, corners.plane_count);
       valid.push_back({j, k, corners.planes[plane].lines[j].cells[k].v[0]});
     }
   }
@@ -144,8 +141,9 @@ _KESTRANE_STATUS calibrate_coefficients(const _LASER_PLANE_INDICATORS_INFOS& ind
   PointMatrix2 samples(kOldSamples + 1, 2);
   for (std::int32_t p = 0; p < indicators.plane_count; ++p) {
     collect_valid_corners(indicators, corners, p, valid);
-    KESTRANE_EXPECTS(valid.empty() || p < result.opt_coeffs->plane_count,
-                     "the coefficients hold every measured plane");
+    KESTRANE_EXPECTS_OF("calib", valid.empty() || p < result.opt_coeffs->plane_count,
+                        "the coefficients hold every measured plane", p,
+                        result.opt_coeffs->plane_count);
     for (const ValidCorner& corner : valid) {
       _LASER_TRIPLE& cell = result.opt_coeffs->planes[p].lines[corner.line].cells[corner.cell];
       refit_coefficient_cell(corner.x, condition, samples, cell);

@@ -1,22 +1,54 @@
 // Preconditions, which a release build does not check: capacities, plane numbers, call order. With
-// KESTRANE_CHECKED a violated one is named on standard error and the process aborts before memory
-// is touched; without it the check costs nothing.
+// KESTRANE_CHECKED a violated one is named on standard error, with the operation and the values
+// that violate it, and the process aborts before memory is touched:
+//
+//   kestrane: save_compensator_coeffs: a device has at most 100 planes; record.plane_count is 101
+//
+// Without KESTRANE_CHECKED a check costs nothing.
 #pragma once
 
+// KESTRANE_EXPECTS(holds, text, value...) stands in the operation that it names;
+// KESTRANE_EXPECTS_OF(operation, holds, text, value...) in a step of it. Values are counts, plane
+// numbers and the like; a null pointer and an order of calls need none.
+//
 // A function would work out what it is handed, in every build.
 // NOLINTBEGIN(cppcoreguidelines-macro-usage)
 #ifdef KESTRANE_CHECKED
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
-#define KESTRANE_EXPECTS(holds, text)                                      \
-  do {                                                                     \
-    if (!(holds)) {                                                        \
-      std::fprintf(stderr, "kestrane: precondition violated: %s\n", text); \
-      std::abort();                                                        \
-    }                                                                      \
+namespace kestrane {
+
+// `names` is the source text of all values, one list.
+template <class... Values>
+[[noreturn]] void name_violation(const char* operation, const char* text,
+                                 [[maybe_unused]] const char* names, Values... values) {
+  std::fprintf(stderr, "kestrane: %s: %s", operation, text);
+  if constexpr (sizeof...(values) > 0) {
+    const char* mark = ";";
+    for (const long long value : {static_cast<long long>(values)...}) {
+      const auto length = static_cast<int>(std::strcspn(names, ","));
+      std::fprintf(stderr, "%s %.*s is %lld", mark, length, names, value);
+      names += length + std::strspn(names + length, ", ");
+      mark = ",";
+    }
+  }
+  std::fprintf(stderr, "\n");
+  std::abort();
+}
+
+}  // namespace kestrane
+
+#define KESTRANE_EXPECTS_OF(operation, holds, text, ...)                                    \
+  do {                                                                                      \
+    if (!(holds)) {                                                                         \
+      ::kestrane::name_violation(operation, text, #__VA_ARGS__ __VA_OPT__(, ) __VA_ARGS__); \
+    }                                                                                       \
   } while (false)
 #else
-#define KESTRANE_EXPECTS(holds, text) static_cast<void>(0)
+#define KESTRANE_EXPECTS_OF(operation, holds, text, ...) static_cast<void>(0)
 #endif
+#define KESTRANE_EXPECTS(holds, text, ...) \
+  KESTRANE_EXPECTS_OF(static_cast<const char*>(__func__), holds, text __VA_OPT__(, ) __VA_ARGS__)
 // NOLINTEND(cppcoreguidelines-macro-usage)

@@ -9,6 +9,7 @@
 #include "tests/compensation/scanner_table.h"
 #include "tests/literal/compensation.h"
 #include "tests/support/bits.h"
+#include "tests/support/violation.h"
 
 namespace {
 
@@ -697,14 +698,17 @@ TEST(Compensate, EqualsTheTranscriptionInEveryBitOnAwkwardConditions) {
 // --- preconditions
 
 #ifdef KESTRANE_CHECKED
+using kestrane_test::violation;
 
 TEST(CompensatorDeathTest, NamesACallBeforeInit) {
   HostTable table = flat_table(1);
   _MRV_LASER_PLANE_BLOCK_INFOS record = table.infos();
   KESTRANE_LASER_COMPENSATOR compensator;
-  EXPECT_DEATH(compensator.set_laser_plane_param(record), "init has succeeded");
-  EXPECT_DEATH(compensator.compensate(0, 1), "init has succeeded");
-  EXPECT_DEATH(compensator.get_compensate_result(record), "init has succeeded");
+  EXPECT_DEATH(compensator.set_laser_plane_param(record),
+               violation("set_laser_plane_param", "init has succeeded"));
+  EXPECT_DEATH(compensator.compensate(0, 1), violation("compensate", "init has succeeded"));
+  EXPECT_DEATH(compensator.get_compensate_result(record),
+               violation("get_compensate_result", "init has succeeded"));
 }
 
 TEST(CompensatorDeathTest, NamesATableBeyondTheStore) {
@@ -712,24 +716,31 @@ TEST(CompensatorDeathTest, NamesATableBeyondTheStore) {
   ASSERT_EQ(compensator.init(), KESTRANE_OK);
   HostTable planes = flat_table(101);
   EXPECT_DEATH(compensator.set_laser_plane_param(planes.infos()),
-               "at most 100 planes, 15 lines and 50 cells");
+               violation("set_laser_plane_param", "a table has at most 100 planes",
+                         "infos.plane_count is 101"));
   HostTable lines = flat_table(1);
   lines.row(0).block.count = 16;
   EXPECT_DEATH(compensator.set_laser_plane_param(lines.infos()),
-               "at most 100 planes, 15 lines and 50 cells");
+               violation("set_laser_plane_param", "a table has at most its shape's lines",
+                         "table.count is 16, shape.lines is 15"));
   HostTable cells = flat_table(1);
   cells.line(0, 14).count = 51;
   EXPECT_DEATH(compensator.set_laser_plane_param(cells.infos()),
-               "at most 100 planes, 15 lines and 50 cells");
+               violation("set_laser_plane_param", "a line has at most its shape's cells",
+                         "count is 51, shape.cells is 50"));
 }
 
 TEST(CompensatorDeathTest, NamesARangeOutsideTheTable) {
   KESTRANE_LASER_COMPENSATOR compensator;
   ASSERT_EQ(compensator.init(), KESTRANE_OK);
-  EXPECT_DEATH(compensator.compensate(-1, 3), "planes of 0 to 99");
-  EXPECT_DEATH(compensator.compensate(0, 101), "planes of 0 to 99");
-  EXPECT_DEATH(compensator.set_compensate_param({}, -1, 3), "planes of 0 to 99");
-  EXPECT_DEATH(compensator.set_compensate_param({}, 0, 101), "planes of 0 to 99");
+  EXPECT_DEATH(compensator.compensate(-1, 3),
+               violation("compensate", "planes of 0 to 99", "first is -1, last is 3"));
+  EXPECT_DEATH(compensator.compensate(0, 101),
+               violation("compensate", "planes of 0 to 99", "first is 0, last is 101"));
+  EXPECT_DEATH(compensator.set_compensate_param({}, -1, 3),
+               violation("set_compensate_param", "planes of 0 to 99", "first is -1, last is 3"));
+  EXPECT_DEATH(compensator.set_compensate_param({}, 0, 101),
+               violation("set_compensate_param", "planes of 0 to 99", "first is 0, last is 101"));
 }
 
 #else

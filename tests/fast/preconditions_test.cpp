@@ -1,8 +1,11 @@
 // What the host owes: a checked build names the violated precondition before memory is touched.
 #include "tests/fast/fast_support.h"
 #include "tests/literal/fast_calibration.h"
+#include "tests/support/violation.h"
 
 namespace {
+
+using kestrane_test::violation;
 
 using namespace fast_support;
 using kestrane::KESTRANE_LASER_FAST_CALIB;
@@ -38,14 +41,21 @@ TEST(FastPreconditionsDeathTest, NamesAStandardBeyondTheBlock) {
   ASSERT_EQ(calib.init(), KESTRANE_OK);
   _MRV_LASER_PLANE_BLOCK_INFOS host = standard.host();
   host.plane_count = 101;
-  EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has at most 100 planes");
+  EXPECT_DEATH(calib.set_laser_plane_standard(host),
+               violation("set_laser_plane_standard", "a standard has at most 100 planes",
+                         "infos.plane_count is 101"));
   host.plane_count = 1;
   host.planes[0].block.lines[14].count = 51;
-  EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has at most 50 cells a line");
+  EXPECT_DEATH(calib.set_laser_plane_standard(host),
+               violation("set_laser_plane_standard", "a line has at most its shape's cells",
+                         "count is 51, shape.cells is 50"));
   host.planes[0].block.count = 16;
-  EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has at most 15 lines a plane");
+  EXPECT_DEATH(calib.set_laser_plane_standard(host),
+               violation("set_laser_plane_standard", "a table has at most its shape's lines",
+                         "table.count is 16, shape.lines is 15"));
   host.grids = nullptr;
-  EXPECT_DEATH(calib.set_laser_plane_standard(host), "a standard has its grid record");
+  EXPECT_DEATH(calib.set_laser_plane_standard(host),
+               violation("set_laser_plane_standard", "a standard has its grid record"));
 }
 
 TEST(FastPreconditionsDeathTest, NamesAPlaneOutsideTheTable) {
@@ -99,7 +109,8 @@ TEST(FastPreconditionsDeathTest, NamesMissingResidualRows) {
   ResidualSets residuals;
   EXPECT_DEATH(
       engine.cal_residual({columns({{128, 0, 300}})}, 0, 0, literal::identity(), residuals),
-      "there is a residual row per point matrix");
+      violation("cal_residual", "there is a residual row per point matrix",
+                "residuals.size() is 0, points.size() is 1"));
 }
 
 }  // namespace
