@@ -74,7 +74,7 @@ docs: ## the reference of the public headers, in build/docs/html
 
 mutants: build ## one changed instruction at a time; MUTANT_ARGS="--unit fast/ --kind branch"
 	$(needs) mutants
-	scripts/mutants.py --jobs $(JOBS) $(MUTANT_ARGS)
+	python3 tests/mutants --jobs $(JOBS) $(MUTANT_ARGS)
 
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

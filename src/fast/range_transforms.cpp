@@ -19,7 +19,8 @@ bool holds_range(const _COMPENSATOR_COEFFS& coeffs, std::int32_t first_plane,
 
 void write_slot(const _MRV_EXTRINSIC_PARAM& transform, std::int64_t plane,
                 _COMPENSATOR_COEFFS& coeffs) {
-  KESTRANE_EXPECTS(plane >= 0 && plane < kTransformSlots, "a plane number is 0 to 99");
+  KESTRANE_EXPECTS_OF("calib_Rt", plane >= 0 && plane < kTransformSlots,
+                      "a plane number is 0 to 99", plane);
   if (plane < 0 || plane >= kTransformSlots) return;
   KESTRANE_EXPECTS_OF("calib_Rt", coeffs.Mbs_factory_to_user != nullptr,
                       "a coefficient record has its transforms");

@@ -1,0 +1,60 @@
+"""The tool over a unit whose mutants' fates are known: toy_test.py <folder to build in>."""
+
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+HERE = pathlib.Path(__file__).resolve().parent
+TOY = HERE / "toy"
+
+# The way round of a jump is the compiler's choice.
+SAME = re.compile(r"^j\w+ (?:always|never) \| if \(size != 0\) std::memset\(to, 0, size\);$", re.M)
+UNTESTED = "addsd subsd | double untested_sum(double a, double b) { return a + b; }"
+
+
+def mutants(folder, *entries, arguments=()):
+    """Runs the tool with these explanations; returns its exit status and what it prints."""
+    explained = folder / "explained.txt"
+    explained.write_text("# A reason.\n" + "\n".join(entries) + "\n", encoding="utf-8")
+    done = subprocess.run(
+        [sys.executable, str(HERE), "--root", str(TOY), "--build", str(folder / "release"),
+         "--explained", str(explained), *arguments],
+        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    return done.returncode, done.stdout
+
+
+def expect(holds, output):
+    if not holds:
+        sys.exit(f"not as expected:\n{output}")
+
+
+def main():
+    folder = pathlib.Path(sys.argv[1])
+    shutil.rmtree(folder, ignore_errors=True)
+    build = folder / "release"
+    for command in (["cmake", "-S", TOY, "-B", build, "-G", "Ninja"], ["ninja", "-C", build]):
+        subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+
+    status, output = mutants(folder)
+    expect(status != 0 and "4 mutants" in output, output)
+    same = SAME.search(output)
+    expect(same is not None and "\n" + UNTESTED in output, output)
+    expect("(no test passes here)" in output and "divsd" not in output, output)
+    expect("branch: 50.00 % dead" in output and "arithmetic: 50.00 % dead" in output, output)
+
+    status, output = mutants(folder, same[0], UNTESTED)
+    expect(status == 0 and "0 to run" in output, output)
+
+    status, output = mutants(folder, same[0], UNTESTED, "je never | gone();")
+    expect(status != 0 and "explain nothing\nje never | gone();" in output, output)
+
+    status, output = mutants(folder, same[0], arguments=["--kind", "branch"])
+    expect(status == 0 and "addsd" not in output, output)
+
+    status, output = mutants(folder, arguments=["--unit", "oy"])
+    expect("0 mutants" in output, output)
+
+
+main()
