@@ -70,11 +70,11 @@ TEST_F(FilePreconditionsDeathTest, NamesMoreRowsOfBlocksThanTheRecordHolds) {
   blocks.plane_count = 3;
   EXPECT_DEATH(
       save_plane_block_infos(blocks, path),
-      violation("save_plane_block_infos", "a plane table\'s count stays within its capacity",
+      violation("save_plane_block_infos", "a plane table's count stays within its capacity",
                 "record.plane_count is 3, record.plane_capacity is 2"));
   EXPECT_DEATH(
       read_plane_block_infos(path, blocks),
-      violation("read_plane_block_infos", "a plane table\'s count stays within its capacity",
+      violation("read_plane_block_infos", "a plane table's count stays within its capacity",
                 "record.plane_count is 3, record.plane_capacity is 2"));
 }
 
