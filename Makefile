@@ -61,7 +61,7 @@ fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
 	$(needs) fuzz
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
-	@cd build/fuzz/fuzz && for format in coefficient plane_block; do \
+	@cd build/fuzz/fuzz && for format in coefficient plane_block checked_reader; do \
 	  ./$${format}_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -print_final_stats=1 \
 	    $${format}_corpus $${format}_seeds || exit 1; \
 	done

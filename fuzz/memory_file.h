@@ -24,6 +24,14 @@ class MemoryFile {
     return path_;
   }
 
+  // What the file holds now.
+  std::string bytes() const {
+    const off_t size = ::lseek(descriptor_, 0, SEEK_END);
+    std::string all(static_cast<std::size_t>(size), '\0');
+    if (::pread(descriptor_, all.data(), all.size(), 0) != size) std::abort();
+    return all;
+  }
+
  private:
   int descriptor_;
   std::string path_;

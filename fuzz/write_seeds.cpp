@@ -1,4 +1,5 @@
-// write_seeds <coefficient|plane_block> <folder>: small real files to start a fuzz run from.
+// write_seeds <coefficient|plane_block|changes> <folder>: small real files to start a fuzz run
+// from.
 #include <cstdio>
 #include <string>
 
@@ -41,11 +42,18 @@ void write_plane_blocks(const std::string& path, std::int32_t planes, std::int32
   save_plane_block_infos(*record, path);
 }
 
+void write_text(const std::string& path, const std::string& text) {
+  std::FILE* const file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) return;
+  std::fwrite(text.data(), 1, text.size(), file);
+  std::fclose(file);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fprintf(stderr, "usage: write_seeds <coefficient|plane_block> <folder>\n");
+    std::fprintf(stderr, "usage: write_seeds <coefficient|plane_block|changes> <folder>\n");
     return 1;
   }
   const std::string folder = std::string(argv[2]) + "/";
@@ -54,6 +62,17 @@ int main(int argc, char** argv) {
     write_coefficients(folder + "bare", 2, 0, 0, 0);
     write_coefficients(folder + "lines", 2, 16, 1, 20);
     write_coefficients(folder + "other_count", 1, 1, 1, 1);
+  } else if (std::string(argv[1]) == "changes") {
+    write_text(folder + "whole_table", "T");
+    write_text(folder + "whole_coefficients", "C");
+    write_text(folder + "changed_table", std::string("T\x10\x20"
+                                                     "7\x00\x30"
+                                                     " ",
+                                                     7));
+    write_text(folder + "changed_coefficients", std::string("C\x10\x20"
+                                                            "7\x00\x30"
+                                                            "\0",
+                                                            7));
   } else {
     write_plane_blocks(folder + "small", 1, 2, 2);
     write_plane_blocks(folder + "bare", 1, 0, 0);

@@ -70,7 +70,7 @@ step_memory() {
 step_fuzz() {
   build fuzz
   cd build/fuzz/fuzz
-  printf '%s\n' coefficient plane_block |
+  printf '%s\n' coefficient plane_block checked_reader |
     xargs -P "$jobs" -I '{}' env ./'{}'_fuzz -max_total_time="$fuzz_seconds" -max_len=4096 \
       -print_final_stats=1 '{}'_corpus '{}'_seeds
 }

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <new>
 #include <system_error>
 
 #include "kestrane/quality/errors.h"
@@ -32,20 +33,37 @@ class Descriptor {
   int number_;
 };
 
-// A file that goes with its object unless it is kept.
+// A file beside the target that goes with its object unless it is kept. Its name stands before the
+// file does: nothing can fail between its making and its owner's knowing of it.
 class PassingFile {
  public:
-  explicit PassingFile(std::string path) : path_(std::move(path)) {}
+  PassingFile() = default;
   ~PassingFile() {
-    if (!path_.empty()) ::unlink(path_.c_str());
+    if (there_) ::unlink(path_.c_str());
   }
   PassingFile(const PassingFile&) = delete;
   PassingFile& operator=(const PassingFile&) = delete;
+
+  // Tries names until `make` gives 0 or an error number other than that of a name in use. Gives the
+  // last error number.
+  template <class Make>
+  int make_beside(const std::string& target, const char* kind, Make make) {
+    int error = EEXIST;
+    for (int number = 0; number < kMostNames && error == EEXIST; ++number) {
+      path_ = target + kind + std::to_string(::getpid()) + "-" + std::to_string(number);
+      error = make(path_.c_str());
+    }
+    there_ = error == 0;
+    return error;
+  }
+
+  bool is_there() const { return there_; }
   const std::string& path() const { return path_; }
-  void keep() { path_.clear(); }
+  void keep() { there_ = false; }
 
  private:
   std::string path_;
+  bool there_ = false;
 };
 
 int open_again_on_signal(const char* path, int flags) {
@@ -71,7 +89,9 @@ int sync_again_on_signal(int descriptor) {
 // Where a link leads to; the path itself where nothing is there yet.
 std::string target_of(const std::string& path) {
   const std::unique_ptr<char, decltype(&::free)> real(::realpath(path.c_str(), nullptr), &::free);
-  return real ? std::string(real.get()) : path;
+  if (real) return real.get();
+  if (errno == ENOMEM) throw std::bad_alloc();  // what is not known to be a link could be one
+  return path;
 }
 
 std::string folder_of(const std::string& target) {
@@ -80,31 +100,9 @@ std::string folder_of(const std::string& target) {
   return slash == 0 ? "/" : target.substr(0, slash);
 }
 
-// The name beside the target that no file has yet: number 0, 1, ... of this process.
-std::string name_beside(const std::string& target, const char* kind, int number) {
-  return target + kind + std::to_string(::getpid()) + "-" + std::to_string(number);
-}
-
-// Makes an empty file beside the target.
-std::string make_beside(const std::string& path, const std::string& target) {
-  for (int number = 0; number < kMostNames; ++number) {
-    const std::string name = name_beside(target, ".new-", number);
-    const Descriptor made(open_again_on_signal(name.c_str(), O_WRONLY | O_CREAT | O_EXCL));
-    if (made.number() >= 0) return name;
-    if (errno != EEXIST) fail(path, "cannot write beside it", errno);
-  }
-  fail(path, "cannot write beside it", EEXIST);
-}
-
-// A second name of the old file, so that it can come back; empty where there is no old file or the
-// file system knows no second names.
-std::string link_beside(const std::string& target) {
-  for (int number = 0; number < kMostNames; ++number) {
-    const std::string name = name_beside(target, ".old-", number);
-    if (::link(target.c_str(), name.c_str()) == 0) return name;
-    if (errno != EEXIST) break;
-  }
-  return {};
+int make_file(const char* path) {
+  const Descriptor made(open_again_on_signal(path, O_WRONLY | O_CREAT | O_EXCL));
+  return made.number() >= 0 ? 0 : errno;
 }
 
 // Some file systems cannot sync a folder and say so; they keep names safe in their own way.
@@ -145,13 +143,21 @@ void replace_file(const std::string& path, const std::function<int(const std::st
   const Descriptor folder(open_again_on_signal(folder_of(target).c_str(), O_RDONLY | O_DIRECTORY));
   if (folder.number() < 0) fail(path, "its folder cannot be opened", errno);
 
-  PassingFile written(make_beside(path, target));
-  const int error = write(written.path());
+  PassingFile written;
+  int error = written.make_beside(target, ".new-", make_file);
+  if (error != 0) fail(path, "cannot write beside it", error);
+  error = write(written.path());
   if (error != 0) fail(path, "cannot be written", error);
   sync_file(path, written.path(), existed ? &old : nullptr);
   check_written(path, written.path(), check);
 
-  PassingFile kept(existed ? link_beside(target) : std::string());
+  // A second name of the old file, so that it can come back; some file systems know none.
+  PassingFile kept;
+  if (existed) {
+    kept.make_beside(target, ".old-", [&](const char* name) {
+      return ::link(target.c_str(), name) == 0 ? 0 : errno;
+    });
+  }
   if (::rename(written.path().c_str(), target.c_str()) != 0)
     fail(path, "cannot be replaced", errno);
   written.keep();
@@ -159,7 +165,7 @@ void replace_file(const std::string& path, const std::function<int(const std::st
   if (unsynced == 0) return;
   if (!existed) {
     ::unlink(target.c_str());
-  } else if (!kept.path().empty() && ::rename(kept.path().c_str(), target.c_str()) == 0) {
+  } else if (kept.is_there() && ::rename(kept.path().c_str(), target.c_str()) == 0) {
     kept.keep();
   } else {
     fail(path, "is written, but its folder cannot be synced", unsynced);
