@@ -93,7 +93,7 @@ std::string changed(std::string bytes, const std::uint8_t* changes, std::size_t 
     if (place < bytes.size()) {
       bytes[place] = static_cast<char>(changes[i + 2]);
     } else {
-      bytes.resize(place - changes[i + 2] % 128 * std::size_t{256});
+      bytes.resize(place % (bytes.size() + 16));
     }
   }
   return bytes;
