@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -14,6 +15,7 @@
 #include "quality/factory/optimisation_effect.h"
 #include "quality/factory/plane_figures.h"
 #include "quality/factory/repeatability.h"
+#include "quality/screening/sheet_terms.h"
 
 namespace kestrane::quality {
 namespace {
@@ -54,11 +56,26 @@ WorkingVolume volume_of(const FactorySettings& settings) {
   return volume;
 }
 
-std::int64_t points_in(const Clouds& clouds) {
-  std::int64_t count = 0;
-  for (const _KESTRANE_ID_POINT3DS& cloud : clouds) count += cloud.count;
-  return count;
-}
+// Which points the screening has left of a cloud; all of them where it was not asked.
+class Survivors {
+ public:
+  Survivors() = default;
+  Survivors(const ScreeningSheet& sheet, FitBand band)
+      : screened_(true), sheet_(sheet), band_(band) {}
+
+  // Of points that are finite.
+  bool hold(const _KESTRANE_ID_POINT3D& point) const {
+    if (!screened_) return true;
+    if (!(point.z >= band_.nearest && point.z <= band_.farthest)) return false;
+    if (sheet_.degree < 0) return true;
+    return std::abs(residual(sheet_.c.data(), sheet_point(sheet_, point))) <= sheet_.limit;
+  }
+
+ private:
+  bool screened_ = false;
+  ScreeningSheet sheet_;
+  FitBand band_{};
+};
 
 // One device on its way through the planes.
 class Device {
@@ -70,7 +87,7 @@ class Device {
         result_(blank_result(clouds.size(), settings)),
         measure_{result_.table.grids(), fit_band_of(settings.type),
                  BlocksInVolume(result_.table, result_.volume)},
-        sizes_{{}, LargestSizes(points_in(clouds))} {
+        survivors_(clouds.size()) {
     if (measure_.volume.empty()) refuse("the working volume holds no block");
     engine_.set_laser_type(settings.type);
   }
@@ -95,7 +112,8 @@ class Device {
         std::find_if(result_.planes.begin(), result_.planes.end(),
                      [](const PlaneFigures& plane) { return plane.reason.empty(); });
     if (first_good == result_.planes.end()) return refused();
-    result_.device = sizes_.largest.figures(sizes_.sums);
+    find_quantiles();
+    result_.device = figures_of(sizes_.sums, sizes_.quantiles);
     return std::move(result_);
   }
 
@@ -117,6 +135,7 @@ class Device {
     screening.laser_type = settings_.type;
     ScreenedCloud screened = screen_cloud(clouds_[p], screening);
     plane.screening = std::move(screened.account);
+    survivors_[p] = Survivors(screened.sheet, measure_.band);
     if (!screened.refused.empty()) {
       plane.reason = screened.refused;
       return;
@@ -175,6 +194,25 @@ class Device {
     }
   }
 
+  // The second look at every residual that the figures are made of.
+  void find_quantiles() {
+    sizes_.quantiles.look_for_them();
+    for (std::size_t p = 0; p < clouds_.size(); ++p) {
+      const PlaneFigures& plane = result_.planes[p];
+      if (!plane.reason.empty()) continue;
+      const CellsOfPlane cells(&result_.table.cell(static_cast<std::int32_t>(p), {0, 0}),
+                               kBlocksOfPlane);
+      const BlockResiduals residuals(cells, measure_.grids, measure_.band);
+      const Spread spread{plane.median, plane.sigma};
+      for (std::int32_t i = 0; i < clouds_[p].count; ++i) {
+        const auto measured = residuals.of(clouds_[p].points[i]);
+        if (!measured || spread.is_outlier(measured->residual)) continue;
+        if (!survivors_[p].hold(clouds_[p].points[i])) continue;
+        sizes_.quantiles.find(std::abs(measured->residual));
+      }
+    }
+  }
+
   FactoryResult refused() {
     const std::string& first = result_.planes.front().reason;
     const bool all_alike =
@@ -194,6 +232,7 @@ class Device {
   FactoryResult result_;
   Measure measure_;
   DeviceSizes sizes_;
+  std::vector<Survivors> survivors_;  // of each cloud
 };
 
 FactoryResult calibrate_checked(KESTRANE_LASER_FAC_CALIB& engine, const Clouds& clouds,

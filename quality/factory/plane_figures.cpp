@@ -62,7 +62,7 @@ void measure_plane(Cloud cloud, const std::vector<std::int32_t>& frames, const J
   const PlanePoints points =
       points_on_blocks(cloud, frames, run.cells, measure.grids, measure.band);
   const Spread spread = spread_of(points.residual);
-  const FiguresOfPlane figures = residual_figures(points, spread, &device.largest);
+  const FiguresOfPlane figures = residual_figures(points, spread, &device.quantiles);
   device.sums.add(figures.sums);
   plane.residuals = figures.plane;
   plane.median = spread.median;

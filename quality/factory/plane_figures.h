@@ -25,7 +25,7 @@ struct Measure {
 // What the device's own figures are made of.
 struct DeviceSizes {
   ResidualSums sums;
-  LargestSizes largest;
+  SizeQuantiles quantiles;
 };
 
 // Writes residuals, outliers, poses, blocks, coverage and seams; adds the plane's residuals to

@@ -1,40 +1,18 @@
 #include "quality/factory/plane_points.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstddef>
-#include <optional>
 
 #include "factory/plane_grid.h"
 #include "quality/cells.h"
-#include "records/fan.h"
-#include "records/shapes.h"
 
 namespace kestrane::quality {
 namespace {
 
-constexpr std::size_t kBlocksOfPlane = 750;
-
-// A block's plane made ready for distances: scale = sign(a) / |(a, b, c)|, 0 without a plane.
-struct Scales {
-  std::array<double, kBlocksOfPlane> of_block;
-
-  explicit Scales(CellsOfPlane cells) {
-    for (std::size_t i = 0; i < kBlocksOfPlane; ++i) {
-      of_block[i] = has_plane(cells[i]) ? scale_of(cells[i]) : 0.0;
-    }
-  }
-
-  static double scale_of(const _LASER_TRIPLE& abc) {
-    const double a = abc.v[0], b = abc.v[1], c = abc.v[2];
-    return std::copysign(1.0, a) / std::sqrt(a * a + b * b + c * c);
-  }
-};
-
-bool is_usable(const _KESTRANE_ID_POINT3D& point, FitBand band) {
-  return std::isfinite(point.x) && std::isfinite(point.y) && point.z >= band.nearest &&
-         point.z <= band.farthest;
+double scale_of(const _LASER_TRIPLE& abc) {
+  if (!has_plane(abc)) return 0.0;
+  const double a = abc.v[0], b = abc.v[1], c = abc.v[2];
+  return std::copysign(1.0, a) / std::sqrt(a * a + b * b + c * c);
 }
 
 }  // namespace
@@ -42,6 +20,11 @@ bool is_usable(const _KESTRANE_ID_POINT3D& point, FitBand band) {
 FitBand fit_band_of(_LASER_TYPE type) {
   const DepthBand band = depth_band_of(type);
   return {static_cast<double>(band.lowest), static_cast<double>(band.highest)};
+}
+
+BlockResiduals::BlockResiduals(CellsOfPlane cells, const _LASER_PLANE_GRIDS& grids, FitBand band)
+    : cells_(cells), grids_(grids), band_(band) {
+  std::transform(cells.begin(), cells.end(), scales_.begin(), scale_of);
 }
 
 std::vector<std::int32_t> frames_of(Cloud cloud) {
@@ -56,23 +39,17 @@ std::vector<std::int32_t> frames_of(Cloud cloud) {
 
 PlanePoints points_on_blocks(Cloud cloud, const std::vector<std::int32_t>& frames,
                              CellsOfPlane cells, const _LASER_PLANE_GRIDS& grids, FitBand band) {
-  const Scales scales(cells);
+  const BlockResiduals residuals(cells, grids, band);
   FrameRanks ranks(frames);
   PlanePoints points;
   points.residual.reserve(cloud.size());
   points.block.reserve(cloud.size());
   points.pose.reserve(cloud.size());
   for (const _KESTRANE_ID_POINT3D& point : cloud) {
-    if (!is_usable(point, band)) continue;
-    const std::optional<CellIndex> at = find_cell(grids, point.y, point.z);
-    if (!at) continue;
-    const auto block = static_cast<std::size_t>(at->line * kBlocks.cells + at->cell);
-    const double scale = scales.of_block[block];
-    if (scale == 0.0) continue;
-    const double* abc = cells[block].v;
-    points.residual.push_back(scale *
-                              (abc[0] * point.x + abc[1] * point.y + abc[2] * point.z + 1.0));
-    points.block.push_back(static_cast<std::uint16_t>(block));
+    const auto measured = residuals.of(point);
+    if (!measured) continue;
+    points.residual.push_back(measured->residual);
+    points.block.push_back(static_cast<std::uint16_t>(measured->block));
     points.pose.push_back(ranks.of(point.id));
   }
   return points;

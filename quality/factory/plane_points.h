@@ -6,12 +6,17 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "kestrane/records.h"
+#include "records/fan.h"
+#include "records/shapes.h"
 
 namespace kestrane::quality {
 
@@ -26,6 +31,37 @@ FitBand fit_band_of(_LASER_TYPE type);
 using CellsOfPlane = std::span<const _LASER_TRIPLE>;
 
 using Cloud = std::span<const _KESTRANE_ID_POINT3D>;
+
+// Distances of points from the planes of their blocks.
+class BlockResiduals {
+ public:
+  BlockResiduals(CellsOfPlane cells, const _LASER_PLANE_GRIDS& grids, FitBand band);
+
+  // A point in its block, line * 50 + cell.
+  struct Measured {
+    std::size_t block;
+    double residual;
+  };
+
+  // None for a point that is not finite, outside the band, or without a block that has a plane.
+  std::optional<Measured> of(const _KESTRANE_ID_POINT3D& point) const {
+    if (!std::isfinite(point.x) || !std::isfinite(point.y)) return std::nullopt;
+    if (!(point.z >= band_.nearest && point.z <= band_.farthest)) return std::nullopt;
+    const std::optional<CellIndex> at = find_cell(grids_, point.y, point.z);
+    if (!at) return std::nullopt;
+    const auto block = static_cast<std::size_t>(at->line * kBlocks.cells + at->cell);
+    if (scales_[block] == 0.0) return std::nullopt;
+    const double* abc = cells_[block].v;
+    return Measured{
+        block, scales_[block] * (abc[0] * point.x + abc[1] * point.y + abc[2] * point.z + 1.0)};
+  }
+
+ private:
+  CellsOfPlane cells_;
+  const _LASER_PLANE_GRIDS& grids_;
+  FitBand band_;
+  std::array<double, 750> scales_;  // sign(a) / |(a, b, c)|; 0 without a plane
+};
 
 // All columns have the same length.
 struct PlanePoints {

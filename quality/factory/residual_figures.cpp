@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <functional>
 
 #include "quality/factory/grouping.h"
 #include "quality/factory/order_statistics.h"
@@ -15,11 +14,9 @@ constexpr std::size_t kBlocksOfPlane = 750;
 constexpr std::size_t kUpper = 95;    // percent
 constexpr std::size_t kHighest = 99;  // percent
 
-// Quantiles of sizes of which the lowest `left_out` were dropped unseen.
-void write_quantiles(std::span<double> sizes, std::size_t left_out, ResidualFigures& figures) {
-  const std::size_t count = sizes.size() + left_out;
-  const std::size_t upper = quantile_place(count, kUpper) - left_out;
-  const std::size_t highest = quantile_place(count, kHighest) - left_out;
+void write_quantiles(std::span<double> sizes, ResidualFigures& figures) {
+  const std::size_t upper = quantile_place(sizes.size(), kUpper);
+  const std::size_t highest = quantile_place(sizes.size(), kHighest);
   const auto place = [&](std::size_t at) {
     return sizes.begin() + static_cast<std::ptrdiff_t>(at);
   };
@@ -30,15 +27,13 @@ void write_quantiles(std::span<double> sizes, std::size_t left_out, ResidualFigu
   figures.max = *std::max_element(place(highest), sizes.end());
 }
 
-ResidualFigures figures_of(const ResidualSums& sums, std::span<double> sizes,
-                           std::size_t left_out) {
+ResidualFigures moments_of(const ResidualSums& sums) {
   ResidualFigures figures;
   figures.points = sums.count;
   if (sums.count == 0) return figures;
   const auto n = static_cast<double>(sums.count);
   figures.rms = std::sqrt(sums.squares / n);
   figures.bias = sums.sum / n;
-  write_quantiles(sizes, left_out, figures);
   return figures;
 }
 
@@ -51,37 +46,21 @@ void ResidualSums::add(const ResidualSums& other) {
 }
 
 ResidualFigures figures_of(const ResidualSums& sums, std::span<double> sizes) {
-  return figures_of(sums, sizes, 0);
+  ResidualFigures figures = moments_of(sums);
+  if (sums.count > 0) write_quantiles(sizes, figures);
+  return figures;
 }
 
-// Of n sizes the 95 % quantile is the (n / 20 + 1)-th from above, rounded down: no smaller one is
-// ever asked for, and with fewer sizes than foreseen no more of them are.
-LargestSizes::LargestSizes(std::int64_t most) : keep_(static_cast<std::size_t>(most) / 20 + 1) {
-  constexpr std::size_t kSlack = 1024;
-  sizes_.reserve(keep_ + std::max(kSlack, keep_ / 8));
-}
-
-void LargestSizes::add(std::span<const double> sizes) {
-  for (const double size : sizes) {
-    if (size <= smallest_) continue;
-    if (sizes_.size() == sizes_.capacity()) cut();
-    sizes_.push_back(size);
-  }
-}
-
-void LargestSizes::cut() {
-  const auto last = sizes_.begin() + static_cast<std::ptrdiff_t>(keep_ - 1);
-  std::nth_element(sizes_.begin(), last, sizes_.end(), std::greater<>());
-  smallest_ = *last;
-  sizes_.resize(keep_);
-}
-
-ResidualFigures LargestSizes::figures(const ResidualSums& sums) {
-  return figures_of(sums, sizes_, static_cast<std::size_t>(sums.count) - sizes_.size());
+ResidualFigures figures_of(const ResidualSums& sums, SizeQuantiles& sizes) {
+  ResidualFigures figures = moments_of(sums);
+  figures.q95 = sizes.q95();
+  figures.q99 = sizes.q99();
+  figures.max = sizes.largest();
+  return figures;
 }
 
 FiguresOfPlane residual_figures(const PlanePoints& points, const Spread& spread,
-                                LargestSizes* device) {
+                                SizeQuantiles* device) {
   FiguresOfPlane figures;
   std::vector<ResidualSums> sums(kBlocksOfPlane);
   for (std::size_t i = 0; i < points.size(); ++i) {
@@ -103,7 +82,9 @@ FiguresOfPlane residual_figures(const PlanePoints& points, const Spread& spread,
   for (std::size_t b = 0; b < kBlocksOfPlane; ++b) {
     figures.blocks.push_back(figures_of(sums[b], sizes.of(b)));
   }
-  if (device != nullptr) device->add(sizes.all());
+  if (device != nullptr) {
+    for (const double size : sizes.all()) device->count(size);
+  }
   figures.plane = figures_of(figures.sums, sizes.all());
   return figures;
 }

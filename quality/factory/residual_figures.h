@@ -12,6 +12,7 @@
 #include "kestrane/quality/factory.h"
 #include "quality/factory/outliers.h"
 #include "quality/factory/plane_points.h"
+#include "quality/factory/size_quantiles.h"
 
 namespace kestrane::quality {
 
@@ -32,24 +33,8 @@ struct ResidualSums {
 // sizes  the sizes of the residuals that are in the sums; put into another order
 ResidualFigures figures_of(const ResidualSums& sums, std::span<double> sizes);
 
-// The largest sizes of a whole device: its quantiles need no more than the upper twentieth.
-class LargestSizes {
- public:
-  // most  an upper bound of how many sizes will be added
-  explicit LargestSizes(std::int64_t most);
-
-  void add(std::span<const double> sizes);
-
-  // Figures of all that was added; `sums` are those of the same residuals.
-  ResidualFigures figures(const ResidualSums& sums);
-
- private:
-  void cut();
-
-  std::size_t keep_;
-  double smallest_ = -1.0;  // of the kept ones once there are enough: none below it is needed
-  std::vector<double> sizes_;
-};
+// The same where the quantiles come from elsewhere.
+ResidualFigures figures_of(const ResidualSums& sums, SizeQuantiles& sizes);
 
 // A plane's figures and those of its 750 blocks, line by line.
 struct FiguresOfPlane {
@@ -59,8 +44,8 @@ struct FiguresOfPlane {
   std::int64_t outliers = 0;
 };
 
-// device  takes the plane's sizes; null where they are not to count
+// device  counts the plane's sizes; null where they are not to count
 FiguresOfPlane residual_figures(const PlanePoints& points, const Spread& spread,
-                                LargestSizes* device);
+                                SizeQuantiles* device);
 
 }  // namespace kestrane::quality

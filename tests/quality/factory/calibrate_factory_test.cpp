@@ -337,6 +337,34 @@ TEST(FactoryFigures, AreOfWhatTheScreeningLeaves) {
   EXPECT_LT(plane.outlier_share(), 0.01);
 }
 
+// The device's quantiles come from a second look at the clouds, which has to leave out what the
+// first left out: points that were screened although the table has them near, and outliers.
+TEST(FactoryFigures, OfTheDeviceAreThoseOfAllPlanesTogether) {
+  simulation::CloudSettings cloud = framed();
+  cloud.outlier_share = 0.05;
+  cloud.outlier_reach = 5.0;
+  cloud.dropped_share = 0.01;
+  cloud.outside_share = 0.02;
+  DeviceCloud device =
+      device_of(4, cloud, 2.0);  // a bow that the table misses, and the screening not
+  device.clouds[2].resize(100);
+  FactorySettings settings = plain_settings();
+  settings.gross = 0.01;  // the limit follows the scatter of the points
+  const FactoryResult result = calibrate(device.clouds, settings);
+  kestrane::quality::CloudSettings screening;
+  screening.gross = 0.01;
+  std::vector<double> pooled;
+  for (const int p : {0, 1, 3}) {
+    const auto row = static_cast<std::size_t>(p);
+    const PointList kept = kestrane::quality::screen_cloud(device.clouds[row], screening).points;
+    const auto valid = literal::valid_points(scene_of(result, p, kept));
+    const auto all = literal::kept(valid, literal::middle_of(literal::residuals_of(valid)), -1);
+    pooled.insert(pooled.end(), all.begin(), all.end());
+  }
+  EXPECT_NE(result.planes[2].reason, "");
+  expect_equal_figures(result.device, literal::figures(pooled));
+}
+
 // A bad frame of 0.8 among 20: found, and no other.
 TEST(FactoryFigures, NameAPlantedBadFrameAndNoOther) {
   DeviceCloud device = device_of(1, framed());

@@ -11,11 +11,9 @@
 namespace {
 
 using kestrane::quality::FiguresOfPlane;
-using kestrane::quality::LargestSizes;
 using kestrane::quality::PlanePoints;
 using kestrane::quality::residual_figures;
 using kestrane::quality::ResidualFigures;
-using kestrane::quality::ResidualSums;
 using kestrane::quality::Spread;
 using kestrane::quality::spread_of;
 
@@ -132,50 +130,6 @@ TEST(ResidualFiguresOfAPlane, EqualAPlainTranscription) {
     EXPECT_EQ(found.q99, expected.q99);
     EXPECT_EQ(found.max, expected.max);
   }
-}
-
-// Sizes of very different planes, more of them than the sums will hold in the end, and so many that
-// the kept ones are cut several times.
-TEST(LargestSizesOfADevice, GiveTheQuantilesOfAllSizes) {
-  simulation::Random random(6);
-  for (const std::int64_t foreseen : {60000, 300000}) {
-    LargestSizes largest(foreseen);
-    ResidualSums sums;
-    std::vector<double> all;
-    for (int plane = 0; plane < 6; ++plane) {
-      std::vector<double> sizes;
-      for (int i = 0; i < 10000; ++i) {
-        sizes.push_back(std::abs(random.gaussian()) * (plane == 2 ? 5.0 : 1.0));
-        sums.add(sizes.back());
-      }
-      largest.add(sizes);
-      all.insert(all.end(), sizes.begin(), sizes.end());
-    }
-    const ResidualFigures figures = largest.figures(sums);
-    EXPECT_EQ(figures.points, 60000);
-    EXPECT_EQ(figures.q95, literal::quantile(all, 95)) << foreseen;
-    EXPECT_EQ(figures.q99, literal::quantile(all, 99)) << foreseen;
-    EXPECT_EQ(figures.max, literal::quantile(all, 100)) << foreseen;
-  }
-}
-
-TEST(LargestSizesOfADevice, GiveTheQuantilesOfFewSizes) {
-  for (int count = 1; count < 70; ++count) {
-    LargestSizes largest(count);
-    ResidualSums sums;
-    std::vector<double> sizes;
-    for (int i = 0; i < count; ++i) {
-      sizes.push_back((i * 37) % count + 1.0);
-      sums.add(sizes.back());
-    }
-    largest.add(sizes);
-    EXPECT_EQ(largest.figures(sums).q95, literal::quantile(sizes, 95)) << count;
-  }
-}
-
-TEST(LargestSizesOfADevice, HaveNoFiguresWithoutSizes) {
-  LargestSizes largest(0);
-  EXPECT_TRUE(std::isnan(largest.figures({}).q95));
 }
 
 }  // namespace
