@@ -5,6 +5,7 @@
 #include <iterator>
 #include <unordered_map>
 
+#include "fast/field_depths.h"
 #include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
 
@@ -12,7 +13,6 @@ namespace kestrane {
 namespace {
 
 constexpr double kFitDeeperThan = 200.0;
-constexpr DepthBand kFitBand = {220, 350};
 constexpr std::int32_t kBandedFit = 1;
 
 constexpr double kLeastShare = 0.05;     // of a frame's points on either side
@@ -113,7 +113,7 @@ bool select_plane_frames(const PlanePoints& list_points, const std::vector<int>&
   fitter.set_params(false, 0, 0.0, 0.0);
   PlaneFitStats stats{};
   PointMatrix3 inliers;
-  if (!fitter.fit_plane_robust(points_to_fit(list_points), plane, stats, inliers, kFitBand,
+  if (!fitter.fit_plane_robust(points_to_fit(list_points), plane, stats, inliers, kFieldDepths,
                                kBandedFit)) {
     return false;
   }

@@ -27,6 +27,18 @@ _MRV_EXTRINSIC_PARAM extrinsic_of(const Eigen::Matrix4d& transform) {
   return extrinsic;
 }
 
+// Each list goes as soon as its points are divided: together they would be the largest thing that a
+// calibration holds.
+PointSets divide_and_release(FrameLists lists, const _LASER_PLANE_GRIDS& grids) {
+  PointSets points;
+  points.reserve(lists.size());
+  for (FrameLists::value_type& list : lists) {
+    points.push_back(interior_points(list, grids));
+    FrameLists::value_type().swap(list);
+  }
+  return points;
+}
+
 }  // namespace
 
 KestraneLaserFastCalibrator::KestraneLaserFastCalibrator()
@@ -84,24 +96,20 @@ _KESTRANE_STATUS KestraneLaserFastCalibrator::calib_Rt(const FrameLists& frames,
     return KESTRANE_ERR_COUNT_MISMATCH;
   }
 
-  PointSets points;
-  {
-    FrameLists filtered;
-    filter_point_by_frame(frames, first_plane, last_plane, filtered);
-    divide_interior_planes(filtered, points);
-  }
+  FrameLists filtered;
+  filter_point_by_frame(frames, first_plane, last_plane, filtered);
+  PointSets points = divide_and_release(std::move(filtered), *standard->grids);
   Eigen::Matrix4d transform;
   solve_transform(points, &standard, first_plane, last_plane, transform);
   extrinsic = extrinsic_of(transform);
 
   ResidualSets residuals(points.size());
   cal_residual(points, first_plane, last_plane, extrinsic, residuals);
-  PointSets kept;
-  filter_point_by_residual(points, residuals, kept);
+  drop_far_points(residuals, points);
   const _KESTRANE_STATUS solved =
-      solve_transform(kept, &standard, first_plane, last_plane, transform);
+      solve_transform(points, &standard, first_plane, last_plane, transform);
   extrinsic = extrinsic_of(transform);
-  cal_residual(kept, first_plane, last_plane, extrinsic, residuals);
+  cal_residual(points, first_plane, last_plane, extrinsic, residuals);
   return solved;
 }
 

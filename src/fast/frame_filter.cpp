@@ -45,7 +45,12 @@ void take_entries(const PointList& list, const FrameRange& range,
 // uses, so that neither time nor memory follows the gaps between frame numbers.
 void sort_by_bucket(std::vector<BucketEntry>& entries, std::vector<BucketEntry>& spare) {
   std::uint32_t used = 0;
-  for (const BucketEntry& entry : entries) used |= entry.bucket;
+  bool sorted = true;
+  for (std::size_t e = 0; e < entries.size(); ++e) {
+    used |= entries[e].bucket;
+    sorted = sorted && (e == 0 || entries[e - 1].bucket <= entries[e].bucket);
+  }
+  if (sorted) return;  // as a device delivers them
   for (int shift = 0; shift < 32 && (used >> shift) != 0; shift += 8) {
     std::array<std::size_t, 257> start{};
     for (const BucketEntry& entry : entries) ++start[((entry.bucket >> shift) & 255U) + 1];

@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "fast/field_depths.h"
 #include "fit/laser_geometry_fitter.h"
 #include "records/fan.h"
 
@@ -18,9 +19,8 @@ constexpr double kZoneOneFrom = 5.0;   // first table line of zone 1
 constexpr double kZoneTwoFrom = 10.0;  // first table line of zone 2, which has no last one
 constexpr std::uint8_t kNoZone = kZones;
 
-constexpr DepthBand kFitBand = {220, 350};
 constexpr std::int32_t kBandedFit = 0;
-constexpr double kFarthest = 2.0;  // in the unit of the points
+constexpr double kFarthestFromZone = 2.0;  // in the unit of the points
 
 // Compared as doubles: a line number is truncated toward zero, and a huge one has no integer.
 std::uint8_t zone_of(const _LASER_PLANE_GRIDS& grids, const _KESTRANE_ID_POINT3D& point) {
@@ -58,7 +58,7 @@ PlaneAbcd fit_zone(const PointMatrix3& cloud) {
   PlaneAbcd plane = PlaneAbcd::Zero();
   PlaneFitStats stats{};
   PointMatrix3 inliers;
-  fitter.fit_plane_robust(cloud, plane, stats, inliers, kFitBand, kBandedFit);
+  fitter.fit_plane_robust(cloud, plane, stats, inliers, kFieldDepths, kBandedFit);
   return plane;
 }
 
@@ -70,24 +70,28 @@ void append_near_points(const PointMatrix3& cloud, const PlaneAbcd& plane, Plane
   for (Eigen::Index i = 0; i < cloud.rows(); ++i) {
     const double distance =
         std::abs(a * cloud(i, 0) + b * cloud(i, 1) + c * cloud(i, 2) + d) / length;
-    if (distance > kFarthest) continue;
+    if (distance > kFarthestFromZone) continue;
     kept.col(count++) = cloud.row(i).transpose();
   }
 }
 
 }  // namespace
 
+PlanePoints interior_points(const std::vector<_KESTRANE_ID_POINT3D>& list,
+                            const _LASER_PLANE_GRIDS& grids) {
+  const std::array<PointMatrix3, kZones> clouds = split_into_zones(list, grids);
+  PlanePoints kept(3, clouds[0].rows() + clouds[1].rows() + clouds[2].rows());
+  Eigen::Index count = 0;
+  for (const PointMatrix3& cloud : clouds) {
+    append_near_points(cloud, fit_zone(cloud), kept, count);
+  }
+  kept.conservativeResize(3, count);
+  return kept;
+}
+
 void divide_into_interior_planes(const FrameLists& filtered, const _LASER_PLANE_GRIDS& grids,
                                  PointSets& points) {
-  for (const std::vector<_KESTRANE_ID_POINT3D>& list : filtered) {
-    const std::array<PointMatrix3, kZones> clouds = split_into_zones(list, grids);
-    PlanePoints kept(3, clouds[0].rows() + clouds[1].rows() + clouds[2].rows());
-    Eigen::Index count = 0;
-    for (const PointMatrix3& cloud : clouds) {
-      append_near_points(cloud, fit_zone(cloud), kept, count);
-    }
-    points.push_back(kept.leftCols(count));
-  }
+  for (const auto& list : filtered) points.push_back(interior_points(list, grids));
 }
 
 }  // namespace kestrane

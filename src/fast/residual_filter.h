@@ -8,11 +8,15 @@
 
 namespace kestrane {
 
-// Keeps the columns whose residual is not greater than 1.5; a residual that is not a number keeps
-// its column, and so does the 0 of a point without a cell.
+// Drops the columns whose residual is greater than 1.5. A residual that is not a number keeps its
+// column, and so does the 0 of a point without a cell.
 //
 // residuals  one row per matrix, one entry per column
-// kept       resized to `points`
+void drop_far_points(const ResidualSets& residuals, PointSets& points);
+
+// The same into other matrices.
+//
+// kept  resized to `points`
 void filter_point_by_residual(const PointSets& points, const ResidualSets& residuals,
                               PointSets& kept);
 

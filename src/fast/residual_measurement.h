@@ -27,7 +27,7 @@ struct ResidualIndicators {
 // point falls on it and serves all later ones: the distance is the same to the last bit.
 class MovedPlane {
  public:
-  // Both arguments are referred to, not copied.
+  // standard  outlives the object
   MovedPlane(const _LASER_PLANE_BLOCK_INFOS& standard, const _MRV_EXTRINSIC_PARAM& extrinsic);
 
   // Turns to another laser plane.
@@ -36,7 +36,7 @@ class MovedPlane {
   // The distance of a point to its cell's moved plane. False where it has no cell; `distance` is
   // not written then. A cell with a = 0 gives NaN.
   bool measure(double x, double y, double z, double& distance) {
-    const std::optional<CellIndex> at = find_cell(standard_grids_, y, z);
+    const std::optional<CellIndex> at = find_cell(grids_, y, z);
     if (!at) return false;
     const auto index = static_cast<std::size_t>(at->line * kBlocks.cells + at->cell);
     if (states_[index] == State::kUnseen) states_[index] = move_cell(*at, cells_[index]);
@@ -57,9 +57,9 @@ class MovedPlane {
 
   State move_cell(CellIndex at, Cell& cell) const;
 
-  const _LASER_PLANE_BLOCK_INFOS& standard_;
-  const _LASER_PLANE_GRIDS& standard_grids_;
-  const _MRV_EXTRINSIC_PARAM& extrinsic_;
+  const _LASER_PLANE_BLOCK_INFOS* standard_;
+  _LASER_PLANE_GRIDS grids_;
+  _MRV_EXTRINSIC_PARAM extrinsic_;
   std::int32_t plane_ = 0;
   std::array<State, kBlocks.lines * kBlocks.cells> states_;
   std::array<Cell, kBlocks.lines * kBlocks.cells> cells_;
@@ -68,24 +68,15 @@ class MovedPlane {
 // Gathers distances, in order, and reduces them to the three figures.
 class ResidualMeter {
  public:
-  void clear();
+  void clear() { distances_.clear(); }
+  void reserve(std::size_t count) { distances_.reserve(count); }
+  void add(double distance) { distances_.push_back(distance); }
 
-  void add(double distance) {
-    distances_.push_back(distance);
-    sum_ += distance;  // order fixed
-    if (distance > max_) max_ = distance;
-  }
-
-  // The sum so far over the number of distances.
   double mean() const;
   ResidualIndicators indicators() const;
 
  private:
   std::vector<double> distances_;
-  double sum_ = 0.0;
-  double max_ = kLeastMax;
-
-  static constexpr double kLeastMax = -1000.0;
 };
 
 // Measures `points`, matrix i against plane first_plane + i. `residuals` has at least as many rows
