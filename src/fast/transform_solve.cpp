@@ -1,7 +1,9 @@
 #include "fast/transform_solve.h"
 
 #include <Eigen/Geometry>
+#include <exception>
 #include <iostream>
+#include <string>
 
 #include "solver/quiet_solve.h"
 
@@ -51,6 +53,16 @@ Eigen::Matrix3d rotation_matrix(const Eigen::Vector3d& rotation) {
   return Eigen::AngleAxisd(angle, axis).toRotationMatrix();
 }
 
+// A host may have asked its streams to throw, and standard output may be full or closed: neither is
+// a reason to lose a calibration.
+void print_line(const std::string& line) {
+  try {
+    std::cout << line << std::endl;
+  } catch (const std::exception&) {
+    // The stream keeps its bad state, for the host to see.
+  }
+}
+
 }  // namespace
 
 void add_residual_blocks(ceres::Problem& problem, ResidualParts& parts, const PointSets& points,
@@ -87,7 +99,7 @@ _KESTRANE_STATUS solve_transform(const PointSets& points,
   Eigen::Vector3d translation = Eigen::Vector3d::Zero();
   const ceres::Solver::Summary summary =
       solve_motion(points, standard, first_plane, rotation.data(), translation.data());
-  std::cout << summary.BriefReport() << std::endl;
+  print_line(summary.BriefReport());
   if (!summary.IsSolutionUsable()) return KESTRANE_ERR_SOLVE_FAILED;
   transform.topLeftCorner<3, 3>() = rotation_matrix(rotation);
   transform.topRightCorner<3, 1>() = translation;

@@ -3,6 +3,8 @@
 #include <sched.h>
 
 #include <cstdio>
+#include <iostream>
+#include <streambuf>
 #include <string>
 
 #include "fast/residual_measurement.h"
@@ -220,6 +222,37 @@ TEST(SolveTransform, FlushesTheReport) {
   std::cout.rdbuf(before);
   EXPECT_GE(buffer.flushes, 1);
   EXPECT_EQ(buffer.str().back(), '\n');
+}
+
+// Standard output that takes nothing, as on a full disk, of a host that wants to know.
+class FullOutput {
+ public:
+  FullOutput() : before_(std::cout.rdbuf(&full_)) { std::cout.exceptions(kAll); }
+  ~FullOutput() {
+    std::cout.exceptions(std::ios::goodbit);
+    std::cout.rdbuf(before_);
+    std::cout.clear();
+  }
+  FullOutput(const FullOutput&) = delete;
+  FullOutput& operator=(const FullOutput&) = delete;
+
+ private:
+  static constexpr std::ios::iostate kAll = std::ios::badbit | std::ios::failbit | std::ios::eofbit;
+  class Full : public std::streambuf {
+    int sync() override { return -1; }
+  } full_;
+  std::streambuf* before_;
+};
+
+TEST(SolveTransform, DoesNotThrowWhereStandardOutputIsFull) {
+  const fast_scene::Standard standard = flat_standard(1);
+  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+  Eigen::Matrix4d transform;
+  const FullOutput full;
+  _KESTRANE_STATUS status = KESTRANE_ERR_FAILED;
+  EXPECT_NO_THROW(status = solve_transform({on_sheet(4)}, &table, 0, 0, transform));
+  EXPECT_EQ(status, KESTRANE_OK);
+  EXPECT_TRUE(std::cout.bad()) << "the host can see it";
 }
 
 TEST(SolveTransform, StaysOffStandardErrorWhateverThePointsAre) {

@@ -76,6 +76,15 @@ inline std::vector<std::vector<_KESTRANE_ID_POINT3D>> field_lists() {
       two_sheets(), simulation::rigid_motion({0.0, 1e-3, 5e-4}, {0.2, 0.0, 0.1}), settings);
 }
 
+// Enough points of two sheets for a solve in one block.
+inline std::vector<std::vector<_KESTRANE_ID_POINT3D>> many_field_points() {
+  simulation::CloudSettings settings = simulation::field_cloud_settings();
+  settings.points = 5000;
+  settings.frames = 3;
+  return fast_scene::measure_all(
+      two_sheets(), simulation::rigid_motion({0.0, 1e-3, 5e-4}, {0.2, 0.0, 0.1}), settings);
+}
+
 // The fast calibration through the exported class.
 struct FastRun {
   static constexpr long kStays = 1;  // the standard's block
@@ -102,6 +111,10 @@ struct FastRun {
     append(numbers, transform.translation, 3);
     return numbers;
   }
+};
+
+struct LargeFastRun : FastRun {
+  LargeFastRun() { lists = many_field_points(); }
 };
 
 // The variant that writes into a coefficient record.

@@ -18,18 +18,25 @@ using namespace kestrane;
 using faults::expect_every_cut_leaves_nothing_behind;
 using faults::Outcome;
 
-class FastFaults : public testing::Test {
-  const faults::OneThread one_thread_;
-};
-
 // --- Whole runs ---------------------------------------------------------------------------------
 
-TEST_F(FastFaults, LeaveNothingBehindInACalibration) {
+TEST(FastFaults, LeaveNothingBehindInACalibration) {
   EXPECT_GT(expect_every_cut_leaves_nothing_behind<faults::FastRun>(), 20);
 }
 
-TEST_F(FastFaults, LeaveNothingBehindInACalibrationWithCoefficients) {
+TEST(FastFaults, LeaveNothingBehindInACalibrationWithCoefficients) {
   EXPECT_GT(expect_every_cut_leaves_nothing_behind<faults::CoefficientRun>(), 20);
+}
+
+TEST(FastFaults, LeaveNothingBehindInACalibrationOfManyPoints) {
+  EXPECT_GT(expect_every_cut_leaves_nothing_behind<faults::LargeFastRun>(), 20);
+}
+
+TEST(FastFaults, AreAllOnTheCallingThread) {
+  faults::FastRun small;
+  EXPECT_EQ(faults::counts_of([&] { small.operate(); }).other_threads, 0);
+  faults::LargeFastRun large;
+  EXPECT_EQ(faults::counts_of([&] { large.operate(); }).other_threads, 0);
 }
 
 // The engine itself, whose caller keeps the lists.
@@ -44,7 +51,7 @@ struct EngineRun : faults::CoefficientRun {
   }
 };
 
-TEST_F(FastFaults, LeaveNothingBehindInTheEngine) {
+TEST(FastFaults, LeaveNothingBehindInTheEngine) {
   EXPECT_GT(expect_every_cut_leaves_nothing_behind<EngineRun>(), 20);
 }
 
@@ -109,7 +116,7 @@ struct Stage : Stages {
   void operate() { std::invoke(kStage, static_cast<Stages&>(*this)); }
 };
 
-TEST_F(FastFaults, LeaveNothingBehindInAnyStage) {
+TEST(FastFaults, LeaveNothingBehindInAnyStage) {
   EXPECT_GT(expect_every_cut_leaves_nothing_behind<Stage<&Stages::filter>>(), 0);
   EXPECT_GT(expect_every_cut_leaves_nothing_behind<Stage<&Stages::divide>>(), 0);
   EXPECT_GT(expect_every_cut_leaves_nothing_behind<Stage<&Stages::measure>>(), 0);
@@ -134,7 +141,7 @@ struct Residuals : faults::CoefficientRun {
   }
 };
 
-TEST_F(FastFaults, LeaveNothingBehindInTheResiduals) {
+TEST(FastFaults, LeaveNothingBehindInTheResiduals) {
   EXPECT_GT(expect_every_cut_leaves_nothing_behind<Residuals>(), 2);
 }
 

@@ -205,6 +205,10 @@ TEST(CutSolve, LeavesAFastCalibratorInOrder) {
   expect_objects_outlive_a_cut_solve<faults::FastRun>();
 }
 
+TEST(CutSolve, LeavesAFastCalibratorOfManyPointsInOrder) {
+  expect_objects_outlive_a_cut_solve<faults::LargeFastRun>();
+}
+
 TEST(CutSolve, LeavesACoefficientRecordInOrder) {
   expect_objects_outlive_a_cut_solve<faults::CoefficientRun>();
 }
