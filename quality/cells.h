@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "kestrane/records.h"
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane::quality {

@@ -71,7 +71,7 @@ class KESTRANE_API KESTRANE_LASER_COMPENSATOR {
   _KESTRANE_STATUS get_compensate_result(_MRV_LASER_PLANE_BLOCK_INFOS& infos);
 
  private:
-  LaserCompensator* impl_;
+  LaserCompensator* engine_;
 };
 
 }  // namespace kestrane

@@ -4,6 +4,7 @@
 
 #include "factory/nominal_grid.h"
 #include "kestrane/quality/coefficients.h"
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane::quality {

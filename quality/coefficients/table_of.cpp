@@ -6,6 +6,7 @@
 #include "factory/plane_grid.h"
 #include "fit/plane_fit.h"
 #include "kestrane/quality/coefficients.h"
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane::quality {

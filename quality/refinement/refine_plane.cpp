@@ -7,6 +7,7 @@
 #include "quality/refinement/cell_planes.h"
 #include "quality/refinement/estimate.h"
 #include "records/fan.h"
+#include "records/guard.h"
 
 namespace kestrane::quality {
 namespace {

@@ -12,8 +12,8 @@
 #include "quality/storage/file_replacement.h"
 #include "quality/storage/opened_file.h"
 #include "quality/storage/place_in_file.h"
+#include "records/coefficient_record.h"
 #include "records/shapes.h"
-#include "records/transform_slots.h"
 
 namespace kestrane::quality {
 namespace {

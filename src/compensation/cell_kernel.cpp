@@ -141,19 +141,6 @@ void correct_plane(const double translation[3], double scale, double plane[3]) {
   for (int i = 0; i < 3; ++i) plane[i] = plane[i] * factor;
 }
 
-void compensate_cell(const PlaneMotion& motion, double cell[3]) {
-  if (cell[0] == 0.0) return;
-  correct_plane(motion.translation, motion.scale, cell);
-  const double x = reference_x(cell[0], cell[2]);
-  const double nx = row_times(motion, 0, cell[0], cell[1], cell[2]);
-  const double ny = row_times(motion, 1, cell[0], cell[1], cell[2]);
-  const double nz = row_times(motion, 2, cell[0], cell[1], cell[2]);
-  const double factor = 1.0 / turned_offset(motion, x, nx, ny, nz);
-  cell[0] = nx * factor;
-  cell[1] = ny * factor;
-  cell[2] = nz * factor;
-}
-
 VectorSet best_vector_set() {
 #ifdef KESTRANE_WIDE_VECTORS
   if (__builtin_cpu_supports("avx512f")) return VectorSet::kAvx512;

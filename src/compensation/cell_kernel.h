@@ -1,7 +1,7 @@
 // The work on single cells of a plane table: scale along the extrinsic translation, then a rigid
 // rotation about the plane's pivot.
 //
-// in    a line of cells, three doubles (a, b, c) of a x + b y + c z + 1 = 0 each, one behind the
+// in    a line of cells, three doubles (a, b, c) of a x + b y + c z + 1 = 0 each, one after the
 //       other; the motion that all cells of one laser plane share
 // out   the same cells, rewritten in place
 //
@@ -29,9 +29,6 @@ void point_along(const double translation[3], const double plane[3], double poin
 // the direction stays. A plane that cannot be brought back to its form stays as it is.
 void correct_plane(const double translation[3], double scale, double plane[3]);
 
-// Moves one cell, step by step: the plain form. A cell whose a is 0.0 is empty and stays.
-void compensate_cell(const PlaneMotion& motion, double cell[3]);
-
 // Vector instructions for which the line form is compiled, in rising order.
 enum class VectorSet { kBaseline, kAvx2, kAvx512 };
 
@@ -43,8 +40,9 @@ VectorSet best_vector_set();
 using LineForm = void(const PlaneMotion& motion, double* cells, std::int32_t count);
 LineForm* line_form(VectorSet set);
 
-// Moves `count` cells; a count below 1 moves none. The first form uses the processor's best set,
-// the second one the given set, which the processor must have.
+// Moves `count` cells; a count below 1 moves none, and a cell whose a is 0.0 is empty and stays.
+// The first form uses the processor's best set, the second one the given set, which the processor
+// must have.
 void compensate_line(const PlaneMotion& motion, double* cells, std::int32_t count);
 void compensate_line(const PlaneMotion& motion, double* cells, std::int32_t count, VectorSet set);
 

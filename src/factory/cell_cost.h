@@ -13,6 +13,7 @@
 
 #include "ceres/jet.h"
 #include "fit/points.h"
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane {

@@ -15,6 +15,7 @@
 #include "fit/laser_geometry_fitter.h"
 #include "records/carving.h"
 #include "records/expects.h"
+#include "records/guard.h"
 #include "records/table_copy.h"
 
 namespace kestrane {
@@ -28,7 +29,7 @@ std::int64_t lay_out(void* buffer, _MRV_LASER_PLANE_BLOCK_INFOS& table) {
   auto* grids = carver.take<_LASER_PLANE_GRIDS>(1);
   auto* rows = carver.take<_MRV_LASER_PLANE_BLOCK_INFO>(kMaxPlanes);
   for (std::int32_t p = 0; p < kMaxPlanes; ++p) {
-    carve_table(carver, kBlocks, Counts::kLeft, carver.carves() ? &rows[p].block : nullptr);
+    carve_table(carver, kBlocks, Counts::kLeft, rows, p, &_MRV_LASER_PLANE_BLOCK_INFO::block);
   }
   if (carver.carves()) {
     table.grids = grids;

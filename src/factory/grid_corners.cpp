@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane {

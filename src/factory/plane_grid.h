@@ -9,6 +9,7 @@
 
 #include "fit/points.h"
 #include "kestrane/records.h"
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane {

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "records/expects.h"
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane {

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "fast/point_sets.h"
+#include "records/coefficient_record.h"
 #include "records/expects.h"
-#include "records/transform_slots.h"
 
 namespace kestrane {
 namespace {

@@ -25,7 +25,7 @@ std::int64_t lay_out_standard(void* block, _LASER_PLANE_BLOCK_INFOS*& standard) 
   auto* record = carver.take<_LASER_PLANE_BLOCK_INFOS>(1);
   auto* rows = carver.take<_LASER_PLANE_BLOCK_INFO>(kMaxPlanes);
   for (std::int32_t p = 0; p < kMaxPlanes; ++p) {
-    carve_table(carver, kBlocks, Counts::kLeft, carver.carves() ? &rows[p].block : nullptr);
+    carve_table(carver, kBlocks, Counts::kLeft, rows, p, &_LASER_PLANE_BLOCK_INFO::block);
   }
   auto* grids = carver.take<_LASER_PLANE_GRIDS>(1);
   if (carver.carves()) {

@@ -7,10 +7,10 @@
 
 #include "files/reading.h"
 #include "kestrane/files.h"
+#include "records/coefficient_record.h"
 #include "records/expects.h"
 #include "records/shapes.h"
 #include "records/table_fit.h"
-#include "records/transform_slots.h"
 
 namespace kestrane {
 namespace {

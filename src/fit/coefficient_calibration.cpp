@@ -5,11 +5,12 @@
 #include <cstring>
 
 #include "fit/laser_geometry_fitter.h"
+#include "records/coefficient_record.h"
 #include "records/expects.h"
+#include "records/guard.h"
 #include "records/shapes.h"
 #include "records/table_copy.h"
 #include "records/table_fit.h"
-#include "records/transform_slots.h"
 
 namespace kestrane {
 namespace {

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <limits>
 
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane {

@@ -6,6 +6,7 @@
 #include "fit/distance_stats.h"
 #include "fit/plane_decomposition.h"
 #include "fit/signed_distance.h"
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane {

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane {

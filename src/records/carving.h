@@ -54,8 +54,15 @@ void carve_lines(Carver& carver, TableShape shape, Counts counts, _LASER_LINES_I
 // The cells of a table whose lines are carved: one section per line.
 void carve_cells(Carver& carver, TableShape shape, Counts counts, _LASER_LINES_INFOS* table);
 
-// Line table and cells, one behind the other.
+// Line table and cells, one after the other.
 void carve_table(Carver& carver, TableShape shape, Counts counts, _LASER_LINES_INFOS* table);
+
+// The same for a table of row `row`. `rows` is not looked at when measuring.
+template <class Row>
+void carve_table(Carver& carver, TableShape shape, Counts counts, Row* rows, std::int32_t row,
+                 _LASER_LINES_INFOS Row::*table) {
+  carve_table(carver, shape, counts, carver.carves() ? &(rows[row].*table) : nullptr);
+}
 
 // A zeroed block of `size` bytes from the heap, to be freed with std::free. Null when the heap has
 // none, when `size` does not fit the 32 bits in which the library counts bytes, or when it lies

@@ -2,7 +2,7 @@
 
 #include "kestrane/buffers.h"
 #include "records/carving.h"
-#include "records/transform_slots.h"
+#include "records/coefficient_record.h"
 
 namespace kestrane {
 namespace {

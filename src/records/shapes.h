@@ -16,9 +16,6 @@ inline constexpr TableShape kCorners{16, 51};  // grid corners, coefficients
 
 inline constexpr std::int32_t kMaxPlanes = 100;
 
-// Added to a denominator, or the size under which a value counts as zero.
-inline constexpr double kGuard = 2.220446049250313e-16;
-
 inline constexpr double kDepthFirst = 150.0;  // depth of corner 0
 inline constexpr double kDepthLast = 1500.0;  // depth of corner 50
 inline constexpr double kDepthStep = 27.0;

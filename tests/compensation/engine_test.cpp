@@ -1,5 +1,5 @@
 // The engine from inside: its store, its pivots, what it allocates.
-#include "compensation/laser_compensator.h"
+#include "compensation/engine.h"
 
 #include <gtest/gtest.h>
 

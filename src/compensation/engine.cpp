@@ -1,4 +1,4 @@
-#include "compensation/laser_compensator.h"
+#include "compensation/engine.h"
 
 #include <algorithm>
 #include <cmath>
@@ -22,8 +22,8 @@ std::int64_t lay_out(void* store) {
   Carver carver(store);
   auto* rows = carver.take<_LASER_PLANE_BLOCK_INFO>(kMaxPlanes);
   for (std::int32_t p = 0; p < kMaxPlanes; ++p) {
-    carve_table(carver, kBlocks, Counts::kLeft, carver.carves() ? &rows[p].block : nullptr);
-    carve_table(carver, kBlocks, Counts::kLeft, carver.carves() ? &rows[p].block_aux : nullptr);
+    carve_table(carver, kBlocks, Counts::kLeft, rows, p, &_LASER_PLANE_BLOCK_INFO::block);
+    carve_table(carver, kBlocks, Counts::kLeft, rows, p, &_LASER_PLANE_BLOCK_INFO::block_aux);
   }
   return carver.size();
 }
