@@ -102,13 +102,23 @@ TEST(Readme, ShowsEverySnippetOnceAndOneForEachJob) {
   std::multiset<std::string> there;
   for (const auto& entry : std::filesystem::directory_iterator(kFolder + "examples")) {
     if (entry.path().extension() != ".cpp") continue;
-    const std::string source = "examples/" + entry.path().filename().string();
+    const std::string name = entry.path().filename().string();
+    if (name.starts_with("safe_")) continue;  // the safe forms belong to the guide
+    const std::string source = "examples/" + name;
     if (!snippet_in(source).empty()) there.insert(source);
   }
   EXPECT_EQ(shown, there);
   for (const char* job :
        {"first_table", "update_coefficients", "field_calibration", "compensate"}) {
     EXPECT_EQ(shown.count("examples/" + std::string(job) + ".cpp"), 1u) << job;
+  }
+}
+
+TEST(Guide, ShowsTheSnippetsOfTheExamplesToTheLetter) {
+  if (!std::filesystem::exists(kFolder + "docs/guide.md")) GTEST_SKIP() << "no guide";
+  for (const Snippet& snippet : snippets_of(lines_of_file("docs/guide.md"))) {
+    EXPECT_FALSE(snippet.lines.empty()) << snippet.source;
+    EXPECT_EQ(snippet.lines, snippet_in(snippet.source)) << snippet.source;
   }
 }
 

@@ -435,6 +435,22 @@ TEST(SafeField, TellsTheMotionWithItsUncertaintyAndWhatIsNotFixed) {
   EXPECT_THAT(field.output, HasSubstr("usable with limits"));
 }
 
+TEST(SafeCoefficients, StoreARecordWhoseTableMeetsTheDevice) {
+  const Folder folder;
+  std::filesystem::create_directory(folder.path());
+  const std::string file = folder.path() + "/coefficients.bin";
+  const Ended update = run(std::string(SAFE_COEFFICIENTS) + " " + file);
+  EXPECT_EQ(update.status, 0) << update.output;
+  EXPECT_THAT(update.output, HasSubstr("table of 3 planes at condition 24, off its sheets by 0."));
+  EXPECT_TRUE(std::filesystem::exists(file));
+}
+
+TEST(SafeCoefficients, NameTheFileThatCannotBeWritten) {
+  const Ended update = run(std::string(SAFE_COEFFICIENTS) + " /dev/null/a 2>&1");
+  EXPECT_EQ(update.status, 1);
+  EXPECT_THAT(update.output, HasSubstr("/dev/null/a: "));
+}
+
 TEST(Compensate, MeetsTheWarmDevice) {
   const Ended warm = run(COMPENSATE);
   EXPECT_EQ(warm.status, 0) << warm.output;

@@ -142,6 +142,21 @@ TEST(MotionFigures, SheetsInAllDirectionsLeaveNoneFree) {
   EXPECT_EQ(figures.directions[5].strength, 1.0);
 }
 
+// The eigenvalue goes with the square of how far the sheets lean.
+TEST(MotionFigures, ADirectionBelowABillionthOfTheStrongestMovesNoSheet) {
+  const auto weakest = [](double lean) {
+    const std::vector<UnitPlane> sheets = {
+        sheet_of({1, lean, -0.2}, {110, 0, 0}), sheet_of({1, -lean, 0.2}, {120, 0, 0}),
+        sheet_of({1, lean, 0.1}, {130, 0, 0}), sheet_of({1, -lean, -0.1}, {140, 0, 0})};
+    return motion_figures(measure({sheets, {}}), {}).directions[0];
+  };
+  EXPECT_LT(weakest(1e-5).strength, 1e-9);
+  EXPECT_TRUE(std::isinf(weakest(1e-5).sigma));
+  EXPECT_GT(weakest(1e-3).strength, 1e-9);
+  EXPECT_LT(weakest(1e-3).strength, 1e-5);
+  EXPECT_TRUE(std::isfinite(weakest(1e-3).sigma));
+}
+
 TEST(MotionFigures, ADirectionIsNotFixedOnceItsSigmaPassesOne) {
   // Sheets that lean so little that noise hides where they are along y.
   Scene scene{{sheet_of({1, 0.01, -0.2}, {110, 0, 0}), sheet_of({1, -0.01, 0.2}, {120, 0, 0}),
