@@ -12,9 +12,10 @@
 #include "fast/interior_planes.h"
 #include "fast/residual_measurement.h"
 #include "fast/transform_solve.h"
+#include "kestrane/buffers.h"
 #include "kestrane/fast_calib.h"
 #include "simulation/scanner.h"
-#include "solver/quiet_solve.h"
+#include "tests/literal/crossing_frames.h"
 #include "tests/literal/fast_solve.h"
 #include "tests/literal/plane_fit.h"
 #include "tests/support/fast_scene.h"
@@ -94,19 +95,19 @@ void require_same_calibration(Scene& scene) {
 
 void BM_FastCalib(benchmark::State& state) {
   const SilencedOutput silenced;
-  Scene scene(static_cast<int>(state.range(0)), 4000, 20);
+  Scene scene(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), 20);
   require_same_calibration(scene);
   kestrane::KESTRANE_LASER_FAST_CALIB calib;
   calib.init();
   calib.set_laser_plane_standard(scene.standard.host());
   const int last = static_cast<int>(state.range(0)) - 1;
   for (auto _ : state) benchmark::DoNotOptimize(calib.fast_calib(scene.frames, 0, last));
-  state.SetItemsProcessed(state.iterations() * state.range(0) * 4000);
+  state.SetItemsProcessed(state.iterations() * state.range(0) * state.range(1));
 }
 
 void BM_FastCalibLiteral(benchmark::State& state) {
   const SilencedOutput silenced;
-  Scene scene(static_cast<int>(state.range(0)), 4000, 20);
+  Scene scene(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), 20);
   for (auto _ : state) {
     const FrameLists copy = scene.frames;  // the exported operation takes its lists by value
     _MRV_EXTRINSIC_PARAM motion;
@@ -114,6 +115,68 @@ void BM_FastCalibLiteral(benchmark::State& state) {
     literal::calib_Rt(copy, scene.standard.table(), 0, literal_fit, motion, indicators);
     benchmark::DoNotOptimize(motion);
     benchmark::DoNotOptimize(indicators);
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0) * state.range(1));
+}
+
+// --- The variant for a device with coefficients ---
+
+bool literal_banded_fit(const kestrane::PointMatrix3& cloud, double* plane) {
+  literal::PlaneAbcd abcd;
+  literal::PlaneFitStats stats{};
+  literal::PointMatrix3 inliers;
+  if (!literal::fit_plane_robust(cloud, abcd, stats, inliers, {220, 350}, 1)) return false;
+  for (int i = 0; i < 4; ++i) plane[i] = abcd[i];
+  return true;
+}
+
+bool calibrate_literally(const Scene& scene, _MRV_EXTRINSIC_PARAM& motion) {
+  literal::PointSets points;
+  return literal::collect_plane_points(scene.frames, literal_banded_fit, points) &&
+         literal::solve_transform(points, &scene.standard.table(), 0, motion);
+}
+
+// An engine and a record with one range over all planes of the scene.
+struct CoefficientJob {
+  Scene scene;
+  int last;
+  kestrane::KestraneLaserFastCalibrator engine;
+  kestrane::LASER_COMPENSATOR_COEFFS_MANAGER coeffs;
+
+  explicit CoefficientJob(int planes) : scene(planes, 4000, 20), last(planes - 1) {
+    engine.init();
+    engine.set_laser_plane_standard(scene.standard.host());
+    coeffs.init(planes);
+    kestrane::_COMPENSATOR_COEFFS* record = nullptr;
+    coeffs.get_compensator_coeffs(planes, record);
+    coeffs.range_count = 1;
+    coeffs.range_last[0] = last;
+  }
+
+  _KESTRANE_STATUS run() { return engine.calib_Rt(scene.frames, 0, last, 0.0, coeffs, coeffs); }
+};
+
+void BM_CoefficientCalib(benchmark::State& state) {
+  const SilencedOutput silenced;
+  CoefficientJob job(static_cast<int>(state.range(0)));
+  require(job.run() == KESTRANE_OK, "the calibration with coefficients fails");
+  _MRV_EXTRINSIC_PARAM motion;
+  require(calibrate_literally(job.scene, motion), "the literal one with coefficients fails");
+  for (int i = 0; i < 9; ++i) {
+    require(std::abs(job.coeffs.Mbs_factory_to_user[i] - motion.R[i]) < kSameSolution,
+            "both forms with coefficients end elsewhere");
+  }
+  for (auto _ : state) benchmark::DoNotOptimize(job.run());
+  state.SetItemsProcessed(state.iterations() * state.range(0) * 4000);
+}
+
+void BM_CoefficientCalibLiteral(benchmark::State& state) {
+  const SilencedOutput silenced;
+  const Scene scene(static_cast<int>(state.range(0)), 4000, 20);
+  for (auto _ : state) {
+    _MRV_EXTRINSIC_PARAM motion;
+    calibrate_literally(scene, motion);
+    benchmark::DoNotOptimize(motion);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0) * 4000);
 }
@@ -138,19 +201,12 @@ void BM_FastCalibSplit(benchmark::State& state) {
     kestrane::divide_into_interior_planes(filtered, *standard->grids, points);
     const auto t2 = now();
     double rotation[3] = {0, 0, 0}, translation[3] = {0, 0, 0};
-    kestrane::ResidualParts parts;
-    ceres::Problem problem(kestrane::borrowed_parts());
-    kestrane::add_residual_blocks(problem, parts, points, &standard, 0, rotation, translation);
+    const ceres::Solver::Summary summary =
+        kestrane::solve_motion(points, &standard, 0, rotation, translation);
     const auto t3 = now();
-    ceres::Solver::Options options;
-    options.num_threads = 1;
-    options.linear_solver_type = ceres::ITERATIVE_SCHUR;
-    options.logging_type = ceres::SILENT;
-    ceres::Solver::Summary summary;
-    ceres::Solve(options, &problem, &summary);
     frames += ms(t0, t1);
     planes += ms(t1, t2);
-    building += ms(t2, t3);
+    building += ms(t2, t3) - 1e3 * summary.total_time_in_seconds;
     const double evaluating =
         summary.residual_evaluation_time_in_seconds + summary.jacobian_evaluation_time_in_seconds;
     evaluation += 1e3 * evaluating;
@@ -244,13 +300,25 @@ void BM_FrameFilterLiteral(benchmark::State& state) {
 }
 
 BENCHMARK(BM_FastCalib)
-    ->Arg(10)
-    ->Arg(40)
+    ->Args({10, 4000})
+    ->Args({40, 4000})
+    ->Args({100, 2000})
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime()
     ->UseRealTime();
 BENCHMARK(BM_FastCalibLiteral)
-    ->Arg(10)
+    ->Args({10, 4000})
+    ->Args({40, 4000})
+    ->Args({100, 2000})
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(BM_CoefficientCalib)
+    ->Arg(40)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(BM_CoefficientCalibLiteral)
     ->Arg(40)
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime()
