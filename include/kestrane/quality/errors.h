@@ -23,9 +23,9 @@ class KESTRANE_API FileError : public std::runtime_error {
   /// @param path    the file, as the caller named it
   /// @param reason  what went wrong, without the path: "cut after plane 3, line 7"
   FileError(const std::string& path, const std::string& reason);
-  FileError(const FileError&) = default;
-  FileError& operator=(const FileError&) = default;
-  ~FileError() override;
+  FileError(const FileError&) = default;             ///< a copy
+  FileError& operator=(const FileError&) = default;  ///< a copy
+  ~FileError() override;                             ///< nothing special
 
   const std::string& path() const { return path_; }      ///< the file, as the caller named it
   const std::string& reason() const { return reason_; }  ///< what went wrong
