@@ -61,7 +61,7 @@ std::vector<PointMatrix3> group_by_frame(const PlanePoints& points,
   return groups;
 }
 
-// A frame without points crosses nothing: its shares are no numbers.
+// A frame without points crosses nothing: its shares are not numbers.
 bool crosses(const std::vector<double>& distances) {
   std::ptrdiff_t below = 0;
   std::ptrdiff_t near = 0;

@@ -40,7 +40,7 @@ std::vector<bool> reject_frames(const std::vector<double>& means,
 
 // Measures each frame against the standard as it stands and keeps those whose mean distance lies
 // below 1.5 times the running average. That average carries over from list to list with the weight
-// of one frame, and a NaN or an infinity in it stays for all lists behind. Frame numbers outside
+// of one frame, and a NaN or an infinity in it stays for all later lists. Frame numbers outside
 // the range of the first list are dropped, so an empty first list leaves nothing.
 //
 // filtered  resized to the lists of `frames`; points are appended

@@ -231,7 +231,7 @@ void MotionCost::move_cells(const Motion& motion) const {
   }
 }
 
-// Calls work(moved cell, its points, their place behind `begin`) for the points from begin to end.
+// Calls work(moved cell, its points, their place from `begin` on) for the points from begin to end.
 //
 // cell  the cell of the point at `begin` or an earlier one; afterwards that of the last point
 template <class Work>

@@ -18,7 +18,7 @@ void rotate(const double* R, const double* v, double* rotated) {
 }
 
 // The axis of the coefficient of largest magnitude; the earlier one on a tie. No axis, -1, where
-// only zeros and NaN stand behind an a of 0.
+// only zeros and NaN follow an a of 0.
 int pivot_axis(const double* coeffs) {
   int axis = coeffs[0] == 0.0 ? -1 : 0;
   double largest = std::abs(coeffs[0]);
@@ -69,11 +69,11 @@ bool lookup_plane_cell(const double* point, const _LASER_PLANE_BLOCK_INFOS& stan
 
 void transform_plane(const double* coeffs, double* moved_coeffs,
                      const _MRV_EXTRINSIC_PARAM& extrinsic, double& d) {
-  const double foot[3] = {-1.0 / coeffs[0], 0.0, 0.0};
+  const double axis_point[3] = {-1.0 / coeffs[0], 0.0, 0.0};
   double normal[3];
   double point[3];
   rotate(extrinsic.R, coeffs, normal);
-  rotate(extrinsic.R, foot, point);
+  rotate(extrinsic.R, axis_point, point);
   for (int i = 0; i < 3; ++i) point[i] += extrinsic.T[i];
   d = -(normal[0] * point[0] + normal[1] * point[1] + normal[2] * point[2]);  // order fixed
   for (int i = 0; i < 3; ++i) moved_coeffs[i] = normal[i] / d;

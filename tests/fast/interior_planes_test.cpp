@@ -41,7 +41,7 @@ std::vector<double> numbers(const PlanePoints& points) {
 
 using Numbers = std::vector<double>;
 
-// Too few points for a fit: what comes out shows the zones, one behind the other.
+// Too few points for a fit: what comes out shows the zones, one after the other.
 
 TEST(DivideIntoInteriorPlanes, PutsLinesFourFiveNineAndTenIntoTheirZones) {
   const List list = {at_line(10, 1), at_line(4, 2), at_line(9, 3), at_line(5, 4), at_line(4, 5)};

@@ -15,14 +15,14 @@ struct Found {
   bool found;
   double coeffs[3] = {-7, -7, -7};
   double normal[3] = {-7, -7, -7};
-  double foot[3] = {-7, -7, -7};
+  double axis_point[3] = {-7, -7, -7};
 };
 
 Found look_up(const fast_scene::Standard& standard, double x, double y, double z, int plane = 0) {
   Found result{};
   const double point[3] = {x, y, z};
   result.found = kestrane::lookup_plane_cell(point, standard.table(), plane, result.coeffs,
-                                             result.normal, result.foot);
+                                             result.normal, result.axis_point);
   return result;
 }
 
@@ -36,9 +36,9 @@ TEST(LookupPlaneCell, GivesCoefficientsUnitNormalAndFoot) {
   EXPECT_EQ(found.normal[0], -0.8);
   EXPECT_EQ(found.normal[1], 0.0);
   EXPECT_EQ(found.normal[2], 0.6);
-  EXPECT_EQ(found.foot[0], 0.25);
-  EXPECT_EQ(found.foot[1], 0.0);
-  EXPECT_EQ(found.foot[2], 0.0);
+  EXPECT_EQ(found.axis_point[0], 0.25);
+  EXPECT_EQ(found.axis_point[1], 0.0);
+  EXPECT_EQ(found.axis_point[2], 0.0);
 }
 
 TEST(LookupPlaneCell, IgnoresX) {
@@ -119,9 +119,9 @@ TEST(LookupPlaneCell, TakesACellWithoutXForValid) {
   standard.cell(0, 7, 5) = {{0.0, 0.5, -0.25}};
   const Found found = look_up(standard, 0, 0, 300.0);
   ASSERT_TRUE(found.found);
-  EXPECT_EQ(found.foot[0], 0.0);
-  EXPECT_EQ(found.foot[1], -2.0);
-  EXPECT_EQ(found.foot[2], 0.0);
+  EXPECT_EQ(found.axis_point[0], 0.0);
+  EXPECT_EQ(found.axis_point[1], -2.0);
+  EXPECT_EQ(found.axis_point[2], 0.0);
 }
 
 TEST(LookupPlaneCell, PutsTheFootOnTheLargestCoefficientAndTheEarlierOneOnATie) {
@@ -129,7 +129,7 @@ TEST(LookupPlaneCell, PutsTheFootOnTheLargestCoefficientAndTheEarlierOneOnATie) 
   const auto foot_of = [&](kestrane::_LASER_TRIPLE abc) {
     standard.cell(0, 7, 5) = abc;
     const Found found = look_up(standard, 0, 0, 300.0);
-    return std::vector<double>(found.foot, found.foot + 3);
+    return std::vector<double>(found.axis_point, found.axis_point + 3);
   };
   using Foot = std::vector<double>;
   EXPECT_EQ(foot_of({{1, 1, 1}}), (Foot{-1, 0, 0}));
@@ -140,7 +140,7 @@ TEST(LookupPlaneCell, PutsTheFootOnTheLargestCoefficientAndTheEarlierOneOnATie) 
   EXPECT_EQ(foot_of({{0, kNaN, 4}}), (Foot{0, 0, -0.25}));
 }
 
-// No coefficient is greater than a 0 in front, so none decides where the foot lies.
+// No coefficient is greater than a 0 in front, so none decides where the axis_point lies.
 TEST(LookupPlaneCell, HasNoFootWhereOnlyNoNumberStandsBehindAnAOfZero) {
   fast_scene::Standard standard(1);
   for (const kestrane::_LASER_TRIPLE abc :
@@ -148,7 +148,7 @@ TEST(LookupPlaneCell, HasNoFootWhereOnlyNoNumberStandsBehindAnAOfZero) {
     standard.cell(0, 7, 5) = abc;
     const Found found = look_up(standard, 0, 0, 300.0);
     EXPECT_TRUE(found.found);
-    for (const double coordinate : found.foot) EXPECT_EQ(coordinate, 0.0);
+    for (const double coordinate : found.axis_point) EXPECT_EQ(coordinate, 0.0);
   }
 }
 
@@ -158,7 +158,7 @@ TEST(LookupPlaneCell, LeavesACellThatIsNoNumberUnscaled) {
   const Found found = look_up(standard, 0, 0, 300.0);
   ASSERT_TRUE(found.found);
   EXPECT_EQ(found.normal[1], 2.0);
-  expect_same(found.foot[0], kNaN);
+  expect_same(found.axis_point[0], kNaN);
 }
 
 TEST(TransformPlane, KeepsAPlaneThatIsNotMoved) {
@@ -214,7 +214,7 @@ TEST(PlaneCell, AgreesWithTheLiteralFormOnRandomInput) {
     const double point[3] = {random.gaussian(), random.uniform(-0.7, 0.7) * z, z};
     Found expected{};
     expected.found = literal::lookup_plane_cell(point, standard.table(), 0, expected.coeffs,
-                                                expected.normal, expected.foot);
+                                                expected.normal, expected.axis_point);
     const Found found = look_up(standard, point[0], point[1], point[2]);
     ASSERT_EQ(found.found, expected.found);
     hits += found.found ? 1 : 0;
@@ -228,7 +228,7 @@ TEST(PlaneCell, AgreesWithTheLiteralFormOnRandomInput) {
     for (int c = 0; c < 3; ++c) {
       ASSERT_TRUE(same_bits(found.coeffs[c], expected.coeffs[c]));
       ASSERT_TRUE(same_bits(found.normal[c], expected.normal[c]));
-      ASSERT_TRUE(same_bits(found.foot[c], expected.foot[c]));
+      ASSERT_TRUE(same_bits(found.axis_point[c], expected.axis_point[c]));
       ASSERT_TRUE(same_bits(moved[c], moved_expected[c]));
     }
   }
