@@ -1,10 +1,9 @@
 // From findings to a verdict.
 #include <algorithm>
 #include <array>
-#include <cmath>
+#include <iterator>
 #include <limits>
 #include <stdexcept>
-#include <utility>
 
 #include "kestrane/quality/findings.h"
 
@@ -65,9 +64,11 @@ Level Judgement::worst() const {
 
 Judgement conclude(std::vector<Finding> findings, const Limits& limits) {
   check(limits);
-  std::stable_sort(findings.begin(), findings.end(),
-                   [](const Finding& a, const Finding& b) { return a.level > b.level; });
-  Judgement judgement{std::move(findings), {}};
+  Judgement judgement;
+  for (const Level level : {Level::kBad, Level::kWarn, Level::kOk}) {
+    std::copy_if(findings.begin(), findings.end(), std::back_inserter(judgement.findings),
+                 [=](const Finding& finding) { return finding.level == level; });
+  }
   judgement.verdict = verdict_of(judgement.worst(), limits);
   return judgement;
 }

@@ -31,8 +31,9 @@ std::vector<std::int32_t> farthest_frames(const PlaneFigures& plane) {
   for (const PoseFigures& pose : plane.poses) {
     if (!std::isnan(pose.median)) poses.push_back(pose);
   }
-  std::stable_sort(poses.begin(), poses.end(), [&](const PoseFigures& a, const PoseFigures& b) {
-    return std::abs(a.median - plane.median) > std::abs(b.median - plane.median);
+  std::sort(poses.begin(), poses.end(), [&](const PoseFigures& a, const PoseFigures& b) {
+    const double away[2] = {std::abs(a.median - plane.median), std::abs(b.median - plane.median)};
+    return away[0] > away[1] || (away[0] == away[1] && a.frame < b.frame);
   });
   poses.resize(std::min<std::size_t>(poses.size(), 2));
   std::vector<std::int32_t> frames;

@@ -2,12 +2,17 @@
 // exception comes out, nothing is lost, and no file is left behind or harmed.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
 
+#include "kestrane/factory_calib.h"
 #include "kestrane/quality/coefficients.h"
+#include "kestrane/quality/factory.h"
+#include "kestrane/quality/findings.h"
 #include "kestrane/quality/screening.h"
 #include "kestrane/quality/storage.h"
 #include "tests/faults/every_cut.h"
@@ -89,6 +94,44 @@ class CloudRefusal {
  private:
   PointList points_ = fan_grid(20, 20, 0.15, 0.95, bowed_x);
   ScreenedCloud screened_;
+};
+
+// A plane with a bad point and a gap, calibrated, measured and judged. The engine's block stays.
+class SafeFactory {
+ public:
+  static constexpr long kStays = 1;
+  SafeFactory() {
+    EXPECT_EQ(engine_.init(), KESTRANE_OK);
+    PointList& points = clouds_[0];
+    points.erase(std::remove_if(points.begin(), points.end(),
+                                [](const auto& p) { return std::abs(p.y) > 0.1 * p.z; }),
+                 points.end());  // a few sectors are enough
+    for (std::size_t i = 0; i < points.size(); ++i) points[i].id = static_cast<std::int32_t>(i % 4);
+    points[7].x += 50.0;
+  }
+  void operate() {
+    result_ = calibrate_factory(engine_, clouds_of(clouds_));
+    judgement_ = judge(result_);
+  }
+  Outcome outcome() const {
+    EXPECT_EQ(result_.refused, "");
+    EXPECT_GT(result_.planes[0].repeatability, 0.0);
+    Outcome outcome = numbers_of(result_.table);
+    outcome.push_back(result_.device.rms);
+    outcome.push_back(result_.device.q99);
+    outcome.push_back(result_.planes[0].repeatability);
+    for (const Finding& finding : judgement_.findings) {
+      const Outcome text = numbers_of(finding.text);
+      append(outcome, text.data(), text.size());
+    }
+    return outcome;
+  }
+
+ private:
+  kestrane::KESTRANE_LASER_FAC_CALIB engine_;
+  std::vector<PointList> clouds_ = {fan_grid(120, 60, 150.0, 950.0, bowed_x), {}};
+  FactoryResult result_;
+  Judgement judgement_;
 };
 
 class FrameScreening {
@@ -194,6 +237,10 @@ TEST(MemoryFaults, LeaveTablesWhole) {
 TEST(MemoryFaults, LeaveTheScreeningOfACloudRepeatable) {
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<CloudScreening>(), 10);
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<CloudRefusal>(), 5);
+}
+
+TEST(MemoryFaults, LeaveSafeCalibrationsRepeatable) {
+  EXPECT_GE(expect_every_cut_leaves_nothing_behind<SafeFactory>(), 100);
 }
 
 TEST(MemoryFaults, LeaveTheScreeningOfFramesRepeatable) {
