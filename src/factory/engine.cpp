@@ -12,7 +12,7 @@
 #include "factory/fan_sectors.h"
 #include "factory/grid_corners.h"
 #include "factory/nominal_grid.h"
-#include "fit/laser_geometry_fitter.h"
+#include "fit/streamed_fit.h"
 #include "records/carving.h"
 #include "records/expects.h"
 #include "records/guard.h"
@@ -20,8 +20,6 @@
 
 namespace kestrane {
 namespace {
-
-constexpr std::int32_t kWholePlaneFit = 0;  // fit_mode: banded, with rejection
 
 // Grid record, rows, then each plane's table. Measures with a null buffer.
 std::int64_t lay_out(void* buffer, _MRV_LASER_PLANE_BLOCK_INFOS& table) {
@@ -65,10 +63,9 @@ PointMatrix3 copy_points(const _KESTRANE_ID_POINT3DS& points) {
 }
 
 bool fit_whole_plane(const PointMatrix3& points, _LASER_TYPE type, PlaneAbcd& plane) {
-  LaserGeometryFitter fitter;
-  fitter.set_params(false, 0, 0.0, 0.0);
-  PointMatrix3 inliers;  // not wanted
-  return fitter.fit_plane_robust(points, plane, inliers, depth_band_of(type), kWholePlaneFit);
+  const RobustFit robust = fit_in_band(points, depth_band_of(type));
+  if (robust.fit) plane = robust.fit->plane;
+  return robust.complete;
 }
 
 _LASER_TRIPLE triple_of(const _LASER_TRIPLE& triple) { return triple; }

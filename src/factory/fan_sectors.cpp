@@ -6,14 +6,13 @@
 #include <utility>
 #include <vector>
 
-#include "fit/laser_geometry_fitter.h"
+#include "fit/streamed_fit.h"
 #include "records/shapes.h"
 
 namespace kestrane {
 namespace {
 
 constexpr double kEmptyPlane = 1e-12;
-constexpr std::int32_t kSectorFit = 1;  // fit_mode: banded, with rejection
 
 bool is_empty(const PlaneAbcd& plane) {
   for (int i = 0; i < 4; ++i) {
@@ -91,15 +90,12 @@ void fit_sector_planes(_LASER_TYPE laser_type, const SectorClouds& sector_clouds
   sector_planes.assign(sector_clouds.size(), PlaneAbcd::Zero());
   sector_points.assign(sector_clouds.size(), PointMatrix3(0, 3));
   const DepthBand depth_band = depth_band_of(laser_type);
-  LaserGeometryFitter fitter;
-  fitter.set_params(false, 0, 0.0, 0.0);
   for (std::size_t s = 0; s < sector_clouds.size(); ++s) {
     if (sector_clouds[s].rows() < kFewestSectorPoints) continue;
-    PlaneAbcd plane = PlaneAbcd::Zero();
-    if (fitter.fit_plane_robust(sector_clouds[s], plane, sector_points[s], depth_band,
-                                kSectorFit)) {
-      sector_planes[s] = plane;
-    }
+    RobustFit robust = fit_in_band(sector_clouds[s], depth_band);
+    if (!robust.complete) continue;
+    sector_planes[s] = robust.fit->plane;
+    sector_points[s] = std::move(robust.inliers);
   }
   fill_empty_sector_planes(sector_planes);
 }

@@ -6,14 +6,13 @@
 #include <unordered_map>
 
 #include "fast/field_depths.h"
-#include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
+#include "fit/streamed_fit.h"
 
 namespace kestrane {
 namespace {
 
 constexpr double kFitDeeperThan = 200.0;
-constexpr std::int32_t kBandedFit = 1;
 
 constexpr double kLeastShare = 0.05;     // of a frame's points on either side
 constexpr double kLeastNearShare = 0.5;  // of a frame's points near the plane
@@ -109,14 +108,9 @@ void compact_frame_ids(const std::vector<std::int32_t>& ids, std::vector<int>& o
 bool select_plane_frames(const PlanePoints& list_points, const std::vector<int>& ordinals,
                          PlanePoints& kept, PlaneAbcd& plane) {
   if (ordinals.empty()) return false;
-  LaserGeometryFitter fitter;
-  fitter.set_params(false, 0, 0.0, 0.0);
-  PlaneFitStats stats{};
-  PointMatrix3 inliers;
-  if (!fitter.fit_plane_robust(points_to_fit(list_points), plane, stats, inliers, kFieldDepths,
-                               kBandedFit)) {
-    return false;
-  }
+  const RobustFit robust = fit_in_band(points_to_fit(list_points), kFieldDepths);
+  if (robust.fit) plane = robust.fit->plane;
+  if (!robust.complete) return false;
   select_crossing_frames(plane, group_by_frame(list_points, ordinals), kept);
   return kept.cols() > 0;
 }

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fast/field_depths.h"
-#include "fit/laser_geometry_fitter.h"
+#include "fit/streamed_fit.h"
 #include "records/fan.h"
 
 namespace kestrane {
@@ -19,7 +19,6 @@ constexpr double kZoneOneFrom = 5.0;   // first table line of zone 1
 constexpr double kZoneTwoFrom = 10.0;  // first table line of zone 2, which has no last one
 constexpr std::uint8_t kNoZone = kZones;
 
-constexpr std::int32_t kBandedFit = 0;
 constexpr double kFarthestFromZone = 2.0;  // in the unit of the points
 
 // Compared as doubles: a line number is truncated toward zero, and a huge one has no integer.
@@ -53,13 +52,8 @@ std::array<PointMatrix3, kZones> split_into_zones(const std::vector<_KESTRANE_ID
 
 // Where the fit fails before its first plane, the plane stays zero: every distance is 0/0.
 PlaneAbcd fit_zone(const PointMatrix3& cloud) {
-  LaserGeometryFitter fitter;
-  fitter.set_params(false, 0, 0.0, 0.0);
-  PlaneAbcd plane = PlaneAbcd::Zero();
-  PlaneFitStats stats{};
-  PointMatrix3 inliers;
-  fitter.fit_plane_robust(cloud, plane, stats, inliers, kFieldDepths, kBandedFit);
-  return plane;
+  const RobustFit robust = fit_in_band(cloud, kFieldDepths);
+  return robust.fit ? robust.fit->plane : PlaneAbcd(PlaneAbcd::Zero());
 }
 
 // Written so that a distance that is not a number keeps its point.

@@ -8,6 +8,10 @@
 
 namespace kestrane {
 
+// The roads of a robust fit. Every value but kSinglePass takes the banded one.
+enum class FitMode : std::int32_t { kBanded = 0, kSinglePass = 2 };
+
+// A thin shell over fit_in_band and fit_line.
 class LaserGeometryFitter {
  public:
   // The settings of the line fit's consensus search; a plane fit reads none of them.
@@ -21,19 +25,16 @@ class LaserGeometryFitter {
   // stats     of the distances of the points of the last fit
   // inliers   the rows that the last rejection kept, in input order
   // band      depths that take part; ignored when fit_mode is 2
-  // fit_mode  2: one fit to all points, inliers within 2 sigma of it. Any other value: rows inside
-  //           the band; fit; drop rows beyond 2.5; fit; drop rows beyond 2 sigma; fit
+  // fit_mode  a FitMode; kSinglePass: one fit to all points, inliers within 2 sigma of it; any
+  // other
+  //           value: rows inside the band; fit; drop rows beyond 2.5; fit; drop rows beyond 2
+  //           sigma; fit
   //
   // False with fewer than 3 rows, in the input, in the band or after a rejection. `inliers` is
   // untouched then; `plane` and `stats` hold what the last successful fit of this call wrote.
   // Nothing is thrown but the standard allocation exception.
   bool fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats,
                         PointMatrix3& inliers, DepthBand band, std::int32_t fit_mode) const;
-
-  // The same inliers and, to rounding, the same plane without the statistics, for callers who would
-  // drop them: a third of the work less.
-  bool fit_plane_robust(const PointMatrix3& points, PlaneAbcd& plane, PointMatrix3& inliers,
-                        DepthBand band, std::int32_t fit_mode) const;
 
   // A line through `points`; with `use_consensus` through the inliers of a consensus search.
   //

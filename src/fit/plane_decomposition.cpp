@@ -5,8 +5,6 @@
 #include <cmath>
 #include <limits>
 
-#include "fit/triangle_reduction.h"
-
 namespace kestrane {
 namespace {
 
@@ -18,18 +16,6 @@ constexpr Index kMostStackRows = 8;  // a cell's four corners, above all, need n
 
 // Aligned as Eigen aligns a matrix of its own: where a sum begins decides its last bits.
 using Columns = Eigen::Map<Eigen::MatrixXd, Eigen::Aligned16>;
-
-// Squares of lengths within these bounds neither overflow nor lose digits to underflow.
-constexpr double kSmallestSize = 1e-100;
-constexpr double kLargestSize = 1e100;
-// In a cloud thinner than this part of its length, rounding could show in the rows that lie beyond
-// a number of sigmas.
-constexpr double kThinnest = 2e-5;
-// Largest growth of rounding on its way into the normal.
-constexpr double kLargestGrowth = 64.0;
-// Rounding of both decompositions before it grows, as a part of the cloud's length. Clouds of up to
-// a million rows showed a twentieth of it.
-constexpr double kDecompositionDoubt = 6e-14;
 
 void centre(PointRows rows, const Centroid& m, Columns centred) {
   for (Index i = 0; i < rows.count; ++i) {
@@ -79,7 +65,7 @@ Vector3d decompose(Matrix3d& work, Matrix3d& v, double scale) {
 }
 
 // The norms of the other two columns without the row that the first reflection has settled, worked
-// out as Eigen does for the choice of the next one. Behind the second there is no choice left.
+// out as Eigen does for the choice of the next one. After the second there is no choice left.
 Vector3d without_first_row(Vector3d norms, const Columns& a) {
   constexpr double kInaccurate = 0x1p-26;  // root of the rounding unit of a double
   for (Index j = 1; j < 3; ++j) {
@@ -148,21 +134,6 @@ Vector3d thin_direction_in(Columns centred, PointRows rows, const Centroid& cent
   return v.col(2);
 }
 
-bool size_is_reliable(const Matrix3d& r) {
-  if (!r.allFinite()) return false;
-  const double size = r.cwiseAbs().maxCoeff();
-  return size >= kSmallestSize && size <= kLargestSize;
-}
-
-// A change of e * s(0) in the cloud turns the normal by about e times this.
-double growth_of_rounding(const Vector3d& s) {
-  return s(0) * s(1) / ((s(1) - s(2)) * (s(1) + s(2)));
-}
-
-bool spreads_are_reliable(const Vector3d& s) {  // written so that a NaN is not
-  return s(2) >= kThinnest * s(0) && growth_of_rounding(s) <= kLargestGrowth;
-}
-
 }  // namespace
 
 Vector3d thin_direction(PointRows rows, const Centroid& centroid) {
@@ -174,15 +145,16 @@ Vector3d thin_direction(PointRows rows, const Centroid& centroid) {
   return thin_direction_in({heap.data(), rows.count, 3}, rows, centroid);
 }
 
-StreamedDirection streamed_thin_direction(PointRows rows, const Centroid& centroid) {
-  const Triangle t = reduce_centred(rows, centroid);
+ThinDirection thin_direction_of(const Triangle& t) {
   Matrix3d r;
   r << t.r00, t.r01, t.r02, 0.0, t.r11, t.r12, 0.0, 0.0, t.r22;
-  if (!size_is_reliable(r)) return {false, Vector3d::Zero(), 0.0, 0.0};
+  if (!r.allFinite()) {
+    const Vector3d none = Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
+    return {none, none};
+  }
   Matrix3d v = Matrix3d::Identity();
   const Vector3d spreads = decompose(r, v, 1.0);
-  return {spreads_are_reliable(spreads), v.col(2), spreads.sum(),
-          kDecompositionDoubt * growth_of_rounding(spreads)};
+  return {v.col(2), spreads};
 }
 
 }  // namespace kestrane

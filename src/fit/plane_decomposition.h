@@ -5,26 +5,21 @@
 #pragma once
 
 #include "fit/points.h"
+#include "fit/triangle_reduction.h"
 
 namespace kestrane {
-
-// Below this length the decomposition of the whole cloud is cheap.
-inline constexpr Eigen::Index kFewestStreamedRows = 64;
 
 // The vector as Eigen::JacobiSVD of the centred N x 3 matrix gives it, to the last bit, sign
 // included. At least 3 rows. A cloud that is not finite after centring has no such vector: NaN in
 // all components then. Up to 8 rows no heap, else one copy of the cloud.
 Eigen::Vector3d thin_direction(PointRows rows, const Centroid& centroid);
 
-// The same direction to rounding, without a copy of the cloud, with a sign that carries no meaning,
-// by streaming over the rows.
-struct StreamedDirection {
-  bool reliable;           // false: spreads for which rounding would show; ask thin_direction
-  Eigen::Vector3d normal;  // of unit length, where reliable
-  double reach;            // no row lies further from the centroid, where reliable
-  double doubt;            // thin_direction's vector lies nearer than this, where reliable
+// The same of a cloud that has been reduced to its triangle.
+struct ThinDirection {
+  Eigen::Vector3d normal;   // of unit length; its sign carries no meaning
+  Eigen::Vector3d spreads;  // singular values, largest first
 };
 
-StreamedDirection streamed_thin_direction(PointRows rows, const Centroid& centroid);
+ThinDirection thin_direction_of(const Triangle& triangle);
 
 }  // namespace kestrane

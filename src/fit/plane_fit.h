@@ -19,30 +19,14 @@ namespace kestrane {
 //
 // False for no rows, and for one or two rows, which span no plane: nothing is written then. Points
 // that are not finite give a plane and statistics that are not numbers. Up to 8 rows no heap is
-// used.
+// used. From 64 rows on plane and statistics come from streaming over the rows where that gives
+// them to rounding, below that from a decomposition of the whole cloud.
 bool fit_plane_svd(const PointMatrix3& points, PlaneAbcd& plane, PlaneFitStats& stats);
 
-// The same for rows with their coordinate sums at hand, at least 3 of them.
-void fit_rows(PointRows rows, const PointSums& sums, PlaneAbcd& plane, PlaneFitStats& stats);
-
-// The plane alone. At least 3 rows.
+// The fit by a decomposition of the whole cloud, for at least 3 rows with their coordinate sums at
+// hand; and its plane alone.
+PlaneFit fit_rows(PointRows rows, const PointSums& sums);
 PlaneAbcd decomposed_plane(PointRows rows, const PointSums& sums);
-
-// The same, to rounding, at a tenth of the cost.
-PlaneAbcd passing_plane(PointRows rows, const PointSums& sums);
-
-// A plane that is known to rounding, and how far the signed distances of its rows may lie from
-// those to the decomposed plane.
-struct StreamedPlane {
-  PlaneAbcd abcd;
-  double doubt;      // of the distance of any row
-  double sum_doubt;  // of the sum of all distances
-};
-
-// The plane by streaming over the rows. False, with nothing written, where rounding would show: too
-// few rows, degenerate spreads, points on both sides of the origin in nearly equal numbers, a plane
-// through the origin or one along the x axis.
-bool streamed_plane(PointRows rows, const PointSums& sums, StreamedPlane& plane);
 
 // Signed distance of every point to a plane.
 //

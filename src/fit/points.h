@@ -25,6 +25,12 @@ struct PlaneFitStats {
   double std_distance;  // root mean square about the mean, divided by N
 };
 
+// A plane with the statistics of the rows that it was fitted to.
+struct PlaneFit {
+  PlaneAbcd plane;  // unit normal
+  PlaneFitStats stats;
+};
+
 // The first `count` rows of a cloud that lives elsewhere.
 struct PointRows {
   const double* xyz;

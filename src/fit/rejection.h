@@ -4,7 +4,6 @@
 // out   the rows that a rule keeps, in input order
 #pragma once
 
-#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -23,13 +22,12 @@ void filter_by_distance(const PointMatrix3& points, const std::vector<double>& d
 void filter_by_sigma(const PointMatrix3& points, const std::vector<double>& distances, double k,
                      PointMatrix3& kept);
 
-// The rules themselves, for one distance, and how far the distance is from being judged otherwise.
+// The rules themselves, for one distance.
 
 struct DistanceLimit {
   double limit;
 
   bool keeps(double distance) const { return !(std::abs(distance) > limit); }
-  double margin(double distance) const { return std::abs(std::abs(distance) - limit); }
 };
 
 struct SigmaBand {
@@ -37,9 +35,6 @@ struct SigmaBand {
   double high;
 
   bool keeps(double distance) const { return !(low > distance || distance > high); }
-  double margin(double distance) const {
-    return std::min(std::abs(distance - low), std::abs(distance - high));
-  }
 };
 
 // sum      of all distances: the centre of the band, deliberately not their mean

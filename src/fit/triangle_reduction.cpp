@@ -1,6 +1,6 @@
 #include "fit/triangle_reduction.h"
 
-#include <array>
+#include <algorithm>
 #include <cmath>
 
 namespace kestrane {
@@ -8,15 +8,7 @@ namespace {
 
 using Eigen::Index;
 
-constexpr Index kBlock = 256;  // rows at a time: three columns of it stay in the first-level cache
-constexpr Index kLanes = 4;    // partial sums side by side; kBlock is a multiple of it
-constexpr std::size_t kLevels = 64;  // 2^64 blocks are beyond any cloud
-
-struct Columns {
-  alignas(64) double x[kBlock];
-  alignas(64) double y[kBlock];
-  alignas(64) double z[kBlock];
-};
+constexpr Index kLanes = 4;  // partial sums side by side; a block is a multiple of it
 
 // kLanes neighbours of a column. Partial sums, one a lane, have an order of our own that does not
 // depend on the compiler or on the width of the processor's vectors.
@@ -50,17 +42,7 @@ Reflection reflection_of(double alpha, double squares) {
   return {beta, alpha - beta, (beta - alpha) / beta};
 }
 
-Index load_centred(const double* xyz, Index count, const Centroid& m, Columns& columns) {
-  for (Index i = 0; i < count; ++i) {
-    columns.x[i] = xyz[3 * i] - m.x;
-    columns.y[i] = xyz[3 * i + 1] - m.y;
-    columns.z[i] = xyz[3 * i + 2] - m.z;
-  }
-  const Index padded = (count + kLanes - 1) / kLanes * kLanes;
-  for (Index i = count; i < padded; ++i) columns.x[i] = columns.y[i] = columns.z[i] = 0.0;
-  return padded;
-}
-
+template <class Columns>
 void reflect_first(Triangle& t, Columns& columns, Index count, double& off_y, double& off_z) {
   Lanes xx = Lanes::Zero(), xy = Lanes::Zero(), xz = Lanes::Zero();
   for (Index i = 0; i < count; i += kLanes) {
@@ -75,6 +57,7 @@ void reflect_first(Triangle& t, Columns& columns, Index count, double& off_y, do
   off_z = h.apply(t.r02, total(xz));
 }
 
+template <class Columns>
 void reflect_second(Triangle& t, Columns& columns, Index count, double off_y, double off_z,
                     double& off_second) {
   Lanes yy = Lanes::Zero(), yz = Lanes::Zero();
@@ -92,6 +75,7 @@ void reflect_second(Triangle& t, Columns& columns, Index count, double off_y, do
   off_second = h.apply(t.r12, total(yz));
 }
 
+template <class Columns>
 void reflect_third(Triangle& t, Columns& columns, Index count, double off_second) {
   Lanes zz = Lanes::Zero();
   for (Index i = 0; i < count; i += kLanes) {
@@ -101,41 +85,59 @@ void reflect_third(Triangle& t, Columns& columns, Index count, double off_second
   t.r22 = reflection_of(t.r22, total(zz)).beta;
 }
 
-// Folds the rows of `columns`, which are used up, into the triangle.
-void fold(Triangle& t, Columns& columns, Index count) {
-  double off_y, off_z, off_second;
-  reflect_first(t, columns, count, off_y, off_z);
-  reflect_second(t, columns, count, off_y, off_z, off_second);
-  reflect_third(t, columns, count, off_second);
-}
-
-void join(Triangle& t, const Triangle& other, Columns& columns) {
-  const double rows[9] = {other.r00, other.r01, other.r02, 0.0,      other.r11,
-                          other.r12, 0.0,       0.0,       other.r22};
-  fold(t, columns, load_centred(rows, 3, {0.0, 0.0, 0.0}, columns));
-}
-
 }  // namespace
 
-Triangle reduce_centred(PointRows rows, const Centroid& centroid) {
-  Columns columns;
-  std::array<Triangle, kLevels>
-      levels;  // levels[i] holds 2^i blocks where bit i of `blocks` is set
-  std::uint64_t blocks = 0;
-  for (Index start = 0; start < rows.count; start += kBlock) {
-    const Index count = std::min(kBlock, rows.count - start);
-    Triangle t;
-    fold(t, columns, load_centred(rows.xyz + 3 * start, count, centroid, columns));
-    std::size_t level = 0;
-    for (; ((blocks >> level) & 1U) != 0; ++level) join(t, levels[level], columns);
-    levels[level] = t;
-    ++blocks;
-  }
+// Folds the first `count` rows of `columns`, which are used up, into the triangle.
+void TriangleReduction::fold(Triangle& t, Columns& columns, Index count) {
+  const Index padded = (count + kLanes - 1) / kLanes * kLanes;
+  for (Index i = count; i < padded; ++i) columns.x[i] = columns.y[i] = columns.z[i] = 0.0;
+  double off_y, off_z, off_second;
+  reflect_first(t, columns, padded, off_y, off_z);
+  reflect_second(t, columns, padded, off_y, off_z, off_second);
+  reflect_third(t, columns, padded, off_second);
+}
+
+void TriangleReduction::join(Triangle& t, const Triangle& other) {
+  Columns rows;
+  const double x[3] = {other.r00, 0.0, 0.0};
+  const double y[3] = {other.r01, other.r11, 0.0};
+  const double z[3] = {other.r02, other.r12, other.r22};
+  std::copy_n(x, 3, rows.x);
+  std::copy_n(y, 3, rows.y);
+  std::copy_n(z, 3, rows.z);
+  fold(t, rows, 3);
+}
+
+void TriangleReduction::close_block() {
+  Triangle t;
+  fold(t, columns_, filled_);
+  filled_ = 0;
+  std::size_t level = 0;
+  for (; ((blocks_ >> level) & 1U) != 0; ++level) join(t, levels_[level]);
+  levels_[level] = t;
+  ++blocks_;
+}
+
+void TriangleReduction::add(const double* point) {
+  columns_.x[filled_] = point[0] - centroid_.x;
+  columns_.y[filled_] = point[1] - centroid_.y;
+  columns_.z[filled_] = point[2] - centroid_.z;
+  if (++filled_ == kBlock) close_block();
+}
+
+Triangle TriangleReduction::finish() {
+  if (filled_ > 0) close_block();
   Triangle all;
   for (std::size_t level = 0; level < kLevels; ++level) {
-    if (((blocks >> level) & 1U) != 0) join(all, levels[level], columns);
+    if (((blocks_ >> level) & 1U) != 0) join(all, levels_[level]);
   }
   return all;
+}
+
+Triangle reduce_centred(PointRows rows, const Centroid& centroid) {
+  TriangleReduction reduction(centroid);
+  for (Index i = 0; i < rows.count; ++i) reduction.add(rows.xyz + 3 * i);
+  return reduction.finish();
 }
 
 }  // namespace kestrane

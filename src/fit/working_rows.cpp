@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
-#include <limits>
 #include <utility>
 
 #include "fit/rejection.h"
@@ -51,29 +49,6 @@ SumAndSquares sum_and_squares(PointRows rows, const SignedDistance& distance) {
   return {sum, squares};
 }
 
-// How far the bounds of a band and a distance may lie from where the decomposed plane would have
-// them, taken together. The deviation follows the sum as far as the sum lies outside of it.
-double band_doubt(const SumAndSquares& of, Index count, double k, const StreamedPlane& plane) {
-  const auto n = static_cast<double>(count);
-  const double sigma = std::sqrt(of.squares / n);
-  const double pull = std::min(1.0, (std::abs(of.sum) + plane.sum_doubt) / sigma);
-  const double rounding = std::numeric_limits<double>::epsilon() * n * sigma;
-  return plane.doubt + plane.sum_doubt + k * (plane.doubt + pull * plane.sum_doubt + rounding);
-}
-
-// Whether every distance is further than `doubt` from being judged otherwise; a NaN is not.
-template <class Rule>
-bool judges_all(PointRows rows, const SignedDistance& distance, const Rule& rule, double doubt) {
-  bool all = true;
-  for_each_block(rows, distance, [&](Index, const double* distances, Index count) {
-    std::int32_t certain = 0;
-    const auto n = static_cast<std::int32_t>(count);
-    for (std::int32_t i = 0; i < n; ++i) certain += rule.margin(distances[i]) > doubt ? 1 : 0;
-    all = all && certain == n;
-  });
-  return all;
-}
-
 // Appends rows to a list that may be the front of the one that they come from. The sums are a value
 // of its own, not a field behind a pointer that the stores might reach, so they stay in registers.
 struct RowList {
@@ -111,6 +86,9 @@ RowList compact(double* xyz, Index count, const SignedDistance& distance, const 
 WorkingRows::WorkingRows(const PointMatrix3& points)
     : storage_(points), count_(points.rows()), sums_(sums_of(rows_of(points))) {}
 
+WorkingRows::WorkingRows(PointMatrix3&& points)
+    : storage_(std::move(points)), count_(storage_.rows()), sums_(sums_of(rows_of(storage_))) {}
+
 WorkingRows::WorkingRows(const PointMatrix3& points, DepthBand band) : storage_(points.rows(), 3) {
   const auto lowest = static_cast<double>(band.lowest);
   const auto highest = static_cast<double>(band.highest);
@@ -145,26 +123,12 @@ bool WorkingRows::reject_beyond(const PlaneAbcd& plane, double limit, Index fewe
   return reject(plane, DistanceLimit{limit}, fewest);
 }
 
+SigmaBand WorkingRows::sigma_band_about(const PlaneAbcd& plane, double k) const {
+  return sum_and_squares(rows(), SignedDistance(plane)).band(count_, k);
+}
+
 bool WorkingRows::reject_beyond_sigmas(const PlaneAbcd& plane, double k, Index fewest) {
-  const SumAndSquares of = sum_and_squares(rows(), SignedDistance(plane));
-  return reject(plane, of.band(count_, k), fewest);
-}
-
-std::optional<bool> WorkingRows::reject_beyond(const StreamedPlane& plane, double limit,
-                                               Index fewest) {
-  const DistanceLimit rule{limit};
-  if (!judges_all(rows(), SignedDistance(plane.abcd), rule, plane.doubt)) return std::nullopt;
-  return reject(plane.abcd, rule, fewest);
-}
-
-std::optional<bool> WorkingRows::reject_beyond_sigmas(const StreamedPlane& plane, double k,
-                                                      Index fewest) {
-  const SignedDistance distance(plane.abcd);
-  const SumAndSquares of = sum_and_squares(rows(), distance);
-  const SigmaBand rule = of.band(count_, k);
-  const double doubt = band_doubt(of, count_, k, plane);
-  if (!judges_all(rows(), distance, rule, doubt)) return std::nullopt;
-  return reject(plane.abcd, rule, fewest);
+  return reject(plane, sigma_band_about(plane, k), fewest);
 }
 
 PointMatrix3 WorkingRows::release() {

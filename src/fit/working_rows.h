@@ -4,8 +4,6 @@
 // out   the rows that are left, with their coordinate sums
 #pragma once
 
-#include <optional>
-
 #include "fit/plane_fit.h"
 #include "fit/points.h"
 
@@ -16,6 +14,7 @@ class WorkingRows {
   // All rows, or those whose depth lies in the band; a depth that is NaN does.
   explicit WorkingRows(const PointMatrix3& points);
   WorkingRows(const PointMatrix3& points, DepthBand band);
+  explicit WorkingRows(PointMatrix3&& points);
 
   PointRows rows() const { return {storage_.data(), count_}; }
   const PointSums& sums() const { return sums_; }
@@ -25,13 +24,10 @@ class WorkingRows {
   bool reject_beyond(const PlaneAbcd& plane, double limit, Eigen::Index fewest);
   bool reject_beyond_sigmas(const PlaneAbcd& plane, double k, Eigen::Index fewest);
 
-  // The same by a plane that is known to rounding. Nothing, with all rows in place, where a row
-  // lies so near to a bound that the decomposed plane could judge it otherwise.
-  std::optional<bool> reject_beyond(const StreamedPlane& plane, double limit, Eigen::Index fewest);
-  std::optional<bool> reject_beyond_sigmas(const StreamedPlane& plane, double k,
-                                           Eigen::Index fewest);
+  // The band of k sigmas about the sum of the rows' distances to `plane`.
+  SigmaBand sigma_band_about(const PlaneAbcd& plane, double k) const;
 
-  // The rows, in storage cut to their number. Leaves nothing behind.
+  // The rows, in storage cut to their number. Leaves no rows.
   PointMatrix3 release();
 
  private:

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "factory/nominal_grid.h"
-#include "fit/laser_geometry_fitter.h"
+#include "fit/streamed_fit.h"
 #include "simulation/random.h"
 #include "tests/support/bits.h"
 
@@ -214,12 +214,10 @@ TEST(SectorFit, GivesWhatTheRobustFitGives) {
   SectorClouds kept;
   kestrane::fit_sector_planes(kestrane::LASER_TYPE_STANDARD, clouds, planes, kept);
   for (std::size_t s = 0; s < 15; ++s) {
-    PlaneAbcd plane;
-    PointMatrix3 inliers;
-    ASSERT_TRUE(kestrane::LaserGeometryFitter().fit_plane_robust(clouds[s], plane, inliers,
-                                                                 {100, 1000}, 1));
-    EXPECT_TRUE(planes[s] == plane);
-    EXPECT_TRUE(kept[s] == inliers);
+    const kestrane::RobustFit robust = kestrane::fit_in_band(clouds[s], {100, 1000});
+    ASSERT_TRUE(robust.complete);
+    EXPECT_TRUE(planes[s] == robust.fit->plane);
+    EXPECT_TRUE(kept[s] == robust.inliers);
   }
 }
 

@@ -52,7 +52,7 @@ struct PlaneFit {
   }
 };
 
-template <Eigen::Index kRows, std::int32_t kMode, bool kWithStats>
+template <Eigen::Index kRows, std::int32_t kMode>
 struct RobustFit {
   static constexpr long kStays = 0;
   const PointMatrix3 points = cloud(kRows);
@@ -62,11 +62,7 @@ struct RobustFit {
 
   void operate() {
     const LaserGeometryFitter fitter;
-    if (kWithStats) {
-      fitter.fit_plane_robust(points, plane, stats, inliers, kBand, kMode);
-    } else {
-      fitter.fit_plane_robust(points, plane, inliers, kBand, kMode);
-    }
+    fitter.fit_plane_robust(points, plane, stats, inliers, kBand, kMode);
   }
   Outcome outcome() const {
     Outcome numbers = {stats.max_distance, stats.mean_distance, stats.std_distance};
@@ -107,10 +103,10 @@ struct Rejections {
 TEST(PlaneFaults, LeaveNothingBehind) {
   EXPECT_EQ((expect_every_cut_leaves_nothing_behind<PlaneFit<8>>()), 0);
   EXPECT_GT((expect_every_cut_leaves_nothing_behind<PlaneFit<200>>()), 0);
-  EXPECT_GT((expect_every_cut_leaves_nothing_behind<RobustFit<40, 0, true>>()), 0);
-  EXPECT_GT((expect_every_cut_leaves_nothing_behind<RobustFit<400, 0, true>>()), 0);
-  EXPECT_GT((expect_every_cut_leaves_nothing_behind<RobustFit<400, 1, false>>()), 0);
-  EXPECT_GT((expect_every_cut_leaves_nothing_behind<RobustFit<400, 2, true>>()), 0);
+  EXPECT_GT((expect_every_cut_leaves_nothing_behind<RobustFit<40, 0>>()), 0);
+  EXPECT_GT((expect_every_cut_leaves_nothing_behind<RobustFit<400, 0>>()), 0);
+  EXPECT_GT((expect_every_cut_leaves_nothing_behind<RobustFit<400, 1>>()), 0);
+  EXPECT_GT((expect_every_cut_leaves_nothing_behind<RobustFit<400, 2>>()), 0);
 }
 
 TEST(DistanceFaults, LeaveNothingBehind) {

@@ -7,26 +7,18 @@
 #include <vector>
 
 #include "fit/distance_stats.h"
-#include "fit/plane_decomposition.h"
+#include "fit/streamed_fit.h"
 #include "tests/fit/plane_clouds.h"
 #include "tests/literal/plane_fit.h"
 
 namespace {
 
 using namespace plane_clouds;
-using kestrane::centroid_of;
 using kestrane::fit_plane_svd;
-using kestrane::passing_plane;
 using kestrane::plane_signed_distances;
 using kestrane::rows_of;
-using kestrane::streamed_plane;
-using kestrane::streamed_thin_direction;
-using kestrane::StreamedPlane;
-using kestrane::sums_of;
+using kestrane::streamed_plane_fit;
 
-// Of a normal's components, and of d relative to the centroid: the decomposition's own rounding,
-// which grows with the number of points.
-constexpr double kAgreement = 1e-12;
 // A few roundings of coordinates of size ten.
 constexpr double kRounding = 1e-14;
 constexpr double kDoubleEpsilon = 2.220446049250313e-16;
@@ -43,23 +35,7 @@ Result literal_fit(const PointMatrix3& points) {
   return result;
 }
 
-kestrane::Centroid mean_of(const PointMatrix3& points) {
-  return centroid_of(sums_of(rows_of(points)), points.rows());
-}
-
-bool is_streamed(const PointMatrix3& points) {
-  StreamedPlane plane;
-  return streamed_plane(rows_of(points), sums_of(rows_of(points)), plane);
-}
-
-PlaneAbcd passing(const PointMatrix3& points) {
-  return passing_plane(rows_of(points), sums_of(rows_of(points)));
-}
-
-double distance_between(const PlaneAbcd& a, const PlaneAbcd& b) {
-  const double d = std::abs(a[3] - b[3]) / std::max(1.0, std::abs(b[3]));
-  return std::max((a.head<3>() - b.head<3>()).cwiseAbs().maxCoeff(), d);
-}
+bool is_streamed(const PointMatrix3& points) { return streamed_plane_fit(points).has_value(); }
 
 class TooFewRows : public testing::TestWithParam<int> {};
 
@@ -125,7 +101,6 @@ TEST(FitPlaneSvd, CountsPointsForItsDirectionRatherThanTheirMean) {
     }
     EXPECT_LT(points.col(0).mean(), 0.0);
     EXPECT_GT(fit(points).plane[0], 0.0) << count;
-    EXPECT_GT(passing(points)[0], 0.0) << count;
   }
 }
 
@@ -155,13 +130,12 @@ TEST(FitPlaneSvd, LeavesTheSignOfTheDecompositionInATie) {
     points << front, -front;
     EXPECT_FALSE(is_streamed(points));
     EXPECT_TRUE(same(fit(points), literal_fit(points))) << run;
-    EXPECT_TRUE(same(passing(points), literal_fit(points).plane)) << run;
   }
 }
 
 // Each point with its images in y and z, so that the normal lies along x: most of the points are
 // within rounding of the plane through the origin and could fall on either side of it.
-TEST(PassingPlane, LeavesTheSignToTheDecompositionWhenRoundingCouldTurnIt) {
+TEST(FitPlaneSvd, LeavesTheSignToTheDecompositionWhenRoundingCouldTurnIt) {
   Random random(4);
   PointMatrix3 points(1000, 3);
   for (Eigen::Index i = 0; i < points.rows(); i += 4) {
@@ -170,9 +144,8 @@ TEST(PassingPlane, LeavesTheSignToTheDecompositionWhenRoundingCouldTurnIt) {
     const double x = i < 400 ? (i % 8 == 0 ? 1.0 : -1.0) : 1e-15 * random.gaussian();
     points.middleRows(i, 4) << x, y, z, x, -y, z, x, y, -z, x, -y, -z;
   }
-  EXPECT_TRUE(streamed_thin_direction(rows_of(points), mean_of(points)).reliable);
   EXPECT_FALSE(is_streamed(points));
-  EXPECT_TRUE(same(passing(points), literal_fit(points).plane));
+  EXPECT_TRUE(same(fit(points), literal_fit(points)));
 }
 
 PointMatrix3 short_cloud(Random& random) {
@@ -205,133 +178,61 @@ PointMatrix3 long_cloud(Random& random) {
   return box_cloud(random, 64 + random.index(5000), box);
 }
 
-TEST(FitPlaneSvd, EqualsItsLiteralFormToTheLastBitForLongClouds) {
+TEST(FitPlaneSvd, EqualsItsLiteralFormToRoundingForLongClouds) {
   Random random(6);
-  for (int run = 0; run < 300; ++run) {
-    const PointMatrix3 points = long_cloud(random);
-    ASSERT_TRUE(same(fit(points), literal_fit(points))) << run;
-  }
-}
-
-TEST(FitPlaneSvd, EqualsItsLiteralFormToTheLastBitForAHundredThousandPoints) {
-  Random random(8);
-  const PointMatrix3 points = sheet_cloud(random, 100000, {});
-  EXPECT_TRUE(same(fit(points), literal_fit(points)));
-}
-
-TEST(PassingPlane, AgreesWithTheLeastSquaresPlaneForLongClouds) {
-  Random random(7);
   int streamed = 0;
   for (int run = 0; run < 300; ++run) {
     const PointMatrix3 points = long_cloud(random);
     if (is_streamed(points)) ++streamed;
-    ASSERT_LE(distance_between(passing(points), fit(points).plane), kAgreement) << run;
+    ASSERT_TRUE(same_to_rounding(fit(points), literal_fit(points))) << run;
   }
-  EXPECT_GE(streamed, 250);
+  EXPECT_GE(streamed, 290);
 }
 
-TEST(PassingPlane, EqualsTheLeastSquaresPlaneForShortClouds) {
-  Random random(9);
-  for (int run = 0; run < 2000; ++run) {
-    const PointMatrix3 points = short_cloud(random);
-    ASSERT_TRUE(same(passing(points), fit(points).plane)) << run;
-  }
-}
-
-TEST(PassingPlane, StreamsAnOrdinarySheet) {
-  Random random(7);
-  EXPECT_FALSE(is_streamed(sheet_cloud(random, 63, {})));
-  for (const Eigen::Index count : {64, 65, 20000}) {
-    const PointMatrix3 points = sheet_cloud(random, count, {});
-    EXPECT_TRUE(is_streamed(points)) << count;
-    EXPECT_LE(distance_between(passing(points), fit(points).plane), kAgreement) << count;
-  }
-}
-
-// Both planes are the same to rounding, so their last bits tell which of them came.
-TEST(PassingPlane, IsTheStreamedOneWhereThereIsOne) {
+TEST(FitPlaneSvd, EqualsItsLiteralFormToRoundingForAHundredThousandPoints) {
   Random random(8);
-  int different = 0;
-  for (int run = 0; run < 20; ++run) {
-    const PointMatrix3 points = sheet_cloud(random, 500, {});
-    StreamedPlane streamed;
-    ASSERT_TRUE(streamed_plane(rows_of(points), sums_of(rows_of(points)), streamed)) << run;
-    EXPECT_TRUE(same(passing(points), streamed.abcd)) << run;
-    if (!same(streamed.abcd, fit(points).plane)) ++different;
-  }
-  EXPECT_GT(different, 0);
+  const PointMatrix3 points = sheet_cloud(random, 100000, {});
+  EXPECT_TRUE(is_streamed(points));
+  EXPECT_TRUE(same_to_rounding(fit(points), literal_fit(points)));
 }
 
-TEST(PassingPlane, WritesNothingWhereItCannotStream) {
-  Random random(17);
-  const PlaneAbcd before(1.0, 2.0, 3.0, 4.0);
-  StreamedPlane plane{before, 5.0, 6.0};
-  const Box too_thin{random_rotation(random), {200.0, 200.0, 5e-4}, {100.0, 20.0, 500.0}};
-  for (const PointMatrix3& points :
-       {sheet_cloud(random, 63, {}), PointMatrix3(PointMatrix3::Ones(100, 3)),
-        box_cloud(random, 1000, too_thin)}) {
-    EXPECT_FALSE(streamed_plane(rows_of(points), sums_of(rows_of(points)), plane));
-    EXPECT_TRUE(same(plane.abcd, before));
-    EXPECT_EQ(plane.doubt, 5.0);
-    EXPECT_EQ(plane.sum_doubt, 6.0);
+TEST(FitPlaneSvd, StreamsFrom64RowsOn) {
+  Random random(7);
+  const PointMatrix3 points = sheet_cloud(random, 65, {});
+  EXPECT_TRUE(same(fit(points.topRows(63)), literal_fit(points.topRows(63))));
+  for (const Eigen::Index count : {64, 65}) {
+    const auto streamed = streamed_plane_fit(points.topRows(count));
+    ASSERT_TRUE(streamed) << count;
+    EXPECT_TRUE(same(fit(points.topRows(count)).plane, streamed->plane)) << count;
+    EXPECT_TRUE(same(fit(points.topRows(count)).stats, streamed->stats)) << count;
   }
 }
 
-TEST(StreamedPlane, BoundsHowFarItsDistancesLieFromThoseToTheDecomposedPlane) {
-  Random random(18);
-  int streamed = 0;
-  for (int run = 0; run < 300; ++run) {
-    PointMatrix3 points = long_cloud(random);
-    if (run % 3 == 0) points.rowwise() += Eigen::RowVector3d(1e7, -2e6, 3e5);
-    if (run % 3 == 1) points *= 1e-20;
-    StreamedPlane plane;
-    if (!streamed_plane(rows_of(points), sums_of(rows_of(points)), plane)) continue;
-    ++streamed;
-    std::vector<double> near, exact;
-    plane_signed_distances(points, plane.abcd, near);
-    plane_signed_distances(points, fit(points).plane, exact);
-    double sum = 0.0, exact_sum = 0.0;
-    for (std::size_t i = 0; i < near.size(); ++i) {
-      ASSERT_LE(std::abs(near[i] - exact[i]), plane.doubt) << run;
-      sum += near[i];
-      exact_sum += exact[i];
+// Distances that are alike leave a deviation that is small beside their mean: sums about a guess
+// would have lost its digits.
+TEST(FitPlaneSvd, KeepsTheDigitsOfADeviationThatIsSmallBesideTheMean) {
+  Random random(23);
+  for (const double uneven : {1e-2, 1e-4, 1e-5}) {
+    PointMatrix3 points(4000, 3);
+    for (Eigen::Index i = 0; i < points.rows(); ++i) {
+      const double side = i % 2 == 0 ? 2.0 : -2.0;
+      points.row(i) << 50.0 + side + uneven * random.uniform(-1.0, 1.0),
+          random.uniform(-90.0, 90.0), random.uniform(100.0, 300.0);
     }
-    ASSERT_LE(std::abs(sum - exact_sum), plane.sum_doubt) << run;
-  }
-  EXPECT_GE(streamed, 250);
-}
-
-// Between clouds that are far off, ones that are large and ones below the guard of d, each of the
-// sizes has its say.
-TEST(StreamedPlane, AddsTheRoundingOfAllSizesToTheDoubtOfItsDirection) {
-  constexpr double kUnit = 2.220446049250313e-16;
-  Random random(21);
-  for (int run = 0; run < 200; ++run) {
-    const double size = std::pow(10.0, random.uniform(-2.0, 2.0));
-    const Eigen::Vector3d away(random.uniform(10.0, 900.0), random.uniform(-900.0, -10.0),
-                               random.uniform(10.0, 900.0));
-    PointMatrix3 points = box_cloud(
-        random, 100 + random.index(900),
-        {random_rotation(random), {size, random.uniform(0.5, 1.0) * size, 0.01 * size}, away});
-    if (run % 4 == 0) points *= 1e-18;
-    StreamedPlane plane;
-    if (!streamed_plane(rows_of(points), sums_of(rows_of(points)), plane)) continue;
-    const kestrane::Centroid m = mean_of(points);
-    const kestrane::StreamedDirection direction =
-        kestrane::streamed_thin_direction(rows_of(points), m);
-    const double offset = std::abs(m.x) + std::abs(m.y) + std::abs(m.z);
-    const double n = static_cast<double>(points.rows());
-    const double doubt =
-        direction.doubt * direction.reach + 16.0 * kUnit * (offset + direction.reach + kUnit);
-    const double sum_doubt = 4.0 * kUnit * n * (offset + direction.reach / std::sqrt(n) + kUnit);
-    EXPECT_NEAR(plane.doubt / doubt, 1.0, 1e-12) << run;
-    EXPECT_NEAR(plane.sum_doubt / sum_doubt, 1.0, 1e-12) << run;
+    const Result result = fit(points);
+    const Result expected = literal_fit(points);
+    ASSERT_TRUE(is_streamed(points));
+    EXPECT_LT(expected.stats.std_distance, 0.05 * expected.stats.mean_distance);
+    // The rounding of the distances themselves, beside the deviation.
+    const double rounding = 1e-10 + 1e-13 / uneven;
+    EXPECT_NEAR(result.stats.std_distance / expected.stats.std_distance, 1.0, rounding) << uneven;
+    EXPECT_NEAR(result.stats.mean_distance / expected.stats.mean_distance, 1.0, 1e-12);
   }
 }
 
 // Three fifths of the rows two in front, the others three behind: the side is certain, and d is
 // nothing but rounding.
-TEST(StreamedPlane, DeclinesAPlaneThroughTheOrigin) {
+TEST(FitPlaneSvd, LeavesAPlaneThroughTheOriginToTheDecomposition) {
   Random random(19);
   const Eigen::Matrix3d axes = random_rotation(random);
   PointMatrix3 points = box_cloud(random, 1000, {axes, {80.0, 60.0, 0.1}, {0.0, 0.0, 0.0}});
@@ -342,35 +243,25 @@ TEST(StreamedPlane, DeclinesAPlaneThroughTheOrigin) {
   EXPECT_TRUE(is_streamed(points.rowwise() - (mean - 1e-6 * normal)));
   points.rowwise() -= mean;
   EXPECT_FALSE(is_streamed(points));
-  EXPECT_TRUE(same(passing(points), literal_fit(points).plane));
+  EXPECT_TRUE(same(fit(points), literal_fit(points)));
 }
 
 // Each point with its image in x: the normal lies in the plane of y and z but for rounding.
-TEST(StreamedPlane, DeclinesAPlaneAlongTheXAxis) {
+TEST(FitPlaneSvd, LeavesAPlaneAlongTheXAxisToTheDecomposition) {
   Random random(20);
   PointMatrix3 half = box_cloud(random, 500, {Eigen::Matrix3d::Identity(), {80, 60, 2}, {0, 9, 9}});
   half.col(2) += 0.3 * half.col(1);
   PointMatrix3 points(1000, 3);
   points << half, half;
   points.bottomRows(500).col(0) *= -1.0;
-  EXPECT_TRUE(streamed_thin_direction(rows_of(points), mean_of(points)).reliable);
   EXPECT_FALSE(is_streamed(points));
-  EXPECT_TRUE(same(passing(points), literal_fit(points).plane));
+  EXPECT_TRUE(same(fit(points), literal_fit(points)));
   points.col(0) += 1e-6 * points.col(1) + 1e-6 * points.col(2);
   EXPECT_TRUE(is_streamed(points));
 }
 
-TEST(PassingPlane, StreamsNoDirectionThatIsNotReliable) {
-  Random random(18);
-  const Box round_rod{Eigen::Matrix3d::Identity(), {200.0, 1.0, 0.9999}, {10.0, 5000.0, 5000.0}};
-  EXPECT_FALSE(is_streamed(box_cloud(random, 1000, round_rod)));
-  const Eigen::Matrix3d axes = random_rotation(random);
-  EXPECT_FALSE(is_streamed(box_cloud(random, 1000, {axes, {200.0, 200.0, 5e-4}, {100, 20, 500}})));
-  EXPECT_TRUE(is_streamed(box_cloud(random, 1000, {axes, {200.0, 200.0, 0.05}, {100, 20, 500}})));
-}
-
 // Half of the rows at x = 3, half at x = -1: d is far from 0, and no side has more rows.
-TEST(PassingPlane, LeavesATieOfTheSidesToTheDecomposition) {
+TEST(FitPlaneSvd, LeavesATieOfTheSidesToTheDecomposition) {
   Random random(22);
   PointMatrix3 points =
       box_cloud(random, 1000, {Eigen::Matrix3d::Identity(), {0.0, 80.0, 60.0}, {0, 0, 0}});
@@ -395,7 +286,7 @@ PointMatrix3 far_sheet(double x, double y, double z) {
   return points;
 }
 
-TEST(PassingPlane, LeavesASideThatRoundingCouldTurnToTheDecomposition) {
+TEST(FitPlaneSvd, LeavesASideThatRoundingCouldTurnToTheDecomposition) {
   EXPECT_FALSE(is_streamed(far_sheet(0.0, 1e6, 0.0)));
   EXPECT_FALSE(is_streamed(far_sheet(0.0, 0.0, 1e6)));
   EXPECT_TRUE(is_streamed(far_sheet(1.0, 1e6, 0.0)));
@@ -418,7 +309,6 @@ TEST_P(DegenerateClouds, GetTheDecompositionOfTheWholeCloud) {
       const PointMatrix3 points = box_cloud(random, count, box);
       const Result result = fit(points);
       EXPECT_TRUE(same(result, literal_fit(points))) << spreads.transpose();
-      EXPECT_TRUE(same(passing(points), result.plane)) << spreads.transpose();
       EXPECT_NEAR(result.plane.head<3>().norm(), 1.0, kRounding);
     }
   }
@@ -447,8 +337,7 @@ TEST_P(ExtremeScales, GiveWhatTheLiteralFormGives) {
   for (const Eigen::Index count : {5, 64, 1000}) {
     const PointMatrix3 points =
         GetParam() * box_cloud(random, count, {random_rotation(random), {9, 6, 0.4}, {5, 50, 20}});
-    EXPECT_TRUE(same(passing(points), literal_fit(points).plane)) << count;
-    EXPECT_TRUE(same(fit(points), literal_fit(points))) << count;
+    EXPECT_TRUE(same_to_rounding(fit(points), literal_fit(points))) << count;
   }
 }
 
@@ -462,8 +351,7 @@ TEST(FitPlaneSvd, EqualsItsLiteralFormFarFromTheOrigin) {
     const PointMatrix3 points =
         box_cloud(random, 2000, {random_rotation(random), {90.0, 60.0, 1.0}, centre});
     const Result expected = literal_fit(points);
-    EXPECT_TRUE(same(fit(points), expected)) << offset;
-    EXPECT_LE(distance_between(passing(points), expected.plane), kAgreement) << offset;
+    EXPECT_TRUE(same_to_rounding(fit(points), expected, offset)) << offset;
   }
 }
 
@@ -477,7 +365,6 @@ TEST_P(PointsThatAreNotFinite, MakeEveryFigureNaN) {
       points(GetParam() / 2, column) = odd;
       const Result result = fit(points);
       EXPECT_TRUE(result.plane.array().isNaN().all());
-      EXPECT_TRUE(passing(points).array().isNaN().all());
       EXPECT_TRUE(std::isnan(result.stats.max_distance));
       EXPECT_TRUE(std::isnan(result.stats.mean_distance));
       EXPECT_TRUE(std::isnan(result.stats.std_distance));

@@ -1,0 +1,209 @@
+// How far a streamed fit can lie from the fit that decomposes the whole cloud: the chain of bounds
+// by which a row is rejected for certain.
+//
+//   normal_error    of the streamed normal, from the decomposed one
+//   distance_error  of the distance of any row
+//   sum_error       of the sum of all distances, which is the centre of the sigma band
+//   band_error      of a row's place beside a bound of the sigma band
+//
+// Every link is derived from the operations that are carried out, for any order of summation, so it
+// holds with every compiler and every width of vectors. Nothing in it was fitted to a measurement.
+//
+// Notation. u is the unit roundoff, gamma_n = n u / (1 - n u): a sum of n terms, or any value that
+// went through n roundings, is off by no more than gamma_n times the sum of sizes. N rows x_i; m
+// their centroid, which both fits add up in the same order and so share to the last bit;
+// a_i = x_i - m; A the N x 3 matrix of them, |A| its Frobenius norm, s1 >= s2 >= s3 its singular
+// values; n the unit normal of the decomposed fit, n' the streamed one (turned to the same side),
+// e = |n - n'|; D_i = n . a_i; g the guard that a signed distance adds to d.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "fit/points.h"
+#include "fit/row_kernel.h"
+#include "records/guard.h"
+
+namespace kestrane {
+
+inline constexpr double kUnitRoundoff = 0x1p-53;
+
+// gamma_n.
+inline double accumulated(double n) {
+  const double nu = n * kUnitRoundoff;
+  return nu < 0.5 ? nu / (1.0 - nu) : std::numeric_limits<double>::infinity();
+}
+
+// A centred cloud as the bounds see it.
+struct CloudShape {
+  double count;             // N
+  Eigen::Vector3d spreads;  // s1, s2, s3
+  double size;              // |A|
+  Eigen::Vector3d rms;      // root mean square of each column of A
+  Eigen::Vector3d centroid;
+  double reach;  // at least the largest |a_i|
+};
+
+// ---- normal ------------------------------------------------------------------------------------
+//
+// Perturbation. Let v3 be the third right singular vector of A and v that of A + E. With
+// r = (A + E)'(A + E) v3 - s3^2 v3 = s3 E' u3 + (A + E)' E v3, each component of r along another
+// right singular vector of A + E is at most s3 p_k + s_k q_k, where (p_1, p_2) and (q_1, q_2) are
+// parts of E' u3 and E v3; division by s_k^2 - s3^2 leaves at most max(p_k, q_k) / (s_k - s3). So
+//
+//   |v - v3| <= sqrt(2) |E| / (s2 - s3 - |E|).
+//
+// The last |E| is what A + E may have lost of its second singular value; a normal is no longer than
+// its sine by more than the rounding that kUnitNormal holds.
+inline double turned_by(double change, double second, double third) {
+  const double gap = second - third - change;
+  return gap > 0.0 ? std::sqrt(2.0) * change / gap : std::numeric_limits<double>::infinity();
+}
+
+// Rounding of a product of up to thirty rotations, which leaves a normal of length 1 +- this.
+inline constexpr double kUnitNormal = 128.0 * kUnitRoundoff;
+
+// Decomposed normal: |E| of a column-pivoting Householder reduction of N x 3 and of a Jacobi
+// iteration on its 3 x 3 triangle.
+//
+// Reflection of a column c0, c: beta is off by a part h <= (N / 2 + 2) u, half of what the sum of
+// squares is. With c0 = -k beta, 0 <= k <= 1, that changes the entries of the reflection, in terms
+// of the unit vectors along head and column, by k h, h, h and 2 h at most: 2.7 h in norm. Applying
+// it to a column b adds gamma_N of a dot product, sqrt(2 (1 - k)) |b| of it, and up to 40
+// roundings. So one application costs (1.35 + 1.42) N u |b|, and the reflected column itself h. The
+// first column meets h, the second an application and h, the third two and h: 0.5, 3.3 and 6.1 N u
+// of their lengths. Pivoting makes the first column the longest, at least a third of |A|^2:
+//   (0.5^2 + 2 * 6.1^2) / 3 < 5^2.
+// Centring and scaling add 2 u, three reflections 40 roundings each, the triangle's iteration
+// (fewer than ten sweeps of three rotations, 20 roundings each, and what it leaves beside the
+// diagonal) fewer than 800.
+inline double decomposition_change(double count, double size) {
+  return (5.0 * count + 1000.0) * kUnitRoundoff * size;
+}
+
+// Streamed normal from a triangle: the same reflections, but with dot products of 64 additions a
+// lane, blocks of 256 rows that are joined level by level, three rows at a time.
+inline double reflections_change(double count, double size) {
+  const double levels = std::ceil(std::log2(count / 256.0 + 2.0));
+  return (5.0 * 70.0 + 200.0 + levels * (5.0 * 8.0 + 120.0) + 1000.0) * kUnitRoundoff * size;
+}
+
+// Streamed normal from moments. Each of the nine sums of products about the last centroid c is off
+// by gamma of its depth and of 3 roundings; |C'| over all nine is at most the trace, |A|^2. Moving
+// it to m takes N (m - c)(m - c)' off, with a few roundings, and neglects that the rows do not add
+// up to N m exactly, but to gamma_N of the sizes that were added. The 3 x 3 eigen solver leaves
+// fewer than 100 roundings.
+//
+// trace  |A|^2
+// shift  |m - c|
+// sizes  mean of |x| + |y| + |z| at most
+inline double moments_change(double count, double trace, double shift, double sizes) {
+  const double about_c = trace + count * shift * shift;
+  const double products = accumulated(summation_depth(count) + 3.0) * about_c;
+  const double moving = 8.0 * kUnitRoundoff * count * shift * shift +
+                        2.0 * count * shift * accumulated(count + 2.0) * sizes;
+  return products + moving + 100.0 * kUnitRoundoff * trace;
+}
+
+// An eigenvector of C + E lies within |E| / (gap - |E|) of that of C; sqrt(2) for turning a sine
+// into a length generously.
+inline double turned_by_moments(double change, const Eigen::Vector3d& spreads) {
+  const double gap = spreads[1] * spreads[1] - spreads[2] * spreads[2] - 3.0 * change;
+  return gap > 0.0 ? std::sqrt(2.0) * change / gap : std::numeric_limits<double>::infinity();
+}
+
+// ---- distance ----------------------------------------------------------------------------------
+//
+// The decomposed fit has d off by gamma_3 h from -n . m, h being the sum of |n_j m_j|, and s = d +
+// g off by u |s| more. Its distance is (t z + (p x + q y) + k) w with p = a / s and so on:
+// multiplied by s, every term went through at most 5 roundings, so that, as |n_j x_j| is at most
+// |n_j m_j| + |n_j a_j|, the bracket is off from D by
+//
+//   gamma_5 (h + sum_j |n_j a_j|) + gamma_5 h + 2 g,
+//
+// the second part for d and s, whose |s| is at most (1 + gamma_4) h + g. The factor w and the
+// length of n are off by parts of D itself, gamma_6 and kUnitNormal. The streamed distance n' . (x
+// - m) is off by gamma_4 of sum_j |n'_j a_j|. The sum over j is at most |a_i|.
+
+// Roundings that every row shares alike: of d, of s and of the terms that carry the centroid.
+inline double common_rounding(double heights) {
+  return 1.001 * 11.0 * kUnitRoundoff * heights + 2.0 * kGuard;
+}
+
+// h, for either normal.
+inline double heights_of(const Eigen::Vector3d& centroid, const Eigen::Vector3d& normal,
+                         double normal_error) {
+  return (normal.cwiseAbs().array() + normal_error).matrix().dot(centroid.cwiseAbs());
+}
+
+inline double distance_error(const CloudShape& cloud, double normal_error, double heights) {
+  const double own = 10.0 * kUnitRoundoff + 1.1 * kUnitNormal;
+  return (normal_error + own) * cloud.reach + common_rounding(heights);
+}
+
+// How far d lies from that of the decomposed plane, and any n . x from what it is there.
+inline double height_error(const CloudShape& cloud, double normal_error, double heights) {
+  return normal_error * (cloud.centroid.norm() + cloud.reach) +
+         8.0 * kUnitRoundoff * (heights + cloud.reach) + kGuard;
+}
+
+// ---- sum ---------------------------------------------------------------------------------------
+//
+// The decomposed fit adds N rounded distances one after another: each partial sum is rounded once,
+// u times all their sizes (`walk`). The rounded distances are off from D_i as told above; over the
+// rows, sum_i |n_j a_ij| is at most N rms_j. The D_i add up to n . (sum of a_i), where the sum of
+// a_i is what rounding left the centroid off by: each component gamma_N (|m_j| + rms_j) N. The
+// streamed sum runs over n' . a_i, in lanes.
+inline double sum_error(const CloudShape& cloud, const Eigen::Vector3d& normal, double normal_error,
+                        double heights, const DistanceSums& sums, double row_error) {
+  const double n = cloud.count;
+  const double levers = (normal.cwiseAbs().array() + normal_error).matrix().dot(cloud.rms);
+  const double off_centre =
+      accumulated(n + 2.0) * (cloud.centroid.lpNorm<1>() + cloud.rms.lpNorm<1>());
+  const double sizes = sums.sizes / n + row_error;
+  const double parts = 1.1 * kUnitNormal + accumulated(summation_depth(n));
+  // Partial sums and chunks of the decomposed fit differ from the streamed ones by row errors.
+  const double walk = sums.walk + n * (256.0 + n) * row_error;
+  return n * (common_rounding(heights) + 1.001 * 9.0 * kUnitRoundoff * levers + parts * sizes +
+              normal_error * off_centre) +
+         1.001 * kUnitRoundoff * walk;
+}
+
+// ---- band --------------------------------------------------------------------------------------
+//
+// The band is S -+ k sigma with sigma^2 the mean of (D_i - S)^2.
+//   - Rounding moves sigma by no more than the root mean square of what it moves the distances by.
+//   - A turned normal moves the mean of D_i^2 by (n' C n' - n C n) / N. Both lie within e of the
+//     vector for which that is smallest, so it is at most 4 e^2 |A|^2 / N, and at most e |A| /
+//     sqrt(N) as a distance.
+//   - A change h of S moves sigma^2 by 2 h (mean of D - S) + h^2, and |mean of D - S| is at most
+//     (1 + 1/N) |S|; it moves sigma by h at most.
+//   - The sum of squares goes through gamma_(N+3), half of which reaches its root.
+inline double deviation_error(const CloudShape& cloud, const Eigen::Vector3d& normal,
+                              double normal_error, double heights, double sum, double of_sum,
+                              double sigma) {
+  const double n = cloud.count;
+  const double levers = (normal.cwiseAbs().array() + normal_error).matrix().dot(cloud.rms);
+  const double rounding = common_rounding(heights) + 1.001 * 9.0 * kUnitRoundoff * levers;
+  const double lever = normal_error * cloud.size / std::sqrt(n);
+  const double turned = sigma > 0.0 ? std::min(lever, 4.0 * lever * lever / sigma) : lever;
+  const double pull = sigma > 0.0 ? std::min(1.0, (2.1 * std::abs(sum) + of_sum) / sigma) : 1.0;
+  const double relative = accumulated(n + 8.0 + summation_depth(n)) + 1.1 * kUnitNormal;
+  return rounding + turned + pull * of_sum + relative * sigma;
+}
+
+// Of a row beside a bound: the row's own distance, the centre, k deviations, and the roundings of
+// the bounds themselves.
+inline double band_error(double of_distance, double of_sum, double of_deviation, double k,
+                         double sum, double sigma) {
+  return of_distance + of_sum + k * of_deviation +
+         8.0 * kUnitRoundoff * (std::abs(sum) + k * sigma);
+}
+
+// The same beside a fixed limit.
+inline double limit_error(double of_distance, double limit) {
+  return of_distance + 8.0 * kUnitRoundoff * limit;
+}
+
+}  // namespace kestrane

@@ -1,0 +1,95 @@
+// What a plane fit reads from every row of a cloud, 64 rows at a time.
+//
+// in    a cloud, three doubles a row; which of its rows are in use; what to do with them
+// out   which rows stay in use; sums over them
+//
+// A bit per row says whether the row is in use: bit i of word w is row 64 w + i, and the bits
+// beyond the last row are 0. Rows that are not in use may hold anything.
+//
+// Unless told otherwise a sum runs in four lanes, row i in lane i mod 4, whatever the width of the
+// processor's vectors, so every vector set gives the same values to the last bit. Each lane is
+// added up in three levels (64 rows, 64 of those sums, the rest), so a sum over n rows goes through
+// at most summation_depth(n) additions. Nothing here allocates.
+#pragma once
+
+#include <cstdint>
+
+namespace kestrane {
+
+inline constexpr std::int64_t kWordRows = 64;
+
+constexpr std::int64_t words_for(std::int64_t rows) { return (rows + kWordRows - 1) / kWordRows; }
+
+// Additions that a row passes through on its way into a sum: its lane within 256 rows, 64 such
+// chunks, the remaining levels, and the four lanes.
+constexpr double summation_depth(double rows) { return 64.0 + 64.0 + rows / 16384.0 + 4.0; }
+
+// The first `count` rows of a cloud.
+struct CloudRows {
+  const double* xyz;
+  std::int64_t count;
+};
+
+// A place and a direction; D of a row is normal . (row - point).
+struct PointAndNormal {
+  double point[3];
+  double normal[3];
+};
+
+struct RowMoments {
+  std::int64_t count;  // rows in use
+  double sum[3];       // of the coordinates, one row after another
+  double products[6];  // sums of xx, xy, xz, yy, yz, zz of (row - point)
+};
+
+// Rows of a depth from `lowest` to `highest`, both included; a depth that is NaN is in use. `reach`
+// becomes the largest distance of a row in use from `point`.
+struct DepthJob {
+  double lowest;
+  double highest;
+  double point[3];
+};
+
+// Rows in use with |D - middle| <= half stay in use. `undecided` becomes whether a row in use lies
+// within `error` of a bound.
+struct RejectionJob {
+  PointAndNormal plane;
+  double middle;
+  double half;
+  double error;
+};
+
+struct DistanceSums {
+  double sum;      // of D
+  double sizes;    // of |D|
+  double squares;  // of D D
+  double walk;     // at least the sum of |D of the first row + ... + D of the k-th one| over all k
+};
+
+struct DistanceFigures {
+  double largest;  // |D|
+  double sum;      // of |D| - guess
+  double squares;  // of (|D| - guess)^2
+};
+
+// Vector instructions for which the passes are compiled, in rising order.
+enum class RowVectors { kBaseline, kAvx2 };
+
+RowVectors best_row_vectors();
+
+// The passes of one vector set, which the processor must have. `measure` copies the `count` rows in
+// use to `copies`, in order, unless that is null.
+struct RowPasses {
+  void (*select)(CloudRows rows, const DepthJob& job, std::uint64_t* in_use, RowMoments& moments,
+                 double& reach);
+  void (*reject)(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
+                 std::uint64_t* kept, RowMoments& moments, bool& undecided);
+  void (*sum_distances)(CloudRows rows, const PointAndNormal& plane, const std::uint64_t* in_use,
+                        DistanceSums& sums);
+  void (*measure)(CloudRows rows, const PointAndNormal& plane, const std::uint64_t* in_use,
+                  double guess, DistanceFigures& figures, double* copies, std::int64_t count);
+};
+
+const RowPasses& row_passes(RowVectors set);
+
+}  // namespace kestrane

@@ -1,0 +1,326 @@
+#include "fit/row_kernel.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "tests/fit/plane_clouds.h"
+
+namespace {
+
+using namespace plane_clouds;
+using kestrane::best_row_vectors;
+using kestrane::CloudRows;
+using kestrane::DepthJob;
+using kestrane::DistanceFigures;
+using kestrane::DistanceSums;
+using kestrane::PointAndNormal;
+using kestrane::RejectionJob;
+using kestrane::row_passes;
+using kestrane::RowMoments;
+using kestrane::RowPasses;
+using kestrane::RowVectors;
+using kestrane::words_for;
+
+using Bits = std::vector<std::uint64_t>;
+
+constexpr double kUnit = 0x1p-53;
+constexpr PointAndNormal kPlane{{60.0, 3.0, 500.0}, {0.96, -0.02, -0.28}};
+
+std::vector<RowVectors> vector_sets() {
+  if (best_row_vectors() == RowVectors::kBaseline) return {RowVectors::kBaseline};
+  return {RowVectors::kBaseline, RowVectors::kAvx2};
+}
+
+CloudRows rows_of(const PointMatrix3& points) { return {points.data(), points.rows()}; }
+
+bool is_set(const Bits& bits, Eigen::Index i) {
+  return (bits[static_cast<std::size_t>(i / 64)] >> (i % 64) & 1U) != 0;
+}
+
+Bits random_bits(Random& random, Eigen::Index count) {
+  Bits bits(static_cast<std::size_t>(words_for(count)));
+  const int kind = random.index(3);
+  for (Eigen::Index i = 0; i < count; ++i) {
+    const bool in_use = kind == 0 || (kind == 1 ? random.index(20) != 0 : random.index(2) != 0);
+    if (in_use) bits[static_cast<std::size_t>(i / 64)] |= std::uint64_t{1} << (i % 64);
+  }
+  return bits;
+}
+
+// Around every border between words, chunks and levels.
+const std::vector<Eigen::Index>& counts() {
+  static const std::vector<Eigen::Index> all = {1,   3,    4,    5,     63,    64,    65,   127,
+                                                128, 129,  255,  256,   257,   320,   511,  512,
+                                                513, 1000, 5000, 16383, 16384, 16385, 40000};
+  return all;
+}
+
+PointMatrix3 sheet(Random& random, Eigen::Index count) {
+  return sheet_cloud(random, count, {.noise = 0.3});
+}
+
+long double distance(const PointMatrix3& points, Eigen::Index i, const PointAndNormal& plane) {
+  long double d = 0.0L;
+  for (int k = 0; k < 3; ++k) {
+    d += static_cast<long double>(plane.normal[k]) *
+         (static_cast<long double>(points(i, k)) - plane.point[k]);
+  }
+  return d;
+}
+
+struct Expected {
+  Eigen::Index count = 0;
+  double in_order[3] = {};
+  long double products[6] = {};
+  long double sizes[6] = {};
+  long double reach = 0.0L;
+
+  void add(const PointMatrix3& points, Eigen::Index i, const double* point) {
+    ++count;
+    long double a[3];
+    for (int k = 0; k < 3; ++k) {
+      in_order[k] += points(i, k);
+      a[k] = static_cast<long double>(points(i, k)) - point[k];
+    }
+    int q = 0;
+    for (int k = 0; k < 3; ++k) {
+      for (int l = k; l < 3; ++l, ++q) {
+        products[q] += a[k] * a[l];
+        sizes[q] += std::abs(a[k] * a[l]);
+      }
+    }
+    reach = std::max(reach, std::sqrt(a[0] * a[0] + a[1] * a[1] + a[2] * a[2]));
+  }
+
+  void expect(const RowMoments& moments, double rows) const {
+    EXPECT_EQ(moments.count, count);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(moments.sum[k], in_order[k]);
+    const long double depth = (kestrane::summation_depth(rows) + 3.0) * kUnit;
+    for (int q = 0; q < 6; ++q) {
+      EXPECT_LE(std::abs(moments.products[q] - products[q]), 1.01L * depth * sizes[q]) << q;
+    }
+  }
+};
+
+class RowPassesOf : public testing::TestWithParam<RowVectors> {
+ protected:
+  const RowPasses& passes = row_passes(GetParam());
+};
+
+TEST_P(RowPassesOf, SelectTheRowsOfTheBandAndAddThemUp) {
+  Random random(1);
+  for (const Eigen::Index count : counts()) {
+    PointMatrix3 points = sheet(random, count);
+    points(random.index(static_cast<int>(count)), 2) = 1000.0;
+    points(0, 2) = 100.0;
+    const DepthJob job{100.0, 1000.0, {60.0, 3.0, 500.0}};
+    Bits in_use(static_cast<std::size_t>(words_for(count)), ~std::uint64_t{0});
+    RowMoments moments;
+    double reach;
+    passes.select(rows_of(points), job, in_use.data(), moments, reach);
+    Expected expected;
+    for (Eigen::Index i = 0; i < count; ++i) {
+      const bool inside = points(i, 2) >= 100.0 && points(i, 2) <= 1000.0;
+      ASSERT_EQ(is_set(in_use, i), inside) << count << ", row " << i;
+      if (inside) expected.add(points, i, job.point);
+    }
+    for (Eigen::Index i = count; i < 64 * words_for(count); ++i) ASSERT_FALSE(is_set(in_use, i));
+    expected.expect(moments, static_cast<double>(count));
+    EXPECT_NEAR(reach / static_cast<double>(expected.reach), 1.0, 1e-15);
+  }
+}
+
+TEST_P(RowPassesOf, KeepADepthThatIsNaNAndDropInfiniteOnes) {
+  PointMatrix3 points = PointMatrix3::Constant(300, 3, 500.0);
+  points(7, 2) = kNaN;
+  points(8, 2) = kInf;
+  points(9, 2) = -kInf;
+  Bits in_use(5);
+  RowMoments moments;
+  double reach;
+  passes.select(rows_of(points), {100.0, 1000.0, {0, 0, 0}}, in_use.data(), moments, reach);
+  EXPECT_EQ(in_use[0], ~std::uint64_t{0} & ~(std::uint64_t{3} << 8));
+  EXPECT_EQ(moments.count, 298);
+  EXPECT_TRUE(std::isnan(moments.sum[2]));
+  EXPECT_EQ(moments.sum[0], 298 * 500.0);
+}
+
+TEST_P(RowPassesOf, RejectBeyondBoundsAndLeaveTheRestUnread) {
+  Random random(2);
+  for (const Eigen::Index count : counts()) {
+    PointMatrix3 points = sheet(random, count);
+    const Bits in_use = random_bits(random, count);
+    for (Eigen::Index i = 0; i < count; ++i) {
+      if (!is_set(in_use, i)) points.row(i).setConstant(i % 2 == 0 ? kNaN : kInf);
+    }
+    const RejectionJob job{kPlane, 0.25, 30.0, 1e-9};
+    Bits kept(in_use.size(), ~std::uint64_t{0});
+    RowMoments moments;
+    bool undecided = true;
+    passes.reject(rows_of(points), job, in_use.data(), kept.data(), moments, undecided);
+    EXPECT_FALSE(undecided);
+    Expected expected;
+    for (Eigen::Index i = 0; i < count; ++i) {
+      const bool keep = is_set(in_use, i) && std::abs(distance(points, i, kPlane) - 0.25L) <= 30.0L;
+      ASSERT_EQ(is_set(kept, i), keep) << count << ", row " << i;
+      if (keep) expected.add(points, i, kPlane.point);
+    }
+    expected.expect(moments, static_cast<double>(count));
+  }
+}
+
+// One row of 700 within the error of one bound or the other, on either side of it.
+TEST_P(RowPassesOf, TellWhereARowLiesTooNearToABound) {
+  for (const double off : {-2.02, -1.98, 1.98, 2.02}) {
+    for (const Eigen::Index row : {0, 1, 2, 3, 250, 256, 699}) {
+      PointMatrix3 points = PointMatrix3::Zero(700, 3);
+      points(row, 0) = 0.5 + off;
+      Bits in_use(11, ~std::uint64_t{0}), kept(11);
+      in_use[10] = (std::uint64_t{1} << 60) - 1;
+      RowMoments moments;
+      bool undecided;
+      for (const auto& [error, expected] : {std::pair{0.019, false}, {0.021, true}}) {
+        const RejectionJob job{{{0, 0, 0}, {1, 0, 0}}, 0.5, 2.0, error};
+        passes.reject(rows_of(points), job, in_use.data(), kept.data(), moments, undecided);
+        EXPECT_EQ(undecided, expected) << off << ' ' << row << ' ' << error;
+        EXPECT_EQ(is_set(kept, row), std::abs(off) < 2.0);
+      }
+      in_use[static_cast<std::size_t>(row / 64)] &= ~(std::uint64_t{1} << (row % 64));
+      const RejectionJob job{{{0, 0, 0}, {1, 0, 0}}, 0.5, 2.0, 0.1};
+      passes.reject(rows_of(points), job, in_use.data(), kept.data(), moments, undecided);
+      EXPECT_FALSE(undecided) << "a row that is not in use";
+    }
+  }
+}
+
+TEST_P(RowPassesOf, SumDistancesAndTheSizesOfTheirPartialSums) {
+  Random random(3);
+  for (const Eigen::Index count : counts()) {
+    PointMatrix3 points = sheet(random, count);
+    points.col(0) += 0.1 * points.col(2);
+    const Bits in_use = random_bits(random, count);
+    DistanceSums sums;
+    passes.sum_distances(rows_of(points), kPlane, in_use.data(), sums);
+    long double sum = 0.0L, sizes = 0.0L, squares = 0.0L, walk = 0.0L, own = 0.0L;
+    for (Eigen::Index i = 0; i < count; ++i) {
+      if (!is_set(in_use, i)) continue;
+      const long double d = distance(points, i, kPlane);
+      sum += d;
+      sizes += std::abs(d);
+      squares += d * d;
+      walk += std::abs(sum);
+      for (int k = 0; k < 3; ++k)
+        own += std::abs(kPlane.normal[k] * (points(i, k) - kPlane.point[k]));
+    }
+    const long double depth = kestrane::summation_depth(static_cast<double>(count)) * kUnit;
+    const long double rounding = 1.01L * (depth * sizes + 4.0L * kUnit * own);
+    EXPECT_LE(std::abs(sums.sum - sum), rounding) << count;
+    EXPECT_LE(std::abs(sums.sizes - sizes), rounding) << count;
+    EXPECT_NEAR(sums.squares, static_cast<double>(squares), 1e-12 * sums.squares + 1e-300);
+    EXPECT_GE(sums.walk * (1.0 + 1e-9), static_cast<double>(walk)) << count;
+  }
+}
+
+TEST_P(RowPassesOf, MeasureSizesAboutAGuessAndCopyTheRows) {
+  Random random(4);
+  for (const Eigen::Index count : counts()) {
+    PointMatrix3 points = sheet(random, count);
+    const Bits in_use = random_bits(random, count);
+    std::vector<double> expected;
+    long double largest = 0.0L, sum = 0.0L, squares = 0.0L;
+    for (Eigen::Index i = 0; i < count; ++i) {
+      if (!is_set(in_use, i)) {
+        points.row(i).setConstant(kNaN);
+        continue;
+      }
+      for (int k = 0; k < 3; ++k) expected.push_back(points(i, k));
+      const long double r = std::abs(distance(points, i, kPlane));
+      largest = std::max(largest, r);
+      sum += r - 9.0L;
+      squares += (r - 9.0L) * (r - 9.0L);
+    }
+    std::vector<double> copies(expected.size() + 3, -7.0);
+    DistanceFigures figures;
+    passes.measure(rows_of(points), kPlane, in_use.data(), 9.0, figures, copies.data(),
+                   static_cast<Eigen::Index>(expected.size() / 3));
+    EXPECT_NEAR(figures.largest, static_cast<double>(largest), 1e-12);
+    const auto n = static_cast<double>(count);
+    EXPECT_NEAR(figures.sum, static_cast<double>(sum), 1e-12 * n + 1e-13 * n * 9.0);
+    EXPECT_NEAR(figures.squares, static_cast<double>(squares),
+                1e-12 * static_cast<double>(squares) + 1e-12);
+    for (std::size_t i = 0; i < expected.size(); ++i) ASSERT_EQ(copies[i], expected[i]) << count;
+    for (std::size_t i = expected.size(); i < copies.size(); ++i) {
+      ASSERT_EQ(copies[i], -7.0) << "beyond the copies of " << count;
+    }
+    DistanceFigures without;
+    passes.measure(rows_of(points), kPlane, in_use.data(), 9.0, without, nullptr, 0);
+    EXPECT_EQ(without.sum, figures.sum);
+    EXPECT_EQ(without.squares, figures.squares);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(EachVectorSet, RowPassesOf, testing::ValuesIn(vector_sets()));
+
+// Values to the last bit; a NaN equals a NaN.
+TEST(RowPasses, GiveTheSameValuesWithEveryVectorSet) {
+  Random random(5);
+  const RowPasses& plain = row_passes(RowVectors::kBaseline);
+  const RowPasses& best = row_passes(best_row_vectors());
+  for (int run = 0; run < 400; ++run) {
+    const Eigen::Index count = 1 + random.index(3000);
+    PointMatrix3 points = sheet(random, count);
+    if (run % 5 == 0) points *= std::pow(10.0, random.uniform(-150.0, 150.0));
+    if (run % 7 == 0) {
+      points(random.index(static_cast<int>(count)), random.index(3)) = run % 2 ? kNaN : kInf;
+    }
+    const CloudRows rows = rows_of(points);
+    Bits a(static_cast<std::size_t>(words_for(count))), b(a.size()), c(a.size()), d(a.size());
+    RowMoments m[2];
+    double reach[2];
+    const DepthJob depths{100.0, 900.0, {60.0, 3.0, 500.0}};
+    plain.select(rows, depths, a.data(), m[0], reach[0]);
+    best.select(rows, depths, b.data(), m[1], reach[1]);
+    const auto expect_same = [&] {
+      ASSERT_EQ(m[0].count, m[1].count);
+      for (int k = 0; k < 3; ++k) ASSERT_TRUE(same_bits(m[0].sum[k], m[1].sum[k])) << run;
+      for (int q = 0; q < 6; ++q) ASSERT_TRUE(same_bits(m[0].products[q], m[1].products[q])) << run;
+    };
+    ASSERT_EQ(a, b);
+    ASSERT_TRUE(same_bits(reach[0], reach[1]) ||
+                !std::isfinite(m[0].products[0] + m[0].products[3] + m[0].products[5]))
+        << run;
+    expect_same();
+    bool undecided[2];
+    const RejectionJob job{kPlane, 0.1, 20.0, 1e-3};
+    plain.reject(rows, job, a.data(), c.data(), m[0], undecided[0]);
+    best.reject(rows, job, a.data(), d.data(), m[1], undecided[1]);
+    ASSERT_EQ(c, d);
+    ASSERT_EQ(undecided[0], undecided[1]);
+    expect_same();
+    DistanceSums s[2];
+    plain.sum_distances(rows, kPlane, a.data(), s[0]);
+    best.sum_distances(rows, kPlane, a.data(), s[1]);
+    ASSERT_TRUE(same_bits(s[0].sum, s[1].sum) && same_bits(s[0].sizes, s[1].sizes) &&
+                same_bits(s[0].squares, s[1].squares) && same_bits(s[0].walk, s[1].walk))
+        << run;
+    DistanceFigures f[2];
+    plain.measure(rows, kPlane, c.data(), 7.0, f[0], nullptr, 0);
+    best.measure(rows, kPlane, c.data(), 7.0, f[1], nullptr, 0);
+    ASSERT_TRUE(same_bits(f[0].largest, f[1].largest) && same_bits(f[0].sum, f[1].sum) &&
+                same_bits(f[0].squares, f[1].squares))
+        << run;
+  }
+}
+
+TEST(RowPasses, HaveABodyOfTheirOwnForEachSetThatTheProcessorHas) {
+  const RowPasses& best = row_passes(best_row_vectors());
+  if (best_row_vectors() == RowVectors::kBaseline) GTEST_SKIP() << "no wider vectors here";
+  EXPECT_NE(best.select, row_passes(RowVectors::kBaseline).select);
+  EXPECT_NE(best.reject, row_passes(RowVectors::kBaseline).reject);
+}
+
+}  // namespace

@@ -1,0 +1,320 @@
+#include "fit/streamed_fit.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "fit/plane_fit.h"
+#include "tests/fit/plane_clouds.h"
+#include "tests/literal/plane_fit.h"
+
+namespace {
+
+using namespace plane_clouds;
+using kestrane::best_row_vectors;
+using kestrane::fit_in_band;
+using kestrane::fit_in_band_by_decomposition;
+using kestrane::RobustFit;
+using kestrane::RowVectors;
+
+constexpr DepthBand kBand{100, 1000};
+constexpr DepthBand kEverywhere{std::numeric_limits<std::int32_t>::min(),
+                                std::numeric_limits<std::int32_t>::max()};
+
+struct Literal {
+  Result result;
+  bool complete;
+
+  Literal(const PointMatrix3& points, DepthBand band)
+      : complete(literal::fit_plane_robust(points, result.plane, result.stats, result.inliers, band,
+                                           0)) {}
+};
+
+Result result_of(const RobustFit& robust) {
+  return {robust.fit->plane, robust.fit->stats, robust.inliers};
+}
+
+// Rows to the last bit, in both vector sets, which agree in every number.
+RobustFit expect_literal_rows(const PointMatrix3& points, DepthBand band) {
+  const Literal expected(points, band);
+  RobustFit robust = fit_in_band(points, band, RowVectors::kBaseline);
+  EXPECT_EQ(robust.complete, expected.complete);
+  if (expected.complete) {
+    EXPECT_TRUE(same(robust.inliers, expected.result.inliers));
+  } else {
+    EXPECT_EQ(robust.inliers.rows(), 0);
+  }
+  const RobustFit wide = fit_in_band(points, band, best_row_vectors());
+  EXPECT_EQ(wide.complete, robust.complete);
+  EXPECT_EQ(wide.decompositions, robust.decompositions);
+  if (robust.fit && wide.fit) {
+    EXPECT_TRUE(same(result_of(robust), result_of(wide)));
+  } else {
+    EXPECT_EQ(robust.fit.has_value(), wide.fit.has_value());
+  }
+  return robust;
+}
+
+// The same, with plane and statistics to rounding.
+RobustFit expect_literal_fit(const PointMatrix3& points, DepthBand band, double far = 1e3) {
+  RobustFit robust = expect_literal_rows(points, band);
+  if (robust.fit) {
+    EXPECT_TRUE(same_to_rounding(result_of(robust), Literal(points, band).result, far));
+  }
+  return robust;
+}
+
+Sheet any_sheet(Random& random) {
+  return {random.uniform(-200.0, 200.0), random.uniform(-0.3, 0.3), random.uniform(-0.5, 0.5),
+          std::pow(10.0, random.uniform(-2.0, 0.5)), random.uniform(0.0, 0.3)};
+}
+
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormForSheetsOfAllKinds) {
+  Random random(1);
+  int streamed = 0;
+  for (int run = 0; run < 400; ++run) {
+    const PointMatrix3 points = sheet_cloud(random, 64 + random.index(4000), any_sheet(random));
+    if (expect_literal_fit(points, kBand).decompositions == 0) ++streamed;
+    ASSERT_FALSE(HasFailure()) << run;
+  }
+  EXPECT_GE(streamed, 380);
+}
+
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormAroundEveryBorderOfWordsAndShortClouds) {
+  Random random(2);
+  for (Eigen::Index count = 3; count < 330; ++count) {
+    expect_literal_fit(sheet_cloud(random, count, any_sheet(random)), kBand);
+    ASSERT_FALSE(HasFailure()) << count;
+  }
+  for (const Eigen::Index count : {511, 512, 513, 16383, 16384, 16385}) {
+    expect_literal_fit(sheet_cloud(random, count, {}), kBand);
+  }
+}
+
+// A quarter of the rows lies `height` off the plane, half of it on either side, the others in it:
+// two sigmas are `height`, and rounding alone decides which of those rows stay.
+PointMatrix3 rows_on_both_bounds(Random& random, Eigen::Index quads, double height) {
+  const Eigen::Matrix3d tilt =
+      Eigen::AngleAxisd(random.uniform(-0.3, 0.3),
+                        Eigen::Vector3d(0.0, random.uniform(-1.0, 1.0), 1.0).normalized())
+          .toRotationMatrix();
+  const Eigen::RowVector3d centre(random.uniform(10.0, 200.0), 0.0, 500.0);
+  PointMatrix3 points(4 * quads, 3);
+  for (Eigen::Index i = 0; i < quads; ++i) {
+    const double x = i % 4 == 0 ? height : 0.0;
+    const double y = 1.0 + random.index(100);
+    const double z = random.index(50);
+    points.middleRows(4 * i, 4) << x, y, z, x, -y, -z, -x, y, z, -x, -y, -z;
+  }
+  return (points * tilt.transpose()).rowwise() + centre;
+}
+
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormWhereRoundingDecides) {
+  Random random(3);
+  int decomposed = 0;
+  for (int run = 0; run < 200; ++run) {
+    const double height = run % 3 == 0 ? 2.5 : random.uniform(0.1, 2.5);
+    const RobustFit robust = expect_literal_rows(
+        rows_on_both_bounds(random, 20 + random.index(600), height), kEverywhere);
+    if (robust.decompositions > 0) ++decomposed;
+    ASSERT_FALSE(HasFailure()) << run;
+  }
+  EXPECT_GE(decomposed, 100);
+}
+
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormFarFromTheOrigin) {
+  Random random(4);
+  for (int run = 0; run < 200; ++run) {
+    const double far = std::pow(10.0, random.uniform(4.0, 12.0));
+    const Box box{random_rotation(random),
+                  {100.0, 80.0, std::pow(10.0, random.uniform(-3.0, 1.0))},
+                  {far, 0.3 * far, random.index(2) * 2.0 * far}};
+    expect_literal_rows(box_cloud(random, 64 + random.index(2000), box), kEverywhere);
+    ASSERT_FALSE(HasFailure()) << run << " at " << far;
+  }
+}
+
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormAtEveryScale) {
+  Random random(5);
+  for (int run = 0; run < 200; ++run) {
+    const double size = std::pow(10.0, random.uniform(-15.0, -3.0));
+    const Box box{random_rotation(random), {size, size, 0.01 * size}, {50.0, 3.0, 500.0}};
+    expect_literal_rows(box_cloud(random, 64 + random.index(2000), box), kEverywhere);
+    ASSERT_FALSE(HasFailure()) << run << " of " << size;
+  }
+  for (const double scale : {1e-305, 1e-150, 1e-80, 1e-20, 1e20, 1e80, 1e150, 1e160, 1e305}) {
+    const PointMatrix3 points =
+        scale * box_cloud(random, 700, {random_rotation(random), {9, 6, 0.4}, {5, 50, 20}});
+    expect_literal_rows(points, kEverywhere);
+    EXPECT_FALSE(HasFailure()) << scale;
+  }
+}
+
+// Lines, points, rods, needles and planes without thickness; rows that repeat; grids.
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormForDegenerateClouds) {
+  Random random(6);
+  const Eigen::Vector3d centre(100.0, 20.0, 500.0);
+  for (const Eigen::Vector3d& spreads :
+       {Eigen::Vector3d(90.0, 0.0, 0.0), Eigen::Vector3d(90.0, 60.0, 0.0),
+        Eigen::Vector3d(90.0, 1e-7, 1e-9), Eigen::Vector3d(0.0, 0.0, 0.0),
+        Eigen::Vector3d(90.0, 1.0, 1.0 - 1e-9), Eigen::Vector3d(90.0, 60.0, 1e-6),
+        Eigen::Vector3d(90.0, 1.0, 0.5), Eigen::Vector3d(90.0, 3.0, 0.01),
+        Eigen::Vector3d(2.0, 2.0, 2.0), Eigen::Vector3d(90.0, 90.0, 1e-3)}) {
+    for (const Eigen::Index count : {64, 65, 500, 3000}) {
+      for (const bool tilted : {false, true}) {
+        Box box{Eigen::Matrix3d::Identity(), spreads, centre};
+        if (tilted) box.axes = random_rotation(random);
+        PointMatrix3 points = box_cloud(random, count, box);
+        expect_literal_rows(points, kEverywhere);
+        points = points.array().round();
+        expect_literal_rows(points, kEverywhere);
+        for (Eigen::Index i = 0; i < count; ++i) points.row(i) = points.row(i % 7).eval();
+        expect_literal_rows(points, kEverywhere);
+        ASSERT_FALSE(HasFailure()) << spreads.transpose() << ", " << count << " rows";
+      }
+    }
+  }
+}
+
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormAmongNumbersThatAreNotFinite) {
+  Random random(7);
+  for (int run = 0; run < 120; ++run) {
+    PointMatrix3 points = sheet_cloud(random, 64 + random.index(1000), {});
+    const double odd[] = {kNaN, kInf, -kInf, 1e200, -1e308, 1e120, 1e30};
+    for (int k = 0; k <= random.index(3); ++k) {
+      points(random.index(static_cast<int>(points.rows())), random.index(3)) = odd[random.index(7)];
+    }
+    expect_literal_rows(points, run % 2 == 0 ? kBand : kEverywhere);
+    ASSERT_FALSE(HasFailure()) << run;
+  }
+}
+
+// Rows far out, which the first rejection takes, and clouds in which it takes most rows.
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormAmongRowsThatStandFarOut) {
+  Random random(8);
+  for (int run = 0; run < 150; ++run) {
+    PointMatrix3 points = sheet_cloud(random, 64 + random.index(2000), {.outliers = 0.5});
+    const double far = std::pow(10.0, random.uniform(2.0, 9.0));
+    for (int k = 0; k < random.index(4); ++k) {
+      points(random.index(static_cast<int>(points.rows())), random.index(2)) += far;
+    }
+    expect_literal_rows(points, kBand);
+    ASSERT_FALSE(HasFailure()) << run << ", " << far;
+  }
+}
+
+// Every row and its mirror image: the origin lies in the plane and the sides tie.
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormForPlanesThroughTheOrigin) {
+  Random random(9);
+  for (int run = 0; run < 100; ++run) {
+    const Eigen::Index half = 40 + random.index(800);
+    const Box box{random_rotation(random), {80.0, 60.0, 1.0}, {0.0, 0.0, 0.0}};
+    const PointMatrix3 front = box_cloud(random, half, box);
+    PointMatrix3 points(2 * half, 3);
+    points << front, -front;
+    if (run % 2 == 1) points.rowwise() += 1e-12 * Eigen::RowVector3d(1.0, 2.0, 3.0);
+    expect_literal_rows(points, kEverywhere);
+    ASSERT_FALSE(HasFailure()) << run;
+  }
+}
+
+// Sorted rows, and rows all on one side first: partial sums walk far from 0.
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormWhateverTheirOrder) {
+  Random random(10);
+  for (int run = 0; run < 60; ++run) {
+    PointMatrix3 points = sheet_cloud(random, 2000 + random.index(4000), {.noise = 0.3});
+    std::vector<Eigen::Index> order(static_cast<std::size_t>(points.rows()));
+    for (std::size_t i = 0; i < order.size(); ++i) order[i] = static_cast<Eigen::Index>(i);
+    const auto height = [&](Eigen::Index i) {
+      return points(i, 0) - 0.02 * points(i, 1) - 0.15 * points(i, 2);
+    };
+    std::sort(order.begin(), order.end(), [&](Eigen::Index a, Eigen::Index b) {
+      return run % 2 == 0 ? height(a) < height(b) : points(a, 2) < points(b, 2);
+    });
+    const PointMatrix3 sorted = points(order, Eigen::all);
+    expect_literal_fit(sorted, kBand);
+    ASSERT_FALSE(HasFailure()) << run;
+  }
+}
+
+// What a device gives: no row near enough to a bound to ask the decomposition.
+TEST(FitInBand, DecidesSheetsOfADeviceWithoutADecomposition) {
+  Random random(11);
+  for (const double noise : {0.02, 0.05, 0.2}) {
+    const PointMatrix3 points = sheet_cloud(random, 100000, {.noise = noise});
+    EXPECT_EQ(expect_literal_fit(points, kBand).decompositions, 0) << noise;
+  }
+}
+
+TEST(FitInBand, ReducesNarrowCloudsByReflections) {
+  Random random(12);
+  int streamed = 0;
+  for (int run = 0; run < 60; ++run) {
+    const double narrow = random.uniform(2.0, 9.0);
+    const Box box{random_rotation(random), {100.0, narrow, 0.3}, {90.0, -30.0, 400.0}};
+    const PointMatrix3 points = box_cloud(random, 100 + random.index(3000), box);
+    if (expect_literal_fit(points, kEverywhere).decompositions == 0) ++streamed;
+    ASSERT_FALSE(HasFailure()) << run;
+  }
+  EXPECT_GE(streamed, 55);
+}
+
+// A row is moved onto a bound of one rejection and the other: that one is decomposed, no other.
+TEST(FitInBand, ConfinesTheDecompositionToTheRejectionThatNeedsIt) {
+  Random random(13);
+  const Box box{Eigen::Matrix3d::Identity(), {0.5, 80.0, 60.0}, {50.0, 20.0, 500.0}};
+  PointMatrix3 points = box_cloud(random, 2000, box);
+  ASSERT_EQ(expect_literal_fit(points, kEverywhere).decompositions, 0);
+  for (int turn = 0; turn < 60; ++turn) {  // the row moves the plane with it, ever less
+    PlaneAbcd plane;
+    PlaneFitStats stats;
+    ASSERT_TRUE(literal::fit_plane_svd(points, plane, stats));
+    const double height = plane.head<3>().dot(points.row(7).transpose()) + plane[3];
+    points.row(7) += ((2.5 - height) * plane.head<3>()).transpose();
+  }
+  EXPECT_EQ(expect_literal_fit(points, kEverywhere).decompositions, 1);
+
+  points = box_cloud(random, 2000, box);
+  for (int turn = 0; turn < 60; ++turn) {
+    PlaneAbcd plane;
+    PlaneFitStats stats;
+    ASSERT_TRUE(literal::fit_plane_svd(points, plane, stats));
+    std::vector<double> distances;
+    literal::plane_signed_distances(points, plane, distances);
+    double squares = 0.0;
+    for (const double d : distances) squares += d * d;
+    const double bound = 2.0 * std::sqrt(squares / static_cast<double>(distances.size()));
+    const double height = plane.head<3>().dot(points.row(7).transpose()) + plane[3];
+    points.row(7) += ((bound - height) * plane.head<3>()).transpose();
+  }
+  EXPECT_EQ(expect_literal_fit(points, kEverywhere).decompositions, 1);
+}
+
+TEST(FitInBand, FailsWithoutAFitForFewerThanThreeRows) {
+  Random random(14);
+  for (const Eigen::Index count : {0, 1, 2, 100}) {
+    const PointMatrix3 points = sheet_cloud(random, count, {});
+    const RobustFit robust = fit_in_band(points, {5000, 6000});
+    EXPECT_FALSE(robust.complete);
+    EXPECT_FALSE(robust.fit);
+    EXPECT_EQ(robust.inliers.rows(), 0);
+  }
+}
+
+TEST(FitInBandByDecomposition, EqualsItsLiteralFormToTheLastBit) {
+  Random random(15);
+  for (int run = 0; run < 200; ++run) {
+    const PointMatrix3 points = sheet_cloud(random, 3 + random.index(2000), any_sheet(random));
+    const Literal expected(points, kBand);
+    const RobustFit robust = fit_in_band_by_decomposition(points, kBand);
+    ASSERT_EQ(robust.complete, expected.complete);
+    if (!robust.complete) continue;
+    ASSERT_EQ(robust.decompositions, 3);
+    ASSERT_TRUE(same(result_of(robust), expected.result)) << run;
+  }
+}
+
+}  // namespace
