@@ -10,7 +10,6 @@
 #include "fast/residual_measurement.h"
 #include "fast/standard_store.h"
 #include "fast/transform_solve.h"
-#include "fit/coefficient_calibration.h"
 #include "kestrane/fast_calib.h"
 #include "records/carving.h"
 #include "records/expects.h"
@@ -142,13 +141,6 @@ void KestraneLaserFastCalibrator::cal_residual(const PointSets& points,
   residual_mean = measured.mean;
   residual_max = measured.max;
   residual_deviation = measured.deviation;
-}
-
-_KESTRANE_STATUS KestraneLaserFastCalibrator::calib(const _LASER_PLANE_INDICATORS_INFOS& indicators,
-                                                    const _LASER_PLANE_GRID_CORNERS_INFOS& corners,
-                                                    double condition, _COMPENSATOR_COEFFS& source,
-                                                    _COMPENSATOR_COEFFS& result) {
-  return calibrate_coefficients(indicators, corners, condition, source, result);
 }
 
 void KestraneLaserFastCalibrator::filter_point_by_frame(const FrameLists& frames,

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "fit/line_fit.h"
+#include "fit/coefficients/line_consensus.h"
 #include "fit/points.h"
 
 namespace kestrane {

@@ -17,7 +17,7 @@
 
 #include "compensation/cell_kernel.h"
 #include "fast/residual_measurement.h"
-#include "fit/coefficient_calibration.h"
+#include "fit/coefficients/coefficient_calibration.h"
 #include "fit/plane_fit.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"

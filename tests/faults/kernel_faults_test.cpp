@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "fit/coefficient_calibration.h"
+#include "fit/coefficients/coefficient_calibration.h"
 #include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
 #include "kestrane/compensator.h"

@@ -1,10 +1,10 @@
-#include "fit/coefficient_calibration.h"
+#include "fit/coefficients/coefficient_calibration.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 
-#include "fit/laser_geometry_fitter.h"
+#include "kestrane/fast_calib.h"
 #include "records/coefficient_record.h"
 #include "records/expects.h"
 #include "records/guard.h"
@@ -122,11 +122,9 @@ void refit_coefficient_cell(double measured_x, double condition, PointMatrix2& s
     samples.row(i) << t, model.x_at(t);
   }
   samples.row(kOldSamples) << condition, limited_reading(measured_x, model.x_at(condition));
-  LaserGeometryFitter fitter;
-  fitter.set_params(false, 0, 0.0, 0.0);
   LineAbc line;
   double mean_distance = 0.0;
-  fitter.fit_line(samples, line, mean_distance);  // eleven rows without a search cannot fail
+  fit_line_pca(samples, line, mean_distance);
   for (int i = 0; i < 3; ++i) cell.v[i] = line[i];
 }
 
@@ -151,6 +149,13 @@ _KESTRANE_STATUS calibrate_coefficients(const _LASER_PLANE_INDICATORS_INFOS& ind
     }
   }
   return KESTRANE_OK;
+}
+
+_KESTRANE_STATUS KestraneLaserFastCalibrator::calib(const _LASER_PLANE_INDICATORS_INFOS& indicators,
+                                                    const _LASER_PLANE_GRID_CORNERS_INFOS& corners,
+                                                    double condition, _COMPENSATOR_COEFFS& source,
+                                                    _COMPENSATOR_COEFFS& result) {
+  return calibrate_coefficients(indicators, corners, condition, source, result);
 }
 
 }  // namespace kestrane

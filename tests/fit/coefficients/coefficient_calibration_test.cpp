@@ -1,4 +1,4 @@
-#include "fit/coefficient_calibration.h"
+#include "fit/coefficients/coefficient_calibration.h"
 
 #include <gtest/gtest.h>
 

@@ -1,26 +1,16 @@
-// Least-squares lines in the plane, and the consensus search that sorts out outliers.
+// The consensus search that sorts outliers out before a line is fitted. No job of the library walks
+// it: coefficient lines have no outliers.
 //
-// in    points in 2D, one a row
-// out   a line a x + b y + c = 0 with (a, b) of unit length, either sign; the rows that a search
-//       keeps
+// in    points in 2D, one per row
+// out   the rows that a search keeps; a line through them
 #pragma once
 
-#include <Eigen/Core>
 #include <cstdint>
 #include <vector>
 
+#include "fit/coefficients/line_fit.h"
+
 namespace kestrane {
-
-// N x 2, one point (x, y) a row, stored x0 y0 x1 y1 and so on.
-using PointMatrix2 = Eigen::Matrix<double, Eigen::Dynamic, 2, Eigen::RowMajor>;
-
-// a, b, c of a x + b y + c = 0.
-using LineAbc = Eigen::Vector3d;
-
-struct Point2 {
-  double x;
-  double y;
-};
 
 // What a consensus search is asked for.
 struct ConsensusSettings {
@@ -28,14 +18,6 @@ struct ConsensusSettings {
   double threshold;         // a point is in when it lies nearer to the line than this
   double min_ratio;         // share of the points that must be in
 };
-
-// Total least squares: the line through the mean along the principal axis, without rejection.
-//
-// line           the smaller axis of the scatter is its normal; (1, 0) for points that coincide
-// mean_distance  of the points to the line
-//
-// Points or a scatter that are not finite give a line and a distance that are not numbers.
-void fit_line_pca(const PointMatrix2& points, LineAbc& line, double& mean_distance);
 
 // Appends the points nearer than `threshold` to the line through `origin` along `direction` (unit
 // length), in order. A point at exactly `threshold` is out, and so is one whose distance is not a

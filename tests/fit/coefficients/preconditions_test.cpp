@@ -1,7 +1,7 @@
 // What the host owes: a checked build names the violated precondition before memory is touched.
 #include <gtest/gtest.h>
 
-#include "fit/coefficient_calibration.h"
+#include "fit/coefficients/coefficient_calibration.h"
 #include "kestrane/buffers.h"
 #include "tests/files/records_under_test.h"
 #include "tests/support/violation.h"

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "fit/line_fit.h"
+#include "fit/coefficients/line_fit.h"
 #include "kestrane/records.h"
 
 namespace kestrane {
@@ -43,7 +43,8 @@ void collect_valid_corners(const _LASER_PLANE_INDICATORS_INFOS& indicators,
 void refit_coefficient_cell(double measured_x, double condition, PointMatrix2& samples,
                             _LASER_TRIPLE& cell);
 
-// The whole operation. `result` needs room for all that `source` holds.
+// The whole operation, which KestraneLaserFastCalibrator::calib hands out; it reads no state of the
+// engine. `result` needs room for all that `source` holds.
 //
 // KESTRANE_ERR_INVALID_PARAM  indicators or corners of 0 planes, or a source of less than 1
 // KESTRANE_ERR_NULL_POINTER   indicators or corners without rows, or a source without table
