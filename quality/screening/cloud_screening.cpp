@@ -108,9 +108,8 @@ ScreenedCloud screen_cloud(_KESTRANE_ID_POINT3DS points, const CloudSettings& se
   drop_gross(fit, fates, screened.points, screened.account.worst);
   account_for(points.points, fates, screened.account);
   UnitCheck units;
-  // Points in another unit lie outside the band.
-  if (2 * screened.account.dropped.depth > screened.account.points)
-    units.add(points.points, fates.size());
+  // Points in another unit lie outside the band: only where most are gone is it worth a look.
+  if (2 * screened.account.kept < screened.account.points) units.add(points.points, fates.size());
   screened.unit_hint = units.hint();
   if (!has_full_sector(screened.points)) screened.refused = reason(screened, band);
   return screened;
