@@ -1,11 +1,11 @@
 // Two sheets of a real device: 35 frames on a line each, errors common to a frame, and one
 // direction, nearly y, that both sheets hold.
+#include "tests/quality/real_clouds.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,28 +23,11 @@ using kestrane::quality::MotionDirection;
 using kestrane::quality::PlaneTable;
 using kestrane::quality::PointList;
 
-// Lines "plane,frame,x,y,z" of planes 0 and 1 after a line of names.
-std::vector<PointList> read_clouds() {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(REAL_CLOUDS, "r"),
-                                                             &std::fclose);
-  std::vector<PointList> clouds(2);
-  char line[256];
-  while (file && std::fgets(line, sizeof line, file.get()) != nullptr) {
-    unsigned plane;
-    _KESTRANE_ID_POINT3D point;
-    if (std::sscanf(line, "%u,%d,%lf,%lf,%lf", &plane, &point.id, &point.x, &point.y, &point.z) ==
-        5) {
-      clouds.at(plane).push_back(point);
-    }
-  }
-  return clouds;
-}
-
 class RealClouds : public testing::Test {
  protected:
   void SetUp() override {
     if (!std::filesystem::exists(REAL_CLOUDS)) GTEST_SKIP() << "no " << REAL_CLOUDS;
-    clouds = read_clouds();
+    clouds = quality_tests::read_clouds(REAL_CLOUDS);
     table = calibrate_factory(clouds_of(clouds)).table;
     ASSERT_EQ(table.planes(), 2);
   }
