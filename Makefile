@@ -9,11 +9,12 @@ BENCH_ARGS ?=
 FUZZ_SECONDS ?= 60
 MUTANT_ARGS ?=
 GROUPS ?=
+TESTS ?=
 PREFIX ?= /usr/local
 
 needs := @scripts/install-dependencies.sh
 
-.PHONY: help dependencies build test demo bench growth asan check fuzz docs mutants \
+.PHONY: help dependencies build test test-arm64 demo bench growth asan check fuzz docs mutants \
   format install package abi abi-baseline clean
 
 help: ## list the targets
@@ -31,6 +32,10 @@ test: build ## run all tests; those of foreign hosts, which build programs, come
 	@status=0; for tests in release adoption; do \
 	  ctest --preset $$tests -j $(JOBS) || status=1; \
 	done; exit $$status
+
+test-arm64: ## cross-compile for arm64 and run the tests emulated; TESTS=<regex> for some
+	$(needs) arm64
+	@JOBS=$(JOBS) scripts/test-arm64.sh $(TESTS)
 
 demo: ## build the demo alone and run the life of a simulated device; DEMO_ARGS="--planes 100"
 	$(needs)

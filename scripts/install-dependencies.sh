@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sees to it that the Debian packages which the build and the tests need are there.
 #   install-dependencies.sh [--install] [group...]
-# With the packages of a group beside the common ones: fuzz, check, docs, package, abi, mutants.
+# With the packages of a group beside the common ones: fuzz, check, docs, package, abi, mutants,
+# arm64.
 #
 # Missing packages are installed where nobody has to be asked: for root, with CI set, and with
 # --install (through sudo then). Elsewhere they are named, and the exit status is 1.
@@ -25,6 +26,7 @@ for group in "$@"; do
     package) packages+=(git debhelper dpkg-dev fakeroot lintian) ;;
     abi) packages+=(abigail-tools) ;;
     mutants) packages+=(python3) ;;
+    arm64) packages+=(g++-aarch64-linux-gnu qemu-user) ;;
     *) echo "install-dependencies: no group named $group" >&2; exit 1 ;;
   esac
 done
