@@ -14,7 +14,9 @@
 #include "quality/factory/job.h"
 #include "quality/factory/optimisation_effect.h"
 #include "quality/factory/plane_figures.h"
+#include "quality/factory/refinement_gain.h"
 #include "quality/factory/repeatability.h"
+#include "quality/refinement/table_row.h"
 #include "quality/screening/sheet_terms.h"
 
 namespace kestrane::quality {
@@ -125,6 +127,10 @@ class Device {
     result.corners.assign(planes * kCornersOfPlane, kNoTriple);
     result.planes.resize(planes);
     result.settings = settings;
+    if (settings.refine == Refine::kAll) {
+      result.refined.table = PlaneTable(static_cast<std::int32_t>(planes));
+      result.refined.planes.resize(planes);
+    }
     result.volume = volume_of(settings);
     return result;
   }
@@ -178,6 +184,22 @@ class Device {
       measure_without(cloud, frames, without, measure_, plane.optimisation);
     }
     if (settings_.repeatability) measure_repeats(p, cloud, frames, plane);
+    if (is_refined(p)) refine(p, cloud, plane);
+  }
+
+  bool is_refined(std::size_t p) const {
+    return settings_.refine == Refine::kAll ||
+           (settings_.refine == Refine::kEstimate && is_estimated(p, clouds_.size()));
+  }
+
+  // Of the cloud as measured: the refinement rejects by itself, and reaches to depth 1500.
+  void refine(std::size_t p, Cloud cloud, PlaneFigures& plane) {
+    RefinedPlane refined = refine_plane(clouds_[p]);
+    const Cloud given(clouds_[p].points, static_cast<std::size_t>(clouds_[p].count));
+    plane.refinement = measure_gain(engine_, given, cloud, refined);
+    if (settings_.refine != Refine::kAll) return;
+    write_row(refined, static_cast<std::int32_t>(p), result_.refined.table);
+    result_.refined.planes[p] = std::move(refined);
   }
 
   void measure_repeats(std::size_t p, Cloud cloud, const std::vector<std::int32_t>& frames,

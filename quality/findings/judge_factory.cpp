@@ -20,6 +20,7 @@ Judgement judge(const FactoryResult& result, const Limits& limits) {
     findings.push_back(optimise_idle_row(result));
     findings.push_back(bound_row(result));
   }
+  if (result.settings.refine != Refine::kNone) findings.push_back(refine_row(result));
   findings.push_back(outliers_row(result, limits));
   findings.push_back(repeatability_row(result, limits));
   return conclude(std::move(findings), limits);

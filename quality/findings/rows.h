@@ -26,6 +26,9 @@ Finding trade_row(const FactoryResult& result);
 Finding optimise_idle_row(const FactoryResult& result);
 Finding bound_row(const FactoryResult& result);
 
+// Only where a refinement was asked for.
+Finding refine_row(const FactoryResult& result);
+
 Finding field_motion_row(const FieldResult& result, const Limits& limits);
 Finding direction_row(const FieldResult& result, const Limits& limits);
 Finding used_row(const FieldResult& result);

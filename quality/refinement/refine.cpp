@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "kestrane/quality/refinement.h"
+#include "quality/refinement/table_row.h"
 
 namespace kestrane::quality {
 namespace {
@@ -35,12 +36,6 @@ void side_by_side(std::size_t count, std::size_t threads, Work work) {
   run();
   for (std::thread& other : others) other.join();
   if (failure) std::rethrow_exception(failure);
-}
-
-void write_row(const RefinedPlane& plane, std::int32_t row, PlaneTable& table) {
-  if (!plane.refused.empty()) return;
-  std::copy(plane.cells.begin(), plane.cells.end(), &table.cell(row, {0, 0}));
-  std::copy(plane.whole_plane.begin(), plane.whole_plane.end(), table.whole_plane(row));
 }
 
 }  // namespace

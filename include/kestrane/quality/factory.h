@@ -30,6 +30,7 @@
 
 #include "kestrane/export.h"
 #include "kestrane/quality/plane_table.h"
+#include "kestrane/quality/refinement.h"
 #include "kestrane/quality/screening.h"
 #include "kestrane/quality/working_volume.h"
 #include "kestrane/records.h"
@@ -43,6 +44,13 @@ namespace quality {
 /// A figure that is not determined.
 inline constexpr double kNotDetermined = std::numeric_limits<double>::quiet_NaN();
 
+/// Whether planes are refined as well, see refinement.h. The job's own table stays what it is.
+enum class Refine : std::int32_t {
+  kNone = 0,      ///< no plane
+  kEstimate = 1,  ///< at most 4 planes, evenly spaced over the device: what would it gain
+  kAll = 2        ///< every plane; `FactoryResult::refined` holds the refined table
+};
+
 /// How a device is calibrated and looked at.
 struct FactorySettings {
   _LASER_TYPE type = LASER_TYPE_STANDARD;  ///< depth band of the fits
@@ -51,6 +59,7 @@ struct FactorySettings {
   double gross = 3.0;     ///< least distance of a gross outlier, in the unit of the points
   bool repeatability = true;            ///< calibrate the even and the odd frames as well
   std::optional<WorkingVolume> volume;  ///< none: the fit's depth band over the whole fan
+  Refine refine = Refine::kNone;        ///< refinement takes the clouds as measured, not screened
 };
 
 /// Figures of a set of residuals.
@@ -97,6 +106,15 @@ struct OptimisationFigures {
   double median_seam_without = kNotDetermined;  ///< median of the seams without it
 };
 
+/// What the refinement would gain on a plane: errors in x on capture frames that were left out in
+/// turn, over the points that the refinement takes.
+struct RefinementFigures {
+  std::string refused;                  ///< why the plane could not be refined; empty otherwise
+  bool plane_only = false;              ///< its frames support no more than a plane
+  double refined_rms = kNotDetermined;  ///< root mean square error of the refined table
+  double plain_rms = kNotDetermined;    ///< the same of the job's table without the optimisation
+};
+
 /// All that is known of one plane.
 struct PlaneFigures {
   _KESTRANE_STATUS status = KESTRANE_ERR_FAILED;  ///< of the job; see `reason` where it did not run
@@ -118,6 +136,7 @@ struct PlaneFigures {
   std::vector<PoseFigures> poses;         ///< by ascending frame number
   std::vector<BlockFigures> blocks;       ///< 15 x 50; none for a plane that failed
   OptimisationFigures optimisation;       ///< where it was asked for
+  std::optional<RefinementFigures> refinement;  ///< of the planes that were refined
 
   /// Share of the valid points that are outliers; not determined without valid points.
   double outlier_share() const {
@@ -135,6 +154,7 @@ struct FactoryResult {
   ResidualFigures device;                 ///< of the residuals of all planes together
   FactorySettings settings;               ///< what it was made with
   WorkingVolume volume;                   ///< the one that was looked at
+  RefinedDevice refined;  ///< with Refine::kAll, a row per cloud; else without planes
 };
 
 /// Called when a plane is done, between the planes. What it throws ends the calibration and leaves

@@ -378,4 +378,45 @@ TEST(Rows, SpeakOfPlanesWithATableAlone) {
   }
 }
 
+// --- refine ------------------------------------------------------------------------------------
+
+FactoryResult refined_device(double refined, double plain) {
+  FactoryResult result = device();
+  result.settings.refine = kestrane::quality::Refine::kEstimate;
+  for (auto& plane : result.planes) {
+    plane.refinement = kestrane::quality::RefinementFigures{"", false, refined, plain};
+  }
+  return result;
+}
+
+TEST(RefineRow, IsToldOnlyWhereARefinementWasAskedFor) {
+  EXPECT_EQ(judge(device()).find("refine"), nullptr);
+}
+
+TEST(RefineRow, WarnsBelowFourFifthsOfThePlainError) {
+  const Judgement warns = judge(refined_device(just_below(0.8), 1.0));
+  EXPECT_EQ(warns.find("refine")->level, Level::kWarn);
+  EXPECT_NE(warns.find("refine")->text.find("take the refined table"), std::string::npos);
+  EXPECT_EQ(judge(refined_device(0.8, 1.0)).find("refine")->level, Level::kOk);
+}
+
+TEST(RefineRow, PoolsTheSquaresOfThePlanesThatAreKnown) {
+  FactoryResult result = refined_device(3.0, 30.0);
+  result.planes[0].refinement->refined_rms = 4.0;
+  result.planes[0].refinement->plain_rms = 40.0;
+  result.planes[2].refinement->plain_rms = kNotDetermined;
+  result.planes[3].refinement.reset();
+  const Judgement judgement = judge(result);
+  const Finding* row = judgement.find("refine");
+  EXPECT_EQ(row->figure("planes"), 2.0);
+  EXPECT_DOUBLE_EQ(row->figure("refined_rms"), std::sqrt(12.5));
+  EXPECT_DOUBLE_EQ(row->figure("plain_rms"), std::sqrt(1250.0));
+}
+
+TEST(RefineRow, SaysWhereNothingIsDetermined) {
+  const Judgement judgement = judge(refined_device(kNotDetermined, 1.0));
+  EXPECT_EQ(judgement.find("refine")->level, Level::kOk);
+  EXPECT_NE(judgement.find("refine")->text.find("not determined"), std::string::npos);
+}
+
 }  // namespace
