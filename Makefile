@@ -40,9 +40,9 @@ test-arm64: ## cross-compile for arm64 and run the tests emulated; TESTS=<regex>
 demo: ## build the demo alone and run the life of a simulated device; DEMO_ARGS="--planes 100"
 	$(needs)
 	@echo "Configuring ..."
-	@cmake --preset release >/dev/null
-	cmake --build --preset release -j $(JOBS) --target device_life
-	@build/release/examples/device_life $(DEMO_ARGS)
+	@cmake --preset demo >/dev/null
+	cmake --build --preset demo -j $(JOBS)
+	@build/demo/examples/device_life $(DEMO_ARGS)
 	@echo 'Then: make test runs all tests; examples/first_table.cpp and its neighbours are the shortest'
 	@echo 'way into a host, README.md tells the rest.'
 
