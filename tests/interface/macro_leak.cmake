@@ -1,4 +1,5 @@
-# Fails when a header defines a macro that neither the compiler nor the system headers below it do.
+# Fails when a header defines a macro that neither the compiler nor the system headers below it do,
+# or has no "#pragma once".
 #
 # in   COMPILER, HEADER, PUBLIC_FOLDER (the folder with kestrane/), INCLUDE_FOLDERS, WORK_FOLDER
 #
@@ -27,7 +28,12 @@ function(macros_of variable source)
   set(${variable} "${names}" PARENT_SCOPE)
 endfunction()
 
-file(GLOB headers "${PUBLIC_FOLDER}/kestrane/*.h")
+file(STRINGS "${HEADER}" guard REGEX "^#pragma once$")
+if(NOT guard)
+  message(FATAL_ERROR "no #pragma once:\n  ${HEADER}")
+endif()
+
+file(GLOB headers "${PUBLIC_FOLDER}/kestrane/*.h" "${PUBLIC_FOLDER}/kestrane/quality/*.h")
 set(system_includes "")
 foreach(header IN LISTS headers HEADER)
   file(STRINGS "${header}" lines REGEX "^#include <")
