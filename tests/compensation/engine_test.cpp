@@ -1,235 +1,327 @@
-// The engine from inside: its store, its pivots, what it allocates.
-#include "compensation/engine.h"
-
+// The fan, the scale and the order of work, seen in the tables that come out.
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <limits>
 
 #include "kestrane/compensator.h"
-#include "tests/compensation/allocation_probe.h"
+#include "tests/compensation/compensated_tables.h"
 #include "tests/compensation/scanner_table.h"
-#include "tests/literal/compensation.h"
 #include "tests/support/bits.h"
 
 namespace {
 
-using kestrane::_LASER_LINES_INFOS;
-using kestrane::_LASER_PLANE_BLOCK_INFO;
 using kestrane::KESTRANE_LASER_COMPENSATOR;
-using kestrane::LaserCompensator;
-using kestrane_test::AllocationProbe;
+using kestrane_test::bits_of;
+using kestrane_test::compensate_literally;
+using kestrane_test::compensated;
+using kestrane_test::Condition;
+using kestrane_test::count_differences;
+using kestrane_test::flat_table;
+using kestrane_test::kAcross;
 using kestrane_test::kExtrinsic;
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 using kestrane_test::kWarm;
+using kestrane_test::load;
+using kestrane_test::result_of;
 using kestrane_test::same_bits;
-using literal::Vec3;
+using kestrane_test::scanner_table;
+using kestrane_test::turn_of;
 using simulation::HostTable;
-using Event = AllocationProbe::Event;
 
-constexpr std::ptrdiff_t kRowsSection = 8832;
-constexpr std::ptrdiff_t kSlab = 38912;
-constexpr std::ptrdiff_t kLineTable = 256;
-constexpr std::ptrdiff_t kLine = 1280;
-constexpr std::size_t kStore = 3900032;  // 8832 + 100 * 38912
+// --- cases worked by hand
 
-std::ptrdiff_t offset_in(const LaserCompensator& engine, const void* address) {
-  return static_cast<const char*>(address) - reinterpret_cast<const char*>(engine.planes());
+TEST(Compensate, MovesASheetOutByItsThermalGrowth) {
+  HostTable table = flat_table(1);
+  const Condition param{.temperature = 30.0, .temperature_ref = 20.0, .scale_per_degree = 0.001};
+  HostTable result = compensated(table, param, 0, 1, kAcross);
+  EXPECT_DOUBLE_EQ(result.abc(0, 0, 0)[0], -1.0 / 101.0);
+  EXPECT_EQ(result.abc(0, 0, 0)[1], 0.0);
+  EXPECT_EQ(result.abc(0, 0, 0)[2], 0.0);
 }
 
-void expect_table_at(const LaserCompensator& engine, const _LASER_LINES_INFOS& table,
-                     std::ptrdiff_t offset) {
-  EXPECT_EQ(offset_in(engine, table.lines), offset);
-  EXPECT_EQ(table.count, 0);
-  for (int j = 0; j < 15; ++j) {
-    EXPECT_EQ(offset_in(engine, table.lines[j].cells), offset + kLineTable + j * kLine);
-    EXPECT_EQ(table.lines[j].count, 0);
+TEST(Compensate, TurnsASheetOneStepFromTheCentre) {
+  HostTable table = flat_table(3);
+  const Condition param{.temperature = 30.0,
+                        .temperature_ref = 20.0,
+                        .temperature_spread = 0.001,
+                        .scale_per_degree = 0.001};
+  HostTable result = compensated(table, param, 0, 3, kAcross);
+  constexpr double kRounding = 1e-16;  // a value of 1e-4 out of sums of size 1
+  for (const int step : {-1, 0, 1}) {
+    EXPECT_DOUBLE_EQ(result.abc(1 + step, 3, 9)[0], -1.0 / 101.0);
+    EXPECT_EQ(result.abc(1 + step, 3, 9)[1], 0.0);
+    EXPECT_NEAR(result.abc(1 + step, 3, 9)[2], step * -std::tan(0.01) / 101.0, kRounding);
   }
 }
 
-TEST(LaserCompensator, HoldsNoRowsBeforeInit) { EXPECT_EQ(LaserCompensator().planes(), nullptr); }
-
-TEST(LaserCompensator, DividesItsStoreIntoRowsAndOneSlabPerPlane) {
-  LaserCompensator engine;
-  ASSERT_TRUE(engine.init());
-  for (int p = 0; p < 100; ++p) {
-    const _LASER_PLANE_BLOCK_INFO& row = engine.planes()[p];
-    EXPECT_EQ(offset_in(engine, &row), p * 88);
-    expect_table_at(engine, row.block, kRowsSection + p * kSlab);
-    expect_table_at(engine, row.block_aux, kRowsSection + p * kSlab + kSlab / 2);
-  }
-}
-
-TEST(LaserCompensator, TakesItsStoreInOneBlockThatStartsWithTheRows) {
-  LaserCompensator engine;
-  AllocationProbe probe;
-  ASSERT_TRUE(engine.init());
-  ASSERT_EQ(probe.size(), 1);
-  EXPECT_EQ(probe[0].kind, Event::kTake);
-  EXPECT_EQ(probe[0].bytes, kStore);
-  EXPECT_EQ(probe[0].block, engine.planes());
-}
-
-TEST(LaserCompensator, DropsTheOldStoreBeforeItTakesTheNewOne) {
-  LaserCompensator engine;
-  ASSERT_TRUE(engine.init());
-  const void* old = engine.planes();
-  AllocationProbe probe;
-  ASSERT_TRUE(engine.init());
-  ASSERT_EQ(probe.size(), 2);
-  EXPECT_EQ(probe[0].kind, Event::kGive);
-  EXPECT_EQ(probe[0].block, old);
-  EXPECT_EQ(probe[1].kind, Event::kTake);
-}
-
-TEST(LaserCompensator, HoldsNoStoreAfterAFailedInit) {
-  LaserCompensator engine;
-  ASSERT_TRUE(engine.init());
-  {
-    AllocationProbe probe;
-    probe.refuse();
-    EXPECT_FALSE(engine.init());
-    EXPECT_EQ(probe.count(Event::kGive), 1);
-    EXPECT_EQ(probe.count(Event::kRefuse), 1);
-  }
-  EXPECT_EQ(engine.planes(), nullptr);
-  EXPECT_TRUE(engine.init());
-}
-
-TEST(LaserCompensator, FreesItsStoreAndItselfWithTheFacade) {
-  auto facade = std::make_unique<KESTRANE_LASER_COMPENSATOR>();
-  AllocationProbe probe;
-  ASSERT_EQ(facade->init(), KESTRANE_OK);
-  const void* store = probe[0].block;
-  facade.reset();
-  bool freed = false;
-  for (int i = 0; i < probe.size(); ++i) {
-    freed = freed || (probe[i].kind == Event::kGive && probe[i].block == store);
-  }
-  EXPECT_TRUE(freed);
-}
-
-TEST(LaserCompensator, ReportsAStoreThatCannotBeHadAsAStatus) {
-  KESTRANE_LASER_COMPENSATOR facade;
-  {
-    AllocationProbe probe;
-    probe.refuse();
-    EXPECT_EQ(facade.init(), KESTRANE_ERR_NO_MEMORY);
-    EXPECT_EQ(probe.count(Event::kRefuse), 1);
-  }
-  EXPECT_EQ(facade.init(), KESTRANE_OK);
-}
-
-TEST(LaserCompensator, LetsOnlyTheStandardExceptionLeaveTheConstructor) {
-  AllocationProbe probe;
-  probe.refuse();
-  EXPECT_THROW(KESTRANE_LASER_COMPENSATOR(), std::bad_alloc);
-}
-
-TEST(LaserCompensator, AllocatesNothingFromTheTableToTheResult) {
-  simulation::Random random(21);
-  HostTable table(100);
-  kestrane_test::fill_like_a_scanner(table, random);
-  _MRV_LASER_PLANE_BLOCK_INFOS record = table.infos();
-  KESTRANE_LASER_COMPENSATOR facade;
-  ASSERT_EQ(facade.init(), KESTRANE_OK);
-
-  AllocationProbe probe;
-  facade.set_laser_plane_param(record);
-  facade.set_extrinsic_matrix(kExtrinsic);
-  facade.set_compensate_param(kWarm, 0, 100);
-  facade.compensate(0, 100);
-  facade.get_compensate_result(record);
-  EXPECT_EQ(probe.size(), 0);
-}
-
-TEST(LaserCompensator, SetsThePivotsOfThePlanesInWorkOnly) {
-  simulation::Random random(22);
-  HostTable table(6);
-  kestrane_test::fill_like_a_scanner(table, random);
-  LaserCompensator engine;
-  ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.infos());
-  engine.set_extrinsic_matrix(kExtrinsic);
-  engine.set_compensate_param(kWarm, 0, 6);
-  engine.compensate(1, 4);
-  const Vec3 T = {kExtrinsic.T[0], kExtrinsic.T[1], kExtrinsic.T[2]};
-  for (int p = 0; p < 6; ++p) {
-    const double* R = table.row(p).laser_plane_R;
-    Vec3 expected = {0.0, 0.0, 0.0};
-    if (p >= 1 && p < 4) {
-      expected = literal::plane_turn(T, kWarm, p, 0, 6, {R[0], R[1], R[2]}).pivot;
-    }
-    for (std::size_t i = 0; i < 3; ++i) {
-      EXPECT_TRUE(same_bits(engine.planes()[p].pivot[i], expected[i])) << "plane " << p;
+TEST(Compensate, GivesBackEachCellUpToRoundingWithoutACondition) {
+  HostTable table = scanner_table(10, 15);
+  HostTable result = compensated(table, {}, 0, 10);
+  constexpr double kRounding = 1e-15;  // of components up to 0.012, rescaled by sums of size 1
+  for (std::int32_t p = 0; p < 10; ++p) {
+    for (int n = 0; n < HostTable::kLines * HostTable::kCells; ++n) {
+      for (int i = 0; i < 3; ++i) {
+        EXPECT_NEAR(result.abc(p, 0, n)[i], table.abc(p, 0, n)[i], kRounding);
+      }
     }
   }
 }
 
-TEST(LaserCompensator, RecomputesThePivotFromTheUnchangedPlane) {
-  simulation::Random random(23);
-  HostTable table(1);
-  kestrane_test::fill_like_a_scanner(table, random);
-  LaserCompensator engine;
-  ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.infos());
-  engine.set_extrinsic_matrix(kExtrinsic);
-  engine.set_compensate_param(kWarm, 0, 1);
-  engine.compensate(0, 1);
-  const double* pivot = engine.planes()[0].pivot;
-  const Vec3 first = {pivot[0], pivot[1], pivot[2]};
-  engine.compensate(0, 1);
-  for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(pivot[i], first[i]);
-}
-
-TEST(LaserCompensator, PutsThePivotOnTheWholePlaneAlongTheTranslation) {
-  HostTable table(1);
-  table.fill(-0.01, 1e-5, 1e-3);
-  LaserCompensator engine;
-  ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.infos());
-  engine.set_extrinsic_matrix(kExtrinsic);
-  engine.set_compensate_param({}, 0, 1);
-  engine.compensate(0, 1);
-  const double d = 110.0 * -0.01 + 3.0 * 1e-5 + -7.0 * 1e-3;
-  constexpr double kRounding = 1e-12;  // of values of 100
+TEST(Compensate, LeavesEmptyCellsAsTheyAre) {
+  HostTable table = flat_table(1);
+  double* plus = table.abc(0, 2, 10);
+  plus[0] = 0.0;
+  plus[1] = 3.5;
+  plus[2] = kInf;
+  double* minus = table.abc(0, 2, 11);
+  minus[0] = -0.0;
+  minus[1] = std::bit_cast<double>(0x7ff4000000000001u);
+  minus[2] = -1e-3;
+  HostTable result = compensated(table, kWarm, 0, 1);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_NEAR(engine.planes()[0].pivot[i], -kExtrinsic.T[i] / d, kRounding);
+    EXPECT_EQ(bits_of(result.abc(0, 2, 10)[i]), bits_of(plus[i]));
+    EXPECT_EQ(bits_of(result.abc(0, 2, 11)[i]), bits_of(minus[i]));
+  }
+  EXPECT_NE(result.abc(0, 2, 12)[0], -0.01);
+}
+
+// A cell of (1e-31, 0, -0.01) is the depth z = 100; its reference point (0, 0, 100) turns with it.
+TEST(Compensate, WorksOnACellWhoseFirstComponentIsTinyButNotZero) {
+  HostTable table(3);
+  table.fill(-0.01, 0.0, -0.01);
+  for (std::int32_t p = 0; p < 3; ++p) table.abc(p, 0, 0)[0] = 1e-31;
+  const _MRV_EXTRINSIC_PARAM along{{}, {50.0, 0.0, 50.0}};
+  const Condition param{.temperature = 1.0, .temperature_spread = 0.25};
+  HostTable result = compensated(table, param, 0, 3, along);
+  const double* cell = result.abc(2, 0, 0);
+  // n = (0.01 sin, 0, -0.01 cos) of 0.25 and the turned point (pivot (50, 0, 50)).
+  const double s = std::sin(0.25);
+  const double c = std::cos(0.25);
+  const double x = c * -50.0 - s * 50.0 + 50.0;
+  const double z = s * -50.0 + c * 50.0 + 50.0;
+  const double d = -(0.01 * s * x - 0.01 * c * z);
+  EXPECT_DOUBLE_EQ(cell[0], 0.01 * s / d);
+  EXPECT_DOUBLE_EQ(cell[2], -0.01 * c / d);
+}
+
+TEST(Compensate, GivesValuesThatAreNotNumbersWithoutATranslation) {
+  HostTable table = flat_table(1);
+  table.abc(0, 0, 1)[0] = 0.0;
+  HostTable result = compensated(table, kWarm, 0, 1, {});
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(std::isnan(result.abc(0, 0, 0)[i]));
+    EXPECT_EQ(result.abc(0, 0, 1)[i], 0.0);
   }
 }
 
-TEST(LaserCompensator, LeavesCellsBeyondACountInTheStoreAsTheyWere) {
-  HostTable table(1);
-  table.fill(-0.01, 1e-5, 1e-3);
-  LaserCompensator engine;
-  ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.infos());
-  table.line(0, 3).count = 13;
-  table.row(0).block.count = 5;
-  engine.set_laser_plane_param(table.infos());
-  engine.set_extrinsic_matrix(kExtrinsic);
-  engine.set_compensate_param(kWarm, 0, 1);
-  engine.compensate(0, 1);
-  const kestrane::_LASER_LINE_INFOS* lines = engine.planes()[0].block.lines;
-  EXPECT_NE(lines[3].cells[12].v[0], -0.01);
-  EXPECT_EQ(lines[3].cells[13].v[0], -0.01);
-  EXPECT_NE(lines[4].cells[49].v[0], -0.01);
-  EXPECT_EQ(lines[5].cells[0].v[0], -0.01);
+TEST(Compensate, GivesValuesThatAreNotNumbersForAPlaneAlongTheTranslation) {
+  HostTable table = flat_table(2);
+  double* whole = table.row(1).laser_plane_R;
+  whole[0] = 0.0;
+  whole[1] = 1.0;  // T is (100, 0, 0): T . p is 0
+  HostTable result = compensated(table, kWarm, 0, 2, kAcross);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_FALSE(std::isnan(result.abc(0, 0, 0)[i]));
+    EXPECT_TRUE(std::isnan(result.abc(1, 0, 0)[i]));
+  }
 }
 
-TEST(LaserCompensator, LeavesTheSecondTableAndTheFlagAlone) {
-  simulation::Random random(24);
-  HostTable table(2);
-  kestrane_test::fill_like_a_scanner(table, random);
-  LaserCompensator engine;
-  ASSERT_TRUE(engine.init());
-  engine.set_laser_plane_param(table.infos());
-  engine.set_extrinsic_matrix(kExtrinsic);
-  engine.set_compensate_param(kWarm, 0, 2);
-  engine.compensate(0, 2);
-  for (int p = 0; p < 2; ++p) {
-    const _LASER_PLANE_BLOCK_INFO& row = engine.planes()[p];
-    expect_table_at(engine, row.block_aux, kRowsSection + p * kSlab + kSlab / 2);
-    EXPECT_EQ(row.block_aux.lines[0].cells[0].v[0], 0.0);
-    EXPECT_EQ(row.plane_flag, 0);
+// --- the band of temperatures
+
+TEST(Compensate, ScalesOnlyInsideTheBandOfTemperatures) {
+  HostTable table = scanner_table(2, 16);
+  for (const double t : {-20.0, 100.0, -20.5, 250.0, kInf, -kInf}) {
+    const Condition with{.temperature = t, .temperature_ref = 20.0, .scale_per_degree = 0.001};
+    _KESTRANE_COMPENSATE_PARAM without = with;
+    without.scale_per_degree = 0.0;
+    HostTable scaled = compensated(table, with, 0, 2);
+    HostTable plain = compensated(table, without, 0, 2);
+    EXPECT_EQ(count_differences(scaled, plain), 0) << t;
+  }
+  for (const double t : {std::nextafter(-20.0, 0.0), std::nextafter(100.0, 0.0)}) {
+    const Condition with{.temperature = t, .temperature_ref = 20.0, .scale_per_degree = 0.001};
+    HostTable flat = flat_table(1);
+    HostTable scaled = compensated(flat, with, 0, 1, kAcross);
+    const double growth = 1.0 + 0.001 * (t - 20.0);
+    EXPECT_DOUBLE_EQ(scaled.abc(0, 0, 0)[0], -0.01 / growth) << t;
+  }
+}
+
+TEST(Compensate, TurnsByTheTemperatureOutsideTheBandToo) {
+  constexpr double kRounding = 1e-12;  // of angles up to 1
+  for (const double t : {-20.0, 100.0, -45.0, 130.0}) {
+    HostTable table = flat_table(3);
+    const Condition param{.temperature = t, .temperature_ref = 20.0, .temperature_spread = 1e-3};
+    HostTable result = compensated(table, param, 0, 3, kAcross);
+    EXPECT_NEAR(turn_of(result, 2), 1e-3 * (t - 20.0), kRounding) << t;
+    EXPECT_NEAR(turn_of(result, 0), -1e-3 * (t - 20.0), kRounding) << t;
+  }
+}
+
+// --- the fan
+
+constexpr double kAngleRounding = 1e-12;  // of angles up to 0.1
+
+TEST(SetCompensateParam, OpensTenPlanesAboutPlaneFive) {
+  HostTable table = flat_table(10);
+  const Condition param{.temperature = 1.0, .temperature_spread = 0.01};
+  HostTable result = compensated(table, param, 0, 10, kAcross);
+  for (std::int32_t p = 0; p < 10; ++p) {
+    EXPECT_NEAR(turn_of(result, p), (p - 5) * 0.01, kAngleRounding) << "plane " << p;
+  }
+  EXPECT_EQ(turn_of(result, 5), 0.0);
+}
+
+TEST(SetCompensateParam, OpensAnOddNumberOfPlanesAboutTheMiddleOne) {
+  HostTable table = flat_table(12);
+  const Condition param{.temperature = 1.0, .temperature_spread = 0.01};
+  HostTable result = compensated(table, param, 3, 10, kAcross);
+  for (std::int32_t p = 3; p < 10; ++p) {
+    EXPECT_NEAR(turn_of(result, p), (p - 6) * 0.01, kAngleRounding) << "plane " << p;
+  }
+  for (const std::int32_t p : {0, 2, 10, 11}) EXPECT_EQ(result.abc(p, 0, 0)[0], -0.01);
+}
+
+TEST(SetCompensateParam, LeavesASinglePlaneUnturned) {
+  HostTable table = flat_table(8);
+  const Condition param{.temperature = 1.0, .temperature_spread = 0.01};
+  HostTable result = compensated(table, param, 7, 8, kAcross);
+  EXPECT_EQ(turn_of(result, 7), 0.0);
+}
+
+TEST(SetCompensateParam, TurnsByTheGainedSecondReading) {
+  HostTable table = flat_table(4);
+  const Condition param{.drift = 7.0, .drift_ref = 5.0, .drift_gain = 3.0, .drift_spread = 0.002};
+  HostTable result = compensated(table, param, 0, 4, kAcross);
+  for (std::int32_t p = 0; p < 4; ++p) {
+    EXPECT_NEAR(turn_of(result, p), (p - 2) * 0.002 * 3.0 * 2.0, kAngleRounding) << "plane " << p;
+  }
+}
+
+TEST(SetCompensateParam, KeepsTheAnglesOfPlanesOutsideItsRange) {
+  HostTable table = flat_table(10);
+  KESTRANE_LASER_COMPENSATOR compensator;
+  load(compensator, table, kAcross);
+  const Condition param{.temperature = 1.0, .temperature_spread = 0.01};
+  compensator.set_compensate_param(param, 0, 6);
+  compensator.set_compensate_param(param, 4, 8);
+  compensator.compensate(0, 10);
+  HostTable result = result_of(compensator, 10);
+  for (std::int32_t p = 0; p < 4; ++p) {
+    EXPECT_NEAR(turn_of(result, p), (p - 3) * 0.01, kAngleRounding) << "plane " << p;
+  }
+  for (std::int32_t p = 4; p < 8; ++p) {
+    EXPECT_NEAR(turn_of(result, p), (p - 6) * 0.01, kAngleRounding) << "plane " << p;
+  }
+  for (std::int32_t p = 8; p < 10; ++p) EXPECT_EQ(turn_of(result, p), 0.0) << "plane " << p;
+}
+
+TEST(SetCompensateParam, ChangesNoAngleForARangeWithoutPlanes) {
+  HostTable table = flat_table(5);
+  KESTRANE_LASER_COMPENSATOR compensator;
+  load(compensator, table, kAcross);
+  Condition param{.temperature = 1.0, .temperature_spread = 0.01};
+  compensator.set_compensate_param(param, 0, 5);
+  param.temperature = 2.0;
+  param.temperature_spread = 0.05;
+  EXPECT_EQ(compensator.set_compensate_param(param, 3, 3), KESTRANE_OK);
+  EXPECT_EQ(compensator.set_compensate_param(param, 4, 1), KESTRANE_OK);
+  EXPECT_EQ(compensator.set_compensate_param(param, std::numeric_limits<std::int32_t>::max(),
+                                             std::numeric_limits<std::int32_t>::min()),
+            KESTRANE_OK);
+  compensator.compensate(0, 5);
+  HostTable result = result_of(compensator, 5);
+  for (std::int32_t p = 0; p < 5; ++p) {  // the new temperature at the old spread
+    EXPECT_NEAR(turn_of(result, p), (p - 2) * 0.01 * 2.0, kAngleRounding) << "plane " << p;
+  }
+}
+
+TEST(SetCompensateParam, LeavesAPlaneThatWasInNoFanToTheScaleAlone) {
+  HostTable table = flat_table(3);
+  KESTRANE_LASER_COMPENSATOR compensator;
+  load(compensator, table, kAcross);
+  const Condition param{.temperature = 10.0, .temperature_spread = 0.01, .scale_per_degree = 0.01};
+  compensator.set_compensate_param(param, 0, 0);
+  compensator.compensate(0, 3);
+  HostTable result = result_of(compensator, 3);
+  for (std::int32_t p = 0; p < 3; ++p) {
+    EXPECT_DOUBLE_EQ(result.abc(p, 0, 0)[0], -0.01 / 1.1);
+    EXPECT_EQ(turn_of(result, p), 0.0);
+  }
+}
+
+TEST(SetCompensateParam, MayComeBeforeTheExtrinsicMatrix) {
+  HostTable table = scanner_table(4, 17);
+  HostTable expected = compensated(table, kWarm, 0, 4);
+  KESTRANE_LASER_COMPENSATOR compensator;
+  ASSERT_EQ(compensator.init(), KESTRANE_OK);
+  compensator.set_laser_plane_param(table.infos());
+  compensator.set_compensate_param(kWarm, 0, 4);
+  compensator.set_extrinsic_matrix(kExtrinsic);
+  compensator.compensate(0, 4);
+  HostTable result = result_of(compensator, 4);
+  EXPECT_EQ(count_differences(result, expected), 0);
+}
+
+TEST(SetExtrinsicMatrix, UsesTheTranslationAlone) {
+  HostTable table = scanner_table(4, 18);
+  _MRV_EXTRINSIC_PARAM other = kExtrinsic;
+  for (double& r : other.R) r = kNaN;
+  HostTable expected = compensated(table, kWarm, 0, 4);
+  HostTable result = compensated(table, kWarm, 0, 4, other);
+  EXPECT_EQ(count_differences(result, expected), 0);
+}
+
+// --- properties
+
+TEST(Compensate, WorksOnItsRangeOnly) {
+  HostTable table = scanner_table(10, 19);
+  HostTable whole = compensated(table, kWarm, 0, 10);
+  KESTRANE_LASER_COMPENSATOR compensator;
+  load(compensator, table);
+  compensator.set_compensate_param(kWarm, 0, 10);
+  compensator.compensate(3, 7);
+  HostTable result = result_of(compensator, 10);
+  for (std::int32_t p = 0; p < 10; ++p) {
+    HostTable& expected = p >= 3 && p < 7 ? whole : table;
+    for (int n = 0; n < HostTable::kLines * HostTable::kCells; ++n) {
+      for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(same_bits(result.abc(p, 0, n)[i], expected.abc(p, 0, n)[i])) << p;
+      }
+    }
+  }
+}
+
+TEST(Compensate, WorksOnTheResultOfTheCallBefore) {
+  HostTable table = scanner_table(3, 20);
+  HostTable once = compensated(table, kWarm, 0, 3);
+  KESTRANE_LASER_COMPENSATOR compensator;
+  load(compensator, table);
+  compensator.set_compensate_param(kWarm, 0, 3);
+  compensator.compensate(0, 3);
+  compensator.compensate(0, 3);
+  HostTable twice = result_of(compensator, 3);
+  EXPECT_GT(count_differences(twice, once), 0);
+  compensate_literally(once, kWarm, 0, 3);
+  EXPECT_EQ(count_differences(twice, once), 0);
+}
+
+TEST(Compensate, WorksOnTablesOfShortAndOddCounts) {
+  HostTable table = scanner_table(1, 21);
+  for (std::int32_t j = 0; j < HostTable::kLines; ++j) table.line(0, j).count = 3 * j;
+  HostTable result = compensated(table, kWarm, 0, 1);
+  HostTable expected = scanner_table(1, 21);
+  compensate_literally(expected, kWarm, 0, 1);
+  for (std::int32_t j = 0; j < HostTable::kLines; ++j) {
+    EXPECT_EQ(result.line(0, j).count, 3 * j);
+    for (std::int32_t k = 0; k < HostTable::kCells; ++k) {
+      const double at_count = k < 3 * j ? expected.abc(0, j, k)[0] : 0.0;
+      EXPECT_TRUE(same_bits(result.abc(0, j, k)[0], at_count)) << j << ", " << k;
+    }
   }
 }
 
