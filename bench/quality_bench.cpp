@@ -1,4 +1,4 @@
-// What kestrane::quality costs beside the jobs that it stands in front of and behind.
+// What kestrane::quality costs beside the jobs that it prepares and judges.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>

@@ -231,7 +231,7 @@ bool read_file(const Options& options, std::vector<PlaneCloud>& planes) {
   return false;
 }
 
-// The word behind an option; false, with a complaint, when there is none.
+// The word after an option; false, with a complaint, when there is none.
 bool read_path(examples::Arguments& arguments, std::string_view option, std::string& path) {
   const auto word = arguments.next();
   if (word && !word->empty()) {

@@ -49,7 +49,7 @@ std::string split(std::string_view line, Fields& fields) {
   return std::string("5 fields expected, ").append(std::to_string(count)).append(" found");
 }
 
-// Why the field is no number of this kind; empty when it is.
+// Why the field is not a number of this kind; empty when it is.
 template <class Number>
 std::string read_number(std::string_view name, std::string_view field, const char* kind,
                         Number& number) {

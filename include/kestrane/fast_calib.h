@@ -7,7 +7,7 @@
 ///   and the acceptance limits 2.0 and 1.5 are numbers in that unit.
 /// - Frames: the transform maps standard coordinates to present ones: p on a standard plane lies at
 ///   R p + t now. Along a direction that all planes of the range share, t stays undetermined.
-/// - Planes: (a, b, c) of a x + b y + c z + 1 = 0, one per cell of 15 x 50 a plane.
+/// - Planes: (a, b, c) of a x + b y + c z + 1 = 0, one per cell, 15 x 50 cells per plane.
 /// - Points: one list per laser plane of the range, in plane order; a point's `id` is the number of
 ///   the capture frame in which it was measured. Frames are kept or dropped as a whole; ids outside
 ///   the id range of the first list (widened to 0) are dropped.
@@ -40,7 +40,7 @@ class KESTRANE_API KestraneLaserFastCalibrator {
   /// Zeroes indicators and transform. The standard has a place only after `init`.
   KestraneLaserFastCalibrator();
 
-  /// Leaves the block of the standard behind, see `init`.
+  /// Leaves the block of the standard allocated, see `init`.
   ~KestraneLaserFastCalibrator();
 
   /// Deleted: the standard belongs to one object.
@@ -80,7 +80,7 @@ class KESTRANE_API KestraneLaserFastCalibrator {
   /// their list's points, solves once, and writes the transform into the slots first_plane to
   /// last_plane of `coeffs_out.Mbs_factory_to_user`, and nothing else. Transform and indicators of
   /// this object stay as they were. `distance` has no effect. A solve that gives nothing usable
-  /// leaves the identity in the slots and is no failure.
+  /// leaves the identity in the slots and is not a failure.
   ///
   /// The checks come in this order; on a failure nothing is written:
   /// 1. KESTRANE_ERR_COUNT_MISMATCH: not one list per plane
@@ -100,7 +100,7 @@ class KESTRANE_API KestraneLaserFastCalibrator {
 
   /// Measures every point against its cell of the standard, moved by `motion`.
   ///
-  /// @param points       one 3 x n matrix per plane from first_plane on, a point a column
+  /// @param points       one 3 x n matrix per plane from first_plane on, one point per column
   /// @param first_plane  the plane of the first matrix
   /// @param last_plane   not read
   /// @param motion       standard coordinates to those of the points
@@ -120,8 +120,8 @@ class KESTRANE_API KestraneLaserFastCalibrator {
   /// 0.01 of what the old line predicts. Uses nothing of this object and needs no `init`. After a
   /// standard allocation exception `result` is written in part.
   ///
-  /// @param indicators  15 x 50 a plane; a block counts as measured where its mean is not 0.0
-  /// @param corners     16 x 51 a plane, for as many planes as `indicators`; only x is used
+  /// @param indicators  15 x 50 per plane; a block counts as measured where its mean is not 0.0
+  /// @param corners     16 x 51 per plane, for as many planes as `indicators`; only x is used
   /// @param condition   t at which the corners were measured, on the scale of the models, which are
   ///                    sampled from 22 to 40; any value is taken
   /// @param source      read only; may be `result`

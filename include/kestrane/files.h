@@ -7,9 +7,9 @@
 ///   of planes; per plane the number of lines; per line the number of cells and 24 bytes a cell;
 ///   number of ranges and first and last of each; number of transforms and three rows of R R R T of
 ///   each.
-/// - Plane table: white space between numbers; 51 + 51 + 51 + 2 numbers of the grid record, one a
+/// - Plane table: white space between numbers; 51 + 51 + 51 + 2 numbers of the grid record, one per
 ///   line; number of planes; per plane the number of lines; per line the number of cells and one
-///   cell a line; behind a plane's lines its `laser_plane_R`. Six significant digits, so a table
+///   cell per line; after a plane's lines its `laser_plane_R`. Six significant digits, so a table
 ///   that is read back is not the saved one to the last bit.
 /// - Locale: neither the host's C++ locale nor its C locale changes what is written or read.
 /// - Memory: a record must be carved already, with room for what the file holds; nothing is
@@ -18,13 +18,13 @@
 ///   table, 15 x 50 cells of a plane table, 20 ranges and 100 transforms: a larger count in the
 ///   file is not stored and ends the call with the status of a wrong plane count. A negative count
 ///   is stored, and nothing belongs to it.
-/// - Ends: a file that is cut short or malformed is no failure: everything in front of that place
-///   is in the record, every field behind it stays as it was, and the call returns KESTRANE_OK,
+/// - Ends: a file that is cut short or malformed is not a failure: everything before that place
+///   is in the record, every field after it stays as it was, and the call returns KESTRANE_OK,
 ///   unless the plane count itself is missing. The units are single numbers, but a cell of the
 ///   coefficient file counts as one: it is never stored in part.
 /// - Writers: truncate a file that exists. A failed write or close is not reported.
 /// - Threads: calls on different records and files are independent. No file is left open, and an
-///   open file locks nobody out.
+///   open file locks no one out.
 ///
 /// Only the standard allocation exception could leave one of these, and none of them allocates.
 
@@ -73,7 +73,7 @@ KESTRANE_API _KESTRANE_STATUS save_compensator_coeffs(_COMPENSATOR_COEFFS& recor
 KESTRANE_API _KESTRANE_STATUS read_plane_block_infos(const std::string& path,
                                                      _LASER_PLANE_BLOCK_INFOS& record);
 
-/// Writes `record` with the counts that it holds. A table without planes ends behind the line with
+/// Writes `record` with the counts that it holds. A table without planes ends after the line with
 /// the 0.
 ///
 /// @retval KESTRANE_ERR_NULL_POINTER  `planes` or `grids` is null

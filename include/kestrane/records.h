@@ -10,7 +10,7 @@
 /// - Planes: a plane of a table is (a, b, c) of a x + b y + c z + 1 = 0. A fit gives the working
 ///   form (a, b, c, d) of a x + b y + c z + d = 0 with a unit normal.
 /// - Memory: a record owns nothing. The owner classes of buffers.h hold the memory of the library's
-///   own records; memory behind `_MRV_` records and point arrays belongs to the host.
+///   own records; the memory of `_MRV_` records and point arrays belongs to the host.
 /// - Counts: a count says how much of a line or table is in use. Only `plane_capacity` and
 ///   `group_capacity` are ever tested; all other counts are preconditions.
 

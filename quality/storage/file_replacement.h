@@ -14,7 +14,7 @@ namespace kestrane::quality {
 // write  writes all bytes to the path that it is given; 0 or an error number
 // check  reads them back; throws FileError where they are not what they should be
 //
-// Throws FileError with the target's path. Whatever is thrown, no other file stays behind.
+// Throws FileError with the target's path. Whatever is thrown, no other file is left.
 void replace_file(const std::string& path, const std::function<int(const std::string&)>& write,
                   const std::function<void(const std::string&)>& check);
 

@@ -13,7 +13,7 @@ namespace kestrane {
 // One list of measured points per laser plane, each point with its capture frame.
 using FrameLists = std::vector<std::vector<_KESTRANE_ID_POINT3D>>;
 
-// The points of one laser plane, one a column; the frames are forgotten.
+// The points of one laser plane, one per column; the frames are forgotten.
 using PlanePoints = Eigen::Matrix<double, 3, Eigen::Dynamic>;
 
 // One matrix per laser plane of the range, in plane order.

@@ -112,8 +112,8 @@ void put_plane(OutputFile& out, const _LASER_LINES_INFOS& plane) {
   }
 }
 
-// The count may be one that a refused file left behind: rows that no owner holds are not touched. A
-// host may hang a table below a record that was made for fewer planes, and all of it is written.
+// The count may be one that a refused file left: rows that no owner holds are not touched. A host
+// may attach a larger table to a record that was made for fewer planes, and all of it is written.
 void put_planes(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
   const _LASER_PLANE_GRID_OPT_COEFFS_INFOS& table = *record.opt_coeffs;
   const std::int32_t room = std::max(table.plane_capacity, record.plane_capacity);

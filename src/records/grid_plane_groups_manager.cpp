@@ -9,7 +9,7 @@
 namespace kestrane {
 namespace {
 
-// The array of tables and the spare array behind it. Measures with a null buffer.
+// The array of tables and the spare array after it. Measures with a null buffer.
 std::int64_t lay_out(void* buffer, std::int32_t count, _LASER_GRID_PLANE_GROUPS& record) {
   Carver carver(buffer);
   auto* groups = carver.take<_LASER_PLANE_GRID_CORNERS_INFOS*>(count);

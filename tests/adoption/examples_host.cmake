@@ -10,7 +10,7 @@ function(run)
 endfunction()
 
 file(REMOVE_RECURSE "${WORK_FOLDER}")
-# Without optimisation: the programs are small, and their results do not hang on it.
+# Without optimisation: the programs are small, and their results do not depend on it.
 run("${CMAKE_COMMAND}" -S "${EXAMPLES}" -B "${WORK_FOLDER}" -G Ninja
   "-DCMAKE_CXX_COMPILER=${COMPILER}" "-DCMAKE_PREFIX_PATH=${STAGE}" -DCMAKE_BUILD_TYPE=None)
 run("${CMAKE_COMMAND}" --build "${WORK_FOLDER}" -j 2)

@@ -329,7 +329,7 @@ TEST(CompensateLine, EqualsTheTranscriptionInEveryBitForAnyMatrix) {
   }
 }
 
-// What is left of a line behind its full vectors is worked on by other instructions.
+// What is left of a line after its full vectors is worked on by other instructions.
 TEST(CompensateLine, EqualsTheTranscriptionInEveryBitForEveryCountAndAnyMatrix) {
   Random random(22);
   for (std::size_t count = 1; count <= 140; ++count) {
@@ -362,7 +362,7 @@ TEST(CompensateLine, EqualsTheTranscriptionForEachPairOfAwkwardComponents) {
   }
 }
 
-TEST(CompensateLine, WorksOnEveryCountAndLeavesTheCellsBehindItAlone) {
+TEST(CompensateLine, WorksOnEveryCountAndLeavesTheCellsAfterItAlone) {
   Random random(19);
   const PlaneMotion motion = sane_motion(random);
   for (std::int32_t count = -2; count <= 200; ++count) {

@@ -253,13 +253,13 @@ def grid(k):
 
 
 def moved_distance(cell, R, T, point):
-    foot = [-1.0 / cell[0], 0.0, 0.0]
+    axis_point = [-1.0 / cell[0], 0.0, 0.0]
 
     def turned(v):
         return [R[3 * i] * v[0] + R[3 * i + 1] * v[1] + R[3 * i + 2] * v[2] for i in range(3)]
 
     n = turned(cell)
-    p = [turned(foot)[i] + T[i] for i in range(3)]
+    p = [turned(axis_point)[i] + T[i] for i in range(3)]
     d = -(n[0] * p[0] + n[1] * p[1] + n[2] * p[2])
     a, b, c = (x / d for x in n)
     return abs(a * point[0] + b * point[1] + c * point[2] + 1.0) / sqrt(a * a + b * b + c * c)

@@ -9,7 +9,7 @@
 
 namespace held_scenes {
 
-// One sector, some twenty cells deep: so few that the solver's steps do not hang on rounding.
+// One sector, some twenty cells deep: so few that the solver's steps do not depend on rounding.
 inline simulation::Cloud factory_cloud() {
   simulation::CloudSettings settings;
   settings.points = 3000;

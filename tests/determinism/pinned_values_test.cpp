@@ -114,8 +114,8 @@ constexpr std::array<double, 7> kTwelveExact = {
     0x1.ffd746f86984cp-1, 0x1.c26b7d5daa0ecp-13, 0x1.985d8139ae4c0p-6, -0x1.155ea982a21e4p+7,
     0x1.89e78696841f4p-4, 0x1.61ebe2eb97ca2p-5,  0x1.0c2b7d032937dp-5};
 
-// Last places of the numbers behind each: a unit vector, an offset of some 138, and distances that
-// are sums of numbers up to 100.
+// Last places of the numbers that each comes from: a unit vector, an offset of some 138, and
+// distances that are sums of numbers up to 100.
 constexpr std::array<double, 7> kTwelveRounding = {0x1p-52, 0x1p-52, 0x1p-52, 0x1p-45,
                                                    0x1p-46, 0x1p-46, 0x1p-46};
 

@@ -42,7 +42,7 @@ std::string without_margin(const std::string& line) {
   return line.substr(std::min(line.find_first_not_of(' '), line.size()));
 }
 
-// The lines behind position `at` up to the one that is `end`, indentation aside.
+// The lines after position `at` up to the one that is `end`, indentation aside.
 Lines up_to(const Lines& lines, std::size_t at, const std::string& end) {
   Lines part;
   while (at < lines.size() && without_margin(lines[at]) != end) part.push_back(lines[at++]);

@@ -130,7 +130,7 @@ TEST(DeviceLife, LeavesItsFilesInTheFolderThatItIsGiven) {
   const Ended life = run(std::string(DEVICE_LIFE) + " --planes 2 --points 6000 --out " +
                          folder.path() + "/a/b 2>&1");
   EXPECT_EQ(life.status, 0) << life.output;
-  // 12 bytes of counts, 8 of one range, 19748 a plane.
+  // 12 bytes of counts, 8 of one range, 19748 per plane.
   EXPECT_EQ(std::filesystem::file_size(folder.path() + "/a/b/coefficients.bin"),
             12u + 8u + 2u * 19748u);
   EXPECT_TRUE(std::filesystem::exists(folder.path() + "/a/b/planes.txt"));

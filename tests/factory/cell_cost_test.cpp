@@ -225,7 +225,7 @@ TEST(CellCost, TurnsIntoNaNWithACornerThatIsNotFinite) {
     EXPECT_TRUE(residual_of(cell, {100.0, bad, 100.0, 100.0}, residual));
     EXPECT_TRUE(std::isnan(residual));
     for (const bool with_derivatives : {false, true}) {
-      // Derivatives that are no numbers are the solver's to judge.
+      // Derivatives that are not numbers are the solver's to judge.
       EXPECT_TRUE(
           std::isnan(evaluate(cell, {100.0, bad, 100.0, 100.0}, with_derivatives).residual));
     }

@@ -85,7 +85,7 @@ TEST_F(FacCalib, StartsBlankAfterASecondInit) {
   EXPECT_EQ(table_of(calib, 1).row(0).block.count, 15);
 }
 
-// Every init leaves its block behind, so a starved process runs out of memory for another one.
+// Every init leaves its block allocated, so a starved process runs out of memory for another one.
 void run_out_of_blocks() {
   KESTRANE_LASER_FAC_CALIB calib;
   calib.init();

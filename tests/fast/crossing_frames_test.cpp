@@ -200,7 +200,7 @@ TEST(CollectPlanePoints, FailsWithTooFewPointsInTheBand) {
 }
 
 TEST(CollectPlanePoints, FailsWhereTheFitRejectsItsPointsThoughAFrameWouldCross) {
-  // In the band four corners of a saddle, all of them far from the plane between them. Behind it
+  // In the band four corners of a saddle, all of them far from the plane between them. Beyond it
   // many points close to that plane on both sides.
   List list = {{148, -200, 230, 1}, {108, 200, 230, 1}, {108, -200, 340, 1}, {148, 200, 340, 1}};
   for (int i = 0; i < 40; ++i) list.push_back({i % 2 == 0 ? 129.0 : 127.0, 2.0 * i, 400.0, 1});

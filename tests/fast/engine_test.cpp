@@ -72,7 +72,7 @@ TEST(FastCalibrator, NormalisesTheQuaternionOfAMatrixThatIsNoRotation) {
   expect_transform(t, {0, 0, 0, 1, 0, 0, 0});
 }
 
-TEST(FastCalibrator, PassesARotationThatIsNoNumberOn) {
+TEST(FastCalibrator, PassesOnARotationThatIsNotANumber) {
   const _MRV_TRANSFORM t = transform_of(Eigen::Matrix3d::Constant(kNaN), {0, 0, 0});
   for (const double q : t.quaternion) expect_same(q, std::abs(q) == 0 ? q : kNaN);
   EXPECT_TRUE(std::isnan(t.quaternion[0]) || std::isnan(t.quaternion[3]));
@@ -199,7 +199,7 @@ TEST(FastCalibrator, MeasuresAndHandsOutTheThreeFigures) {
   EXPECT_EQ(residuals[0], (std::vector<double>{1, 3}));
 }
 
-TEST(FastCalibrator, LeavesTheLastFramesFiguresBehindTheFrameFilter) {
+TEST(FastCalibrator, LeavesTheLastFramesFiguresAfterTheFrameFilter) {
   KestraneLaserFastCalibrator engine;
   engine.init();
   fast_scene::Standard standard = flat_standard(2);

@@ -56,7 +56,7 @@ TEST(FastCalib, SetsTheDiagonalAloneBeforeItRefusesTheNumberOfLists) {
   for (const double t : extrinsic.T) EXPECT_EQ(t, 0.0);
 }
 
-// Every init leaves its block behind, so a starved process runs out of memory for another one.
+// Every init leaves its block allocated, so a starved process runs out of memory for another one.
 void run_out_of_blocks() {
   KESTRANE_LASER_FAST_CALIB calib;
   starved::starve_heap();

@@ -146,7 +146,7 @@ TEST(FilterFrames, KeepsAndDropsPointsWithoutACellWithTheirFrame) {
   EXPECT_EQ(ids(kept), (Ids{0, 2, 3, 0}));
 }
 
-TEST(FilterFrames, LetsAFrameWithoutCellsEmptyItsListAndAllBehind) {
+TEST(FilterFrames, LetsAFrameWithoutCellsEmptyItsListAndAllLaterOnes) {
   List bad = frames_of({{0, 1}, {1, 1}});
   bad.push_back({128, 0, 2000, 2});
   const List good = frames_of({{0, 1}, {1, 1}, {2, 1}});
@@ -156,7 +156,7 @@ TEST(FilterFrames, LetsAFrameWithoutCellsEmptyItsListAndAllBehind) {
   EXPECT_TRUE(kept[2].empty());
 }
 
-TEST(FilterFrames, SparesFramesByPositionAlsoWhenTheLimitIsNoNumber) {
+TEST(FilterFrames, SparesFramesByPositionAlsoWhenTheLimitIsNan) {
   List bad;
   bad.push_back({128, 0, 2000, 0});
   const FrameLists kept = filtered({bad, frames_of({{0, 1}}), List{}});
@@ -165,20 +165,20 @@ TEST(FilterFrames, SparesFramesByPositionAlsoWhenTheLimitIsNoNumber) {
   EXPECT_EQ(ids(filtered({first})[0]), (Ids{3})) << "position 2, bucket number 2 rejected before";
 }
 
-TEST(FilterFrames, TurnsTheLimitInfiniteBehindAListWithoutFrames) {
+TEST(FilterFrames, TurnsTheLimitInfiniteAfterAListWithoutFrames) {
   const FrameLists kept =
       filtered({frames_of({{0, 1}, {1, 1}}), List{}, frames_of({{0, 1}, {1, 900}})});
   EXPECT_TRUE(kept[1].empty());
   EXPECT_EQ(ids(kept[2]), (Ids{0, 1}));
 }
 
-TEST(FilterFrames, TurnsTheLimitToNoNumberBehindAListWithoutFramesAtZero) {
+TEST(FilterFrames, TurnsTheLimitToNanAfterAListWithoutFramesAtZero) {
   const FrameLists kept =
       filtered({frames_of({{0, 0}, {1, 0}}), List{}, frames_of({{0, 1}, {1, 1}})});
   EXPECT_TRUE(kept[2].empty()) << "0/0";
 }
 
-TEST(FilterFrames, LeavesNothingBehindAnEmptyFirstList) {
+TEST(FilterFrames, LeavesNothingAfterAnEmptyFirstList) {
   const FrameLists kept =
       filtered({List{}, frames_of({{0, 1}, {1410065408, 1}}), frames_of({{5, 1}})});
   ASSERT_EQ(kept.size(), 3u);

@@ -148,7 +148,7 @@ TEST(DivideIntoInteriorPlanes, KeepsAPointWhoseDistanceIsNoNumber) {
   EXPECT_EQ(divided(list).cols(), count + 1);
 }
 
-TEST(DivideIntoInteriorPlanes, GoesByThePlaneOfAFitThatFailedBehindIt) {
+TEST(DivideIntoInteriorPlanes, GoesByThePlaneOfAFitThatFailedAfterwards) {
   // The corners of a tetrahedron in the last zone: any plane through their middle has all of them
   // beyond the limit of the fit's rejection, which leaves no row.
   const List list = {at_line(10, 100, 280), at_line(10, 180, 320), at_line(60, 100, 320),

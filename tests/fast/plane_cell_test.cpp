@@ -92,7 +92,7 @@ TEST(LookupPlaneCell, GivesAPointOnAnEdgeToTheHigherCell) {
   EXPECT_EQ(look_up(standard, 0, 0.0, depth_of(5)).coeffs[0], -1.0);
 }
 
-TEST(LookupPlaneCell, RefusesPositionsThatAreNoNumbersOrHuge) {
+TEST(LookupPlaneCell, RefusesPositionsThatAreNotNumbersOrHuge) {
   const fast_scene::Standard standard = flat_standard(1);
   for (const double bad : {kNaN, kInf, -kInf, 1e300, -1e300, 1e12}) {
     EXPECT_FALSE(look_up(standard, 0, bad, 300.0).found) << bad;
@@ -124,24 +124,24 @@ TEST(LookupPlaneCell, TakesACellWithoutXForValid) {
   EXPECT_EQ(found.axis_point[2], 0.0);
 }
 
-TEST(LookupPlaneCell, PutsTheFootOnTheLargestCoefficientAndTheEarlierOneOnATie) {
+TEST(LookupPlaneCell, PutsTheAxisPointOnTheLargestCoefficientAndTheEarlierOneOnATie) {
   fast_scene::Standard standard(1);
-  const auto foot_of = [&](kestrane::_LASER_TRIPLE abc) {
+  const auto axis_point_of = [&](kestrane::_LASER_TRIPLE abc) {
     standard.cell(0, 7, 5) = abc;
     const Found found = look_up(standard, 0, 0, 300.0);
     return std::vector<double>(found.axis_point, found.axis_point + 3);
   };
-  using Foot = std::vector<double>;
-  EXPECT_EQ(foot_of({{1, 1, 1}}), (Foot{-1, 0, 0}));
-  EXPECT_EQ(foot_of({{1, -2, 2}}), (Foot{0, 0.5, 0}));
-  EXPECT_EQ(foot_of({{1, 2, -4}}), (Foot{0, 0, 0.25}));
-  EXPECT_EQ(foot_of({{-4, 2, 4}}), (Foot{0.25, 0, 0}));
-  EXPECT_EQ(foot_of({{0, 0, 4}}), (Foot{0, 0, -0.25}));
-  EXPECT_EQ(foot_of({{0, kNaN, 4}}), (Foot{0, 0, -0.25}));
+  using Point = std::vector<double>;
+  EXPECT_EQ(axis_point_of({{1, 1, 1}}), (Point{-1, 0, 0}));
+  EXPECT_EQ(axis_point_of({{1, -2, 2}}), (Point{0, 0.5, 0}));
+  EXPECT_EQ(axis_point_of({{1, 2, -4}}), (Point{0, 0, 0.25}));
+  EXPECT_EQ(axis_point_of({{-4, 2, 4}}), (Point{0.25, 0, 0}));
+  EXPECT_EQ(axis_point_of({{0, 0, 4}}), (Point{0, 0, -0.25}));
+  EXPECT_EQ(axis_point_of({{0, kNaN, 4}}), (Point{0, 0, -0.25}));
 }
 
-// No coefficient is greater than a 0 in front, so none decides where the axis_point lies.
-TEST(LookupPlaneCell, HasNoFootWhereOnlyNoNumberStandsBehindAnAOfZero) {
+// No coefficient is greater than a 0 in front, so none decides where the axis point lies.
+TEST(LookupPlaneCell, HasNoAxisPointWhereOnlyNansFollowAnAOfZero) {
   fast_scene::Standard standard(1);
   for (const kestrane::_LASER_TRIPLE abc :
        {kestrane::_LASER_TRIPLE{{0, kNaN, 0}}, {{-0.0, 0, kNaN}}, {{0, kNaN, kNaN}}}) {
@@ -152,7 +152,7 @@ TEST(LookupPlaneCell, HasNoFootWhereOnlyNoNumberStandsBehindAnAOfZero) {
   }
 }
 
-TEST(LookupPlaneCell, LeavesACellThatIsNoNumberUnscaled) {
+TEST(LookupPlaneCell, LeavesACellThatIsNotANumberUnscaled) {
   fast_scene::Standard standard(1);
   standard.cell(0, 7, 5) = {{kNaN, 2.0, 1.0}};
   const Found found = look_up(standard, 0, 0, 300.0);

@@ -115,7 +115,7 @@ TEST_F(StandardStore, CopiesAPlaneCountBelowOneAsANumber) {
   EXPECT_EQ(standard_->grids->z_step, 27.0) << "the bounds come along all the same";
 }
 
-TEST_F(StandardStore, LeavesAPlaneOfAnEarlierTableBehindTheCount) {
+TEST_F(StandardStore, LeavesAPlaneOfAnEarlierTableBeyondTheCount) {
   fast_scene::Standard two = flat_standard(2);
   kestrane::copy_standard(two.host(), *standard_);
   fast_scene::Standard one = flat_standard(1);

@@ -146,7 +146,7 @@ TEST(LineFaults, LeaveNothingBehind) {
 
 // --- Coefficients -------------------------------------------------------------------------------
 
-// Two planes with four measured blocks; the engine's operation and the routine behind it.
+// Two planes with four measured blocks; the engine's operation and the routine that it calls.
 struct CoefficientCalibration {
   static constexpr long kStays = 0;
   LASER_PLANE_INDICATOR_MANAGER indicators;

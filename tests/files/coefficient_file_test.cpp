@@ -240,7 +240,7 @@ TEST(CoefficientFile, ReadsBackWhatItWroteBitForBit) {
   EXPECT_TRUE(target.all_bytes() == saved.all_bytes());
 }
 
-TEST(CoefficientFile, ReadsShorterLinesAndKeepsWhatLiesBehindThem) {
+TEST(CoefficientFile, ReadsShorterLinesAndKeepsWhatLiesBeyondThem) {
   const TemporaryFolder folder;
   const MemoryFile file;
   Coefficients saved(2, 2, 5), target(2, 2, kOld), reference(2, 2, kOld);
@@ -267,7 +267,7 @@ TEST(CoefficientFile, RefusesAnEmptyFileWhenTheTwoCountsOfTheRecordDiffer) {
   EXPECT_EQ(target->opt_coeffs->plane_count, 1);
 }
 
-TEST(CoefficientFile, KeepsEveryFieldBehindTheEndOfACutFile) {
+TEST(CoefficientFile, KeepsEveryFieldAfterTheEndOfACutFile) {
   const TemporaryFolder folder;
   const MemoryFile file;
   Coefficients saved(2, 2, 6), target(2, 2, kOld), reference(2, 2, kOld);
@@ -315,7 +315,7 @@ TEST(CoefficientFile, StoresNegativeCountsAndReadsNothingForThem) {
   EXPECT_EQ(target->range_count, -4);
 }
 
-// A file with these counts, and as many numbers behind each as a record has room for.
+// A file with these counts, and as many numbers after each as a record has room for.
 std::string with_counts(std::int32_t lines, std::int32_t cells, std::int32_t ranges,
                         std::int32_t matrices) {
   Bytes bytes;
@@ -366,7 +366,7 @@ TEST(CoefficientFile, ReadsAsManyMatricesAsItHoldsWhateverThePlaneCount) {
   EXPECT_EQ(target->Mbs_factory_to_user[36 + 3], 40.0);
 }
 
-// Each number of the file lies across or behind the end of some window.
+// Each number of the file lies across or after the end of some window.
 TEST(CoefficientFile, ReadsAlikeThroughWindowsOfAnySize) {
   const TemporaryFolder folder;
   Coefficients record(2, 2, 5), target(2, 2, kOld);
@@ -385,7 +385,7 @@ TEST(CoefficientFile, ReadsAlikeThroughWindowsOfAnySize) {
   }
 }
 
-TEST(CoefficientFile, IgnoresBytesBehindItsEnd) {
+TEST(CoefficientFile, IgnoresBytesAfterItsEnd) {
   const TemporaryFolder folder;
   const MemoryFile file;
   Coefficients saved(2, 2, 8), target(2, 2, kOld), reference(2, 2, kOld);

@@ -36,7 +36,7 @@ namespace {
 // All four functions on one path.
 class FileAccess : public testing::Test {
  protected:
-  // A file that one format writes is refused by the other and leaves its plane count behind, so
+  // A file that one format writes is refused by the other and leaves its plane count there, so
   // that the records start afresh each time.
   std::vector<_KESTRANE_STATUS> read_both(const std::string& path) {
     coefficients_.fill(1);
@@ -207,7 +207,7 @@ TEST_F(FileAccess, ReadsFromAPipeInPieces) {
             0);
 }
 
-TEST_F(FileAccess, LocksNobodyOut) {
+TEST_F(FileAccess, LocksNoOneOut) {
   const std::string path = folder_.path("shared");
   ASSERT_EQ(save_plane_block_infos(*planes_, path), KESTRANE_OK);
   std::fstream other(path, std::ios::in | std::ios::out);

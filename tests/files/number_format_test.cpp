@@ -121,7 +121,7 @@ TEST(PutPlainDecimal, TakesItsWholeRange) {
   EXPECT_EQ(plain_text(999999.75), "1e+06");
 }
 
-TEST(PutPlainDecimal, LeavesWhatIsSmallerOrLargerOrNoNumber) {
+TEST(PutPlainDecimal, LeavesWhatIsSmallerOrLargerOrNotANumber) {
   using kestrane_test::kInf;
   for (const double size : {0.0, 4e-324, std::nextafter(1e-16, 0.0), std::nextafter(1e27, kInf),
                             1e300, kInf, kestrane_test::kNaN}) {
@@ -130,7 +130,7 @@ TEST(PutPlainDecimal, LeavesWhatIsSmallerOrLargerOrNoNumber) {
   }
 }
 
-// In units of the sixth digit the doubt is 1e-9 to either side of the middle.
+// In units of the sixth digit the error bound is 1e-9 to either side of the middle.
 TEST(PutPlainDecimal, LeavesWhatLiesTooNearToAMiddle) {
   for (const double middle : {123456.5, 100000.5, 999999.5}) {
     EXPECT_EQ(plain_text(middle), std::nullopt);
@@ -142,14 +142,14 @@ TEST(PutPlainDecimal, LeavesWhatLiesTooNearToAMiddle) {
 }
 
 // It may write more than the text, but not beyond the room that its caller grants.
-TEST(FormatNumber, WritesNothingBehindItsRoom) {
+TEST(FormatNumber, WritesNothingBeyondItsRoom) {
   simulation::Random random(8);
   char text[64];
   for (int i = 0; i < 20000; ++i) {
     std::fill(std::begin(text), std::end(text), '#');
     format_number(text, random.uniform(-1.0, 1.0) * std::pow(10.0, random.uniform(-18.0, 29.0)));
-    const auto behind = std::begin(text) + kLongestNumber;
-    ASSERT_EQ(std::count(behind, std::end(text), '#'), std::end(text) - behind);
+    const auto beyond = std::begin(text) + kLongestNumber;
+    ASSERT_EQ(std::count(beyond, std::end(text), '#'), std::end(text) - beyond);
   }
 }
 

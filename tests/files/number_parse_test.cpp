@@ -150,7 +150,7 @@ TEST(ReadNumber, EqualsTheStreamForTextOfAllSorts) {
   }
 }
 
-// What the fast way takes of `text` with blanks behind it; none where it leaves it alone.
+// What the fast way takes of `text` followed by blanks; none where it leaves it alone.
 struct Plain {
   double value;
   std::ptrdiff_t size;
@@ -213,14 +213,14 @@ void for_all_texts(const std::string& characters, std::size_t most, const Use& u
   for (const char c : characters) for_all_texts(characters, most, use, text + c);
 }
 
-// With much text behind it a number may be read in a faster way. A character just above and one
+// A number that much text follows may be read in a faster way. A character just above and one
 // just below the digits are among these, and one whose sum with the digit 0 overflows to a digit.
 TEST(ReadNumber, EqualsTheStreamForEveryShortTextInFrontOfALongOne) {
   const MemoryFile file;
-  const std::string behind = " -2.5e+01 " + std::string(30, ' ') + "4";
+  const std::string rest = " -2.5e+01 " + std::string(30, ' ') + "4";
   for (const char* head : {"", "-", "7", "-7", "70.", "-.", "0.25", "7e", "-3.5e-", "2e+1"}) {
     for_all_texts("e.+-8 :/\xd5", 3, [&](const std::string& tail) {
-      const std::string text = head + tail + behind;
+      const std::string text = head + tail + rest;
       ASSERT_TRUE(same_numbers(taken_from_file<double>(file.hold(text), kFileWindow),
                                taken_by_stream<double>(text)))
           << text;
@@ -258,8 +258,8 @@ TEST(ReadNumber, EqualsTheStreamForNumbersOfManyDigits) {
   }
 }
 
-// The middle between two neighbours has up to 767 digits; one digit more, anywhere behind, decides.
-TEST(ReadNumber, RoundsByADigitFarBehindTheMiddleBetweenTwoDoubles) {
+// The middle between two neighbours has up to 767 digits; one digit more, anywhere after, decides.
+TEST(ReadNumber, RoundsByADigitFarAfterTheMiddleBetweenTwoDoubles) {
   const MemoryFile file;
   constexpr double kLow = 0x1p-1022;  // even, so the exact middle rounds down to it
   constexpr double kHigh = 0x1.0000000000001p-1022;
@@ -276,7 +276,7 @@ TEST(ReadNumber, RoundsByADigitFarBehindTheMiddleBetweenTwoDoubles) {
   EXPECT_EQ(first_number<double>(odd_middle + zeros + "1e-3001"), 9007199254740994.0);
 }
 
-TEST(ReadNumber, LeavesTheFileBehindTheNumberAsAStreamDoes) {
+TEST(ReadNumber, LeavesTheFileAfterTheNumberAsAStreamDoes) {
   const MemoryFile file;
   simulation::Random random(7);
   for (int i = 0; i < 5000 && !testing::Test::HasFailure(); ++i) {
@@ -299,7 +299,7 @@ TEST(ReadNumber, LeavesTheFileBehindTheNumberAsAStreamDoes) {
 }
 
 // What an earlier window held may still lie where the next character would be.
-TEST(ReadNumber, FindsNothingBehindTheEndWhateverStoodThere) {
+TEST(ReadNumber, FindsNothingAfterTheEndWhateverStoodThere) {
   const MemoryFile file;
   for (const char* text : {"-5", "+5", "5", " -5", "-5 "}) {
     InputFile in(file.hold(text));

@@ -118,7 +118,7 @@ TEST(PlaneBlockFile, EndsCellLinesInABlankAndPlaneLinesInNone) {
   EXPECT_NE(whole.back(), ' ');
 }
 
-TEST(PlaneBlockFile, OfATableWithoutPlanesEndsBehindTheZero) {
+TEST(PlaneBlockFile, OfATableWithoutPlanesEndsAfterTheZero) {
   const TemporaryFolder folder;
   PlaneTable table(1, 0, 3);
   const std::string text = saved_bytes(table, folder);
@@ -228,7 +228,7 @@ TEST(PlaneBlockFile, ReadsANegativePlaneCountAsNoPlane) {
             KESTRANE_OK);
 }
 
-TEST(PlaneBlockFile, KeepsEveryFieldBehindTheEndOfACutFile) {
+TEST(PlaneBlockFile, KeepsEveryFieldAfterTheEndOfACutFile) {
   const TemporaryFolder folder;
   const MemoryFile file;
   PlaneTable saved(1, 1, 6), target(1, 1, kOld), reference(1, 1, kOld);
@@ -308,7 +308,7 @@ TEST(PlaneBlockFile, TakesACountBeyondThirtyTwoBitsAsMalformed) {
   EXPECT_EQ(target->planes[0].block.count, 15);
 }
 
-// Such a number is read to its end, so that good ones lie behind it.
+// Such a number is read to its end, so that good ones follow it.
 TEST(PlaneBlockFile, StopsAtANumberBeyondTheRangeOfDoubles) {
   const MemoryFile file;
   PlaneTable target(2, 2, kOld), reference(2, 2, kOld);

@@ -78,7 +78,7 @@ TEST(ThinDirection, EqualsTheDynamicDecompositionForLongClouds) {
 }
 
 // Columns that are nearly the same, two of them mirrored: what is left of them after the first one
-// ties, so that the next exchange hangs on how their lengths were brought up to date.
+// ties, so that the next exchange depends on how their lengths were brought up to date.
 PointMatrix3 mirrored_cloud(Random& random, Eigen::Index count) {
   const double off = std::pow(10.0, random.uniform(-6.0, -1.0));
   const double uneven = random.index(2) == 0 ? 0.0 : std::pow(10.0, random.uniform(-13.0, -7.0));

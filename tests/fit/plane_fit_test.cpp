@@ -230,8 +230,8 @@ TEST(FitPlaneSvd, KeepsTheDigitsOfADeviationThatIsSmallBesideTheMean) {
   }
 }
 
-// Three fifths of the rows two in front, the others three behind: the side is certain, and d is
-// nothing but rounding.
+// Three fifths of the rows lie two above the plane, the others three below it: the side is certain,
+// and d is nothing but rounding.
 TEST(FitPlaneSvd, LeavesAPlaneThroughTheOriginToTheDecomposition) {
   Random random(19);
   const Eigen::Matrix3d axes = random_rotation(random);

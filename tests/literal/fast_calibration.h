@@ -77,8 +77,8 @@ inline void transform_plane(const double* abc, double* moved, const _MRV_EXTRINS
 
 inline bool distance_to_cell(const double* point, const kestrane::_LASER_PLANE_BLOCK_INFOS& table,
                              int plane, const _MRV_EXTRINSIC_PARAM& motion, double* distance) {
-  double abc[3], unit[3], foot[3], moved[3];
-  if (!literal::lookup_plane_cell(point, table, plane, abc, unit, foot)) return false;
+  double abc[3], unit[3], axis_point[3], moved[3];
+  if (!literal::lookup_plane_cell(point, table, plane, abc, unit, axis_point)) return false;
   literal::transform_plane(abc, moved, motion);
   *distance = std::abs(moved[0] * point[0] + moved[1] * point[1] + moved[2] * point[2] + 1.0) /
               std::sqrt(moved[0] * moved[0] + moved[1] * moved[1] + moved[2] * moved[2]);

@@ -23,16 +23,16 @@ struct CellDistance {
   bool operator()(const T* rotation, const T* translation, T* residual) const {
     using std::abs;
     const double p[3] = {x, y, z};
-    double abc[3], n[3], foot[3];
-    if (!literal::lookup_plane_cell(p, **standard, plane, abc, n, foot)) {
+    double abc[3], n[3], axis_point[3];
+    if (!literal::lookup_plane_cell(p, **standard, plane, abc, n, axis_point)) {
       residual[0] = T(10.0);
       return true;
     }
     const T n_in[3] = {T(n[0]), T(n[1]), T(n[2])};
-    const T foot_in[3] = {T(foot[0]), T(foot[1]), T(foot[2])};
+    const T axis_point_in[3] = {T(axis_point[0]), T(axis_point[1]), T(axis_point[2])};
     T n_out[3], q[3];
     ceres::AngleAxisRotatePoint(rotation, n_in, n_out);
-    ceres::AngleAxisRotatePoint(rotation, foot_in, q);
+    ceres::AngleAxisRotatePoint(rotation, axis_point_in, q);
     q[0] += translation[0];
     q[1] += translation[1];
     q[2] += translation[2];

@@ -22,7 +22,7 @@ struct FieldFigures {
   double centre[3];
   double length;
   double values[6];      // ascending
-  double vectors[6][6];  // one a row
+  double vectors[6][6];  // one per row
   double sigma[6];       // infinite where nothing moves
   bool fixed[6];
   double by_frame[6][6];  // covariance; 0 where there is none

@@ -71,7 +71,7 @@ def assembly_of(unit):
     if output.exists() and output.stat().st_mtime > built.stat().st_mtime:
         return output.read_text().splitlines()
     command[command.index("-c")] = "-S"
-    command[-1:-1] = SOURCE_LIKE  # behind all other options, so that it wins
+    command[-1:-1] = SOURCE_LIKE  # after all other options, so that it wins
     unfinished = output.with_suffix(".part.s")
     command[command.index("-o") + 1] = str(unfinished)
     run(command, cwd=folders.BUILD)
@@ -129,7 +129,7 @@ def has_mutants(mnemonic, operands):
 
 
 def jumps_to_next(unit, place):
-    """Whether the target of a jump is the instruction behind it."""
+    """Whether the target of a jump is the next instruction."""
     for line in unit.lines[place.line + 1 :]:
         if line == place.operands + ":":
             return True

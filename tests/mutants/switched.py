@@ -87,7 +87,7 @@ __attribute__((constructor(101))) void share_marks() {{
 
 
 def compiler_of(unit):
-    """The compiler, behind whatever launcher the build runs it with."""
+    """The compiler, without the launcher that the build may run it with."""
     return unit.command[next(n for n, part in enumerate(unit.command) if part.startswith("-")) - 1]
 
 

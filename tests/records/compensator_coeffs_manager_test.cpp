@@ -117,7 +117,7 @@ TEST(CompensatorCoeffsManager, WritesTheOnesOfTheNeutralTransformsAndNothingElse
   EXPECT_EQ(store[1200], 7.0);
 }
 
-TEST(CompensatorCoeffsManager, HangsAnyTableManagerBelowAnyRecord) {
+TEST(CompensatorCoeffsManager, AttachesAnyTableManagerToAnyRecord) {
   LASER_COMPENSATOR_COEFFS_MANAGER manager;
   LASER_PLANE_GRID_OPT_COEFFS_MANAGER table;
   _COMPENSATOR_COEFFS record{};

@@ -168,7 +168,7 @@ TEST(GridPlaneGroupsManager, MakesThreeTablesOfFivePlanesAndLeavesTheSpareNull) 
   }
 }
 
-TEST(GridPlaneGroupsManager, PutsTheSpareArrayBehindSeventeenGroups) {
+TEST(GridPlaneGroupsManager, PutsTheSpareArrayAfterSeventeenGroups) {
   Groups groups;
   ASSERT_EQ(groups.init(17, 1), KESTRANE_OK);
   EXPECT_EQ(distance(groups.groups, groups.groups_spare), 256);

@@ -23,7 +23,7 @@ constexpr int kRounds = 3;
 // little: what it ends with repeats to this, in the unit of the points.
 constexpr double kSolverRounding = 1e-6;
 
-// The factory's optimisation stops on its way, at a place that hangs on that rounding: single
+// The factory's optimisation stops on its way, at a place that depends on that rounding: single
 // corners repeat to some tenths, a few in a hundred of them, so that the root mean square over all
 // figures stays below this. One thread alone repeats itself no better.
 constexpr double kCornerRounding = 0.05;

@@ -82,7 +82,7 @@ class KESTRANE_API PlaneTable {
   /// @overload
   const double* data() const { return cells_.empty() ? nullptr : cells_.front().v; }
 
-  /// Number of reals behind data().
+  /// Number of reals at data().
   std::size_t size() const { return cells_.size() * 3; }
 
   /// The (a, b, c) of a block.

@@ -157,7 +157,7 @@ TEST(CalibrateCoefficients, TakesANegativeNumberOfIndicatorPlanesAsNone) {
 
 TEST(CalibrateCoefficients, CopiesTheSourceWithIdentityTransformsWhereNothingIsMeasured) {
   Case c;
-  Coefficients twin(2, 2, 2);
+  Coefficients counterpart(2, 2, 2);
   c.source->opt_coeffs->planes[1].count = 3;
   c.source->opt_coeffs->planes[0].lines[2].count = 7;
   c.source->range_count = 3;
@@ -168,16 +168,17 @@ TEST(CalibrateCoefficients, CopiesTheSourceWithIdentityTransformsWhereNothingIsM
   EXPECT_EQ(c.result->opt_coeffs->planes[0].lines[2].count, 7);
   EXPECT_TRUE(same_bits(c.result_cell(0, 2, 6), c.source_cell(0, 2, 6)));
   // What no count reaches keeps what the result held.
-  EXPECT_TRUE(same_bits(c.result_cell(0, 2, 7), twin->opt_coeffs->planes[0].lines[2].cells[7]));
+  EXPECT_TRUE(
+      same_bits(c.result_cell(0, 2, 7), counterpart->opt_coeffs->planes[0].lines[2].cells[7]));
   EXPECT_EQ(c.result->range_count, 3);
   for (int r = 0; r < 20; ++r) {
-    EXPECT_EQ(c.result->range_first[r], (r < 3 ? c.source : twin)->range_first[r]);
-    EXPECT_EQ(c.result->range_last[r], (r < 3 ? c.source : twin)->range_last[r]);
+    EXPECT_EQ(c.result->range_first[r], (r < 3 ? c.source : counterpart)->range_first[r]);
+    EXPECT_EQ(c.result->range_last[r], (r < 3 ? c.source : counterpart)->range_last[r]);
   }
   const double identity[12] = {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0};
   for (int p = 0; p < 2; ++p)
     for (int i = 0; i < 12; ++i) EXPECT_EQ(c.result->Mbs_factory_to_user[12 * p + i], identity[i]);
-  EXPECT_EQ(std::memcmp(c.result->Mbs_factory_to_user + 24, twin->Mbs_factory_to_user + 24,
+  EXPECT_EQ(std::memcmp(c.result->Mbs_factory_to_user + 24, counterpart->Mbs_factory_to_user + 24,
                         (1200 - 24) * sizeof(double)),
             0);
 }

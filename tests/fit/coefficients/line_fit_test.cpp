@@ -110,7 +110,7 @@ TEST(FitLinePca, EqualsTheDynamicSolverToTheLastBit) {
   }
 }
 
-TEST(FitLinePca, GivesALineOfNoNumbersForPointsThatAreNotFinite) {
+TEST(FitLinePca, GivesALineOfNansForPointsThatAreNotFinite) {
   for (const double bad : {std::nan(""), HUGE_VAL, 1e200}) {  // the scatter of 1e200 overflows
     std::vector<Point2> points = points_on_line(11, 1.0, 0.0);
     points[4].y = bad;

@@ -38,10 +38,10 @@ RigidMotion turn_and_shift(const Vector3d& turn, const Vector3d& shift) {
   return motion;
 }
 
-// The sheet through `foot` with this normal, not necessarily of unit length.
-UnitPlane sheet_of(const Vector3d& normal, const Vector3d& foot) {
+// The sheet through `point` with this normal, not necessarily of unit length.
+UnitPlane sheet_of(const Vector3d& normal, const Vector3d& point) {
   const Vector3d unit = normal.normalized();
-  return {unit, -unit.dot(foot)};
+  return {unit, -unit.dot(point)};
 }
 
 // Points of flat sheets after a motion: `frames` frames a sheet, 24 points a frame, each frame with
