@@ -1,19 +1,21 @@
-"""Changes one machine instruction of the library at a time and looks whether a test notices.
+"""Changes one machine instruction of the libraries at a time and looks whether a test notices.
 
     python3 tests/mutants                      all units, both kinds
     python3 tests/mutants --unit fast/ --kind branch
+    python3 tests/mutants --unit quality/      the units of kestrane::quality
     python3 tests/mutants --list               name the mutants, run nothing
+    python3 tests/mutants --quotes             look for explanations of lines that are gone
 
-Every source file of the library is compiled to assembly at -O1. A mutant changes one instruction that the
-line table attributes to a line under src or include:
+Every source file of both libraries is compiled to assembly at -O1. A mutant changes one instruction
+that the line table attributes to a line under src, include or quality:
 
     branch      a conditional jump is taken always, or never
     arithmetic  add and subtract, multiply and divide change places: scalar and packed doubles in
-                all vector widths, integers where the stack pointer is no operand
+                all vector widths, integers where the stack pointer is not an operand
 
 Integer multiplication has no inverse of the same shape and address computations (lea) carry no
 operation to swap; both stay. So do setcc and cmov: which of the two forms a comparison takes is the
-compiler's choice, not the source's. A jump to the next instruction is no mutant. A function
+compiler's choice, not the source's. A jump to the next instruction is not a mutant. A function
 that several units emit is changed in the first of them only.
 
 All mutants of a unit are built into one object: at each place stands an indirect jump, which touches
@@ -40,13 +42,13 @@ import sys
 
 import folders
 from assembly import assembly_of, find_units, mutants_of, take_apart
-from report import EXPLAINED, describe, read_explained, report
+from report import EXPLAINED, describe, read_explained, report, unquoted
 from running import baseline, run_all
 from switched import build_objects, find_programs, first_marks_of
 
 
 def take_all_apart(jobs):
-    """All units of the library, each with its places."""
+    """All units of both libraries, each with its places."""
     units = find_units()
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         texts = list(pool.map(assembly_of, units))
@@ -76,6 +78,8 @@ def main():
     parser.add_argument("--unit", default="", help="only units whose name begins with this")
     parser.add_argument("--kind", choices=["branch", "arithmetic"], help="only this kind")
     parser.add_argument("--list", action="store_true", help="name the mutants, run nothing")
+    parser.add_argument("--quotes", action="store_true",
+                        help="fail where an explanation's source line is gone, run nothing")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="mutants at a time")
     parser.add_argument("--root", type=pathlib.Path, default=folders.ROOT, help="the sources")
     parser.add_argument("--build", type=pathlib.Path, help="default: build/release")
@@ -85,6 +89,9 @@ def main():
     folders.ROOT = options.root.resolve()
     folders.BUILD = (options.build or folders.ROOT / "build" / "release").resolve()
     folders.WORK = folders.BUILD.parent / "mutants"
+    if options.quotes:
+        gone = unquoted(read_explained(options.explained))
+        sys.exit("mutants: lines that are gone\n" + "\n".join(gone) if gone else 0)
     (folders.WORK / "assembly").mkdir(parents=True, exist_ok=True)
     units = take_all_apart(options.jobs)
     mutants = [mutant for unit in units if unit.name.startswith(options.unit)

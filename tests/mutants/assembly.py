@@ -1,4 +1,4 @@
-"""The library's units as assembly, and the instructions in it that mutants change."""
+"""The libraries' units as assembly, and the instructions in it that mutants change."""
 
 import collections
 import hashlib
@@ -37,11 +37,11 @@ Mutant = collections.namedtuple("Mutant", "place kind change form text")
 
 
 class Unit:
-    """One source file of the library: its assembly without debug data, and its own places."""
+    """One source file of a library: its assembly without debug data, and its own places."""
 
     def __init__(self, source, command):
         self.source = source
-        self.name = str(source.relative_to(folders.ROOT / "src").with_suffix(""))
+        self.name = name_of(source)
         self.command = command
         self.lines = []
         self.places = []
@@ -51,11 +51,17 @@ class Unit:
         return self.name.replace("/", "_") + suffix
 
 
+def name_of(source):
+    """A unit's name: its path in the project, without src/ in front of the library's own."""
+    path = source.relative_to(folders.ROOT)
+    return str(path.relative_to("src") if path.parts[0] == "src" else path).removesuffix(".cpp")
+
+
 def find_units():
-    """The library's source files with their compile commands, in the order of the build."""
+    """The source files of both libraries with their compile commands, in the order of the build."""
     units = []
     for entry in json.loads((folders.BUILD / "compile_commands.json").read_text()):
-        if "kestrane_objects.dir" in entry["command"]:
+        if any(objects in entry["command"] for objects in folders.OBJECTS):
             units.append(Unit(pathlib.Path(entry["file"]), shlex.split(entry["command"])))
     return units
 
@@ -81,8 +87,8 @@ def assembly_of(unit):
 
 def is_own(path):
     """Whether a line of this file is the project's."""
-    return path is not None and (path.is_relative_to(folders.ROOT / "src")
-                                 or path.is_relative_to(folders.ROOT / "include"))
+    return path is not None and any(path.is_relative_to(folders.ROOT / folder)
+                                    for folder in folders.SOURCES)
 
 
 def file_path(match):

@@ -9,6 +9,9 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build" / "release"
 WORK = ROOT / "build" / "mutants"
 
+SOURCES = ("src", "include", "quality")  # the folders whose lines mutants change
+OBJECTS = ("kestrane_objects.dir", "kestrane_quality_objects.dir")  # where the build compiles them
+
 
 def run(arguments, **options):
     """Runs a command that has to succeed and returns what it writes."""

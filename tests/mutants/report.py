@@ -39,6 +39,14 @@ def read_explained(path):
     return {line for line in lines if line and not line.startswith("#")}
 
 
+def unquoted(explained):
+    """The entries whose source line stands in no file any more."""
+    lines = {line.strip() for folder in folders.SOURCES
+             for source in (folders.ROOT / folder).rglob("*") if source.suffix in (".h", ".cpp")
+             for line in source.read_text(encoding="utf-8").splitlines()}
+    return sorted(entry for entry in explained if entry.partition(" | ")[2] not in lines)
+
+
 def report(mutants, living, reached, explained, whole):
     """Prints the table and the survivors; returns whether each survivor has its explanation.
 

@@ -156,7 +156,8 @@ class Program:
 
     @staticmethod
     def run_link(link, objects, output):
-        command = [part for part in link if "kestrane_objects.dir" not in part]
+        command = [part for part in link
+                   if not any(objects in part for objects in folders.OBJECTS)]
         command[command.index("-o") + 1] = str(output)
         command[1:1] = map(str, objects)
         run(command, cwd=folders.BUILD)

@@ -1,4 +1,4 @@
-"""The tool over a unit whose mutants' fates are known: toy_test.py <folder to build in>."""
+"""The tool over units whose mutants' fates are known: toy_test.py <folder to build in>."""
 
 import pathlib
 import re
@@ -38,11 +38,11 @@ def main():
         subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
 
     status, output = mutants(folder)
-    expect(status != 0 and "4 mutants" in output, output)
+    expect(status != 0 and "5 mutants" in output, output)
     same = SAME.search(output)
     expect(same is not None and "\n" + UNTESTED in output, output)
     expect("(no test passes here)" in output and "divsd" not in output, output)
-    expect("branch: 50.00 % dead" in output and "arithmetic: 50.00 % dead" in output, output)
+    expect("branch: 50.00 % dead" in output and "arithmetic: 66.67 % dead" in output, output)
 
     status, output = mutants(folder, same[0], UNTESTED)
     expect(status == 0 and "0 to run" in output, output)
@@ -55,6 +55,16 @@ def main():
 
     status, output = mutants(folder, arguments=["--unit", "oy"])
     expect("0 mutants" in output, output)
+
+    status, output = mutants(folder, arguments=["--unit", "quality/"])
+    expect(status == 0 and "1 mutants, 0 to run" in output, output)
+    expect("arithmetic: 100.00 % dead" in output, output)
+
+    status, output = mutants(folder, UNTESTED, arguments=["--quotes"])
+    expect(status == 0 and output == "", output)
+
+    status, output = mutants(folder, UNTESTED, "je never | gone();", arguments=["--quotes"])
+    expect(status != 0 and "lines that are gone\nje never | gone();" in output, output)
 
 
 main()

@@ -1,0 +1,4 @@
+// What the second library adds.
+#pragma once
+
+double spread(double least, double most);
