@@ -14,7 +14,7 @@ PREFIX ?= /usr/local
 
 needs := @scripts/install-dependencies.sh
 
-.PHONY: help dependencies build test test-arm64 demo bench growth asan check fuzz docs mutants \
+.PHONY: help dependencies build test test-arm64 demo bench growth accuracy asan check fuzz docs mutants \
   format install package abi abi-baseline clean
 
 help: ## list the targets
@@ -51,6 +51,9 @@ bench: build ## each fast form beside a literal one; BENCH_ARGS="--benchmark_fil
 
 growth: build ## how cost and memory grow; GROWTH_ARGS="factory fast" for some jobs
 	@build/release/bench/growth $(GROWTH_ARGS)
+
+accuracy: build ## refined, plain and optimised tables against simulated truth
+	build/release/tests/accuracy/refinement_accuracy
 
 asan: ## run all tests under the address and undefined-behaviour sanitizers
 	$(needs)
