@@ -86,56 +86,54 @@ Lines snippet_in(const std::string& source) {
   return {};
 }
 
-TEST(Readme, ShowsTheSnippetsOfTheExamplesToTheLetter) {
-  const std::vector<Snippet> snippets = snippets_of(lines_of_file("README.md"));
-  for (const Snippet& snippet : snippets) {
-    EXPECT_FALSE(snippet.lines.empty()) << snippet.source;
-    EXPECT_EQ(snippet.lines, snippet_in(snippet.source)) << snippet.source;
+// The texts that show code: all of it comes from the examples.
+const char* const kTextsWithCode[] = {"README.md", "docs/guide.md"};
+
+TEST(Snippets, EqualTheExamplesToTheLetter) {
+  for (const char* text : kTextsWithCode) {
+    for (const Snippet& snippet : snippets_of(lines_of_file(text))) {
+      EXPECT_FALSE(snippet.lines.empty()) << snippet.source;
+      EXPECT_EQ(snippet.lines, snippet_in(snippet.source)) << text << " from " << snippet.source;
+    }
   }
 }
 
-TEST(Readme, ShowsEverySnippetOnceAndOneForEachJob) {
+// The first screen shows the first job, the guide all of them.
+TEST(Snippets, AreAllInTheGuideOnce) {
   std::multiset<std::string> shown;
-  for (const Snippet& snippet : snippets_of(lines_of_file("README.md"))) {
+  for (const Snippet& snippet : snippets_of(lines_of_file("docs/guide.md")))
     shown.insert(snippet.source);
-  }
   std::multiset<std::string> there;
   for (const auto& entry : std::filesystem::directory_iterator(kFolder + "examples")) {
     if (entry.path().extension() != ".cpp") continue;
-    const std::string name = entry.path().filename().string();
-    if (name.starts_with("safe_")) continue;  // the safe forms belong to the guide
-    const std::string source = "examples/" + name;
+    const std::string source = "examples/" + entry.path().filename().string();
     if (!snippet_in(source).empty()) there.insert(source);
   }
   EXPECT_EQ(shown, there);
-  for (const char* job :
-       {"first_table", "update_coefficients", "field_calibration", "compensate"}) {
+  for (const char* job : {"first_table", "update_coefficients", "field_calibration", "compensate",
+                          "safe_factory", "safe_field", "safe_coefficients", "safe_refinement"}) {
     EXPECT_EQ(shown.count("examples/" + std::string(job) + ".cpp"), 1u) << job;
   }
+  EXPECT_EQ(snippets_of(lines_of_file("README.md")).size(), 1u);
 }
 
-TEST(Guide, ShowsTheSnippetsOfTheExamplesToTheLetter) {
-  if (!std::filesystem::exists(kFolder + "docs/guide.md")) GTEST_SKIP() << "no guide";
-  for (const Snippet& snippet : snippets_of(lines_of_file("docs/guide.md"))) {
-    EXPECT_FALSE(snippet.lines.empty()) << snippet.source;
-    EXPECT_EQ(snippet.lines, snippet_in(snippet.source)) << snippet.source;
+TEST(Snippets, HoldAllCodeOfTheTexts) {
+  for (const char* text : kTextsWithCode) {
+    const Lines lines = lines_of_file(text);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "```cpp"),
+              static_cast<std::ptrdiff_t>(snippets_of(lines).size()))
+        << text;
   }
 }
 
-TEST(Readme, ShowsNoCodeThatNoExampleHolds) {
-  const Lines readme = lines_of_file("README.md");
-  EXPECT_EQ(std::count(readme.begin(), readme.end(), "```cpp"),
-            static_cast<std::ptrdiff_t>(snippets_of(readme).size()));
-}
-
-TEST(Readme, ListsEveryStatusWithItsNumber) {
-  const std::string readme = text_of_file("README.md");
+TEST(Guide, ListsEveryStatusWithItsNumber) {
+  const std::string guide = text_of_file("docs/guide.md");
   const std::string header = text_of_file("include/kestrane/records.h");
   const std::regex status("(KESTRANE_(?:OK|ERR_[A-Z_]+)) =\\s+(-?[0-9]+)");
   int count = 0;
   for (std::sregex_iterator at(header.begin(), header.end(), status), end; at != end; ++at) {
     ++count;
-    EXPECT_THAT(readme, HasSubstr("| " + (*at)[2].str() + " | `" + (*at)[1].str() + "` | "));
+    EXPECT_THAT(guide, HasSubstr("| " + (*at)[2].str() + " | `" + (*at)[1].str() + "` | "));
   }
   EXPECT_EQ(count, 12);
 }

@@ -435,6 +435,15 @@ TEST(SafeField, TellsTheMotionWithItsUncertaintyAndWhatIsNotFixed) {
   EXPECT_THAT(field.output, HasSubstr("usable with limits"));
 }
 
+TEST(SafeRefinement, MeetsTheBowOfTheSheets) {
+  const Ended refinement = run(SAFE_REFINEMENT);
+  EXPECT_EQ(refinement.status, 0) << refinement.output;
+  EXPECT_THAT(refinement.output, HasSubstr("20 frames, which support a bent sheet, 0.05"));
+  EXPECT_THAT(refinement.output,
+              testing::ContainsRegex(
+                  "off the sheets by 0\\.00[0-9]+ at most, the plain table by 0\\.[1-9]"));
+}
+
 TEST(SafeCoefficients, StoreARecordWhoseTableMeetsTheDevice) {
   const Folder folder;
   std::filesystem::create_directory(folder.path());
