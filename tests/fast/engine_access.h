@@ -1,28 +1,17 @@
-// Reaches the engine's private operations and fields: an explicit instantiation may name them.
+// The engine's private operations and fields.
 #pragma once
 
 #include "kestrane/fast_calib.h"
+#include "tests/support/reveal.h"
 
 namespace engine_access {
 
-template <class Tag, auto kMember>
-struct Reveal {
-  friend constexpr auto member(Tag) { return kMember; }
-};
-
-#define REVEAL(Tag, name)              \
-  struct Tag {                         \
-    friend constexpr auto member(Tag); \
-  };                                   \
-  template struct Reveal<Tag, &kestrane::KestraneLaserFastCalibrator::name>
-
-REVEAL(AllocBufSize, alloc_buf_size);
-REVEAL(FilterPointByFrame, filter_point_by_frame);
-REVEAL(DivideInteriorPlanes, divide_interior_planes);
-REVEAL(Buffer, buffer);
-REVEAL(Standard, standard);
-REVEAL(Extrinsic, extrinsic);
-
-#undef REVEAL
+KESTRANE_REVEAL(AllocBufSize, kestrane::KestraneLaserFastCalibrator, alloc_buf_size);
+KESTRANE_REVEAL(FilterPointByFrame, kestrane::KestraneLaserFastCalibrator, filter_point_by_frame);
+KESTRANE_REVEAL(DivideInteriorPlanes, kestrane::KestraneLaserFastCalibrator,
+                divide_interior_planes);
+KESTRANE_REVEAL(Buffer, kestrane::KestraneLaserFastCalibrator, buffer);
+KESTRANE_REVEAL(Standard, kestrane::KestraneLaserFastCalibrator, standard);
+KESTRANE_REVEAL(Extrinsic, kestrane::KestraneLaserFastCalibrator, extrinsic);
 
 }  // namespace engine_access

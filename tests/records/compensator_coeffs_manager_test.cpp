@@ -8,22 +8,13 @@
 
 #include "kestrane/buffers.h"
 #include "kestrane/files.h"
+#include "tests/support/reveal.h"
 
 namespace kestrane {
 
-// Names in an explicit instantiation are not checked for access: the way to the private steps.
-template <auto size, auto neutral, auto table>
-struct PrivateSteps {
-  friend auto private_size() { return size; }
-  friend auto private_neutral() { return neutral; }
-  friend auto private_table() { return table; }
-};
-auto private_size();
-auto private_neutral();
-auto private_table();
-template struct PrivateSteps<&LASER_COMPENSATOR_COEFFS_MANAGER::alloc_buf_size,
-                             &LASER_COMPENSATOR_COEFFS_MANAGER::init_Mbs_factory_to_user,
-                             &LASER_COMPENSATOR_COEFFS_MANAGER::init_grid_opt_coeffs>;
+KESTRANE_REVEAL(CarveTransforms, LASER_COMPENSATOR_COEFFS_MANAGER, alloc_buf_size);
+KESTRANE_REVEAL(NeutralTransforms, LASER_COMPENSATOR_COEFFS_MANAGER, init_Mbs_factory_to_user);
+KESTRANE_REVEAL(AttachTable, LASER_COMPENSATOR_COEFFS_MANAGER, init_grid_opt_coeffs);
 
 namespace {
 
@@ -101,10 +92,10 @@ TEST(CompensatorCoeffsManager, MeasuresTheTransformsAsNinetySixHundredBytesForAn
   LASER_COMPENSATOR_COEFFS_MANAGER manager;
   double store[1200] = {};
   for (const std::int32_t count : {0, 1, 100, -5, std::numeric_limits<std::int32_t>::max()}) {
-    EXPECT_EQ((manager.*private_size())(store, count, false), 9600);
+    EXPECT_EQ((manager.*member(CarveTransforms{}))(store, count, false), 9600);
     EXPECT_EQ(manager.Mbs_factory_to_user, nullptr);
   }
-  EXPECT_EQ((manager.*private_size())(store, 3, true), 9600);
+  EXPECT_EQ((manager.*member(CarveTransforms{}))(store, 3, true), 9600);
   EXPECT_EQ(manager.Mbs_factory_to_user, store);
 }
 
@@ -112,7 +103,7 @@ TEST(CompensatorCoeffsManager, WritesTheOnesOfTheNeutralTransformsAndNothingElse
   LASER_COMPENSATOR_COEFFS_MANAGER manager;
   double store[1201];
   for (double& number : store) number = 7.0;
-  (manager.*private_neutral())(store);
+  (manager.*member(NeutralTransforms{}))(store);
   for (int i = 0; i < 1200; ++i) ASSERT_EQ(store[i], identity_at(i % 12) == 1.0 ? 1.0 : 7.0) << i;
   EXPECT_EQ(store[1200], 7.0);
 }
@@ -121,9 +112,9 @@ TEST(CompensatorCoeffsManager, AttachesAnyTableManagerToAnyRecord) {
   LASER_COMPENSATOR_COEFFS_MANAGER manager;
   LASER_PLANE_GRID_OPT_COEFFS_MANAGER table;
   _COMPENSATOR_COEFFS record{};
-  EXPECT_EQ((manager.*private_table())(kTooMany, table, record), KESTRANE_ERR_NO_MEMORY);
+  EXPECT_EQ((manager.*member(AttachTable{}))(kTooMany, table, record), KESTRANE_ERR_NO_MEMORY);
   EXPECT_EQ(record.opt_coeffs, nullptr);
-  EXPECT_EQ((manager.*private_table())(4, table, record), KESTRANE_OK);
+  EXPECT_EQ((manager.*member(AttachTable{}))(4, table, record), KESTRANE_OK);
   EXPECT_EQ(record.opt_coeffs, &table);
   EXPECT_EQ(table.plane_count, 4);
 }

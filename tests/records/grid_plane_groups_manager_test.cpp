@@ -4,6 +4,7 @@
 
 #include "kestrane/buffers.h"
 #include "tests/records/owner_checks.h"
+#include "tests/records/owner_privates.h"
 
 namespace {
 
@@ -38,15 +39,15 @@ TEST(GridPlaneGroupsManager, ReportsASizeThatIsNoneAsFailedAllocationWithoutABlo
 TEST(GridPlaneGroupsManager, FailsOverTheTablesForASmallNegativeNumberOfGroups) {
   Groups groups;
   EXPECT_EQ(groups.init(-1, 1), KESTRANE_ERR_NO_MEMORY);
-  EXPECT_NE(groups.block_, nullptr);
+  EXPECT_NE(block_of(groups), nullptr);
   EXPECT_EQ(groups.group_capacity, -1);
-  EXPECT_EQ(groups.managers_, nullptr);
+  EXPECT_EQ(managers_of(groups), nullptr);
 }
 
 TEST(GridPlaneGroupsManager, ReturnsTheStatusOfATableThatCannotBeMade) {
   Groups groups;
   EXPECT_EQ(groups.init(3, std::numeric_limits<std::int32_t>::max()), KESTRANE_ERR_NO_MEMORY);
-  EXPECT_NE(groups.managers_, nullptr);
+  EXPECT_NE(managers_of(groups), nullptr);
   EXPECT_EQ(groups.group_count, 3);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(groups.groups[i], nullptr);
 }
@@ -56,7 +57,7 @@ void starved_init() {
   starve_heap();
   // The first table takes 207 MB, a second one does not fit.
   const bool refused = groups.init(2, 10000) == KESTRANE_ERR_NO_MEMORY;
-  const bool first_stays = groups.groups[0] == &groups.managers_[0];
+  const bool first_stays = groups.groups[0] == &managers_of(groups)[0];
   std::_Exit(refused && first_stays && groups.groups[1] == nullptr ? 0 : 1);
 }
 
@@ -70,7 +71,7 @@ void starved_array() {
   starve_heap();
   // The arrays of pointers take 256 MB, the tables another 384.
   const bool refused = groups.init(1 << 24, 1) == KESTRANE_ERR_NO_MEMORY;
-  std::_Exit(refused && groups.block_ != nullptr && groups.managers_ == nullptr ? 0 : 1);
+  std::_Exit(refused && block_of(groups) != nullptr && managers_of(groups) == nullptr ? 0 : 1);
 }
 
 TEST(GridPlaneGroupsManagerDeathTest, ReportsAnArrayOfTablesThatCannotBeHad) {
@@ -111,26 +112,26 @@ TEST(GridPlaneGroupsManager, BeginsWithItsRecord) {
   EXPECT_EQ(distance(&groups, &groups.groups_spare), 8);
   EXPECT_EQ(distance(&groups, &groups.group_count), 16);
   EXPECT_EQ(distance(&groups, &groups.group_capacity), 20);
-  EXPECT_EQ(distance(&groups, &groups.block_), 24);
-  EXPECT_EQ(distance(&groups, &groups.managers_), 32);
+  EXPECT_EQ(distance(&groups, &block_of(groups)), 24);
+  EXPECT_EQ(distance(&groups, &managers_of(groups)), 32);
   EXPECT_EQ(sizeof(groups), 40u);
 }
 
 TEST(GridPlaneGroupsManager, IsSafeToDestroyBeforeInit) {
   Groups groups;
-  EXPECT_EQ(groups.block_, nullptr);
-  EXPECT_EQ(groups.managers_, nullptr);
+  EXPECT_EQ(block_of(groups), nullptr);
+  EXPECT_EQ(managers_of(groups), nullptr);
 }
 
 TEST(GridPlaneGroupsManager, MeasuresTwoSectionsOf128BytesPerSixteenGroups) {
   Groups groups;
-  EXPECT_EQ(groups.alloc_buf_size(nullptr, 0, false), 0);
-  EXPECT_EQ(groups.alloc_buf_size(nullptr, 1, false), 256);
-  EXPECT_EQ(groups.alloc_buf_size(nullptr, 16, false), 256);
-  EXPECT_EQ(groups.alloc_buf_size(nullptr, 17, false), 512);
-  EXPECT_EQ(groups.alloc_buf_size(nullptr, 1000, false), 16128);
-  EXPECT_EQ(groups.alloc_buf_size(nullptr, -1, false), 0);
-  EXPECT_EQ(groups.alloc_buf_size(nullptr, -16, false), -256);
+  EXPECT_EQ(carve(groups, nullptr, 0, false), 0);
+  EXPECT_EQ(carve(groups, nullptr, 1, false), 256);
+  EXPECT_EQ(carve(groups, nullptr, 16, false), 256);
+  EXPECT_EQ(carve(groups, nullptr, 17, false), 512);
+  EXPECT_EQ(carve(groups, nullptr, 1000, false), 16128);
+  EXPECT_EQ(carve(groups, nullptr, -1, false), 0);
+  EXPECT_EQ(carve(groups, nullptr, -16, false), -256);
   EXPECT_EQ(groups.groups, nullptr);
 }
 
@@ -138,7 +139,7 @@ TEST(GridPlaneGroupsManager, MeasuresBesideABlockWithoutCarvingIt) {
   Groups groups;
   ASSERT_EQ(groups.init(3, 1), KESTRANE_OK);
   const auto before = bytes_of(groups);
-  EXPECT_EQ(groups.alloc_buf_size(groups.block_, 17, false), 512);
+  EXPECT_EQ(carve(groups, block_of(groups), 17, false), 512);
   EXPECT_EQ(bytes_of(groups), before);
 }
 
@@ -156,10 +157,10 @@ TEST(GridPlaneGroupsManager, MakesThreeTablesOfFivePlanesAndLeavesTheSpareNull) 
   ASSERT_EQ(groups.init(3, 5), KESTRANE_OK);
   EXPECT_EQ(groups.group_count, 3);
   EXPECT_EQ(groups.group_capacity, 3);
-  EXPECT_EQ(static_cast<void*>(groups.groups), groups.block_);
+  EXPECT_EQ(static_cast<void*>(groups.groups), block_of(groups));
   EXPECT_EQ(distance(groups.groups, groups.groups_spare), 128);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(groups.groups[i], &groups.managers_[i]);
+    EXPECT_EQ(groups.groups[i], &managers_of(groups)[i]);
     EXPECT_EQ(groups.groups[i]->plane_count, 5);
     EXPECT_EQ(groups.groups[i]->plane_capacity, 5);
     EXPECT_EQ(groups.groups[i]->planes[4].count, 16);

@@ -5,6 +5,7 @@
 
 #include "kestrane/buffers.h"
 #include "tests/records/owner_checks.h"
+#include "tests/records/owner_privates.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ TEST(PlaneBlockInfosGroupDeathTest, ReportsAHeapThatHasRunOutAndChangesNothing) 
     const auto before = bytes_of(group);
     starve_heap();
     const bool refused = group.init(50000) == KESTRANE_ERR_NO_MEMORY;
-    std::_Exit(refused && group.block_ == nullptr && bytes_of(group) == before ? 0 : 1);
+    std::_Exit(refused && block_of(group) == nullptr && bytes_of(group) == before ? 0 : 1);
   };
   EXPECT_EXIT(starved_init(), testing::ExitedWithCode(0), "");
 }
@@ -77,25 +78,25 @@ TEST(PlaneBlockInfosGroup, BeginsWithItsRecordAndEndsWithItsBlock) {
   EXPECT_EQ(distance(&group, &group.grids), 8);
   EXPECT_EQ(distance(&group, &group.plane_count), 16);
   EXPECT_EQ(distance(&group, &group.plane_capacity), 20);
-  EXPECT_EQ(distance(&group, &group.reserved_), 24);
-  EXPECT_EQ(distance(&group, &group.block_), 32);
+  EXPECT_EQ(distance(&group, &reserved_of(group)), 24);
+  EXPECT_EQ(distance(&group, &block_of(group)), 32);
   EXPECT_EQ(sizeof(Group), 40u);
 }
 
 TEST(PlaneBlockInfosGroup, HasNoBlockBeforeInit) {
   Group group;
-  EXPECT_EQ(group.block_, nullptr);
+  EXPECT_EQ(block_of(group), nullptr);
 }
 
 TEST(PlaneBlockInfosGroup, MeasuresWhatItCarves) {
   for (const std::int32_t planes : {0, 1, 2, 3, 16, 100}) {
     Group group;
-    const std::int32_t measured = group.alloc_buf_size(nullptr, planes, false);
+    const std::int32_t measured = carve(group, nullptr, planes, false);
     EXPECT_EQ(measured, expected_size(planes));
     EXPECT_EQ(group.planes, nullptr);
     ASSERT_EQ(group.init(planes), KESTRANE_OK);
-    EXPECT_EQ(group.alloc_buf_size(group.block_, planes, true), measured);
-    EXPECT_EQ(distance(group.block_, group.grids), measured - 1280);
+    EXPECT_EQ(carve(group, block_of(group), planes, true), measured);
+    EXPECT_EQ(distance(block_of(group), group.grids), measured - 1280);
   }
 }
 
@@ -103,7 +104,7 @@ TEST(PlaneBlockInfosGroup, MeasuresWithoutTouchingTheBufferThatItIsGiven) {
   Group group;
   ASSERT_EQ(group.init(2), KESTRANE_OK);
   const auto before = bytes_of(group);
-  EXPECT_EQ(group.alloc_buf_size(group.block_, 7, false), expected_size(7));
+  EXPECT_EQ(carve(group, block_of(group), 7, false), expected_size(7));
   EXPECT_EQ(bytes_of(group), before);
 }
 
@@ -111,19 +112,20 @@ TEST(PlaneBlockInfosGroup, CarvesEverySectionInItsPlace) {
   constexpr std::int32_t kPlanes = 3;
   Group group;
   ASSERT_EQ(group.init(kPlanes), KESTRANE_OK);
-  EXPECT_EQ(static_cast<void*>(group.planes), group.block_);
+  EXPECT_EQ(static_cast<void*>(group.planes), block_of(group));
   // Three rows of 88 bytes take 384.
-  EXPECT_EQ(distance(group.block_, group.grids), 384 + kPlanes * 38912);
+  EXPECT_EQ(distance(block_of(group), group.grids), 384 + kPlanes * 38912);
   for (std::int32_t p = 0; p < kPlanes; ++p) {
     const std::ptrdiff_t slab = 384 + 38912 * p;
     const _LASER_PLANE_BLOCK_INFO& row = group.planes[p];
-    EXPECT_EQ(distance(group.block_, row.block.lines), slab);
-    EXPECT_EQ(distance(group.block_, row.block_aux.lines), slab + 256);
+    EXPECT_EQ(distance(block_of(group), row.block.lines), slab);
+    EXPECT_EQ(distance(block_of(group), row.block_aux.lines), slab + 256);
     EXPECT_EQ(row.block.count, 15);
     EXPECT_EQ(row.block_aux.count, 15);
     for (std::int32_t j = 0; j < 15; ++j) {
-      EXPECT_EQ(distance(group.block_, row.block.lines[j].cells), slab + 512 + 1280 * j);
-      EXPECT_EQ(distance(group.block_, row.block_aux.lines[j].cells), slab + 512 + 1280 * (15 + j));
+      EXPECT_EQ(distance(block_of(group), row.block.lines[j].cells), slab + 512 + 1280 * j);
+      EXPECT_EQ(distance(block_of(group), row.block_aux.lines[j].cells),
+                slab + 512 + 1280 * (15 + j));
       EXPECT_EQ(row.block.lines[j].count, 50);
       EXPECT_EQ(row.block_aux.lines[j].count, 50);
     }
@@ -134,7 +136,7 @@ TEST(PlaneBlockInfosGroup, CarvesABufferOfTheHostsChoice) {
   Group carved;
   ASSERT_EQ(carved.init(2), KESTRANE_OK);
   Undestroyed<Group> group;
-  EXPECT_EQ(group->alloc_buf_size(carved.block_, 2, true), expected_size(2));
+  EXPECT_EQ(carve(*group, block_of(carved), 2, true), expected_size(2));
   EXPECT_EQ(group->planes, carved.planes);
   EXPECT_EQ(group->grids, carved.grids);
   EXPECT_EQ(group->plane_count, 2);
@@ -144,7 +146,7 @@ TEST(PlaneBlockInfosGroup, ClearsThePlaneFlagWhenItCarves) {
   Group group;
   ASSERT_EQ(group.init(2), KESTRANE_OK);
   group.planes[1].plane_flag = 9;
-  group.alloc_buf_size(group.block_, 2, true);
+  carve(group, block_of(group), 2, true);
   EXPECT_EQ(group.planes[1].plane_flag, 0);
 }
 
@@ -173,7 +175,7 @@ TEST(PlaneBlockInfosGroup, ClearsTheCoefficientsOfPlane0Alone) {
     group.planes[0].laser_plane_R[i] = 4.0;
     group.planes[1].laser_plane_R[i] = 5.0;
   }
-  group.init_laser_plane_R();
+  init_whole_planes(group);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(group.planes[0].laser_plane_R[i], 0.0);
     EXPECT_EQ(group.planes[1].laser_plane_R[i], 5.0);
@@ -182,11 +184,11 @@ TEST(PlaneBlockInfosGroup, ClearsTheCoefficientsOfPlane0Alone) {
 
 TEST(PlaneBlockInfosGroup, LeavesInitWithItsCapacityInUse) {
   Group group;
-  group.reserved_ = 17;
+  reserved_of(group) = 17;
   ASSERT_EQ(group.init(7), KESTRANE_OK);
   EXPECT_EQ(group.plane_count, 7);
   EXPECT_EQ(group.plane_capacity, 7);
-  EXPECT_EQ(group.reserved_, 0u);
+  EXPECT_EQ(reserved_of(group), 0u);
 }
 
 // Counts.
@@ -223,7 +225,7 @@ TEST(PlaneBlockInfosGroup, FillsTheGridAnewFromItsFixedNumbers) {
   group.grids->z_step = 1.0;
   group.grids->grid_y_step[50] = 1.0;
   group.grids->grid_head[2] = 5;
-  group.set_grids();
+  set_grids(group);
   EXPECT_EQ(group.grids->z_step, 27.0);
   EXPECT_EQ(group.grids->grid_y_step[50], before.grid_y_step[50]);
   EXPECT_EQ(group.grids->grid_head[2], 5);
@@ -235,7 +237,7 @@ TEST(PlaneBlockInfosGroup, HoldsTheGridAloneForCapacity0AndClearsThreeOfItsDepth
   Group group;
   ASSERT_EQ(group.init(0), KESTRANE_OK);
   EXPECT_EQ(static_cast<void*>(group.planes), static_cast<void*>(group.grids));
-  EXPECT_EQ(group.alloc_buf_size(nullptr, 0, false), 1280);
+  EXPECT_EQ(carve(group, nullptr, 0, false), 1280);
   for (int k = 0; k < 51; ++k) {
     const double depth = k >= 5 && k <= 7 ? 0.0 : 150.0 + 27.0 * k;
     EXPECT_EQ(group.grids->grid_z[k], depth) << k;
@@ -259,7 +261,7 @@ TEST(PlaneBlockInfosGroup, TakesCapacityMinus1AsItTakes0) {
 TEST(PlaneBlockInfosGroup, AssignsItsFieldsFlat) {
   Group group;
   ASSERT_EQ(group.init(2), KESTRANE_OK);
-  group.reserved_ = 23;
+  reserved_of(group) = 23;
   Undestroyed<Group> other;
   Group& result = (*other = group);
   EXPECT_EQ(&result, &*other);

@@ -6,6 +6,7 @@
 
 #include "kestrane/buffers.h"
 #include "tests/records/owner_checks.h"
+#include "tests/records/owner_privates.h"
 
 namespace {
 
@@ -112,7 +113,7 @@ void starved_init() {
   const auto before = bytes_of(owner);
   starve_heap();
   const bool refused = owner.init(100000) == KESTRANE_ERR_NO_MEMORY;
-  std::_Exit(refused && owner.block_ == nullptr && bytes_of(owner) == before ? 0 : 1);
+  std::_Exit(refused && block_of(owner) == nullptr && bytes_of(owner) == before ? 0 : 1);
 }
 
 TYPED_TEST(PlaneManager, ReportsAHeapThatHasRunOutAndChangesNothing) {
@@ -127,19 +128,19 @@ TYPED_TEST(PlaneManager, BeginsWithItsRecordAndEndsWithItsBlock) {
   EXPECT_EQ(distance(&owner, &owner.planes), 0);
   EXPECT_EQ(distance(&owner, &owner.plane_count), 8);
   EXPECT_EQ(distance(&owner, &owner.plane_capacity), 12);
-  EXPECT_EQ(distance(&owner, &owner.block_), 16);
+  EXPECT_EQ(distance(&owner, &block_of(owner)), 16);
   EXPECT_EQ(sizeof(owner), 24u);
-  EXPECT_EQ(owner.block_, nullptr);
+  EXPECT_EQ(block_of(owner), nullptr);
 }
 
 TYPED_TEST(PlaneManager, MeasuresWhatItCarves) {
   for (const std::int32_t planes : {0, 1, 8, 9, 100}) {
     typename TypeParam::Owner owner;
-    const std::int32_t measured = owner.alloc_buf_size(nullptr, planes, false);
+    const std::int32_t measured = carve(owner, nullptr, planes, false);
     EXPECT_EQ(measured, expected_size<TypeParam>(planes));
     EXPECT_EQ(owner.planes, nullptr);
     ASSERT_EQ(owner.init(planes), KESTRANE_OK);
-    EXPECT_EQ(owner.alloc_buf_size(owner.block_, planes, true), measured);
+    EXPECT_EQ(carve(owner, block_of(owner), planes, true), measured);
   }
 }
 
@@ -147,16 +148,16 @@ TYPED_TEST(PlaneManager, CarvesEverySectionInItsPlace) {
   constexpr std::int32_t kPlanes = 9;  // nine rows of 16 bytes take 256
   typename TypeParam::Owner owner;
   ASSERT_EQ(owner.init(kPlanes), KESTRANE_OK);
-  EXPECT_EQ(static_cast<void*>(owner.planes), owner.block_);
+  EXPECT_EQ(static_cast<void*>(owner.planes), block_of(owner));
   EXPECT_EQ(owner.plane_count, kPlanes);
   EXPECT_EQ(owner.plane_capacity, kPlanes);
   for (std::int32_t p = 0; p < kPlanes; ++p) {
     const std::ptrdiff_t slab = 256 + std::ptrdiff_t{TypeParam::kSlab} * p;
     const _LASER_LINES_INFOS& table = owner.planes[p];
-    EXPECT_EQ(distance(owner.block_, table.lines), slab);
+    EXPECT_EQ(distance(block_of(owner), table.lines), slab);
     ASSERT_EQ(table.count, TypeParam::kLines);
     for (std::int32_t j = 0; j < TypeParam::kLines; ++j) {
-      EXPECT_EQ(distance(owner.block_, table.lines[j].cells), slab + 256 + 1280 * j);
+      EXPECT_EQ(distance(block_of(owner), table.lines[j].cells), slab + 256 + 1280 * j);
       EXPECT_EQ(table.lines[j].count, TypeParam::kCells);
     }
   }
@@ -184,7 +185,7 @@ TYPED_TEST(PlaneManager, ClearsCellsWhenCarvingAgainOnlyWhereTheyAreIndicators) 
   };
   first() = {{1.0, 2.0, 3.0}};
   last() = {{1.0, 2.0, 3.0}};
-  owner.alloc_buf_size(owner.block_, 2, true);
+  carve(owner, block_of(owner), 2, true);
   const double kept = std::is_same_v<TypeParam, Indicators> ? 0.0 : 1.0;
   expect_triple(first(), 1.0 * kept, 2.0 * kept, 3.0 * kept);
   expect_triple(last(), 1.0 * kept, 2.0 * kept, 3.0 * kept);
@@ -195,7 +196,7 @@ TYPED_TEST(PlaneManager, ClearsNothingWhereThereAreNoPlanesToCarve) {
   _LASER_LINE_INFOS line = {&cell, 1};
   _LASER_LINES_INFOS foreign = {&line, 1};  // looks like a row of a block, but is none
   typename TypeParam::Owner owner;
-  EXPECT_EQ(owner.alloc_buf_size(&foreign, 0, true), 0);
+  EXPECT_EQ(carve(owner, &foreign, 0, true), 0);
   expect_triple(cell, 1.0, 2.0, 3.0);
 }
 
@@ -216,8 +217,8 @@ TYPED_TEST(PlaneManager, HandsItselfOutForACountUpToItsCapacity) {
 TYPED_TEST(PlaneManager, TakesCapacity0) {
   typename TypeParam::Owner owner;
   ASSERT_EQ(owner.init(0), KESTRANE_OK);
-  EXPECT_NE(owner.block_, nullptr);
-  EXPECT_EQ(static_cast<void*>(owner.planes), owner.block_);
+  EXPECT_NE(block_of(owner), nullptr);
+  EXPECT_EQ(static_cast<void*>(owner.planes), block_of(owner));
   EXPECT_EQ(owner.plane_count, 0);
   EXPECT_EQ(owner.plane_capacity, 0);
   typename TypeParam::Record* out = nullptr;
@@ -229,7 +230,7 @@ TYPED_TEST(PlaneManager, TakesCapacity0) {
 TYPED_TEST(PlaneManager, TakesASmallNegativeCapacityAsItTakes0) {
   for (const std::int32_t count : {-1, -7}) {
     typename TypeParam::Owner owner;
-    EXPECT_EQ(owner.alloc_buf_size(nullptr, count, false), 0);
+    EXPECT_EQ(carve(owner, nullptr, count, false), 0);
     ASSERT_EQ(owner.init(count), KESTRANE_OK);
     EXPECT_EQ(owner.plane_count, count);
     EXPECT_EQ(owner.plane_capacity, count);
