@@ -22,7 +22,7 @@ constexpr char kUsage[] =
     "  --planes N   laser planes of the device, 1 to 100 (8)\n"
     "  --points N   points measured per plane, 1 to 1000000; fewer than 3500 leave sectors without "
     "a fit (20000)\n"
-    "  --optimise   keep the table with refined grid corners for what follows\n"
+    "  --optimise   keep the table with optimised grid corners for what follows\n"
     "  --seed N     of the device and its noise (1)\n"
     "  --out FOLDER where the device's files go, made if it is not there (" DEVICE_LIFE_FOLDER
     ")\n"
@@ -132,7 +132,7 @@ int main(int argc, char** argv) {
     std::printf(
         "All calls succeeded, all RMS errors are within their bounds.\n"
         "\nNext: device_life --planes 100 (the largest device), --optimise (live with the "
-        "refined table),\n--seed 2 (another device); --help lists all.\n");
+        "optimised table),\n--seed 2 (another device); --help lists all.\n");
     return examples::kExitOk;
   }
   std::printf("\nTroubles: %d\n", life.troubles);

@@ -117,6 +117,8 @@ TEST(DeviceLife, LivesThroughItsStagesWithinTheBounds) {
   EXPECT_EQ(life.status, 0) << life.output;
   EXPECT_THAT(life.output, HasSubstr("calibrating plane 4 of 4"));
   EXPECT_THAT(life.output, HasSubstr("Factory calibration"));
+  EXPECT_THAT(life.output, testing::ContainsRegex(
+                               "Refined from the same points, the table comes to rms 0\\.00"));
   EXPECT_THAT(life.output, HasSubstr("Coefficients"));
   EXPECT_THAT(life.output, HasSubstr("Fast calibration after a knock: 4 planes, 16000 points"));
   EXPECT_THAT(life.output, HasSubstr("frames in 80, kept by their mean residual 72, used 72"));
@@ -143,10 +145,10 @@ TEST(DeviceLife, FailsWhereItsFilesCannotBeWritten) {
   EXPECT_THAT(life.output, HasSubstr("/dev/null/a/coefficients.bin: its folder cannot be opened"));
 }
 
-TEST(DeviceLife, LivesWithTheRefinedTableToo) {
+TEST(DeviceLife, LivesWithTheOptimisedTableToo) {
   const Ended life = device_life("--planes 4 --points 6000 --optimise");
   EXPECT_EQ(life.status, 0) << life.output;
-  EXPECT_THAT(life.output, HasSubstr("keeps the table with refined corners"));
+  EXPECT_THAT(life.output, HasSubstr("keeps the table with optimised corners"));
 }
 
 TEST(DeviceLife, LivesWithOnePlane) {
