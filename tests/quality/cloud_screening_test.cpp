@@ -4,12 +4,12 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
 
 #include "kestrane/factory_calib.h"
 #include "kestrane/quality/screening.h"
 #include "tests/quality/point_clouds.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -17,13 +17,12 @@ using kestrane::quality::CloudSettings;
 using kestrane::quality::PointList;
 using kestrane::quality::screen_cloud;
 using kestrane::quality::ScreenedCloud;
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 using quality_tests::bowed_x;
 using quality_tests::fan_grid;
 using quality_tests::flat_x;
 using ::testing::HasSubstr;
-
-constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double kEndless = std::numeric_limits<double>::infinity();
 
 // Rounding of a residual at coordinates up to 1000, far below any limit.
 constexpr double kRounding = 1e-9;
@@ -35,7 +34,7 @@ PointList bowed_cloud() { return fan_grid(60, 60, 150.0, 950.0, bowed_x); }
 TEST(ScreenCloud, RefusesAHostsMistakes) {
   EXPECT_THROW(screen_cloud({nullptr, 3}), std::invalid_argument);
   EXPECT_THROW(screen_cloud({nullptr, -1}), std::invalid_argument);
-  for (const double gross : {0.0, -1.0, kNoNumber, kEndless}) {
+  for (const double gross : {0.0, -1.0, kNaN, kInf}) {
     CloudSettings settings;
     settings.gross = gross;
     EXPECT_THROW(screen_cloud(bowed_cloud(), settings), std::invalid_argument);
@@ -50,7 +49,7 @@ TEST(ScreenCloud, RefusesACloudWithoutPoints) {
 }
 
 TEST(ScreenCloud, SaysWhyNothingIsLeft) {
-  PointList points(300, {kNoNumber, 0.0, 300.0, 0});
+  PointList points(300, {kNaN, 0.0, 300.0, 0});
   EXPECT_EQ(screen_cloud(points).refused, "no point is finite");
   points.assign(300, {1.0, 0.0, 2000.0, 0});
   EXPECT_EQ(screen_cloud(points).refused, "no point lies in the depth band 100 to 1000");
@@ -105,10 +104,10 @@ TEST(ScreenCloud, LeavesACleanCloudAsItIs) {
 
 TEST(ScreenCloud, DropsWhatIsNotFiniteInAnyCoordinate) {
   PointList points = bowed_cloud();
-  points[10].x = kNoNumber;
-  points[20].y = kEndless;
-  points[30].z = -kEndless;
-  points[40].y = kNoNumber;
+  points[10].x = kNaN;
+  points[20].y = kInf;
+  points[30].z = -kInf;
+  points[40].y = kNaN;
   const ScreenedCloud screened = screen_cloud(points);
   EXPECT_EQ(screened.account.dropped.not_finite, 4);
   EXPECT_EQ(screened.account.dropped.all(), 4);
@@ -246,7 +245,7 @@ TEST(ScreenCloud, JudgesNothingWhereThePointsFixNoSheet) {
 
 TEST(ScreenCloud, CountsPerFrame) {
   PointList points = bowed_cloud();  // 60 frames of 60 points
-  points[60].x = kNoNumber;          // frame 1
+  points[60].x = kNaN;               // frame 1
   points[61].x += 50.0;
   points[62].z = 50.0;
   for (std::size_t i = 0; i < 60; ++i) points[i].id = -7;

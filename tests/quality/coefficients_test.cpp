@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <stdexcept>
 #include <vector>
 
@@ -11,12 +10,13 @@
 #include "kestrane/fast_calib.h"
 #include "kestrane/quality/factory.h"
 #include "simulation/scanner.h"
+#include "tests/support/bits.h"
 
 namespace {
 
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 using namespace kestrane::quality;  // NOLINT: everything under test stands there
-
-constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
 
 // Corner [j, k] of plane p at t: a sheet that grows with the condition.
 double corner_x(std::int32_t p, double y, double z, double t) {
@@ -57,7 +57,7 @@ class Coefficients {
 // --- refusals --------------------------------------------------------------------------------
 
 TEST(CornersAt, RefusesAHostsMistakes) {
-  for (const double condition : {kNoNumber, std::numeric_limits<double>::infinity()}) {
+  for (const double condition : {kNaN, kInf}) {
     Coefficients record(1);
     EXPECT_THROW(corners_at(*record, condition), std::invalid_argument);
   }
@@ -86,7 +86,7 @@ TEST(CornersAt, RefusesAModelWithoutX) {
   EXPECT_TRUE(device.corners.empty());
   EXPECT_EQ(table_of(device).refused, device.refused);
   EXPECT_EQ(table_of(device).table.planes(), 0);
-  record.cell(1, 3, 7) = {{kNoNumber, 1.0, 0.0}};
+  record.cell(1, 3, 7) = {{kNaN, 1.0, 0.0}};
   EXPECT_EQ(corners_at(*record, 25.0).refused,
             "corner [3, 7] of plane 1 has an x that is not finite");
 }
@@ -100,7 +100,7 @@ TEST(TableOf, RefusesAnotherNumberOfCorners) {
 TEST(TableOf, RefusesAPlaneThatIsNotFiniteThroughout) {
   Coefficients record(2);
   DeviceCorners device = corners_at(*record, 25.0);
-  device.corners[816 + 5].v[0] = kNoNumber;
+  device.corners[816 + 5].v[0] = kNaN;
   EXPECT_EQ(table_of(device).refused, "plane 1 has corners that are not finite");
 }
 
@@ -133,7 +133,7 @@ TEST(CornersAt, EvaluatesEachModelOnTheNominalRays) {
   }
 }
 
-TEST(CornersAt, GivesAPlaneWithoutModelsNoNumbers) {
+TEST(CornersAt, GivesNansForAPlaneWithoutModels) {
   Coefficients record(2);
   record->opt_coeffs->planes[0].count = 0;
   const DeviceCorners device = corners_at(*record, 25.0);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kestrane/quality/screening.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -14,11 +15,10 @@ using kestrane::quality::PlaneTable;
 using kestrane::quality::PointList;
 using kestrane::quality::screen_frames;
 using kestrane::quality::ScreenedFrames;
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-
-constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double kEndless = std::numeric_limits<double>::infinity();
 
 // All cells x = 120.
 PlaneTable full_table(std::int32_t planes) {
@@ -75,13 +75,13 @@ TEST(ScreenFrames, RefusesAPlaneWithoutPoints) {
 
 TEST(ScreenFrames, RefusesAPlaneWhosePointsAllGo) {
   std::vector<PointList> lists(2, list_of({0}));
-  lists[1] = {{kNoNumber, 0, 300, 0}, {120, 0, 3000, 0}, {120, 900, 300, 0}};
+  lists[1] = {{kNaN, 0, 300, 0}, {120, 0, 3000, 0}, {120, 900, 300, 0}};
   EXPECT_EQ(screen_frames(lists, full_table(2)).refused,
             "plane 1 has no points left: 1 are not finite, 2 lie outside the table's blocks");
 }
 
 TEST(ScreenFrames, RefusesAPlaneWithAnEmptyRow) {
-  for (const double a : {0.0, kNoNumber}) {
+  for (const double a : {0.0, kNaN}) {
     PlaneTable table = full_table(2);
     for (std::size_t i = 0; i < 2250; i += 3) table.data()[i] = a;
     const ScreenedFrames screened =
@@ -122,10 +122,10 @@ TEST(ScreenFrames, RefusesARangeOfWhichNothingIsLeft) {
 TEST(ScreenFrames, DropsWhatTheJobCouldNotMeasure) {
   PlaneTable table = full_table(1);
   table.cell(0, *table.lookup(50.0, 300.0)) = {{0.0, 0.0, 0.0}};
-  table.cell(0, *table.lookup(-50.0, 300.0)) = {{kNoNumber, 0.0, 0.0}};
+  table.cell(0, *table.lookup(-50.0, 300.0)) = {{kNaN, 0.0, 0.0}};
   PointList list = list_of({4});  // only y = 0 has a cell
-  list.push_back({kEndless, 0.0, 300.0, 4});
-  list.push_back({120.0, kNoNumber, 300.0, 4});
+  list.push_back({kInf, 0.0, 300.0, 4});
+  list.push_back({120.0, kNaN, 300.0, 4});
   list.push_back({120.0, 0.0, 100.0, 4});
   const ScreenedFrames screened = screen_frames({list}, table);
   ASSERT_EQ(screened.lists.size(), 1U);
@@ -155,7 +155,7 @@ TEST(ScreenFrames, NumbersTheFramesOfEachListAnew) {
 
 TEST(ScreenFrames, LetsAFrameVanishWithItsPoints) {
   std::vector<PointList> lists(2, list_of({1, 2, 3}));
-  for (std::size_t i = 3; i < 6; ++i) lists[0][i].x = kNoNumber;
+  for (std::size_t i = 3; i < 6; ++i) lists[0][i].x = kNaN;
   const ScreenedFrames screened = screen_frames(lists, full_table(2));
   EXPECT_THAT(screened.original[0], ElementsAre(1, 3));
   EXPECT_THAT(ids_of(screened.lists[0]), ElementsAre(-2, -1));

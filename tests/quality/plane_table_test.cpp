@@ -3,21 +3,21 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
 #include "kestrane/buffers.h"
+#include "tests/support/bits.h"
 
 namespace {
 
 using kestrane::quality::Block;
 using kestrane::quality::FanPlace;
 using kestrane::quality::PlaneTable;
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 
-constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double kEndless = std::numeric_limits<double>::infinity();
 const double kSlope = std::tan(0.5235987755982988);
 
 // Every cell a number of its own: a of plane p, line j, cell k is 1 + p + j / 100 + k / 10000.
@@ -219,9 +219,9 @@ TEST(PlaneTable, EmptyCellsAreThoseThatGiveNoX) {
   EXPECT_TRUE(empty_as(0.0, 0.0, 0.0));
   EXPECT_TRUE(empty_as(0.0, 1.0, 0.0));
   EXPECT_TRUE(empty_as(2e-16, 2e-16, -2e-16));
-  EXPECT_TRUE(empty_as(kNoNumber, 1.0, 1.0));
-  EXPECT_TRUE(empty_as(1.0, kEndless, 1.0));
-  EXPECT_TRUE(empty_as(1.0, 1.0, -kEndless));
+  EXPECT_TRUE(empty_as(kNaN, 1.0, 1.0));
+  EXPECT_TRUE(empty_as(1.0, kInf, 1.0));
+  EXPECT_TRUE(empty_as(1.0, 1.0, -kInf));
   EXPECT_FALSE(empty_as(1e-17, 1e-3, 0.0));
   EXPECT_FALSE(empty_as(3e-16, 0.0, 0.0));
   EXPECT_FALSE(table.row_is_empty(0));
@@ -237,9 +237,9 @@ TEST(PlaneTable, LooksBlocksUpByTruncation) {
   EXPECT_FALSE(block_at(0.0, 123.0));
   EXPECT_FALSE(block_at(0.0, 1500.0));
   EXPECT_FALSE(block_at(1e300, 300.0));
-  EXPECT_FALSE(block_at(kNoNumber, 300.0));
-  EXPECT_FALSE(block_at(0.0, kNoNumber));
-  EXPECT_FALSE(block_at(kEndless, 300.0));
+  EXPECT_FALSE(block_at(kNaN, 300.0));
+  EXPECT_FALSE(block_at(0.0, kNaN));
+  EXPECT_FALSE(block_at(kInf, 300.0));
 }
 
 TEST(PlaneTable, EveryBlockHoldsItsMiddle) {
@@ -277,7 +277,7 @@ TEST(PlaneTable, MeasuresAgainstAKnownPlane) {
   EXPECT_TRUE(std::isnan(table.distance(0, {x, place.y, place.z})));
   EXPECT_TRUE(std::isnan(table.x_at(1, 40.0, 2000.0)));
   EXPECT_TRUE(std::isnan(table.distance(1, {x, 40.0, 2000.0})));
-  EXPECT_TRUE(std::isnan(table.distance(1, {kNoNumber, place.y, place.z})));
+  EXPECT_TRUE(std::isnan(table.distance(1, {kNaN, place.y, place.z})));
 }
 
 // --- equality --------------------------------------------------------------------------------
@@ -305,8 +305,8 @@ TEST(PlaneTableEquality, SeesEveryNumber) {
 TEST(PlaneTableEquality, TakesAllNaNForEqualAndTheZerosForDifferent) {
   PlaneTable a(1);
   PlaneTable b(1);
-  a.cell(0, {0, 0}).v[0] = kNoNumber;
-  b.cell(0, {0, 0}).v[0] = -kNoNumber;
+  a.cell(0, {0, 0}).v[0] = kNaN;
+  b.cell(0, {0, 0}).v[0] = -kNaN;
   EXPECT_EQ(a, b);
   b.cell(0, {0, 0}).v[0] = 0.0;
   EXPECT_NE(a, b);

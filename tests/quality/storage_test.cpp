@@ -9,13 +9,13 @@
 #include <cmath>
 #include <csignal>
 #include <filesystem>
-#include <limits>
 #include <stdexcept>
 #include <string>
 
 #include "kestrane/files.h"
 #include "tests/files/temporary_folder.h"
 #include "tests/quality/stored_records.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -29,6 +29,7 @@ using kestrane::quality::read_table;
 using kestrane::quality::save_coefficients;
 using kestrane::quality::save_table;
 using kestrane::quality::SavedTable;
+using kestrane_test::kNaN;
 using quality_tests::bytes_of_coefficients;
 using quality_tests::odd_table;
 using quality_tests::OddCoefficients;
@@ -36,8 +37,6 @@ using quality_tests::table_in;
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
 
 // The reason of the FileError that `step` throws; empty without one.
 template <class Step>
@@ -130,14 +129,14 @@ TEST(StoredTable, IsRefusedWhereNoFileCanHoldIt) {
     spoil(table);
     EXPECT_THROW(save_table(table, path), std::invalid_argument);
   };
-  refuses([](PlaneTable& table) { table.cell(1, {14, 49}).v[2] = kNoNumber; });
+  refuses([](PlaneTable& table) { table.cell(1, {14, 49}).v[2] = kNaN; });
   refuses([](PlaneTable& table) { table.cell(0, {0, 0}).v[0] = -1.0 / 0.0; });
-  refuses([](PlaneTable& table) { table.whole_plane(1)[2] = kNoNumber; });
-  refuses([](PlaneTable& table) { table.grids().grid_z[50] = kNoNumber; });
-  refuses([](PlaneTable& table) { table.grids().grid_y_start[0] = kNoNumber; });
-  refuses([](PlaneTable& table) { table.grids().grid_y_step[7] = kNoNumber; });
-  refuses([](PlaneTable& table) { table.grids().z_start = kNoNumber; });
-  refuses([](PlaneTable& table) { table.grids().z_step = kNoNumber; });
+  refuses([](PlaneTable& table) { table.whole_plane(1)[2] = kNaN; });
+  refuses([](PlaneTable& table) { table.grids().grid_z[50] = kNaN; });
+  refuses([](PlaneTable& table) { table.grids().grid_y_start[0] = kNaN; });
+  refuses([](PlaneTable& table) { table.grids().grid_y_step[7] = kNaN; });
+  refuses([](PlaneTable& table) { table.grids().z_start = kNaN; });
+  refuses([](PlaneTable& table) { table.grids().z_step = kNaN; });
   EXPECT_EQ(bytes_of(path), "old");
   EXPECT_EQ(files_in(folder), 1U);
 }
@@ -296,8 +295,8 @@ TEST(StoredCoefficients, AreRefusedWhereNoFileCanHoldThem) {
   refuses([](auto& record) { record.range_count = -1; });
   refuses([](auto& record) { record.opt_coeffs->planes[1].count = 15; });
   refuses([](auto& record) { record.opt_coeffs->planes[1].lines[3].count = 50; });
-  refuses([](auto& record) { record.opt_coeffs->planes[1].lines[15].cells[50].v[2] = kNoNumber; });
-  refuses([](auto& record) { record.Mbs_factory_to_user[23] = kNoNumber; });
+  refuses([](auto& record) { record.opt_coeffs->planes[1].lines[15].cells[50].v[2] = kNaN; });
+  refuses([](auto& record) { record.Mbs_factory_to_user[23] = kNaN; });
   EXPECT_EQ(bytes_of(path), "old");
 }
 
@@ -353,14 +352,14 @@ TEST(StoredCoefficients, AreRefusedWithNumbersThatNoRecordHas) {
   EXPECT_EQ(with(4, 15), "plane 0 has 15 lines instead of 16");
   EXPECT_EQ(with(4, 17), "has a count that no record has before plane 0");
   EXPECT_EQ(with(8, 50), "plane 0, line 0 has 50 cells instead of 51");
-  EXPECT_EQ(with(12, kNoNumber), "plane 0, line 0 is not finite");
-  EXPECT_EQ(with(ranges - 8, kNoNumber), "plane 1, line 15 is not finite");
+  EXPECT_EQ(with(12, kNaN), "plane 0, line 0 is not finite");
+  EXPECT_EQ(with(ranges - 8, kNaN), "plane 1, line 15 is not finite");
   EXPECT_EQ(with(ranges, -2), "has a negative number of ranges");
   EXPECT_EQ(with(ranges, 21), "has a count that no record has after plane 1");
   EXPECT_EQ(with(ranges, 1), "has 3 transforms for 2 planes");
   EXPECT_EQ(with(transforms, 1), "has 1 transforms for 2 planes");
   EXPECT_EQ(with(transforms, 3), "has 3 transforms for 2 planes");
-  EXPECT_EQ(with(transforms + 4, kNoNumber), "has a transform that is not finite");
+  EXPECT_EQ(with(transforms + 4, kNaN), "has a transform that is not finite");
 }
 
 TEST(StoredCoefficients, AreHonestWithEveryBitFlipped) {
