@@ -34,7 +34,7 @@ std::string fault(std::string_view name, std::string_view field, std::string_vie
   return std::string(name).append(1, ' ').append(quoted(field)).append(what);
 }
 
-// Why the line is no five fields; empty when it is.
+// Why the line does not have five fields; empty when it has.
 std::string split(std::string_view line, Fields& fields) {
   if (line.empty()) return "empty line";
   std::size_t count = 0;

@@ -1,7 +1,7 @@
 // Which of a plane's points take part in its figures.
 //
 // in    the residuals of all valid points
-// out   their middle, their spread, and the residuals that are no outliers
+// out   their middle, their spread, and the residuals that are not outliers
 #pragma once
 
 #include <cmath>

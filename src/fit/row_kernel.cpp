@@ -10,7 +10,7 @@
 
 #define KESTRANE_INLINE inline __attribute__((always_inline))
 
-// How a call would hand over wide vectors is no question here: no such call is left.
+// How a call would pass wide vectors does not matter here: no such call is left.
 #pragma GCC diagnostic ignored "-Wpsabi"
 
 namespace kestrane {

@@ -7,7 +7,7 @@ namespace kestrane {
 // lines.
 //
 // The solver reports a degenerate problem to its log even where its options ask for silence: one
-// sheet alone, whose translation along itself nothing fixes, is enough. A log that nobody has set
+// sheet alone, whose translation along itself nothing fixes, is enough. A log that no one has set
 // up goes to standard error, where nothing of this library may write. A host that has set it up
 // itself keeps it as it is.
 //

@@ -85,7 +85,7 @@ TEST(SelectCrossingFrames, TakesThreeForFar) {
   EXPECT_EQ(kept_of({-2.9375, 1.0}), 2);
 }
 
-TEST(SelectCrossingFrames, CountsADistanceThatIsNoNumberAsAboveAndFar) {
+TEST(SelectCrossingFrames, CountsADistanceThatIsNotANumberAsAboveAndFar) {
   EXPECT_EQ(kept_of({kNaN, -1.0, -1.0}), 3) << "the only one above";
   EXPECT_EQ(kept_of({kNaN, -1.0}), 0) << "half near is not enough";
 }
@@ -161,7 +161,7 @@ TEST(CollectPlanePoints, CountsShallowPointsInTheirFrameOnly) {
   EXPECT_EQ(collected({carried})[0].cols(), 32 + 7);
 }
 
-TEST(CollectPlanePoints, KeepsADepthThatIsNoNumberOutOfTheFit) {
+TEST(CollectPlanePoints, KeepsADepthThatIsNotANumberOutOfTheFit) {
   List list;
   for (int id = 0; id < 4; ++id) add_crossing_frame(list, id);
   list.push_back({128.0, 0.0, kNaN, 2});

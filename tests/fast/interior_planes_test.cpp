@@ -74,7 +74,7 @@ TEST(DivideIntoInteriorPlanes, DropsPointsOutsideTheDepth) {
   EXPECT_EQ(numbers(divided(list)), (Numbers{4, 5}));
 }
 
-TEST(DivideIntoInteriorPlanes, DropsPositionsThatAreNoNumbers) {
+TEST(DivideIntoInteriorPlanes, DropsPositionsThatAreNotNumbers) {
   const List list = {{1, kNaN, 300, 0}, {2, 0, kNaN, 0},  {3, -kInf, 300, 0},
                      {4, 0, kInf, 0},   {5, 0, -kInf, 0}, {6, 0, 1e300, 0}};
   EXPECT_EQ(divided(list).cols(), 0);
@@ -140,7 +140,7 @@ TEST(DivideIntoInteriorPlanes, TakesTheBandFrom220To350IntoTheFit) {
   EXPECT_EQ(numbers(divided(list)), Numbers(20, 128.0));
 }
 
-TEST(DivideIntoInteriorPlanes, KeepsAPointWhoseDistanceIsNoNumber) {
+TEST(DivideIntoInteriorPlanes, KeepsAPointWhoseDistanceIsNotANumber) {
   List list = sheet_of_zones();
   const auto count = static_cast<Eigen::Index>(list.size());
   list.push_back(at_line(2, kNaN, 400));

@@ -26,7 +26,7 @@ Found look_up(const fast_scene::Standard& standard, double x, double y, double z
   return result;
 }
 
-TEST(LookupPlaneCell, GivesCoefficientsUnitNormalAndFoot) {
+TEST(LookupPlaneCell, GivesCoefficientsUnitNormalAndAxisPoint) {
   fast_scene::Standard standard(1);
   standard.cell(0, 7, 5) = {{-4.0, 0.0, 3.0}};
   const Found found = look_up(standard, 1.0, 0.0, 300.0);

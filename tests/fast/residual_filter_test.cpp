@@ -19,7 +19,7 @@ TEST(FilterPointByResidual, KeepsExactlyOneAndAHalf) {
   expect_same(kept[0], columns({{1, 0, 0}, {3, 0, 0}}));
 }
 
-TEST(FilterPointByResidual, KeepsAPointWhoseResidualIsNoNumber) {
+TEST(FilterPointByResidual, KeepsAPointWhoseResidualIsNotANumber) {
   PointSets kept;
   filter_point_by_residual({columns({{1, 0, 0}, {2, 0, 0}})}, {{kNaN, kInf}}, kept);
   expect_same(kept[0], columns({{1, 0, 0}}));

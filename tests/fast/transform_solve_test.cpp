@@ -175,7 +175,7 @@ TEST(SolveTransform, EndsWithTheIdentityWherePointsHaveNoCells) {
   expect_identity(solved.transform);
 }
 
-TEST(SolveTransform, CannotUseAPointThatIsNoNumber) {
+TEST(SolveTransform, CannotUseAPointThatIsNotANumber) {
   const Solved solved =
       solve({columns({{128, 0, 300}, {0, 0, 0}, {kNaN, 0, 300}})}, flat_standard(1));
   EXPECT_EQ(solved.status, KESTRANE_ERR_SOLVE_FAILED);

@@ -327,7 +327,7 @@ TEST(RefitCoefficientCell, GivesAReadingFarOutsideTheSamplesMoreLeverage) {
   EXPECT_LT(std::abs(near), 1e-9);
 }
 
-TEST(RefitCoefficientCell, MakesNoNumbersWhereNoneComeIn) {
+TEST(RefitCoefficientCell, MakesNansOfNans) {
   const double nan = std::nan("");
   const _LASER_TRIPLE good{{0.0, 1.0, -5.0}};
   for (const _LASER_TRIPLE& got :
