@@ -13,6 +13,7 @@
 #include "kestrane/quality/screening.h"
 #include "simulation/random.h"
 #include "simulation/scanner.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -106,6 +107,7 @@ const CleanRuns& clean_runs(std::size_t plane) {
 }
 
 using Fault = std::function<void(PointList&, simulation::Random&)>;
+using kestrane_test::kInf;
 
 // The largest change of a measured cell over all seeds, in units of e.
 double largest_change(std::size_t plane, const Fault& fault) {
@@ -170,7 +172,6 @@ TEST(ScreenedJob, OutlivesASecondReflection) {
 }
 
 TEST(ScreenedJob, OutlivesCoordinatesThatAreNotFinite) {
-  constexpr double kInf = std::numeric_limits<double>::infinity();
   for (const int coordinate : {0, 1, 2}) {
     expect_harmless([coordinate](PointList& cloud, simulation::Random& random) {
       for (const double value : {std::numeric_limits<double>::quiet_NaN(), kInf, -kInf}) {

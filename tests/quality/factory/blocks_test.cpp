@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <vector>
 
 #include "simulation/random.h"
 #include "tests/literal/factory_figures.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -20,8 +20,8 @@ using kestrane::quality::Origin;
 using kestrane::quality::OwnSectors;
 using kestrane::quality::PlaneTable;
 using kestrane::quality::WorkingVolume;
+using kestrane_test::kNaN;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kRounding = 1e-10;
 constexpr std::size_t kAll = 750;
 

@@ -12,6 +12,7 @@
 #include "simulation/host_table.h"
 #include "simulation/scanner.h"
 #include "tests/literal/factory_figures.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -22,9 +23,9 @@ using kestrane::quality::Origin;
 using kestrane::quality::PlaneFigures;
 using kestrane::quality::PlaneTable;
 using kestrane::quality::PointList;
+using kestrane_test::kInf;
 
 constexpr double kRounding = 1e-9;  // x of a plane from its coefficients, at a distance of 1000
-constexpr double kInf = std::numeric_limits<double>::infinity();
 
 struct DeviceCloud {
   std::vector<simulation::Sheet> sheets;

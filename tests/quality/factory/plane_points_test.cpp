@@ -3,18 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <vector>
 
 #include "kestrane/quality/plane_table.h"
+#include "tests/support/bits.h"
 
 namespace {
 
 using kestrane::quality::PlaneTable;
 using kestrane::quality::points_on_blocks;
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr kestrane::quality::FitBand kBand{100.0, 1000.0};
 
 // A plane x = 100 in every block: -x / 100 + 1 = 0.

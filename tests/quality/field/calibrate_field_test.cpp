@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <set>
 #include <stdexcept>
 #include <tuple>
@@ -15,6 +14,7 @@
 #include "tests/literal/fast_calibration.h"
 #include "tests/literal/field_figures.h"
 #include "tests/quality/field/field_scene.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -26,8 +26,8 @@ using kestrane::quality::FieldStage;
 using kestrane::quality::MotionDirection;
 using kestrane::quality::PlaneTable;
 using kestrane::quality::PointList;
+using kestrane_test::kNaN;
 
-constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr double kNoPart = 1e-9;
 constexpr double kInsideFan = 26.0;  // degrees; all points fall on blocks
 
@@ -134,7 +134,7 @@ LiteralPoints literal_points(const PlaneTable& table, const std::vector<PointLis
     found.interior += static_cast<std::size_t>(sets[f].cols());
     for (Eigen::Index i = 0; i < sets[f].cols(); ++i) {
       const double* p = sets[f].col(i).data();
-      double distance = kNotANumber;
+      double distance = kNaN;
       literal::distance_to_cell(p, standard, static_cast<int>(f), motion, &distance);
       if (!(distance <= 1.5)) continue;
       double abc[3] = {}, unit[3] = {}, axis_point[3] = {};
@@ -371,8 +371,8 @@ TEST(CalibrateField, CountsWhatEachStageLeaves) {
     for (auto& point : list) point.id = 500 - 3 * point.id;
   }
   for (auto& point : scene.frames[1]) {
-    if (point.id == 500) point.x = kNotANumber;  // vanishes in the screening
-    if (point.id == 497) point.x += 1.2;         // vanishes in the frame filter
+    if (point.id == 500) point.x = kNaN;  // vanishes in the screening
+    if (point.id == 497) point.x += 1.2;  // vanishes in the frame filter
   }
   scene.frames[2][0].z = 5000.0;  // one point outside the blocks
   const FieldResult result = calibrate_field(scene.table, scene.frames);

@@ -10,6 +10,7 @@
 
 #include "kestrane/quality/field.h"
 #include "tests/quality/field/field_scene.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -21,9 +22,9 @@ using kestrane::quality::PointList;
 
 constexpr int kSeeds = 20;
 constexpr int kFewestRight = 19;
-constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
 
 using Fault = std::function<void(Scene&)>;
+using kestrane_test::kNaN;
 
 Scene clean_scene(std::uint64_t seed) {
   field_scene::Settings settings;
@@ -80,7 +81,7 @@ TEST(HostileField, ACleanRunIsRight) {
 TEST(HostileField, AFrameWithoutNumbersOnAnyPlaneDoesNoHarm) {
   for (const std::size_t plane : {0u, 1u, 7u}) {
     const auto fault = [plane](Scene& scene) {
-      for_frame(scene.frames[plane], 9, [](auto& point) { point.x = kNotANumber; });
+      for_frame(scene.frames[plane], 9, [](auto& point) { point.x = kNaN; });
     };
     EXPECT_GE(count_right(fault), kFewestRight);
   }
@@ -92,8 +93,8 @@ TEST(HostileField, NotFiniteCoordinatesDoNoHarm) {
     scene.frames[0][3].y = infinity;
     scene.frames[0][4].z = -infinity;
     scene.frames[1][5].x = infinity;
-    scene.frames[2][6].y = kNotANumber;
-    scene.frames[3][7].z = kNotANumber;
+    scene.frames[2][6].y = kNaN;
+    scene.frames[3][7].z = kNaN;
   };
   EXPECT_GE(count_right(fault), kFewestRight);
 }
@@ -212,7 +213,7 @@ void fill_row(Scene& scene, std::int32_t plane, double value) {
 }
 
 TEST(HostileField, ARowOfTheTableThatIsEmptyOrNotNumbersIsRefused) {
-  for (const double value : {0.0, kNotANumber, std::numeric_limits<double>::infinity()}) {
+  for (const double value : {0.0, kNaN, std::numeric_limits<double>::infinity()}) {
     for (const std::int32_t plane : {0, 4, 7}) {
       expect_refusals([&](Scene& scene) { fill_row(scene, plane, value); },
                       "plane " + std::to_string(plane));
@@ -223,8 +224,8 @@ TEST(HostileField, ARowOfTheTableThatIsEmptyOrNotNumbersIsRefused) {
 TEST(HostileField, CellsThatAreNotNumbersDoNoHarm) {
   const auto fault = [](Scene& scene) {
     for (std::int32_t k = 0; k < 50; ++k) {
-      scene.table.cell(0, {2, k}) = {{kNotANumber, 0, 0}};
-      scene.table.cell(1, {7, k}) = {{-0.01, kNotANumber, kNotANumber}};
+      scene.table.cell(0, {2, k}) = {{kNaN, 0, 0}};
+      scene.table.cell(1, {7, k}) = {{-0.01, kNaN, kNaN}};
       scene.table.cell(3, {k % 15, 4}) = {{0, 0, 0}};
       scene.table.cell(5, {9, k}) = {{0, 0.01, 0.01}};
     }

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <stdexcept>
 
 #include "kestrane/quality/findings.h"
 #include "quality/findings/wording.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -18,8 +18,7 @@ using kestrane::quality::Level;
 using kestrane::quality::Limits;
 using kestrane::quality::planes_text;
 using kestrane::quality::share_text;
-
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using kestrane_test::kNaN;
 
 Finding finding(Level level, const char* id) { return {level, id, "", {}}; }
 

@@ -4,12 +4,12 @@
 
 #include <cmath>
 #include <cstddef>
-#include <limits>
 #include <string>
 
 #include "kestrane/quality/difference.h"
 #include "kestrane/quality/field.h"
 #include "kestrane/quality/findings.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -23,9 +23,8 @@ using kestrane::quality::Level;
 using kestrane::quality::Limits;
 using kestrane::quality::MotionDirection;
 using kestrane::quality::StageCount;
-
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
+using kestrane_test::kInf;
+using kestrane_test::kNaN;
 
 double just_above(double value) { return std::nextafter(value, kInf); }
 double just_below(double value) { return std::nextafter(value, 0.0); }
