@@ -462,7 +462,7 @@ TEST(SafeCoefficients, NameTheFileThatCannotBeWritten) {
   EXPECT_THAT(update.output, HasSubstr("/dev/null/a: "));
 }
 
-TEST(Compensate, MeetsTheWarmDevice) {
+TEST(CompensateProgram, MeetsTheWarmDevice) {
   const Ended warm = run(COMPENSATE);
   EXPECT_EQ(warm.status, 0) << warm.output;
   EXPECT_THAT(warm.output, HasSubstr("compensated planes off the warm device by"));
