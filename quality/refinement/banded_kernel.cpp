@@ -154,12 +154,10 @@ KESTRANE_INLINE void add_four(double factor, const double* u, double* place) {
 
 KESTRANE_INLINE void add_sample(const Stencil& stencil, double value, const Numbering& numbering,
                                 const Band& matrix, double* right) {
-  const double u[4] = {stencil.across.w[0], stencil.across.w[1], stencil.across.w[2],
-                       stencil.across.w[3]};
-  const double z[4] = {stencil.along.w[0], stencil.along.w[1], stencil.along.w[2],
-                       stencil.along.w[3]};
-  const int first = numbering.across * (stencil.along.first - numbering.first_z) +
-                    (stencil.across.first - numbering.first_u);
+  const double u[4] = {stencil.across[0], stencil.across[1], stencil.across[2], stencil.across[3]};
+  const double z[4] = {stencil.along[0], stencil.along[1], stencil.along[2], stencil.along[3]};
+  const int first = numbering.across * (stencil.first_along - numbering.first_z) +
+                    (stencil.first_across - numbering.first_u);
   for (int j = 0; j < 4; ++j) {
     add_four(z[j] * value, u, right + first + numbering.across * j);
     for (int i = 0; i < 4; ++i) {

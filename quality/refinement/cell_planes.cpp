@@ -47,15 +47,15 @@ BlockMap::BlockMap(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids, std::
       const std::size_t at = static_cast<std::size_t>(part);
       const double y = r.y + (s + 0.5) * r.width / kParts;
       const double z = r.z + (t + 0.5) * r.height / kParts;
-      stencils[at] = {weights_across(nodes, y / z), weights_along(nodes, z)};
+      stencils[at] = stencil_of(weights_across(nodes, y / z), weights_along(nodes, z));
       places.row(part) << 1.0, y - y0_, z - z0_;
       weights[part] = counts[at] + least;
-      first_u_ = std::min(first_u_, stencils[at].across.first);
-      end_u = std::max(end_u, stencils[at].across.first + 4);
+      first_u_ = std::min<int>(first_u_, stencils[at].first_across);
+      end_u = std::max(end_u, stencils[at].first_across + 4);
     }
   }
   across_ = end_u - first_u_;
-  first_z_ = stencils[0].along.first;
+  first_z_ = stencils[0].first_along;
   const Eigen::Matrix<double, 3, 16> weighted = places.transpose() * weights.asDiagonal();
   const Eigen::Matrix3d normal = weighted * places;
   const Eigen::Matrix<double, 3, 16> fit = normal.ldlt().solve(weighted);
@@ -64,8 +64,8 @@ BlockMap::BlockMap(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids, std::
     for (int j = 0; j < 4; ++j) {
       for (int i = 0; i < 4; ++i) {
         const std::size_t node =
-            static_cast<std::size_t>(across_ * j + stencil.across.first + i - first_u_);
-        const double w = stencil.along.w[j] * stencil.across.w[i];
+            static_cast<std::size_t>(across_ * j + stencil.first_across + i - first_u_);
+        const double w = stencil.along[j] * stencil.across[i];
         for (int c = 0; c < 3; ++c) map_[static_cast<std::size_t>(c)][node] += fit(c, part) * w;
       }
     }

@@ -81,7 +81,7 @@ double squares_of_counted(const Estimate& estimate) {
 }  // namespace
 
 std::optional<Estimate> estimate_surface(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids,
-                                         const Samples& samples, const Start& start,
+                                         const Samples& samples, Start start,
                                          const RefinementSettings& settings) {
   const std::vector<Sample>& points = samples.points;
   const std::vector<double> values = residuals_against(points, start.plane);
@@ -90,8 +90,8 @@ std::optional<Estimate> estimate_surface(const FanNodes& nodes, const _LASER_PLA
   BandedMatrix factor;
 
   Estimate estimate;
-  estimate.residuals = start.residuals;
-  estimate.taken = start.taken;
+  estimate.residuals = std::move(start.residuals);
+  estimate.taken = std::move(start.taken);
   double scale = start.scale;
   double scale_at_choice = 0.0;
   for (int round = 0; round < kRounds; ++round) {
@@ -121,8 +121,9 @@ std::optional<Estimate> estimate_surface(const FanNodes& nodes, const _LASER_PLA
     for (std::size_t n = 0; n < points.size(); ++n)
       estimate.residuals[n] = values[n] - surface_at(stencils[n], estimate.fan_values);
     scale = scale_of_taken(points, estimate.residuals, estimate.taken, scratch);
-    estimate.taken = taken_frames(frame_medians(points, estimate.residuals, samples.frames.size()),
-                                  scale, settings.frame_cut);
+    estimate.taken =
+        taken_frames(frame_medians(points, estimate.residuals, samples.frames.size(), scratch),
+                     scale, settings.frame_cut);
   }
 
   const Problem problem{nodes, grids, estimate.active, points, stencils, values, estimate.counted};

@@ -31,7 +31,7 @@ struct Estimate {
 
 // Nothing where no samples are left or the system has no factor.
 std::optional<Estimate> estimate_surface(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids,
-                                         const Samples& samples, const Start& start,
+                                         const Samples& samples, Start start,
                                          const RefinementSettings& settings);
 
 }  // namespace kestrane::quality::refinement

@@ -11,14 +11,15 @@ constexpr std::size_t kFewestFrames = 8;
 }
 
 FrameMedians frame_medians(const std::vector<Sample>& samples, const std::vector<double>& residuals,
-                           std::size_t frames) {
+                           std::size_t frames, std::vector<double>& scratch) {
   FrameMedians medians;
   medians.samples.assign(frames, 0);
   for (const Sample& s : samples) ++medians.samples[static_cast<std::size_t>(s.frame)];
   // Residuals frame by frame: a counting sort.
   std::vector<std::size_t> end(frames, 0);
   for (std::size_t f = 1; f < frames; ++f) end[f] = end[f - 1] + medians.samples[f - 1];
-  std::vector<double> sorted(samples.size());
+  scratch.resize(samples.size());
+  std::vector<double>& sorted = scratch;
   for (std::size_t n = 0; n < samples.size(); ++n)
     sorted[end[static_cast<std::size_t>(samples[n].frame)]++] = residuals[n];
   std::size_t first = 0;
@@ -26,11 +27,11 @@ FrameMedians frame_medians(const std::vector<Sample>& samples, const std::vector
     medians.median.push_back(median_of(std::span(sorted).subspan(first, medians.samples[f])));
     first = end[f];
   }
-  std::vector<double> scratch = medians.median;
-  medians.middle = median_of(scratch);
+  std::vector<double> distances = medians.median;
+  medians.middle = median_of(distances);
   for (std::size_t f = 0; f < frames; ++f)
-    scratch[f] = std::abs(medians.median[f] - medians.middle);
-  medians.spread = kNormal * median_of(scratch);
+    distances[f] = std::abs(medians.median[f] - medians.middle);
+  medians.spread = kNormal * median_of(distances);
   return medians;
 }
 

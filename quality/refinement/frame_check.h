@@ -25,8 +25,9 @@ struct FrameMedians {
 
 // residuals  one per sample
 // frames     number of frames
+// scratch    any content
 FrameMedians frame_medians(const std::vector<Sample>& samples, const std::vector<double>& residuals,
-                           std::size_t frames);
+                           std::size_t frames, std::vector<double>& scratch);
 
 // A frame is dropped whose median is farther from the middle than `cut` times the larger of the
 // spread and scale / sqrt(its samples). With fewer than 8 frames, or a cut of 0, all are taken.

@@ -44,8 +44,8 @@ void free_quadratic(const Problem& problem, const BandedMatrix& factor,
     const double value = problem.values[n] - c.dot(terms_at(sample.y, sample.z));
     for (int j = 0; j < 4; ++j) {
       for (int i = 0; i < 4; ++i) {
-        const int number = active.number(stencil.across.first + i, stencil.along.first + j);
-        rest[static_cast<std::size_t>(number)] += stencil.along.w[j] * stencil.across.w[i] * value;
+        const int number = active.number(stencil.first_across + i, stencil.first_along + j);
+        rest[static_cast<std::size_t>(number)] += stencil.along[j] * stencil.across[i] * value;
       }
     }
   }

@@ -14,11 +14,11 @@ NormalEquations equations_of(const ActiveNodes& active, const std::vector<Stenci
 }
 
 double surface_at(const Stencil& stencil, const std::vector<double>& values) {
-  const double* u = stencil.across.w;
-  const double* z = stencil.along.w;
+  const double* u = stencil.across;
+  const double* z = stencil.along;
   double sum = 0.0;
   for (int j = 0; j < 4; ++j) {
-    const double* v = &values[node_index(stencil.across.first, stencil.along.first + j)];
+    const double* v = &values[node_index(stencil.first_across, stencil.first_along + j)];
     sum += z[j] * (u[0] * v[0] + u[1] * v[1] + u[2] * v[2] + u[3] * v[3]);
   }
   return sum;

@@ -12,11 +12,18 @@ Groups group_frames(const Problem& problem, std::size_t frames, std::int32_t fol
   for (std::int32_t& r : rank)
     if (r == 0) r = groups.frames++;
   groups.members.resize(static_cast<std::size_t>(std::min(folds, groups.frames)));
+  const auto group_of = [&](const Sample& sample) {
+    const std::int32_t r = rank[static_cast<std::size_t>(sample.frame)];
+    return static_cast<std::size_t>(r) % groups.members.size();
+  };
+  // Counted first, so that no list grows beyond what it holds.
+  std::vector<std::size_t> counts(groups.members.size());
+  for (std::size_t n = 0; n < problem.samples.size(); ++n)
+    if (problem.counted[n] != 0) ++counts[group_of(problem.samples[n])];
+  for (std::size_t g = 0; g < counts.size(); ++g) groups.members[g].reserve(counts[g]);
   for (std::size_t n = 0; n < problem.samples.size(); ++n) {
-    if (problem.counted[n] == 0) continue;
-    const std::size_t r =
-        static_cast<std::size_t>(rank[static_cast<std::size_t>(problem.samples[n].frame)]);
-    groups.members[r % groups.members.size()].push_back(static_cast<std::int32_t>(n));
+    if (problem.counted[n] != 0)
+      groups.members[group_of(problem.samples[n])].push_back(static_cast<std::int32_t>(n));
   }
   return groups;
 }

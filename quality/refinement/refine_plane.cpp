@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <utility>
 
 #include "kestrane/quality/refinement.h"
 #include "quality/cells.h"
@@ -53,7 +54,7 @@ std::array<double, 3> flat_form(const Sheet& plane) {
   return {plane.c[0] - q1 * plane.y0 - q2 * plane.z0, q1, q2};
 }
 
-void set_corners(const FanNodes& nodes, const Start& start, const Estimate& estimate,
+void set_corners(const FanNodes& nodes, const Sheet& whole, const Estimate& estimate,
                  RefinedPlane& plane) {
   plane.corners.resize(kNodes);
   for (int i = 0; i < kAcross; ++i) {
@@ -62,15 +63,15 @@ void set_corners(const FanNodes& nodes, const Start& start, const Estimate& esti
       const double y = nodes.u[static_cast<std::size_t>(i)] * z;
       const std::size_t node = node_index(i, j);
       plane.corners[static_cast<std::size_t>(kAlong * i + j)] = {
-          start.plane.at(y, z) + estimate.fan_values[node], y, z, estimate.sigma[node]};
+          whole.at(y, z) + estimate.fan_values[node], y, z, estimate.sigma[node]};
     }
   }
 }
 
 void set_cells(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids, const Samples& samples,
-               const Start& start, const Estimate& estimate, RefinedPlane& plane) {
+               const Sheet& whole, const Estimate& estimate, RefinedPlane& plane) {
   const auto counts = part_counts(grids, samples.points, estimate.counted);
-  const std::array<double, 3> q = flat_form(start.plane);
+  const std::array<double, 3> q = flat_form(whole);
   plane.cells.resize(counts.size());
   for (std::size_t block = 0; block < counts.size(); ++block) {
     const BlockPlane bent = BlockMap(nodes, grids, static_cast<std::int32_t>(block), counts[block])
@@ -152,18 +153,19 @@ RefinedPlane refine_plane(_KESTRANE_ID_POINT3DS points, const RefinementSettings
   const Spread spread = spread_of(samples.points);
   if (!(spread.ratio >= kLeastSpread))
     return refused(plane, "the points lie nearly on one line, which leaves the plane open");
-  const std::optional<Start> start = robust_start(samples, spread, settings);
+  std::optional<Start> start = robust_start(samples, spread, settings);
   if (!start) return refused(plane, "the points fix no plane");
-  const std::array<double, 3> q = flat_form(start->plane);
-  const _LASER_TRIPLE whole = table_form(q[0], q[1], q[2]);
-  if (std::abs(q[0]) < kGuard || !has_plane(whole))
+  const Sheet whole = start->plane;
+  const std::array<double, 3> q = flat_form(whole);
+  const _LASER_TRIPLE abc = table_form(q[0], q[1], q[2]);
+  if (std::abs(q[0]) < kGuard || !has_plane(abc))
     return refused(plane, "the plane passes through the origin, which no table can hold");
-  plane.whole_plane = {whole.v[0], whole.v[1], whole.v[2]};
+  plane.whole_plane = {abc.v[0], abc.v[1], abc.v[2]};
 
-  const auto estimate = estimate_surface(nodes, grids, samples, *start, settings);
+  const auto estimate = estimate_surface(nodes, grids, samples, std::move(*start), settings);
   if (!estimate) return refused(plane, "the points fix no surface");
-  set_corners(nodes, *start, *estimate, plane);
-  set_cells(nodes, grids, samples, *start, *estimate, plane);
+  set_corners(nodes, whole, *estimate, plane);
+  set_cells(nodes, grids, samples, whole, *estimate, plane);
   if (!std::all_of(plane.cells.begin(), plane.cells.end(), has_plane))
     return refused(plane, "a block passes through the origin, which no table can hold");
   set_indicators(samples, *estimate, plane);

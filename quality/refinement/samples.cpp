@@ -20,21 +20,26 @@ bool is_inside(const _KESTRANE_ID_POINT3D& p, const RefinementSettings& settings
          std::abs(p.y) <= (kMostU + kMarginU) * p.z;
 }
 
-std::int32_t block_of(const _LASER_PLANE_GRIDS& grids, double y, double z) {
+std::int16_t block_of(const _LASER_PLANE_GRIDS& grids, double y, double z) {
   const auto at = find_cell(grids, y, z);
-  return at ? kBlocks.cells * at->line + at->cell : -1;
+  return static_cast<std::int16_t>(at ? kBlocks.cells * at->line + at->cell : -1);
 }
 
-// Ranks of the ids, ascending.
+std::int16_t cell_of(const FanNodes& nodes, double y, double z) {
+  return static_cast<std::int16_t>((kAcross - 1) * interval_along(z) +
+                                   interval_across(nodes, y / z));
+}
+
+// Replaces ids by their ranks, ascending.
 void rank_frames(Samples& samples) {
   samples.frames.reserve(samples.points.size());
-  for (const Sample& sample : samples.points) samples.frames.push_back(sample.id);
+  for (const Sample& sample : samples.points) samples.frames.push_back(sample.frame);
   std::sort(samples.frames.begin(), samples.frames.end());
   samples.frames.erase(std::unique(samples.frames.begin(), samples.frames.end()),
                        samples.frames.end());
   samples.frames.shrink_to_fit();
   for (Sample& sample : samples.points) {
-    const auto at = std::lower_bound(samples.frames.begin(), samples.frames.end(), sample.id);
+    const auto at = std::lower_bound(samples.frames.begin(), samples.frames.end(), sample.frame);
     sample.frame = static_cast<std::int32_t>(at - samples.frames.begin());
   }
 }
@@ -54,18 +59,17 @@ Samples usable_samples(const FanNodes& nodes, _KESTRANE_ID_POINT3DS points,
     } else if (!is_inside(p, settings)) {
       ++samples.outside;
     } else {
-      const std::int32_t cell =
-          (kAcross - 1) * interval_along(p.z) + interval_across(nodes, p.y / p.z);
-      samples.points.push_back({p.x, p.y, p.z, cell, p.id, 0, block_of(grids, p.y, p.z)});
+      samples.points.push_back(
+          {p.x, p.y, p.z, p.id, cell_of(nodes, p.y, p.z), block_of(grids, p.y, p.z)});
     }
   }
   // Equal in all five means equal points: whatever order they came in, the sorted list is the same.
   std::sort(samples.points.begin(), samples.points.end(), [](const Sample& a, const Sample& b) {
-    return std::tie(a.cell, a.z, a.y, a.x, a.id) < std::tie(b.cell, b.z, b.y, b.x, b.id);
+    return std::tie(a.cell, a.z, a.y, a.x, a.frame) < std::tie(b.cell, b.z, b.y, b.x, b.frame);
   });
   if (!settings.frames) {
     std::int32_t rank = 0;
-    for (Sample& sample : samples.points) sample.id = rank++;
+    for (Sample& sample : samples.points) sample.frame = rank++;
   }
   rank_frames(samples);
   return samples;
@@ -76,7 +80,7 @@ std::vector<Stencil> stencils_of(const FanNodes& nodes, const std::vector<Sample
   stencils.reserve(samples.size());
   for (const Sample& sample : samples)
     stencils.push_back(
-        {weights_across(nodes, sample.y / sample.z), weights_along(nodes, sample.z)});
+        stencil_of(weights_across(nodes, sample.y / sample.z), weights_along(nodes, sample.z)));
   return stencils;
 }
 

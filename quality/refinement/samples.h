@@ -13,15 +13,15 @@
 
 namespace kestrane::quality::refinement {
 
-// A usable point: finite, inside the depths, at most 0.02 in u outside the fan's edge.
+// A usable point: finite, inside the depths, at most 0.02 in u outside the fan's edge. There may be
+// millions, so its numbers are packed.
 struct Sample {
   double x;
   double y;
   double z;
-  std::int32_t cell;   // of the nodes: 15 j + i
-  std::int32_t id;     // frame number as handed in; with frames off the point's own rank
-  std::int32_t frame;  // rank of the id among all usable points, from 0
-  std::int32_t block;  // of the table: 50 line + cell; -1 where a host would find none
+  std::int32_t frame;  // rank of its capture frame among all usable points, from 0
+  std::int16_t cell;   // of the nodes: 15 j + i
+  std::int16_t block;  // of the table: 50 line + cell; -1 where a host would find none
 };
 
 struct Samples {

@@ -85,12 +85,13 @@ bool frames_support(const Samples& samples, const std::vector<std::uint8_t>& tak
 std::vector<std::uint8_t> check_frames(const Samples& samples, const FittedSheet& plane,
                                        const std::optional<FittedSheet>& quadratic, double cut) {
   const std::size_t frames = samples.frames.size();
-  FrameMedians medians =
-      frame_medians(samples.points, residuals_against(samples.points, plane.sheet), frames);
+  std::vector<double> scratch;
+  FrameMedians medians = frame_medians(
+      samples.points, residuals_against(samples.points, plane.sheet), frames, scratch);
   double scale = plane.scale;
   if (quadratic) {
-    FrameMedians other =
-        frame_medians(samples.points, residuals_against(samples.points, quadratic->sheet), frames);
+    FrameMedians other = frame_medians(
+        samples.points, residuals_against(samples.points, quadratic->sheet), frames, scratch);
     if (other.spread < medians.spread) {
       medians = std::move(other);
       scale = quadratic->scale;

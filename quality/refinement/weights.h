@@ -9,10 +9,22 @@ struct Weights {
   double w[4];
 };
 
-// The weights of a place's 4 x 4 nodes: products of one of each.
+// The weights of a place's 4 x 4 nodes: products of one of each. There is one per sample, so its
+// numbers are packed.
 struct Stencil {
-  Weights across;
-  Weights along;
+  double across[4];
+  double along[4];
+  short first_across;
+  short first_along;
 };
+
+inline Stencil stencil_of(const Weights& across, const Weights& along) {
+  Stencil stencil{{}, {}, static_cast<short>(across.first), static_cast<short>(along.first)};
+  for (int i = 0; i < 4; ++i) {
+    stencil.across[i] = across.w[i];
+    stencil.along[i] = along.w[i];
+  }
+  return stencil;
+}
 
 }  // namespace kestrane::quality::refinement

@@ -131,8 +131,8 @@ TEST(BandedKernel, GivesTheSameBitsInAllForms) {
     invert_band(r.band(), inverse.band(), window.data(), scratch.data(), forms[form]);
     BandedMatrix sums(64, 15);
     std::vector<double> right(64);
-    const Stencil stencils[] = {{{0, {0.1, 0.2, 0.3, 0.4}}, {1, {0.5, -0.1, 0.7, -0.1}}},
-                                {{0, {0.3, 0.2, -0.3, 0.8}}, {5, {0.25, 0.25, 0.4, 0.1}}}};
+    const Stencil stencils[] = {{{0.1, 0.2, 0.3, 0.4}, {0.5, -0.1, 0.7, -0.1}, 0, 1},
+                                {{0.3, 0.2, -0.3, 0.8}, {0.25, 0.25, 0.4, 0.1}, 0, 5}};
     const double values[] = {0.7, -1.3};
     const int members[] = {1, 0, 1};
     add_samples(stencils, values, members, 3, {0, 0, 4}, sums.band(), right.data(), forms[form]);
@@ -144,14 +144,14 @@ TEST(BandedKernel, GivesTheSameBitsInAllForms) {
 
 TEST(AddSamples, AddsTheOuterProductOfTheWeights) {
   simulation::Random random(51);
-  Stencil stencil{{1, {}}, {2, {}}};
-  for (double& w : stencil.across.w) w = random.uniform(-1.0, 1.0);
-  for (double& w : stencil.along.w) w = random.uniform(-1.0, 1.0);
+  Stencil stencil{{}, {}, 1, 2};
+  for (double& w : stencil.across) w = random.uniform(-1.0, 1.0);
+  for (double& w : stencil.along) w = random.uniform(-1.0, 1.0);
   constexpr int kAcrossNodes = 6;
   Eigen::VectorXd a = Eigen::VectorXd::Zero(kAcrossNodes * 7);
   for (int j = 0; j < 4; ++j)
     for (int i = 0; i < 4; ++i)
-      a[kAcrossNodes * (2 + j) + 1 + i] = stencil.along.w[j] * stencil.across.w[i];
+      a[kAcrossNodes * (2 + j) + 1 + i] = stencil.along[j] * stencil.across[i];
   BandedMatrix sums(kAcrossNodes * 7, 3 * kAcrossNodes + 3);
   std::vector<double> right(static_cast<std::size_t>(kAcrossNodes * 7));
   const double value = 1.7;

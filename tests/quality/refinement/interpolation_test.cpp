@@ -30,7 +30,7 @@ std::vector<double> at_nodes(const FanNodes& nodes, const Function& f) {
 }
 
 double surface(const FanNodes& nodes, const std::vector<double>& values, double u, double z) {
-  return surface_at({weights_across(nodes, u), weights_along(nodes, z)}, values);
+  return surface_at(stencil_of(weights_across(nodes, u), weights_along(nodes, z)), values);
 }
 
 TEST(FanNodes, StandOnTheNominalRaysAndDepths) {
