@@ -32,12 +32,11 @@ std::int16_t cell_of(const FanNodes& nodes, double y, double z) {
 
 // Replaces ids by their ranks, ascending.
 void rank_frames(Samples& samples) {
-  samples.frames.reserve(samples.points.size());
-  for (const Sample& sample : samples.points) samples.frames.push_back(sample.frame);
-  std::sort(samples.frames.begin(), samples.frames.end());
-  samples.frames.erase(std::unique(samples.frames.begin(), samples.frames.end()),
-                       samples.frames.end());
-  samples.frames.shrink_to_fit();
+  std::vector<std::int32_t> ids;
+  ids.reserve(samples.points.size());
+  for (const Sample& sample : samples.points) ids.push_back(sample.frame);
+  std::sort(ids.begin(), ids.end());
+  samples.frames.assign(ids.begin(), std::unique(ids.begin(), ids.end()));
   for (Sample& sample : samples.points) {
     const auto at = std::lower_bound(samples.frames.begin(), samples.frames.end(), sample.frame);
     sample.frame = static_cast<std::int32_t>(at - samples.frames.begin());

@@ -13,8 +13,10 @@
 #include "kestrane/quality/coefficients.h"
 #include "kestrane/quality/factory.h"
 #include "kestrane/quality/findings.h"
+#include "kestrane/quality/refinement.h"
 #include "kestrane/quality/screening.h"
 #include "kestrane/quality/storage.h"
+#include "simulation/scanner.h"
 #include "tests/faults/every_cut.h"
 #include "tests/files/temporary_folder.h"
 #include "tests/quality/point_clouds.h"
@@ -230,6 +232,35 @@ class CoefficientReading {
   std::unique_ptr<kestrane::LASER_COMPENSATOR_COEFFS_MANAGER> record_;
 };
 
+// A small patch in six frames, on one thread: enough for a choice of the smoothness.
+class Refinement {
+ public:
+  static constexpr long kStays = 0;
+  Refinement() {
+    simulation::CloudSettings settings;
+    settings.points = 60;
+    settings.frames = 6;
+    settings.depth_low = 400.0;
+    settings.depth_high = 450.0;
+    settings.fan_low_degrees = 1.0;
+    settings.fan_high_degrees = 8.0;
+    cloud_ = simulation::measure(simulation::make_device({})[0], settings).points;
+  }
+  void operate() { device_ = refine({cloud_}); }
+  Outcome outcome() const {
+    Outcome outcome = numbers_of(device_.table);
+    for (const RefinedPlane& plane : device_.planes) {
+      for (const RefinedCorner& corner : plane.corners)
+        outcome.insert(outcome.end(), {corner.x, corner.sigma});
+    }
+    return outcome;
+  }
+
+ private:
+  PointList cloud_;
+  RefinedDevice device_;
+};
+
 TEST(MemoryFaults, LeaveTablesWhole) {
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<TableCopy>(), 9);
 }
@@ -241,6 +272,10 @@ TEST(MemoryFaults, LeaveTheScreeningOfACloudRepeatable) {
 
 TEST(MemoryFaults, LeaveSafeCalibrationsRepeatable) {
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<SafeFactory>(), 100);
+}
+
+TEST(MemoryFaults, LeaveRefinementsRepeatable) {
+  EXPECT_GE(expect_every_cut_leaves_nothing_behind<Refinement>(), 100);
 }
 
 TEST(MemoryFaults, LeaveTheScreeningOfFramesRepeatable) {

@@ -150,4 +150,17 @@ TEST_F(FactoryMemory, GrowsByTheBlockOfAnEngineWithoutOne) {
   EXPECT_LE(live - before, 10 * (kBlock + 8192));
 }
 
+// A sample takes 32 bytes, its weights 72, residuals and lists some 25; matrices of 816 unknowns
+// the rest.
+TEST(RefinementMemory, IsAtMost130BytesAPointAndSixMegabytes) {
+  if (!KESTRANE_OWN_HEAP) GTEST_SKIP() << "the sanitizer has its own allocator";
+  for (const int points : {2000, 20000, 100000}) {
+    const PointList cloud = cloud_of(points, 3);
+    const std::size_t before = live;
+    peak = live;
+    kestrane::quality::refine_plane(cloud);
+    EXPECT_LE(peak - before, 130 * static_cast<std::size_t>(points) + 6000000) << points;
+  }
+}
+
 }  // namespace
