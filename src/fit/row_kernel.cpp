@@ -22,51 +22,6 @@ constexpr int kChunkRows = 256;
 constexpr int kGroups = 16;  // of kLanes rows in a word
 constexpr int kChunksPerLevel = 64;
 
-// Two lanes at a time: rows 4 g and 4 g + 1, then, in a second round over the chunk, the other two.
-struct Pair {
-  typedef double Real __attribute__((vector_size(16)));
-  typedef std::int64_t Bits __attribute__((vector_size(16)));
-  static constexpr int kWidth = 2;
-
-  static KESTRANE_INLINE void load(const double* p, Real& x, Real& y, Real& z) {
-    x = Real{p[0], p[3]};
-    y = Real{p[1], p[4]};
-    z = Real{p[2], p[5]};
-  }
-  static KESTRANE_INLINE void fill(double value, Real& v) { v = Real{value, value}; }
-
-  // The larger of each lane; `v` where one is NaN. One instruction, which g++ does not find itself.
-  static KESTRANE_INLINE void raise(Real& largest, const Real& v) {
-#if defined(__SSE2__)
-    largest = __builtin_ia32_maxpd(largest, v);
-#else
-    largest = largest > v ? largest : v;
-#endif
-  }
-};
-
-// All four lanes.
-struct Quad {
-  typedef double Real __attribute__((vector_size(32)));
-  typedef std::int64_t Bits __attribute__((vector_size(32)));
-  static constexpr int kWidth = 4;
-
-  // Halves of rows 0, 1 and of rows 2, 3 beside each other; then no number has to change its half.
-  static KESTRANE_INLINE void load(const double* p, Real& x, Real& y, Real& z) {
-    const Real a{p[0], p[1], p[6], p[7]};
-    const Real b{p[2], p[3], p[8], p[9]};
-    const Real c{p[4], p[5], p[10], p[11]};
-    x = __builtin_shufflevector(a, b, 0, 5, 2, 7);
-    y = __builtin_shufflevector(a, c, 1, 4, 3, 6);
-    z = __builtin_shufflevector(b, c, 0, 5, 2, 7);
-  }
-  static KESTRANE_INLINE void fill(double value, Real& v) { v = Real{value, value, value, value}; }
-
-  static KESTRANE_INLINE void raise(Real& largest, const Real& v) {
-    largest = largest > v ? largest : v;
-  }
-};
-
 // Lane masks of four bits.
 #define KESTRANE_MASKS(b) \
   { -((b)&1), -((b) >> 1 & 1), -((b) >> 2 & 1), -((b) >> 3 & 1) }
@@ -77,16 +32,148 @@ alignas(32) constexpr std::int64_t kMasks[16][kLanes] = {
     KESTRANE_MASKS(12), KESTRANE_MASKS(13), KESTRANE_MASKS(14), KESTRANE_MASKS(15)};
 #undef KESTRANE_MASKS
 
-// The mask of the rows from bit `first` on.
+// Two neighbours in memory. A load of this type stays whole; numbers that are put together one by
+// one g++ also loads one by one.
+typedef double Two __attribute__((vector_size(16), aligned(8), may_alias));
+
+KESTRANE_INLINE const Two& two(const double* p) { return *reinterpret_cast<const Two*>(p); }
+
+// Asks for the rows two chunks on, beyond what the processor fetches of itself.
+KESTRANE_INLINE void fetch_ahead(const double* p) {
+  __builtin_prefetch(p + 6 * kChunkRows);
+  __builtin_prefetch(p + 6 * kChunkRows + 6);
+}
+
+// Two lanes at a time: rows 4 g and 4 g + 1, then, in a second round over the chunk, the other two.
+struct Pair {
+  typedef double Real __attribute__((vector_size(16)));
+  typedef std::int64_t Bits __attribute__((vector_size(16)));
+  static constexpr int kWidth = 2;
+  static constexpr std::uint64_t kOwnBits = 0x3333333333333333U;  // of a word, in the first round
+
+  static KESTRANE_INLINE void load(const double* p, Real& x, Real& y, Real& z) {
+    const Real a = two(p), b = two(p + 2), c = two(p + 4);
+    x = __builtin_shufflevector(a, b, 0, 3);
+    y = __builtin_shufflevector(a, c, 1, 2);
+    z = __builtin_shufflevector(b, c, 0, 3);
+  }
+  static KESTRANE_INLINE void fill(double value, Real& v) { v = Real{value, value}; }
+  // The lanes of a mask, a bit each.
+  static KESTRANE_INLINE std::uint64_t bits_of(const Bits& mask) {
+#if defined(__SSE2__)
+    return static_cast<std::uint64_t>(__builtin_ia32_movmskpd((Real)mask));
+#else
+    return static_cast<std::uint64_t>((mask[0] & 1) | (mask[1] & 2));
+#endif
+  }
+
+  // The larger of each lane; `v` where one is NaN. One instruction, which g++ does not find itself.
+  static KESTRANE_INLINE void raise(Real& largest, const Real& v) {
+#if defined(__SSE2__)
+    largest = __builtin_ia32_maxpd(largest, v);
+#else
+    largest = largest > v ? largest : v;
+#endif
+  }
+
+  static KESTRANE_INLINE void copy_row(const double* row, double* to) {
+    *reinterpret_cast<Two*>(to) = two(row);
+    to[2] = row[2];
+  }
+
+  struct RowSum {
+    Real xy{}, z{};
+
+    KESTRANE_INLINE void add(const double* row, std::int64_t mask) {
+      const Bits used{mask, mask};
+      const Real first = two(row);
+      const Real third{row[2], 0.0};
+      xy += (Real)((Bits)first & used);
+      z += (Real)((Bits)third & used);
+    }
+    KESTRANE_INLINE void put(double (&sum)[3]) const {
+      sum[0] = xy[0];
+      sum[1] = xy[1];
+      sum[2] = z[0];
+    }
+  };
+};
+
+// All four lanes.
+struct Quad {
+  typedef double Real __attribute__((vector_size(32)));
+  typedef double Loose __attribute__((vector_size(32), aligned(8), may_alias));
+  typedef std::int64_t Bits __attribute__((vector_size(32)));
+  static constexpr int kWidth = 4;
+  static constexpr std::uint64_t kOwnBits = ~std::uint64_t{0};
+
+  // Halves of rows 0, 1 and of rows 2, 3 beside each other; then no number has to change its half.
+  static KESTRANE_INLINE void load(const double* p, Real& x, Real& y, Real& z) {
+    const Real a = __builtin_shufflevector(two(p), two(p + 6), 0, 1, 2, 3);
+    const Real b = __builtin_shufflevector(two(p + 2), two(p + 8), 0, 1, 2, 3);
+    const Real c = __builtin_shufflevector(two(p + 4), two(p + 10), 0, 1, 2, 3);
+    x = __builtin_shufflevector(a, b, 0, 5, 2, 7);
+    y = __builtin_shufflevector(a, c, 1, 4, 3, 6);
+    z = __builtin_shufflevector(b, c, 0, 5, 2, 7);
+  }
+  static KESTRANE_INLINE void fill(double value, Real& v) { v = Real{value, value, value, value}; }
+
+  // g++ finds neither of these two instructions itself, and names them only where a whole function
+  // is for wider vectors.
+  static KESTRANE_INLINE std::uint64_t bits_of(const Bits& mask) {
+#if defined(__clang__)
+    const std::int64_t low = (mask[0] & 1) | (mask[1] & 2);
+    return static_cast<std::uint64_t>(low | (mask[2] & 4) | (mask[3] & 8));
+#else
+    std::uint64_t bits;
+    asm("vmovmskpd %1, %0" : "=r"(bits) : "x"(mask));
+    return bits;
+#endif
+  }
+  static KESTRANE_INLINE void raise(Real& largest, const Real& v) {
+#if defined(__clang__)
+    largest = largest > v ? largest : v;
+#else
+    asm("vmaxpd %1, %0, %0" : "+x"(largest) : "x"(v));
+#endif
+  }
+
+  // Writes one double beyond the row.
+  static KESTRANE_INLINE void copy_row(const double* row, double* to) {
+    *reinterpret_cast<Loose*>(to) = *reinterpret_cast<const Loose*>(row);
+  }
+
+  // The fourth lane adds up what stands beside a row, for nothing.
+  struct RowSum {
+    Real xyz{};
+
+    KESTRANE_INLINE void add(const double* row, std::int64_t mask) {
+      const Real all = *reinterpret_cast<const Loose*>(row);
+      xyz += (Real)((Bits)all & Bits{mask, mask, mask, mask});
+    }
+    KESTRANE_INLINE void put(double (&sum)[3]) const {
+      for (int k = 0; k < 3; ++k) sum[k] = xyz[k];
+    }
+  };
+};
+
+// The mask of the rows of the lowest bits; moves on to the next group.
 template <class V>
-KESTRANE_INLINE const typename V::Bits& mask_of(std::uint64_t word, int first) {
-  const auto bits = static_cast<int>(word >> first) & ((1 << V::kWidth) - 1);
+KESTRANE_INLINE const typename V::Bits& lanes_in_use(std::uint64_t& word) {
+  const auto bits = static_cast<unsigned>(word) & ((1U << V::kWidth) - 1U);
+  word >>= kLanes;
   return *reinterpret_cast<const typename V::Bits*>(kMasks[bits]);
 }
 
 template <class V>
 KESTRANE_INLINE typename V::Real masked(const typename V::Real& v, const typename V::Bits& mask) {
   return (typename V::Real)((typename V::Bits)v & mask);
+}
+
+template <class V>
+KESTRANE_INLINE typename V::Real without(const typename V::Real& v,
+                                         const typename V::Bits& dropped) {
+  return (typename V::Real)((typename V::Bits)v & ~dropped);
 }
 
 template <class V>
@@ -140,30 +227,20 @@ KESTRANE_INLINE void put(const From& v, int first, To* lanes) {
   for (int l = 0; l < V::kWidth; ++l) lanes[first + l] = v[l];
 }
 
-// Bit g of lane l is row 4 g + l: spreads 16 bits of a lane to every fourth place.
-KESTRANE_INLINE std::uint64_t spread(std::uint64_t b) {
-  b = (b | b << 24) & 0x000000ff000000ffU;
-  b = (b | b << 12) & 0x000f000f000f000fU;
-  b = (b | b << 6) & 0x0303030303030303U;
-  return (b | b << 3) & 0x1111111111111111U;
-}
-
-KESTRANE_INLINE std::uint64_t interleaved(const std::int64_t (&lanes)[kLanes]) {
-  std::uint64_t word = 0;
-  for (int l = 0; l < kLanes; ++l) word |= spread(static_cast<std::uint64_t>(lanes[l])) << l;
-  return word;
-}
-
-// A chunk of 256 rows: in place where the cloud has that many left, else padded with zeros.
+// A chunk of 256 rows: in place, or padded where it is the cloud's last one. So the double behind a
+// chunk may be read.
 struct ChunkRows {
-  alignas(32) double padded[3 * kChunkRows];
+  alignas(32) double padded[3 * kChunkRows + 1];
 
-  KESTRANE_INLINE const double* at(CloudRows rows, std::int64_t start) {
+  KESTRANE_INLINE const double* at(CloudRows rows, std::int64_t start, const double (&pad)[3]) {
     const std::int64_t left = rows.count - start;
     const double* xyz = rows.xyz + 3 * start;
-    if (left >= kChunkRows) return xyz;
+    if (left > kChunkRows) return xyz;
     for (std::int64_t i = 0; i < 3 * left; ++i) padded[i] = xyz[i];
-    for (std::int64_t i = 3 * left; i < 3 * kChunkRows; ++i) padded[i] = 0.0;
+    for (std::int64_t i = left; i < kChunkRows; ++i) {
+      for (int k = 0; k < 3; ++k) padded[3 * i + k] = pad[k];
+    }
+    padded[3 * kChunkRows] = 0.0;
     return padded;
   }
 };
@@ -178,33 +255,60 @@ KESTRANE_INLINE void store_words(const std::uint64_t (&chunk)[kChunkWords], std:
   for (int w = 0; w < kChunkWords && first + w < words; ++w) in_use[first + w] = chunk[w];
 }
 
-// Adds up the coordinates of the rows of a word, one row after another.
-KESTRANE_INLINE void add_in_order(const double* xyz, std::uint64_t word, RowMoments& moments) {
-  double x = moments.sum[0], y = moments.sum[1], z = moments.sum[2];
-  if (word == ~std::uint64_t{0}) {
-    for (int i = 0; i < kWordRows; ++i, xyz += 3) {  // order fixed
-      x += xyz[0];
-      y += xyz[1];
-      z += xyz[2];
-    }
-  } else {
-    for (; word != 0; word &= word - 1) {  // order fixed
-      const double* row = xyz + 3 * __builtin_ctzll(word);
-      x += row[0];
-      y += row[1];
-      z += row[2];
+// Which rows of a chunk are in use: a bit each for the caller, and all ones or zeros each for the
+// sums in order.
+struct ChunkUse {
+  alignas(32) std::int64_t masks[kChunkRows];
+  std::uint64_t words[kChunkWords];
+
+  template <class V>
+  KESTRANE_INLINE void set_mask(std::int64_t first, const typename V::Bits& in_use) {
+    *reinterpret_cast<typename V::Bits*>(masks + first) = in_use;
+  }
+
+  KESTRANE_INLINE std::int64_t count() const {
+    std::int64_t rows = 0;
+    for (int w = 0; w < kChunkWords; ++w) rows += __builtin_popcountll(words[w]);
+    return rows;
+  }
+};
+
+// Adds up the coordinates of rows, one row after another. Each addition waits for the one before,
+// so the rows of a chunk are added while the vectors work on the next chunk, a few after each
+// group. Until a chunk waits, rows of the first one are passed over.
+template <class V>
+struct OrderedSums {
+  const double* row;
+  const std::int64_t* mask;
+  typename V::RowSum sum{};
+
+  KESTRANE_INLINE void step() {
+    for (int i = 0; i < V::kWidth; ++i, row += 3, ++mask) sum.add(row, *mask);
+  }
+
+  KESTRANE_INLINE void wait_for(const double* xyz, const ChunkUse& use) {
+    row = xyz;
+    mask = use.masks;
+  }
+
+  // Adds the rows of the last chunk, by its words: its masks are set for padding too.
+  KESTRANE_INLINE void finish(const ChunkUse& use, double (&total)[3]) const {
+    sum.put(total);
+    const double* first = row;
+    for (int w = 0; w < kChunkWords; ++w, first += 3 * kWordRows) {
+      for (std::uint64_t word = use.words[w]; word != 0; word &= word - 1) {  // order fixed
+        const double* xyz = first + 3 * __builtin_ctzll(word);
+        for (int k = 0; k < 3; ++k) total[k] += xyz[k];
+      }
     }
   }
-  moments.sum[0] = x;
-  moments.sum[1] = y;
-  moments.sum[2] = z;
-}
+};
 
-KESTRANE_INLINE void count_and_add(const double* xyz, const std::uint64_t (&words)[kChunkWords],
-                                   RowMoments& moments) {
+// Clears the bits of rows that only pad a chunk, of which `left` rows are the cloud's.
+KESTRANE_INLINE void drop_padding(std::int64_t left, std::uint64_t (&words)[kChunkWords]) {
   for (int w = 0; w < kChunkWords; ++w) {
-    moments.count += __builtin_popcountll(words[w]);
-    add_in_order(xyz + 3 * kWordRows * w, words[w], moments);
+    const std::int64_t of_word = left - w * kWordRows;
+    if (of_word < kWordRows) words[w] &= of_word > 0 ? (std::uint64_t{1} << of_word) - 1 : 0;
   }
 }
 
@@ -215,13 +319,12 @@ struct RowCopy {
 
   // Each row is written, and overwritten by the next one where it is not in use: no branch has to
   // guess. Towards the end, where that would write beyond it, only rows in use are.
+  template <class V>
   KESTRANE_INLINE void take(const double* xyz, std::uint64_t word) {
-    if (end - out >= 3 * kWordRows) {
+    if (end - out >= 3 * kWordRows + 1) {
       double* to = out;
       for (int i = 0; i < kWordRows; ++i, xyz += 3, word >>= 1) {
-        to[0] = xyz[0];
-        to[1] = xyz[1];
-        to[2] = xyz[2];
+        V::copy_row(xyz, to);
         to += 3 * (word & 1);
       }
       out = to;
@@ -280,42 +383,37 @@ KESTRANE_INLINE void select(CloudRows rows, const DepthJob& job, std::uint64_t* 
   const std::int64_t words = words_for(rows.count);
   ChunkRows chunk;
   LaneSums<6> sums;
-  moments = {};
+  ChunkUse uses[2] = {};  // of the chunk at work and of the one before
+  OrderedSums<V> in_order{chunk.at(rows, 0, job.point), uses[1].masks};
+  int now = 0;
+  moments.count = 0;
   double farthest[kLanes] = {};
   for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start);
-    std::int64_t bits[kChunkWords][kLanes];
+    const double* const xyz = chunk.at(rows, start, job.point);
+    ChunkUse& use = uses[now];
+    for (int w = 0; w < kChunkWords; ++w) use.words[w] = 0;
     double products[6][kLanes];
-    // Bits beyond the last row of a padded chunk.
-    const std::int64_t left = rows.count - start;
-    std::uint64_t kept[kChunkWords];
-    for (int w = 0; w < kChunkWords; ++w) {
-      const std::int64_t of_word = left - w * kWordRows;
-      kept[w] = of_word >= kWordRows ? ~std::uint64_t{0}
-                : of_word > 0        ? (std::uint64_t{1} << of_word) - 1
-                                     : 0;
-    }
     for (int lane = 0; lane < kLanes; lane += V::kWidth) {
       Products<V> sum;
       Real far{};
       for (int w = 0; w < kChunkWords; ++w) {
-        Bits got{};
-        Bits bit = Bits{} + 1;
+        std::uint64_t got = 0;
         const double* p = xyz + 3 * (kWordRows * w + lane);
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
           Real x, y, z;
+          fetch_ahead(p);
           V::load(p, x, y, z);
-          const Bits keep =
-              ~((lowest > z) | (z > highest)) & mask_of<V>(kept[w], kLanes * g + lane);
-          const Real a = masked<V>(x - px, keep);
-          const Real b = masked<V>(y - py, keep);
-          const Real c = masked<V>(z - pz, keep);
+          const Bits dropped = (lowest > z) | (z > highest);
+          const Real a = without<V>(x - px, dropped);
+          const Real b = without<V>(y - py, dropped);
+          const Real c = without<V>(z - pz, dropped);
           sum.add(a, b, c);
           V::raise(far, a * a + b * b + c * c);
-          got |= keep & bit;
-          bit += bit;
+          got = got >> kLanes | V::bits_of(dropped) << (kWordRows - kLanes);
+          use.set_mask<V>(kWordRows * w + kLanes * g + lane, ~dropped);
+          in_order.step();
         }
-        put<V>(got, lane, bits[w]);
+        use.words[w] |= (~got & V::kOwnBits) << lane;
       }
       sum.put_lanes(lane, products);
       Real before;
@@ -323,11 +421,14 @@ KESTRANE_INLINE void select(CloudRows rows, const DepthJob& job, std::uint64_t* 
       V::raise(before, far);
       put<V>(before, lane, farthest);
     }
-    for (int w = 0; w < kChunkWords; ++w) kept[w] = interleaved(bits[w]);
-    store_words(kept, start / kWordRows, words, in_use);
+    drop_padding(rows.count - start, use.words);
+    store_words(use.words, start / kWordRows, words, in_use);
     sums.add(products);
-    count_and_add(xyz, kept, moments);
+    moments.count += use.count();
+    in_order.wait_for(xyz, use);
+    now ^= 1;
   }
+  in_order.finish(uses[now ^ 1], moments.sum);
   finish(sums, moments);
   reach = __builtin_sqrt(largest_of(farthest));
 }
@@ -353,6 +454,7 @@ struct Direction {
 
   KESTRANE_INLINE typename V::Real of(const double* p) const {
     typename V::Real x, y, z;
+    fetch_ahead(p);
     V::load(p, x, y, z);
     return along(x - px, y - py, z - pz);
   }
@@ -364,50 +466,57 @@ KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::
   using Real = typename V::Real;
   using Bits = typename V::Bits;
   const Direction<V> plane(job.plane);
-  Real middle, half, error;
+  Real middle, inner, outer;
   V::fill(job.middle, middle);
-  V::fill(job.half, half);
-  V::fill(job.error, error);
+  V::fill(job.half - job.error, inner);
+  V::fill(job.half + job.error, outer);
   const std::int64_t words = words_for(rows.count);
   ChunkRows chunk;
   LaneSums<6> sums;
-  moments = {};
+  ChunkUse uses[2] = {};  // of the chunk at work and of the one before
+  OrderedSums<V> in_order{chunk.at(rows, 0, job.plane.point), uses[1].masks};
+  int now = 0;
+  moments.count = 0;
   std::int64_t near_bound = 0;
   for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start);
+    const double* const xyz = chunk.at(rows, start, job.plane.point);
     std::uint64_t word[kChunkWords];
     load_words(in_use, start / kWordRows, words, word);
-    std::int64_t bits[kChunkWords][kLanes];
+    ChunkUse& use = uses[now];
+    for (int w = 0; w < kChunkWords; ++w) use.words[w] = 0;
     double products[6][kLanes];
     for (int lane = 0; lane < kLanes; lane += V::kWidth) {
       Products<V> sum;
       Bits near{};
       for (int w = 0; w < kChunkWords; ++w) {
-        Bits got{};
-        Bits bit = Bits{} + 1;
+        std::uint64_t got = 0;
         const double* p = xyz + 3 * (kWordRows * w + lane);
+        std::uint64_t used = word[w] >> lane;
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
           Real x, y, z;
+          fetch_ahead(p);
           V::load(p, x, y, z);
           const Real a = x - plane.px, b = y - plane.py, c = z - plane.pz;
-          const Real beyond = size_of<V>(plane.along(a, b, c) - middle) - half;
-          const Bits used = mask_of<V>(word[w], kLanes * g + lane);
-          const Bits keep = (beyond <= 0.0) & used;
-          near |= (size_of<V>(beyond) <= error) & used;
+          const Real off = size_of<V>(plane.along(a, b, c) - middle);
+          const Bits keep = (off <= outer) & lanes_in_use<V>(used);
+          near |= keep & ~(off <= inner);
           sum.add(masked<V>(a, keep), masked<V>(b, keep), masked<V>(c, keep));
-          got |= keep & bit;
-          bit += bit;
+          got = got >> kLanes | V::bits_of(keep) << (kWordRows - kLanes);
+          use.set_mask<V>(kWordRows * w + kLanes * g + lane, keep);
+          in_order.step();
         }
-        put<V>(got, lane, bits[w]);
+        use.words[w] |= got << lane;
       }
       sum.put_lanes(lane, products);
       for (int l = 0; l < V::kWidth; ++l) near_bound |= near[l];
     }
-    for (int w = 0; w < kChunkWords; ++w) word[w] = interleaved(bits[w]);
-    store_words(word, start / kWordRows, words, kept);
+    store_words(use.words, start / kWordRows, words, kept);
     sums.add(products);
-    count_and_add(xyz, word, moments);
+    moments.count += use.count();
+    in_order.wait_for(xyz, use);
+    now ^= 1;
   }
+  in_order.finish(uses[now ^ 1], moments.sum);
   finish(sums, moments);
   undecided = near_bound != 0;
 }
@@ -423,7 +532,7 @@ KESTRANE_INLINE void sum_distances(CloudRows rows, const PointAndNormal& at,
   double walked = 0.0;  // where the sum stands, and how far it came from there, over all rows
   result.walk = 0.0;
   for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start);
+    const double* const xyz = chunk.at(rows, start, at.point);
     std::uint64_t word[kChunkWords];
     load_words(in_use, start / kWordRows, words, word);
     double chunk_sums[3][kLanes];
@@ -433,8 +542,9 @@ KESTRANE_INLINE void sum_distances(CloudRows rows, const PointAndNormal& at,
       Real sum{}, sizes{}, squares{};
       for (int w = 0; w < kChunkWords; ++w) {
         const double* p = xyz + 3 * (kWordRows * w + lane);
+        std::uint64_t used = word[w] >> lane;
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
-          const Real d = masked<V>(plane.of(p), mask_of<V>(word[w], kLanes * g + lane));
+          const Real d = masked<V>(plane.of(p), lanes_in_use<V>(used));
           sum += d;
           sizes += size_of<V>(d);
           squares += d * d;
@@ -468,7 +578,7 @@ KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, const std
   LaneSums<2> sums;
   double largest[kLanes] = {};
   for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start);
+    const double* const xyz = chunk.at(rows, start, at.point);
     std::uint64_t word[kChunkWords];
     load_words(in_use, start / kWordRows, words, word);
     double chunk_sums[2][kLanes];
@@ -476,11 +586,12 @@ KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, const std
       Real sum{}, squares{}, most{};
       for (int w = 0; w < kChunkWords; ++w) {
         const double* p = xyz + 3 * (kWordRows * w + lane);
+        std::uint64_t used = word[w] >> lane;
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
-          const Bits used = mask_of<V>(word[w], kLanes * g + lane);
+          const Bits& mask = lanes_in_use<V>(used);
           const Real r = size_of<V>(plane.of(p));
-          V::raise(most, masked<V>(r, used));
-          const Real off = masked<V>(r - guess, used);
+          V::raise(most, masked<V>(r, mask));
+          const Real off = masked<V>(r - guess, mask);
           sum += off;
           squares += off * off;
         }
@@ -492,7 +603,7 @@ KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, const std
       }
     }
     if (copy.out != nullptr) {
-      for (int w = 0; w < kChunkWords; ++w) copy.take(xyz + 3 * kWordRows * w, word[w]);
+      for (int w = 0; w < kChunkWords; ++w) copy.take<V>(xyz + 3 * kWordRows * w, word[w]);
     }
     sums.add(chunk_sums);
   }

@@ -51,7 +51,7 @@ struct DepthJob {
 };
 
 // Rows in use with |D - middle| <= half stay in use. `undecided` becomes whether a row in use lies
-// within `error` of a bound.
+// within `error` of a bound; then `kept` and the moments say nothing.
 struct RejectionJob {
   PointAndNormal plane;
   double middle;

@@ -187,7 +187,9 @@ TEST_P(RowPassesOf, TellWhereARowLiesTooNearToABound) {
         const RejectionJob job{{{0, 0, 0}, {1, 0, 0}}, 0.5, 2.0, error};
         passes.reject(rows_of(points), job, in_use.data(), kept.data(), moments, undecided);
         EXPECT_EQ(undecided, expected) << off << ' ' << row << ' ' << error;
-        EXPECT_EQ(is_set(kept, row), std::abs(off) < 2.0);
+        if (!undecided) {
+          EXPECT_EQ(is_set(kept, row), std::abs(off) < 2.0);
+        }
       }
       in_use[static_cast<std::size_t>(row / 64)] &= ~(std::uint64_t{1} << (row % 64));
       const RejectionJob job{{{0, 0, 0}, {1, 0, 0}}, 0.5, 2.0, 0.1};
