@@ -1,5 +1,7 @@
 #include "factory/depth_cells.h"
 
+#include "factory/sorted_rows.h"
+
 namespace kestrane {
 namespace {
 
@@ -14,20 +16,16 @@ std::size_t band_of(double z, double z_first, double height, std::int32_t cell_c
 
 std::vector<PointMatrix3> split_by_depth(const PointMatrix3& points, std::int32_t cell_count,
                                          double z_first, double height) {
-  std::vector<std::size_t> band(static_cast<std::size_t>(points.rows()));
+  std::vector<std::uint8_t> band(static_cast<std::size_t>(points.rows()));
   std::vector<Eigen::Index> band_sizes(static_cast<std::size_t>(cell_count), 0);
-  for (std::size_t i = 0; i < band.size(); ++i) {
-    band[i] = band_of(points(static_cast<Eigen::Index>(i), 2), z_first, height, cell_count);
-    ++band_sizes[band[i]];
+  const double* z = points.data() + 2;
+  for (std::uint8_t& of_row : band) {
+    const std::size_t b = band_of(*z, z_first, height, cell_count);
+    of_row = static_cast<std::uint8_t>(b);
+    ++band_sizes[b];
+    z += 3;
   }
-  std::vector<PointMatrix3> cells;
-  cells.reserve(band_sizes.size());
-  for (const Eigen::Index rows : band_sizes) cells.emplace_back(rows, 3);
-  std::vector<Eigen::Index> filled(band_sizes.size(), 0);
-  for (std::size_t i = 0; i < band.size(); ++i) {
-    cells[band[i]].row(filled[band[i]]++) = points.row(static_cast<Eigen::Index>(i));
-  }
-  return cells;
+  return sorted_rows(points, band, band_sizes);
 }
 
 }  // namespace

@@ -51,19 +51,19 @@ bool build_fan(_LASER_PLANE_GRIDS& grids, NominalRays& rays, FanDividers& divide
 PointMatrix3 copy_points(const _KESTRANE_ID_POINT3DS& points) {
   const Eigen::Index count = std::max(points.count, 0);
   PointMatrix3 cloud(count, 3);
-  for (Eigen::Index i = 0; i < count; ++i) {
+  double* row = cloud.data();
+  for (Eigen::Index i = 0; i < count; ++i, row += 3) {
     const _KESTRANE_ID_POINT3D& point = points.points[i];
-    if (std::isnan(point.x)) {
-      cloud.row(i).setZero();
-    } else {
-      cloud.row(i) << point.x, point.y, point.z;
-    }
+    const bool dropped = std::isnan(point.x);
+    row[0] = dropped ? 0.0 : point.x;
+    row[1] = dropped ? 0.0 : point.y;
+    row[2] = dropped ? 0.0 : point.z;
   }
   return cloud;
 }
 
 bool fit_whole_plane(const PointMatrix3& points, _LASER_TYPE type, PlaneAbcd& plane) {
-  const RobustFit robust = fit_in_band(points, depth_band_of(type));
+  const RobustFit robust = fit_in_band(points, depth_band_of(type), Inliers::kLeftOut);
   if (robust.fit) plane = robust.fit->plane;
   return robust.complete;
 }

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "factory/sorted_rows.h"
 #include "fit/streamed_fit.h"
 #include "records/shapes.h"
 
@@ -43,17 +44,16 @@ BorderSlopes slopes_of(const FanDividers& normals) {
 // negative. A product that is NaN is not.
 //
 // The products rise or fall steadily with the tangent, also after rounding: in front of the scanner
-// the negative ones are the last ones, and halving finds the first of them; behind it they are the
-// first ones, if there are any. No branch has to guess where a point lies.
+// the negative ones are the last ones, and counting the others finds the first of them; behind it
+// they are the first ones, if there are any. Counting takes all borders, but side by side and
+// without a branch that has to guess where a point lies.
 std::size_t first_border_above(const BorderSlopes& slopes, const Eigen::Vector3d& q) {
   const double across = q.x() * 0.0 + q.y();  // NaN where x is infinite
-  const auto below = [&](std::size_t k) { return across + q.z() * slopes[k] < 0.0; };
-  if (q.z() < 0.0) return below(0) ? 0 : kBorders;
-  std::size_t first = 0;
-  for (const std::size_t half : {8U, 4U, 2U, 1U}) {
-    first += half * static_cast<std::size_t>(!below(first + half - 1));
-  }
-  return first + static_cast<std::size_t>(!below(first));
+  const double z = q.z();
+  if (z < 0.0) return across + z * slopes[0] < 0.0 ? 0 : kBorders;
+  std::int64_t below = 0;
+  for (std::size_t k = 0; k < kBorders; ++k) below += across + z * slopes[k] < 0.0 ? 1 : 0;
+  return kBorders - static_cast<std::size_t>(below);
 }
 
 }  // namespace
@@ -74,15 +74,7 @@ void split_points_by_fan_sector(const PlaneAbcd& laser_plane,
     sector_of[i] = static_cast<std::uint8_t>(running);
     ++sector_sizes[running];
   }
-  SectorClouds clouds;
-  clouds.reserve(sectors);
-  for (const Eigen::Index rows : sector_sizes) clouds.emplace_back(rows, 3);
-  std::vector<Eigen::Index> filled(sectors, 0);
-  for (std::size_t i = 0; i < sector_of.size(); ++i) {
-    const std::size_t s = sector_of[i];
-    clouds[s].row(filled[s]++) = points.row(static_cast<Eigen::Index>(i));
-  }
-  sector_clouds = std::move(clouds);
+  sector_clouds = sorted_rows(points, sector_of, sector_sizes);
 }
 
 void fit_sector_planes(_LASER_TYPE laser_type, const SectorClouds& sector_clouds,
@@ -92,7 +84,7 @@ void fit_sector_planes(_LASER_TYPE laser_type, const SectorClouds& sector_clouds
   const DepthBand depth_band = depth_band_of(laser_type);
   for (std::size_t s = 0; s < sector_clouds.size(); ++s) {
     if (sector_clouds[s].rows() < kFewestSectorPoints) continue;
-    RobustFit robust = fit_in_band(sector_clouds[s], depth_band);
+    RobustFit robust = fit_in_band(sector_clouds[s], depth_band, Inliers::kCopied);
     if (!robust.complete) continue;
     sector_planes[s] = robust.fit->plane;
     sector_points[s] = std::move(robust.inliers);

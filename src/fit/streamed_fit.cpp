@@ -410,11 +410,11 @@ RobustFit fit_from_first_rejection(WorkingRows working, int decompositions) {
 // ---- streamed fits, decomposing where they cannot decide ---------------------------------------
 
 // Hands out the fit of the rows in use.
-RobustFit finished(StreamedRows& rows, bool complete, int decompositions) {
+RobustFit finished(StreamedRows& rows, bool complete, int decompositions, Inliers inliers) {
   RobustFit result;
   result.complete = complete;
   result.decompositions = decompositions;
-  if (complete) result.inliers = PointMatrix3(rows.count(), 3);
+  if (complete && inliers == Inliers::kCopied) result.inliers = PointMatrix3(rows.count(), 3);
   if (rows.count() >= kFewestStreamedRows) result.fit = streamed_fit(rows, result.inliers);
   if (result.fit) return result;
   result.inliers = PointMatrix3();  // the decomposition needs the room
@@ -457,26 +457,36 @@ bool reject_beyond_band(StreamedRows& rows, int& decompositions) {
       });
 }
 
-}  // namespace
-
-RobustFit fit_in_band(const PointMatrix3& points, DepthBand band) {
-  return fit_in_band(points, band, best_row_vectors());
+RobustFit with(Inliers inliers, RobustFit fit) {
+  if (inliers == Inliers::kLeftOut) fit.inliers = PointMatrix3();
+  return fit;
 }
 
-RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, RowVectors vectors) {
-  if (points.rows() < kFewestStreamedRows) return fit_in_band_by_decomposition(points, band);
+}  // namespace
+
+RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Inliers inliers) {
+  return fit_in_band(points, band, inliers, best_row_vectors());
+}
+
+RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Inliers inliers,
+                      RowVectors vectors) {
+  if (points.rows() < kFewestStreamedRows) {
+    return with(inliers, fit_in_band_by_decomposition(points, band));
+  }
   StreamedRows rows(rows_of(points), vectors);
   rows.select(band.lowest, band.highest);
   if (rows.count() < kFewestStreamedRows || !rows.in_range()) {
-    return fit_in_band_by_decomposition(points, band);
+    return with(inliers, fit_in_band_by_decomposition(points, band));
   }
   int decompositions = 0;
-  if (!reject_beyond_limit(rows, decompositions)) return finished(rows, false, decompositions);
+  if (!reject_beyond_limit(rows, decompositions)) {
+    return finished(rows, false, decompositions, inliers);
+  }
   if (rows.count() < kFewestStreamedRows) {
-    return fit_from_second_rejection(WorkingRows(rows.copy()), decompositions);
+    return with(inliers, fit_from_second_rejection(WorkingRows(rows.copy()), decompositions));
   }
   const bool enough = reject_beyond_band(rows, decompositions);
-  return finished(rows, enough, decompositions);
+  return with(inliers, finished(rows, enough, decompositions, inliers));
 }
 
 RobustFit fit_in_band_by_decomposition(const PointMatrix3& points, DepthBand band) {

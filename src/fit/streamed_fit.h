@@ -24,17 +24,20 @@ inline constexpr Eigen::Index kFewestStreamedRows = 64;
 struct RobustFit {
   bool complete = false;  // false: fewer than 3 rows, in the input, the band or after a rejection
   std::optional<PlaneFit> fit;  // of the last rows that were fitted; none before the first fit
-  PointMatrix3 inliers;         // the rows of `fit`, in input order; none where not complete
+  PointMatrix3 inliers;    // the rows of `fit`, in input order, if wanted; none where not complete
   int decompositions = 0;  // how often a cloud was decomposed: a rejection that the bounds could
                            // not decide, a degenerate cloud, or a short one (for its every fit)
 };
 
+enum class Inliers { kCopied, kLeftOut };
+
 // Rows inside the band; fit; rows within 2.5 of it; fit; rows within 2 sigma of it; fit.
-RobustFit fit_in_band(const PointMatrix3& points, DepthBand band);
+RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Inliers inliers);
 
 // The same with the passes of one vector set, which the processor must have; the result does not
 // depend on it.
-RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, RowVectors vectors);
+RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Inliers inliers,
+                      RowVectors vectors);
 
 // The same fits, decomposing the whole cloud for each of them: what the streamed form is held to.
 RobustFit fit_in_band_by_decomposition(const PointMatrix3& points, DepthBand band);
