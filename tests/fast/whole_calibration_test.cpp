@@ -186,8 +186,8 @@ TEST(FastCalibration, RepeatsItsResultForTheSameInput) {
 }
 
 // Frames of which the last one begins with two points at x = `odd` and survives. Bucket 1 is empty:
-// frame 0 is not a number and takes the limit with it; frame 2 at position 1 is rejected; frame 3 at
-// position 2 is spared, since bucket 2 is rejected already.
+// frame 0 is not a number and takes the limit with it; frame 2 at position 1 is rejected; frame 3
+// at position 2 is spared, since bucket 2 is rejected already.
 List frames_with_survivor(double odd) {
   List list;
   add_frame(list, 0, kNaN);

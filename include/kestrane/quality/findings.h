@@ -23,7 +23,7 @@
 /// | trade | | the optimisation raised the median seam above half of the RMS without it |
 /// | optimise_idle | | on, and no corner of a plane moved |
 /// | bound | | any corner at the bound |
-/// | refine | | the refined table predicts unseen frames with less than 0.8 of the plain one's error |
+/// | refine | | the refined table has less than 0.8 of the plain one's error on unseen frames |
 /// | outliers | share above 3 `outliers` | above `outliers` |
 /// | repeatability | above `rms` | above `repeatability`, or `rms`/3 without it |
 /// | field_motion | largest above `field_motion` | largest below 3 of its own sigma |
