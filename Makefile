@@ -65,7 +65,7 @@ check: ## every check there is, one line each; scripts/check.sh runs single ones
 	$(needs) check fuzz
 	@JOBS=$(JOBS) scripts/check.sh
 
-fuzz: ## any bytes into both file readers; FUZZ_SECONDS=60 for each
+fuzz: ## any bytes into the file readers; FUZZ_SECONDS=60 for each
 	$(needs) fuzz
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)

@@ -89,7 +89,7 @@ std::string whole_file(bool table) {
 // it there or lets it go on.
 std::string changed(std::string bytes, const std::uint8_t* changes, std::size_t size) {
   for (std::size_t i = 0; i + 2 < size; i += 3) {
-    const std::size_t place = changes[i] + std::size_t{256} * changes[i + 1];
+    const std::size_t place = changes[i] + 256U * changes[i + 1];
     if (place < bytes.size()) {
       bytes[place] = static_cast<char>(changes[i + 2]);
     } else {

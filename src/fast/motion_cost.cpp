@@ -152,7 +152,7 @@ bool is_finite(const RowTriangle& triangle) {
 
 double column_length(const RowTriangle& triangle, int column) {
   double squares = 0.0;
-  for (const auto& row : triangle.at) squares += row[column] * row[column];
+  for (int r = 0; r < kRowSize; ++r) squares += triangle.at[r][column] * triangle.at[r][column];
   return std::sqrt(squares);
 }
 
@@ -270,7 +270,7 @@ double MotionCost::fold_points(const Motion& motion, RowTriangle& triangle) cons
     for_each_cell(begin, end, cell, [&](const Cell& moved, const Span& points, int first) {
       write_rows(moved, points, motion.data() + 3, first, chunk, terms);
     });
-    const int rows = static_cast<int>(end - begin);
+    const auto rows = static_cast<int>(end - begin);
     logs += sum_of_logs(terms, rows);  // order fixed
     fold_rows(chunk, fill_up_rows(rows, chunk), triangle);
   }

@@ -71,9 +71,10 @@ void add_residual_blocks(ceres::Problem& problem, ResidualParts& parts, const Po
   for (std::size_t i = 0; i < points.size(); ++i) {
     const std::int32_t plane = first_plane + static_cast<std::int32_t>(i);
     for (Eigen::Index j = 0; j < points[i].cols(); j += 2) {
-      DIST_RESIDUAL_CHANGE_PLANE& functor = parts.functors.emplace_back(DIST_RESIDUAL_CHANGE_PLANE{
-          points[i](0, j), points[i](1, j), points[i](2, j), standard, plane, kWeight});
-      PointCost& cost = parts.costs.emplace_back(&functor, ceres::DO_NOT_TAKE_OWNERSHIP);
+      parts.functors.push_back(
+          {points[i](0, j), points[i](1, j), points[i](2, j), standard, plane, kWeight});
+      PointCost& cost =
+          parts.costs.emplace_back(&parts.functors.back(), ceres::DO_NOT_TAKE_OWNERSHIP);
       problem.AddResidualBlock(&cost, &parts.loss, rotation, translation);
     }
   }

@@ -417,7 +417,7 @@ RobustFit finished(StreamedRows& rows, bool complete, int decompositions, Inlier
   if (complete && inliers == Inliers::kCopied) result.inliers = PointMatrix3(rows.count(), 3);
   if (rows.count() >= kFewestStreamedRows) result.fit = streamed_fit(rows, result.inliers);
   if (result.fit) return result;
-  result.inliers = PointMatrix3();  // the decomposition needs the room
+  result.inliers.resize(0, 3);  // the decomposition needs the room
   return finished(WorkingRows(rows.copy()), complete, decompositions);
 }
 

@@ -21,12 +21,14 @@
 
 namespace kestrane {
 
-// `names` is the source text of all values, one list.
+// `source` is how the text and the values stand in the source: a literal, then one list of names.
 template <class... Values>
-[[noreturn]] void name_violation(const char* operation, const char* text,
-                                 [[maybe_unused]] const char* names, Values... values) {
+[[noreturn]] void name_violation(const char* operation, [[maybe_unused]] const char* source,
+                                 const char* text, Values... values) {
   std::fprintf(stderr, "kestrane: %s: %s", operation, text);
   if constexpr (sizeof...(values) > 0) {
+    const char* names = std::strrchr(source, '"') + 1;
+    names += std::strspn(names, ", ");
     const char* mark = ";";
     for (const long long value : {static_cast<long long>(values)...}) {
       const auto length = static_cast<int>(std::strcspn(names, ","));
@@ -41,15 +43,13 @@ template <class... Values>
 
 }  // namespace kestrane
 
-#define KESTRANE_EXPECTS_OF(operation, holds, text, ...)                                    \
-  do {                                                                                      \
-    if (!(holds)) {                                                                         \
-      ::kestrane::name_violation(operation, text, #__VA_ARGS__ __VA_OPT__(, ) __VA_ARGS__); \
-    }                                                                                       \
+#define KESTRANE_EXPECTS_OF(operation, holds, ...)                                  \
+  do {                                                                              \
+    if (!(holds)) ::kestrane::name_violation(operation, #__VA_ARGS__, __VA_ARGS__); \
   } while (false)
 #else
-#define KESTRANE_EXPECTS_OF(operation, holds, text, ...) static_cast<void>(0)
+#define KESTRANE_EXPECTS_OF(operation, holds, ...) static_cast<void>(0)
 #endif
-#define KESTRANE_EXPECTS(holds, text, ...) \
-  KESTRANE_EXPECTS_OF(static_cast<const char*>(__func__), holds, text __VA_OPT__(, ) __VA_ARGS__)
+#define KESTRANE_EXPECTS(holds, ...) \
+  KESTRANE_EXPECTS_OF(static_cast<const char*>(__func__), holds, __VA_ARGS__)
 // NOLINTEND(cppcoreguidelines-macro-usage)
