@@ -78,7 +78,7 @@ const kestrane::_LASER_TRIPLE* cell_at(const _MRV_LASER_PLANE_BLOCK_INFOS& stand
   const kestrane::_LASER_PLANE_GRIDS& grids = *standard.grids;
   const double depth = (z - grids.z_start) / grids.z_step;
   if (!(depth > -1.0 && depth < 50.0)) return nullptr;
-  const int k = static_cast<int>(depth);
+  const auto k = static_cast<int>(depth);
   const double across = (y - grids.grid_y_start[k]) / grids.grid_y_step[k];
   if (!(across > -1.0 && across < 15.0)) return nullptr;
   const kestrane::_LASER_TRIPLE& cell =

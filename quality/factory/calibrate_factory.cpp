@@ -291,9 +291,9 @@ std::vector<_KESTRANE_ID_POINT3DS> clouds_of(const std::vector<PointList>& lists
     if (list.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
       refuse("a list has more points than 32 bits count");
     }
-    // The record knows no constant points; they are only read.
-    clouds.push_back(
-        {const_cast<_KESTRANE_ID_POINT3D*>(list.data()), static_cast<std::int32_t>(list.size())});
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the record knows no constant points
+    auto* first = const_cast<_KESTRANE_ID_POINT3D*>(list.data());  // only read
+    clouds.push_back({first, static_cast<std::int32_t>(list.size())});
   }
   return clouds;
 }

@@ -24,7 +24,7 @@ class BandedMatrix {
   std::vector<double>& entries() { return entries_; }
   const std::vector<double>& entries() const { return entries_; }
   Band band() { return {entries_.data(), rows_, width_, stride_}; }
-  // For what only reads.
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): for what only reads
   Band band() const { return {const_cast<double*>(entries_.data()), rows_, width_, stride_}; }
 
  private:

@@ -20,7 +20,7 @@ constexpr int kBlock = 4;  // rows that are applied to a later one in one pass
 constexpr double kLargest = 1.7976931348623157e308;
 
 KESTRANE_INLINE double* row_of(const Band& band, int r) {
-  return band.entries + static_cast<long>(r) * band.stride;
+  return band.entries + static_cast<std::int64_t>(r) * band.stride;
 }
 
 // row -= f0 s0 + f1 s1 + f2 s2 + f3 s3, one after the other.
@@ -170,9 +170,9 @@ KESTRANE_INLINE void add_sample(const Stencil& stencil, double value, const Numb
 }
 
 KESTRANE_INLINE void add_all(const Stencil* stencils, const double* values, const int* members,
-                             long count, const Numbering& numbering, const Band& matrix,
+                             std::int64_t count, const Numbering& numbering, const Band& matrix,
                              double* right) {
-  for (long n = 0; n < count; ++n)
+  for (std::int64_t n = 0; n < count; ++n)
     add_sample(stencils[members[n]], values[members[n]], numbering, matrix, right);
 }
 
@@ -186,7 +186,7 @@ KESTRANE_AVX2 void invert_avx2(const Band& r, const Band& inverse, double* windo
   invert(r, inverse, window, scratch);
 }
 KESTRANE_AVX2 void add_all_avx2(const Stencil* stencils, const double* values, const int* members,
-                                long count, const Numbering& numbering, const Band& matrix,
+                                std::int64_t count, const Numbering& numbering, const Band& matrix,
                                 double* right) {
   add_all(stencils, values, members, count, numbering, matrix, right);
 }
@@ -226,8 +226,9 @@ void invert_band(const Band& r, const Band& inverse, double* window, double* scr
   invert(r, inverse, window, scratch);
 }
 
-void add_samples(const Stencil* stencils, const double* values, const int* members, long count,
-                 const Numbering& numbering, const Band& matrix, double* right, Vectors vectors) {
+void add_samples(const Stencil* stencils, const double* values, const int* members,
+                 std::int64_t count, const Numbering& numbering, const Band& matrix, double* right,
+                 Vectors vectors) {
 #ifdef KESTRANE_WIDE_VECTORS
   if (vectors == Vectors::kAvx2)
     return add_all_avx2(stencils, values, members, count, numbering, matrix, right);

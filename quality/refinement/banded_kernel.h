@@ -9,6 +9,8 @@
 // stride is at least width + 4, what is beyond the matrix or the width is 0 and stays so.
 #pragma once
 
+#include <cstdint>
+
 #include "quality/refinement/weights.h"
 
 namespace kestrane::quality::refinement {
@@ -49,7 +51,8 @@ struct Numbering {
 // of a sample's nodes.
 //
 // members  indices into stencils and values
-void add_samples(const Stencil* stencils, const double* values, const int* members, long count,
-                 const Numbering& numbering, const Band& matrix, double* right, Vectors vectors);
+void add_samples(const Stencil* stencils, const double* values, const int* members,
+                 std::int64_t count, const Numbering& numbering, const Band& matrix, double* right,
+                 Vectors vectors);
 
 }  // namespace kestrane::quality::refinement

@@ -28,7 +28,8 @@ int part_of(double quotient) {
 }  // namespace
 
 BlockMap::BlockMap(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids, std::int32_t block,
-                   const std::array<std::int32_t, 16>& counts) {
+                   const std::array<std::int32_t, 16>& counts)
+    : first_u_(kAcross) {
   const Rectangle r = rectangle_of(grids, block);
   y0_ = r.y + 0.5 * r.width;
   z0_ = r.z + 0.5 * r.height;
@@ -39,12 +40,11 @@ BlockMap::BlockMap(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids, std::
   std::array<Stencil, 16> stencils;
   Eigen::Matrix<double, 16, 3> places;
   Eigen::Matrix<double, 16, 1> weights;
-  first_u_ = kAcross;
   int end_u = 0;
   for (int s = 0; s < kParts; ++s) {
     for (int t = 0; t < kParts; ++t) {
       const int part = kParts * s + t;
-      const std::size_t at = static_cast<std::size_t>(part);
+      const auto at = static_cast<std::size_t>(part);
       const double y = r.y + (s + 0.5) * r.width / kParts;
       const double z = r.z + (t + 0.5) * r.height / kParts;
       stencils[at] = stencil_of(weights_across(nodes, y / z), weights_along(nodes, z));
@@ -63,7 +63,7 @@ BlockMap::BlockMap(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids, std::
     const Stencil& stencil = stencils[static_cast<std::size_t>(part)];
     for (int j = 0; j < 4; ++j) {
       for (int i = 0; i < 4; ++i) {
-        const std::size_t node =
+        const auto node =
             static_cast<std::size_t>(across_ * j + stencil.first_across + i - first_u_);
         const double w = stencil.along[j] * stencil.across[i];
         for (int c = 0; c < 3; ++c) map_[static_cast<std::size_t>(c)][node] += fit(c, part) * w;
@@ -76,7 +76,7 @@ BlockPlane BlockMap::plane_of(const std::vector<double>& values) const {
   BlockPlane plane{y0_, z0_, {}};
   for (int j = 0; j < 4; ++j) {
     const double* v = &values[node_index(first_u_, first_z_ + j)];
-    const std::size_t row = static_cast<std::size_t>(across_ * j);
+    const auto row = static_cast<std::size_t>(across_ * j);
     for (int i = 0; i < across_; ++i) {
       for (std::size_t c = 0; c < 3; ++c)
         plane.p[c] += map_[c][row + static_cast<std::size_t>(i)] * v[i];

@@ -90,7 +90,7 @@ std::vector<std::size_t> scouts_of(std::size_t groups) {
 // By how many standard errors `other` predicts the scouted groups better than `held`.
 double advantage(const Candidate& held, const Candidate& other,
                  const std::vector<std::size_t>& scouts) {
-  const double n = static_cast<double>(scouts.size());
+  const auto n = static_cast<double>(scouts.size());
   double mean = 0.0;
   for (const std::size_t g : scouts) mean += (held.errors[g] - other.errors[g]) / n;
   double squares = 0.0;
@@ -105,8 +105,8 @@ double advantage(const Candidate& held, const Candidate& other,
 // nothing to win. The plane is never beaten, everything is measured against it.
 bool is_beaten(const Candidate& candidate, const std::vector<Candidate>& simpler,
                const std::vector<std::size_t>& scouts) {
-  return std::any_of(simpler.begin(), simpler.end(), [&](const Candidate& other) {
-    return !(advantage(other, candidate, scouts) > kScoutAdvantage);
+  return std::any_of(simpler.begin(), simpler.end(), [&](const Candidate& held) {
+    return !(advantage(held, candidate, scouts) > kScoutAdvantage);
   });
 }
 
@@ -125,6 +125,7 @@ std::vector<Candidate> scout(Validation& validation, Candidates candidates,
                              const BandedMatrix (&penalties)[2],
                              const std::vector<std::size_t>& scouts) {
   std::vector<NormalEquations> without;
+  without.reserve(scouts.size());
   for (const std::size_t group : scouts) without.push_back(validation.equations_of_group(group));
   std::vector<Candidate> tried;
   std::size_t beaten = 0;
@@ -162,7 +163,7 @@ double caution(std::size_t groups) { return groups <= 5 ? 1.3 : groups <= 10 ? 1
 
 bool is_significantly_better(const std::vector<double>& held, const std::vector<double>& other,
                              double significance) {
-  const double n = static_cast<double>(held.size());
+  const auto n = static_cast<double>(held.size());
   // Errors below the least scale are rounding: without noise nothing is better than a plane.
   const auto size = [](double error) { return std::max(std::sqrt(error), kLeastScale); };
   double squares_gained = 0.0;

@@ -56,8 +56,8 @@ std::vector<std::uint8_t> near_surface(const std::vector<Sample>& samples,
                                        const std::vector<std::uint8_t>& taken, double reach) {
   std::vector<std::uint8_t> near(samples.size());
   for (std::size_t n = 0; n < samples.size(); ++n) {
-    near[n] =
-        taken[static_cast<std::size_t>(samples[n].frame)] != 0 && std::abs(residuals[n]) <= reach;
+    const bool counts = taken[static_cast<std::size_t>(samples[n].frame)] != 0;
+    near[n] = counts && std::abs(residuals[n]) <= reach ? 1 : 0;
   }
   return near;
 }

@@ -7,8 +7,9 @@ NormalEquations equations_of(const ActiveNodes& active, const std::vector<Stenci
                              const std::vector<std::int32_t>& members) {
   NormalEquations equations(active);
   const Numbering numbering{active.first_u, active.first_z, active.across};
-  add_samples(stencils.data(), values.data(), members.data(), static_cast<long>(members.size()),
-              numbering, equations.matrix.band(), equations.right.data(), best_vectors());
+  add_samples(stencils.data(), values.data(), members.data(),
+              static_cast<std::int64_t>(members.size()), numbering, equations.matrix.band(),
+              equations.right.data(), best_vectors());
   equations.samples = static_cast<std::int64_t>(members.size());
   return equations;
 }

@@ -13,7 +13,21 @@
 namespace kestrane::quality {
 namespace {
 
-using namespace refinement;
+using refinement::BlockMap;
+using refinement::BlockPlane;
+using refinement::Estimate;
+using refinement::fan_nodes;
+using refinement::FanNodes;
+using refinement::kAcross;
+using refinement::kAlong;
+using refinement::kNodes;
+using refinement::kPlaneDamping;
+using refinement::node_index;
+using refinement::Sample;
+using refinement::Samples;
+using refinement::Sheet;
+using refinement::Spread;
+using refinement::Start;
 
 constexpr std::size_t kFewestPoints = 20;
 constexpr double kLeastSpread = 1e-3;  // of the narrow to the wide direction in (y, z)
@@ -174,10 +188,9 @@ RefinedPlane refine_plane(_KESTRANE_ID_POINT3DS points, const RefinementSettings
 }
 
 RefinedPlane refine_plane(const PointList& points, const RefinementSettings& settings) {
-  // The record's form knows no constant points; they are only read.
-  return refine_plane(
-      {const_cast<_KESTRANE_ID_POINT3D*>(points.data()), static_cast<std::int32_t>(points.size())},
-      settings);
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): no constant points in the record's form
+  auto* first = const_cast<_KESTRANE_ID_POINT3D*>(points.data());  // only read
+  return refine_plane({first, static_cast<std::int32_t>(points.size())}, settings);
 }
 
 }  // namespace kestrane::quality

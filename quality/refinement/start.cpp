@@ -58,7 +58,7 @@ bool frames_support(const Samples& samples, const std::vector<std::uint8_t>& tak
   std::int32_t frames = 0;
   for (std::size_t f = 0; f < taken.size(); ++f)
     if (taken[f] != 0) rank[f] = frames++;
-  const std::size_t count = static_cast<std::size_t>(std::min(frames, settings.folds));
+  const auto count = static_cast<std::size_t>(std::min(frames, settings.folds));
   if (count < kFewestFrames) return false;
   std::vector<Sums> groups(count);
   Sums all;

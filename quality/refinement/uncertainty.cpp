@@ -34,7 +34,7 @@ double value_of(const Combination& sum, const std::vector<double>& values) {
 // Jackknife over the m groups, (m - 1) / m times the squares about their mean, enlarged by
 // (m - 1) / (m - 3) for its few degrees of freedom.
 double group_variance(const Combination& sum, const LeftOut& left_out) {
-  const double m = static_cast<double>(left_out.values.size());
+  const auto m = static_cast<double>(left_out.values.size());
   double mean = 0.0;
   for (const auto& values : left_out.values) mean += value_of(sum, values) / m;
   double squares = 0.0;
@@ -51,8 +51,8 @@ double bending(const ActiveNodes& active, const std::vector<double>& values) {
   int count = 0;
   for (int j = 1; j + 1 < active.along; ++j) {
     for (int i = 0; i < active.across; ++i) {
-      const std::size_t at = static_cast<std::size_t>(active.across * j + i);
-      const std::size_t step = static_cast<std::size_t>(active.across);
+      const auto at = static_cast<std::size_t>(active.across * j + i);
+      const auto step = static_cast<std::size_t>(active.across);
       const double second = (values[at - step] - 2.0 * values[at]) + values[at + step];
       squares += second * second;
       ++count;

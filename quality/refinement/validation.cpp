@@ -38,7 +38,7 @@ Squares Validation::errors_of(std::size_t group, const NormalEquations& without,
   for (std::size_t block = 0; block < maps_.size(); ++block)
     if (maps_[block]) planes_[block] = maps_[block]->plane_of(values_);
   for (const std::int32_t n : groups_.members[group]) {
-    const std::size_t at = static_cast<std::size_t>(n);
+    const auto at = static_cast<std::size_t>(n);
     const Sample& sample = problem_.samples[at];
     if (sample.block < 0) continue;
     const double residual = problem_.values[at] -

@@ -1,6 +1,8 @@
 // Interpolation weights of one place, as plain numbers that the kernel can take.
 #pragma once
 
+#include <cstdint>
+
 namespace kestrane::quality::refinement {
 
 // Weights of nodes first .. first + 3 of one direction.
@@ -14,12 +16,13 @@ struct Weights {
 struct Stencil {
   double across[4];
   double along[4];
-  short first_across;
-  short first_along;
+  std::int16_t first_across;
+  std::int16_t first_along;
 };
 
 inline Stencil stencil_of(const Weights& across, const Weights& along) {
-  Stencil stencil{{}, {}, static_cast<short>(across.first), static_cast<short>(along.first)};
+  Stencil stencil{
+      {}, {}, static_cast<std::int16_t>(across.first), static_cast<std::int16_t>(along.first)};
   for (int i = 0; i < 4; ++i) {
     stencil.across[i] = across.w[i];
     stencil.along[i] = along.w[i];

@@ -10,7 +10,7 @@ namespace kestrane::quality {
 namespace {
 
 // Fifteen sectors cannot share that many points without one of them being full.
-constexpr std::size_t kSurelyFull =
+constexpr auto kSurelyFull =
     static_cast<std::size_t>((kFewestSectorPoints - 1) * kBlocks.lines + 1);
 
 PointMatrix3 matrix_of(const PointList& points) {

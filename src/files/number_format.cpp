@@ -42,7 +42,7 @@ bool round_to_digits(double value, Decimal& decimal) {
     ++exponent;
     shifted = times_power_of_ten(value, kDigits - 1 - exponent);
   }
-  int digits = static_cast<int>(shifted);
+  auto digits = static_cast<int>(shifted);
   const double rest = shifted - digits;
   if (std::abs(rest - 0.5) < kScalingError) return false;
   if (rest > 0.5) ++digits;

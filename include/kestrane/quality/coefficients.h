@@ -22,8 +22,7 @@
 #include "kestrane/quality/plane_table.h"
 #include "kestrane/records.h"
 
-namespace kestrane {
-namespace quality {
+namespace kestrane::quality {
 
 /// The corners of a device, or the reason why there are none.
 struct DeviceCorners {
@@ -65,5 +64,4 @@ KESTRANE_API TableOfCorners table_of(const std::vector<_LASER_TRIPLE>& corners);
 /// The same for corners that may be refused: their reason is handed on.
 KESTRANE_API TableOfCorners table_of(const DeviceCorners& corners);
 
-}  // namespace quality
-}  // namespace kestrane
+}  // namespace kestrane::quality

@@ -19,8 +19,7 @@
 #include "kestrane/quality/working_volume.h"
 #include "kestrane/records.h"
 
-namespace kestrane {
-namespace quality {
+namespace kestrane::quality {
 
 /// How one plane differs. Not a number where it has no block to compare.
 struct PlaneDifference {
@@ -62,5 +61,4 @@ struct Difference {
 KESTRANE_API Difference compare(const PlaneTable& a, const PlaneTable& b,
                                 const WorkingVolume& volume = {});
 
-}  // namespace quality
-}  // namespace kestrane
+}  // namespace kestrane::quality

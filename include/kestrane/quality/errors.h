@@ -14,8 +14,7 @@
 
 #include "kestrane/export.h"
 
-namespace kestrane {
-namespace quality {
+namespace kestrane::quality {
 
 /// A file that could not be read or written. `what()` reads "<path>: <reason>".
 class KESTRANE_API FileError : public std::runtime_error {
@@ -35,5 +34,4 @@ class KESTRANE_API FileError : public std::runtime_error {
   std::string reason_;
 };
 
-}  // namespace quality
-}  // namespace kestrane
+}  // namespace kestrane::quality

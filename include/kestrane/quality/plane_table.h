@@ -20,8 +20,7 @@
 #include "kestrane/export.h"
 #include "kestrane/records.h"
 
-namespace kestrane {
-namespace quality {
+namespace kestrane::quality {
 
 /// A block of a plane's table.
 struct Block {
@@ -156,5 +155,4 @@ class KESTRANE_API PlaneTable {
   _LASER_PLANE_GRIDS grids_;
 };
 
-}  // namespace quality
-}  // namespace kestrane
+}  // namespace kestrane::quality

@@ -29,8 +29,7 @@
 #include "kestrane/quality/screening.h"
 #include "kestrane/records.h"
 
-namespace kestrane {
-namespace quality {
+namespace kestrane::quality {
 
 /// How a plane is refined. The defaults are the measured ones.
 struct RefinementSettings {
@@ -135,5 +134,4 @@ KESTRANE_API RefinedDevice refine(const std::vector<PointList>& clouds,
                                   const RefinementSettings& settings = {},
                                   std::int32_t threads = 1);
 
-}  // namespace quality
-}  // namespace kestrane
+}  // namespace kestrane::quality

@@ -22,8 +22,7 @@
 #include "kestrane/quality/plane_table.h"
 #include "kestrane/records.h"
 
-namespace kestrane {
-namespace quality {
+namespace kestrane::quality {
 
 /// The points of one laser plane.
 using PointList = std::vector<_KESTRANE_ID_POINT3D>;
@@ -163,5 +162,4 @@ KESTRANE_API ScreenedFrames screen_frames(const std::vector<PointList>& lists,
                                           const PlaneTable& table,
                                           const FrameSettings& settings = {});
 
-}  // namespace quality
-}  // namespace kestrane
+}  // namespace kestrane::quality

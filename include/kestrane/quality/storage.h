@@ -29,8 +29,7 @@
 #include "kestrane/quality/plane_table.h"
 #include "kestrane/records.h"
 
-namespace kestrane {
-namespace quality {
+namespace kestrane::quality {
 
 /// What six digits have made of a table.
 struct SavedTable {
@@ -69,5 +68,4 @@ KESTRANE_API void save_coefficients(const _COMPENSATOR_COEFFS& record, const std
 KESTRANE_API std::unique_ptr<LASER_COMPENSATOR_COEFFS_MANAGER> read_coefficients(
     const std::string& path);
 
-}  // namespace quality
-}  // namespace kestrane
+}  // namespace kestrane::quality
