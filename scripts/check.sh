@@ -1,54 +1,63 @@
-#!/ usr / bin / env bash
-#All checks, one line each, up to the first that fails.
-#check.sh every step, in this order
-#check.sh step... these steps alone
-#What a step printed is in build / check / < step>.log.JOBS = 2 tasks at a time, \
-                                             FUZZ_SECONDS = 15 a reader.
-set - euo pipefail cd "$(dirname " $0 ")/.."
+#!/usr/bin/env bash
+# All checks, one line each, up to the first that fails.
+#   check.sh            every step, in this order
+#   check.sh step...    these steps alone
+# What a step printed is in build/check/<step>.log. JOBS=2 tasks at a time, FUZZ_SECONDS=15 a reader.
+set -euo pipefail
+cd "$(dirname "$0")/.."
 
-    jobs = ${JOBS : -$(nproc)} fuzz_seconds = ${FUZZ_SECONDS : -15} logs =
-    build / check steps = (format cppcheck tidy asan coverage threads memory fuzz abi)
+jobs=${JOBS:-$(nproc)}
+fuzz_seconds=${FUZZ_SECONDS:-15}
+logs=build/check
+steps=(format cppcheck tidy asan coverage threads memory fuzz abi)
 
-        sources() {
-  git ls - files "${@/%//*.cpp}";
+sources() { git ls-files "${@/%//*.cpp}"; }
+
+build() { # preset target...
+  local preset=$1
+  shift
+  cmake --preset "$preset"
+  cmake --build --preset "$preset" -j "$jobs" ${1+--target "$@"}
 }
 
-build() {
-#preset target... local preset =
-      $1 shift cmake-- preset "$preset" cmake-- build-- preset "$preset" - j "$jobs" $ {
-    1 + --target "$@"
-  }
+# Every source looks as the formatter leaves it.
+step_format() {
+  git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 }
 
-#Every source looks as the formatter leaves it.
-step_format(){git ls - files '*.h' '*.cpp' | xargs clang - format-- dry - run - Werror}
-#Tests are left out : cppcheck does not follow the macros of their framework.
-step_cppcheck(){
-    cppcheck-- enable = warning, style, performance,
-    portability-- inline - suppr-- error -
-        exitcode = 1 --suppressions -
-                   list =.cppcheck - suppressions-- std = c++ 20 --language = c++ --platform =
-                             unix64-- quiet - j "$jobs" - Iinclude - Isrc -
-                             I.src quality include simulation examples bench fuzz}
+# Tests are left out: cppcheck does not follow the macros of their framework.
+step_cppcheck() {
+  cppcheck --enable=warning,style,performance,portability --inline-suppr --error-exitcode=1 \
+    --suppressions-list=.cppcheck-suppressions --std=c++20 --language=c++ --platform=unix64 \
+    --quiet -j "$jobs" -Iinclude -Isrc -I. src quality include simulation examples bench fuzz
+}
 
-#The checks that.clang - tidy names, over the flags of the release build.
-step_tidy(){cmake-- preset release sources src quality simulation examples |
-            xargs - P "$jobs" - n 1 clang - tidy - p build / release-- quiet 2 >
-                "$logs/tidy.counts"}
+# The checks that .clang-tidy names, over the flags of the release build.
+step_tidy() {
+  cmake --preset release
+  sources src quality simulation examples |
+    xargs -P "$jobs" -n 1 clang-tidy -p build/release --quiet 2>"$logs/tidy.counts"
+}
 
-#All tests under the address, undefined - behaviour and float - cast - overflow sanitizers, \
-    leaks too.
-step_asan(){build asan find build / asan - name '*.gcda' - delete ctest-- preset asan - j "$jobs"}
+# All tests under the address, undefined-behaviour and float-cast-overflow sanitizers, leaks too.
+step_asan() {
+  build asan
+  find build/asan -name '*.gcda' -delete
+  ctest --preset asan -j "$jobs"
+}
 
-#At least 98 of 100 lines of the library ran in the tests of the step before.
-step_coverage(){scripts / coverage.py build / asan 98}
+# At least 98 of 100 lines of the library ran in the tests of the step before.
+step_coverage() {
+  scripts/coverage.py build/asan 98
+}
 
-#Two objects of every class in two threads, under the thread sanitizer.
-step_threads(){build tsan threads_test TSAN_OPTIONS = suppressions = tests / support /
-                                                                     tsan.supp build / tsan /
-                                                                     tests / threads / threads_test}
+# Two objects of every class in two threads, under the thread sanitizer.
+step_threads() {
+  build tsan threads_test
+  TSAN_OPTIONS=suppressions=tests/support/tsan.supp build/tsan/tests/threads/threads_test
+}
 
-#The shared library as shipped, at work for the tests of its interface and for two threads.
+# The shared library as shipped, at work for the tests of its interface and for two threads.
 step_memory() {
   build release interface_test threads_test
   printf '%s\n' interface/interface_test threads/threads_test |
@@ -57,7 +66,7 @@ step_memory() {
       --suppressions=tests/support/valgrind.supp build/release/tests/'{}'
 }
 
-#Any bytes into both file readers and into the checked ones, side by side.
+# Any bytes into the file readers, side by side.
 step_fuzz() {
   build fuzz
   cd build/fuzz/fuzz
@@ -66,7 +75,7 @@ step_fuzz() {
       -print_final_stats=1 '{}'_corpus '{}'_seeds
 }
 
-#Layouts and symbols are those of the committed baseline.
+# Layouts and symbols are those of the committed baseline.
 step_abi() {
   make abi
 }
@@ -85,12 +94,8 @@ run() { # step
 
 mkdir -p "$logs"
 [ $# -gt 0 ] && steps=("$@")
-for step in "${steps[@]}";
-do declare - F "step_$step" > / dev / null || {
-    echo "check: no step named $step" > &2;
-    exit 2;
-  }
+for step in "${steps[@]}"; do
+  declare -F "step_$step" >/dev/null || { echo "check: no step named $step" >&2; exit 2; }
 done
-for step in "${steps[@]}";
-do run "$step";
-done printf '%-10s %-6s %4d s\n' all ok "$SECONDS"
+for step in "${steps[@]}"; do run "$step"; done
+printf '%-10s %-6s %4d s\n' all ok "$SECONDS"
