@@ -6,10 +6,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
+#include "fit/row_kernel.h"
+#include "fit/streamed_fit.h"
 #include "simulation/random.h"
 #include "tests/literal/plane_fit.h"
 
@@ -20,6 +23,7 @@ using kestrane::LaserGeometryFitter;
 using kestrane::PlaneAbcd;
 using kestrane::PlaneFitStats;
 using kestrane::PointMatrix3;
+using kestrane::RowVectors;
 
 constexpr DepthBand kBand{100, 1000};
 constexpr double kNoise = 0.05;         // standard deviation along x
@@ -44,18 +48,35 @@ PointMatrix3 sheet(Eigen::Index count) {
 
 struct Result {
   PlaneAbcd plane;
-  PlaneFitStats stats;
+  PlaneFitStats stats{};
   PointMatrix3 inliers;
 };
 
-bool fast_fit(const PointMatrix3& points, std::int32_t mode, Result& result) {
+bool fast_fit(const PointMatrix3& points, Result& result) {
   LaserGeometryFitter fitter;
   fitter.set_params(false, 0, 0.0, 0.0);
-  return fitter.fit_plane_robust(points, result.plane, result.stats, result.inliers, kBand, mode);
+  return fitter.fit_plane_robust(points, result.plane, result.stats, result.inliers, kBand, 0);
 }
 
-bool literal_fit(const PointMatrix3& points, std::int32_t mode, Result& result) {
-  return literal::fit_plane_robust(points, result.plane, result.stats, result.inliers, kBand, mode);
+bool literal_fit(const PointMatrix3& points, Result& result) {
+  return literal::fit_plane_robust(points, result.plane, result.stats, result.inliers, kBand, 0);
+}
+
+bool hand_over(kestrane::RobustFit fit, Result& result) {
+  if (!fit.complete) return false;
+  result = {fit.fit->plane, fit.fit->stats, std::move(fit.inliers)};
+  return true;
+}
+
+template <RowVectors kVectors>
+bool vector_fit(const PointMatrix3& points, Result& result) {
+  return hand_over(kestrane::fit_in_band(points, kBand, kestrane::Inliers::kCopied, kVectors),
+                   result);
+}
+
+// What a fit costs where none of its rejections can be decided by bounds.
+bool decomposed_fit(const PointMatrix3& points, Result& result) {
+  return hand_over(kestrane::fit_in_band_by_decomposition(points, kBand), result);
 }
 
 double relative(double value, double reference) {
@@ -63,9 +84,9 @@ double relative(double value, double reference) {
 }
 
 // The largest relative difference of the figures; ends the program where the rows differ.
-double checked_difference(const PointMatrix3& points, std::int32_t mode) {
+double checked_difference(const PointMatrix3& points) {
   Result fast, slow;
-  if (!fast_fit(points, mode, fast) || !literal_fit(points, mode, slow) ||
+  if (!fast_fit(points, fast) || !literal_fit(points, slow) ||
       fast.inliers.rows() != slow.inliers.rows() || fast.inliers != slow.inliers) {
     std::fprintf(stderr, "plane_fit_bench: the two forms keep different rows\n");
     std::abort();
@@ -92,17 +113,17 @@ const Cloud& cloud_of_size(Eigen::Index count) {
   const auto found = clouds.find(count);
   if (found != clouds.end()) return found->second;
   PointMatrix3 points = sheet(count);
-  const double difference = checked_difference(points, 0);
+  const double difference = checked_difference(points);
   return clouds.emplace(count, Cloud{std::move(points), difference}).first->second;
 }
 
-template <bool (*Fit)(const PointMatrix3&, std::int32_t, Result&)>
+template <bool (*Fit)(const PointMatrix3&, Result&)>
 void fit_sheet(benchmark::State& state) {
   const Cloud& cloud = cloud_of_size(state.range(0));
   double residual = 0.0;
   for (auto _ : state) {
     Result result;
-    benchmark::DoNotOptimize(Fit(cloud.points, 0, result));
+    benchmark::DoNotOptimize(Fit(cloud.points, result));
     benchmark::DoNotOptimize(result.inliers.data());
     residual = result.stats.std_distance;
   }
@@ -159,18 +180,25 @@ void fit_cells(benchmark::State& state) {
       benchmark::Counter(kCells, benchmark::Counter::kIsIterationInvariantRate);
 }
 
-BENCHMARK(fit_sheet<literal_fit>)
-    ->Name("fit_plane_robust/literal")
-    ->Unit(benchmark::kMillisecond)
-    ->Arg(20000)
-    ->Arg(100000)
-    ->Arg(500000);
-BENCHMARK(fit_sheet<fast_fit>)
-    ->Name("fit_plane_robust/fast")
-    ->Unit(benchmark::kMillisecond)
-    ->Arg(20000)
-    ->Arg(100000)
-    ->Arg(500000);
+void sizes(benchmark::internal::Benchmark* bench) {
+  bench->Arg(20000)->Arg(100000)->Arg(500000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+}
+
+// The AVX2 body only where the processor has it.
+[[maybe_unused]] const bool kRegistered = [] {
+  benchmark::RegisterBenchmark("fit_plane_robust/literal", fit_sheet<literal_fit>)->Apply(sizes);
+  benchmark::RegisterBenchmark("fit_plane_robust/fast", fit_sheet<fast_fit>)->Apply(sizes);
+  benchmark::RegisterBenchmark("fit_plane_robust/baseline_vectors",
+                               fit_sheet<vector_fit<RowVectors::kBaseline>>)
+      ->Apply(sizes);
+  if (kestrane::best_row_vectors() == RowVectors::kAvx2) {
+    benchmark::RegisterBenchmark("fit_plane_robust/avx2", fit_sheet<vector_fit<RowVectors::kAvx2>>)
+        ->Apply(sizes);
+  }
+  benchmark::RegisterBenchmark("fit_plane_robust/decomposed", fit_sheet<decomposed_fit>)
+      ->Apply(sizes);
+  return true;
+}();
 
 BENCHMARK(fit_cells<literal_svd>)->Name("fit_plane_svd/literal/four_rows");
 BENCHMARK(fit_cells<fast_svd>)->Name("fit_plane_svd/fast/four_rows");

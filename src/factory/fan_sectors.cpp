@@ -31,12 +31,17 @@ Eigen::Vector3d apex_of(const PlaneAbcd& plane) {
 
 constexpr std::size_t kBorders = 16;
 
+using Pair = double __attribute__((vector_size(16)));
+using PairCount = std::int64_t __attribute__((vector_size(16)));
+
 // The last components of the borders' normals (0, 1, -tangent), in descending order.
-using BorderSlopes = std::array<double, kBorders>;
+using BorderSlopes = std::array<Pair, kBorders / 2>;
 
 BorderSlopes slopes_of(const FanDividers& normals) {
   BorderSlopes slopes;
-  for (std::size_t k = 0; k < kBorders; ++k) slopes[k] = normals[k].z();
+  for (std::size_t k = 0; k < slopes.size(); ++k) {
+    slopes[k] = Pair{normals[2 * k].z(), normals[2 * k + 1].z()};
+  }
   return slopes;
 }
 
@@ -50,10 +55,10 @@ BorderSlopes slopes_of(const FanDividers& normals) {
 std::size_t first_border_above(const BorderSlopes& slopes, const Eigen::Vector3d& q) {
   const double across = q.x() * 0.0 + q.y();  // NaN where x is infinite
   const double z = q.z();
-  if (z < 0.0) return across + z * slopes[0] < 0.0 ? 0 : kBorders;
-  std::int64_t below = 0;
-  for (std::size_t k = 0; k < kBorders; ++k) below += across + z * slopes[k] < 0.0 ? 1 : 0;
-  return kBorders - static_cast<std::size_t>(below);
+  if (z < 0.0) return across + z * slopes[0][0] < 0.0 ? 0 : kBorders;
+  PairCount below{};
+  for (const Pair& two : slopes) below -= across + z * two < 0.0;  // a true lane is -1
+  return kBorders - static_cast<std::size_t>(below[0] + below[1]);
 }
 
 }  // namespace

@@ -2,14 +2,12 @@
 
 #include <utility>
 
+#include "fit/rejection.h"
 #include "fit/streamed_fit.h"
 #include "fit/working_rows.h"
 
 namespace kestrane {
 namespace {
-
-constexpr Eigen::Index kFewestRows = 3;  // fewer span no plane
-constexpr double kSigmaRejection = 2.0;  // in sigmas
 
 // Plane and statistics stay those of all points, and no number of survivors is too small. No job of
 // the library walks this road: the four corners of a cell, which lose no row on it, are fitted by

@@ -11,6 +11,8 @@
 
 namespace kestrane {
 
+// No job of the library walks the two filters: a fit thins its own rows by the rules below.
+
 // Keeps the rows whose distance is not beyond `limit` in size; a NaN distance keeps its row.
 // `kept` may be `points` itself. Without rows or distances `kept` stays as it is.
 void filter_by_distance(const PointMatrix3& points, const std::vector<double>& distances,
@@ -22,7 +24,11 @@ void filter_by_distance(const PointMatrix3& points, const std::vector<double>& d
 void filter_by_sigma(const PointMatrix3& points, const std::vector<double>& distances, double k,
                      PointMatrix3& kept);
 
-// The rules themselves, for one distance.
+// The rules themselves, for one distance, and where a robust fit draws them.
+
+inline constexpr Eigen::Index kFewestRows = 3;  // fewer span no plane
+inline constexpr double kFirstRejection = 2.5;  // in the unit of the points
+inline constexpr double kSigmaRejection = 2.0;  // in sigmas
 
 struct DistanceLimit {
   double limit;

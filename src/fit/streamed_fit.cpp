@@ -10,6 +10,7 @@
 
 #include "fit/error_bounds.h"
 #include "fit/plane_decomposition.h"
+#include "fit/rejection.h"
 #include "fit/signed_distance.h"
 #include "fit/triangle_reduction.h"
 #include "fit/working_rows.h"
@@ -21,9 +22,6 @@ using Eigen::Index;
 using Eigen::Matrix3d;
 using Eigen::Vector3d;
 
-constexpr Index kFewestRows = 3;         // fewer span no plane
-constexpr double kFirstRejection = 2.5;  // in the unit of the points
-constexpr double kSigmaRejection = 2.0;  // in sigmas
 constexpr double kEverything = std::numeric_limits<double>::infinity();
 
 // Rows from which the first centre is taken. It need not be good, only inside the cloud: moments
