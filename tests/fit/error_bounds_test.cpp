@@ -159,6 +159,23 @@ TEST(NormalBound, HoldsForTheDecomposition) {
   RecordProperty("worst", std::to_string(worst.worst()));
 }
 
+// Rods that are almost round turn by far more than a normal's own rounding.
+TEST(NormalBound, HoldsForTheDecompositionOfRods) {
+  Random random(11);
+  Worst worst;
+  for (int run = 0; run < 40; ++run) {
+    const Box box{random_rotation(random), {200.0, 0.2, 0.19}, {50.0, -20.0, 400.0}};
+    const Cloud cloud(box_cloud(random, 64 + random.index(1000), box));
+    const double change = kestrane::decomposition_change(cloud.shape.count, cloud.shape.size);
+    const double bound =
+        kestrane::turned_by(change, cloud.shape.spreads[1], cloud.shape.spreads[2]) +
+        kestrane::kUnitNormal;
+    const Vector normal = cloud.decomposed(cloud.thin).head<3>().cast<Real>();
+    ASSERT_NO_FATAL_FAILURE(worst.see((normal - cloud.thin).norm(), bound, run));
+  }
+  EXPECT_GE(worst.decided(), 20);
+}
+
 TEST(NormalBound, HoldsForReflections) {
   Random random(2);
   Worst worst;
