@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kestrane/buffers.h"
@@ -42,7 +43,7 @@ struct Seen {
 
 // What the device has been through so far.
 struct Life {
-  explicit Life(const Options& chosen) : options(chosen) {}
+  explicit Life(Options chosen) : options(std::move(chosen)) {}
 
   Options options;
   std::vector<Sheet> sheets;

@@ -123,7 +123,7 @@ MotionFigures motion_figures(const UsedPoints& used, const RigidMotion& motion) 
   places.reserve(used.points.size());
   for (const UsedPoint& point : used.points) places.push_back(point.point);
   const MotionFrame frame = motion_frame(places);
-  const MotionFigures figures = figures_at(used, motion, motion.R, frame);
+  MotionFigures figures = figures_at(used, motion, motion.R, frame);
   if (!(rotation_vector(motion.R).norm() > kOneDegree)) return figures;
   return figures_at(used, motion, figures.smallest.R, frame);
 }

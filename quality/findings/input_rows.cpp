@@ -28,6 +28,7 @@ bool has_gap(const PlaneFigures& plane) {
 
 std::string reasons_text(const FactoryResult& result, const std::vector<std::int32_t>& planes) {
   std::vector<std::string> phrases;
+  phrases.reserve(planes.size());
   for (const std::int32_t p : planes) {
     phrases.push_back("plane " + std::to_string(p) + ": " +
                       result.planes[static_cast<std::size_t>(p)].reason);

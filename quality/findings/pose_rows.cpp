@@ -37,6 +37,7 @@ std::vector<std::int32_t> farthest_frames(const PlaneFigures& plane) {
   });
   poses.resize(std::min<std::size_t>(poses.size(), 2));
   std::vector<std::int32_t> frames;
+  frames.reserve(poses.size());
   for (const PoseFigures& pose : poses) frames.push_back(pose.frame);
   std::sort(frames.begin(), frames.end());
   return frames;

@@ -118,10 +118,9 @@ ScreenedCloud screen_cloud(_KESTRANE_ID_POINT3DS points, const CloudSettings& se
 ScreenedCloud screen_cloud(const PointList& points, const CloudSettings& settings) {
   if (points.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
     throw std::invalid_argument("a cloud holds at most 2147483647 points");
-  // The record's form knows no constant points; they are only read.
-  return screen_cloud(
-      {const_cast<_KESTRANE_ID_POINT3D*>(points.data()), static_cast<std::int32_t>(points.size())},
-      settings);
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): no constant points in the record's form
+  auto* first = const_cast<_KESTRANE_ID_POINT3D*>(points.data());  // only read
+  return screen_cloud({first, static_cast<std::int32_t>(points.size())}, settings);
 }
 
 }  // namespace kestrane::quality

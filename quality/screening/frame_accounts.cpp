@@ -19,10 +19,10 @@ std::vector<std::int32_t> numbers_of_runs(const _KESTRANE_ID_POINT3D* points, st
 }
 
 void count_one(Fate fate, DropCounts& dropped) {
-  dropped.not_finite += fate == Fate::kNotFinite;
-  dropped.depth += fate == Fate::kDepth;
-  dropped.gross += fate == Fate::kGross;
-  dropped.no_cell += fate == Fate::kNoCell;
+  dropped.not_finite += fate == Fate::kNotFinite ? 1 : 0;
+  dropped.depth += fate == Fate::kDepth ? 1 : 0;
+  dropped.gross += fate == Fate::kGross ? 1 : 0;
+  dropped.no_cell += fate == Fate::kNoCell ? 1 : 0;
 }
 
 void add(const FrameAccount& frame, PlaneAccount& account) {

@@ -1,6 +1,8 @@
 #include "quality/screening/sector_check.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 
 #include "factory/fan_sectors.h"
 #include "factory/nominal_grid.h"
@@ -31,10 +33,9 @@ bool has_full_sector(const PointList& points) {
   // Sectors are cut by y and z, which are the same seen from the apex of any plane.
   split_points_by_fan_sector(PlaneAbcd(1.0, 0.0, 0.0, -1.0), dividers, matrix_of(points), sectors,
                              apex);
-  for (const PointMatrix3& sector : sectors) {
-    if (sector.rows() >= kFewestSectorPoints) return true;
-  }
-  return false;
+  return std::any_of(std::begin(sectors), std::end(sectors), [](const PointMatrix3& sector) {
+    return sector.rows() >= kFewestSectorPoints;
+  });
 }
 
 }  // namespace kestrane::quality

@@ -22,34 +22,34 @@ using Coefficients = std::array<double, kMostTerms>;
 
 // Solves the square system of `terms` equations by elimination, the largest pivot first. False
 // where a pivot vanishes.
-bool solve_square(std::array<std::array<double, kMostTerms + 1>, kMostTerms>& rows, int terms,
-                  Coefficients& c) {
-  for (int k = 0; k < terms; ++k) {
-    int pivot = k;
-    for (int i = k + 1; i < terms; ++i) {
+bool solve_square(std::array<std::array<double, kMostTerms + 1>, kMostTerms>& rows,
+                  std::size_t terms, Coefficients& c) {
+  for (std::size_t k = 0; k < terms; ++k) {
+    std::size_t pivot = k;
+    for (std::size_t i = k + 1; i < terms; ++i) {
       if (std::abs(rows[i][k]) > std::abs(rows[pivot][k])) pivot = i;
     }
     if (!(std::abs(rows[pivot][k]) > 0.0)) return false;
     std::swap(rows[k], rows[pivot]);
-    for (int i = k + 1; i < terms; ++i) {
+    for (std::size_t i = k + 1; i < terms; ++i) {
       const double factor = rows[i][k] / rows[k][k];
-      for (int j = k; j <= terms; ++j) rows[i][j] -= factor * rows[k][j];
+      for (std::size_t j = k; j <= terms; ++j) rows[i][j] -= factor * rows[k][j];
     }
   }
   c.fill(0.0);
-  for (int k = terms - 1; k >= 0; --k) {
+  for (std::size_t k = terms; k-- > 0;) {
     double rest = rows[k][terms];
-    for (int j = k + 1; j < terms; ++j) rest -= rows[k][j] * c[j];
+    for (std::size_t j = k + 1; j < terms; ++j) rest -= rows[k][j] * c[j];
     c[k] = rest / rows[k][k];
   }
   return true;
 }
 
 // The sheet through `terms` points of the sample, drawn at random.
-bool draw_sheet(const std::vector<SheetPoint>& sample, int terms, SeededDraws& draws,
+bool draw_sheet(const std::vector<SheetPoint>& sample, std::size_t terms, SeededDraws& draws,
                 Coefficients& c) {
   std::array<std::array<double, kMostTerms + 1>, kMostTerms> rows;
-  for (int i = 0; i < terms; ++i) {
+  for (std::size_t i = 0; i < terms; ++i) {
     const SheetPoint& at = sample[draws.below(sample.size())];
     const std::array<double, kMostTerms> t = {1.0,         at.u,        at.v,
                                               at.u * at.u, at.u * at.v, at.v * at.v};
@@ -102,7 +102,8 @@ bool step(const std::vector<SheetPoint>& sample, int terms, std::vector<double>&
 
 SheetStart start_sheet(const std::vector<SheetPoint>& sample, int terms, SeededDraws& draws) {
   SheetStart start;
-  if (sample.size() < static_cast<std::size_t>(terms)) return start;
+  const auto size = static_cast<std::size_t>(terms);
+  if (sample.size() < size) return start;
   std::vector<SheetPoint> judges;
   for_each_spread_pick(sample.size(), kJudges, draws,
                        [&](std::size_t i) { judges.push_back(sample[i]); });
@@ -110,7 +111,7 @@ SheetStart start_sheet(const std::vector<SheetPoint>& sample, int terms, SeededD
   double best = kFarthest;
   for (int n = 0; n < kDraws; ++n) {
     Coefficients c;
-    if (!draw_sheet(sample, terms, draws, c) || !may_be_better(judges, c, best)) continue;
+    if (!draw_sheet(sample, size, draws, c) || !may_be_better(judges, c, best)) continue;
     best = median_size(judges, c, sizes);
     start.c = c;
     start.found = true;

@@ -20,9 +20,9 @@ std::string sentence(const char* unit, const char* factor) {
 void UnitCheck::add(const _KESTRANE_ID_POINT3D* points, std::size_t count) {
   points_ += static_cast<std::int64_t>(count);
   for (std::size_t i = 0; i < count; ++i) {
-    as_they_are_ += hits(points[i].z);
-    from_metres_ += hits(points[i].z * kMetre);
-    from_inches_ += hits(points[i].z * kInch);
+    as_they_are_ += hits(points[i].z) ? 1 : 0;
+    from_metres_ += hits(points[i].z * kMetre) ? 1 : 0;
+    from_inches_ += hits(points[i].z * kInch) ? 1 : 0;
   }
 }
 
