@@ -46,15 +46,18 @@ step_asan() {
   ctest --preset asan -j "$jobs"
 }
 
-# At least 98 of 100 lines of the library ran in the tests of the step before.
+# At least 98 of 100 lines of each library ran in the tests of the step before.
 step_coverage() {
   scripts/coverage.py build/asan 98
 }
 
-# Two objects of every class in two threads, under the thread sanitizer.
+# Two objects of every class and two jobs of each kind in two threads, under the thread sanitizer.
 step_threads() {
-  build tsan threads_test
-  TSAN_OPTIONS=suppressions=tests/support/tsan.supp build/tsan/tests/threads/threads_test
+  local program
+  build tsan threads_test quality_threads_test
+  for program in threads_test quality_threads_test; do
+    TSAN_OPTIONS=suppressions=tests/support/tsan.supp build/tsan/tests/threads/$program || return
+  done
 }
 
 # The shared library as shipped, at work for the tests of its interface and for two threads.
