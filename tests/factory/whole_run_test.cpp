@@ -9,6 +9,7 @@
 #include "factory/engine.h"
 #include "simulation/scanner.h"
 #include "tests/literal/factory_calibration.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -128,6 +129,7 @@ double furthest_move(const literal::Corners& before, const literal::Corners& aft
 // literal form itself up to 3 % apart in a single run and 0.3 % apart over twenty of them. So sums
 // over many runs are judged.
 TEST(WholeRun, OptimisesAsWellAsThePlainestFormOverTwentyClouds) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   constexpr int kSeeds = 20;
   double ours = 0.0, theirs = 0.0, our_error = 0.0, their_error = 0.0;
   for (int n = 0; n < kSeeds; ++n) {

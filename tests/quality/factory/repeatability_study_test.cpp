@@ -10,6 +10,7 @@
 #include "kestrane/quality/factory.h"
 #include "simulation/scanner.h"
 #include "tests/quality/factory/device_runs.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -75,6 +76,7 @@ TEST(RepeatabilityOverManySeeds, IsTheScatterOfTheBlocks) {
 }
 
 TEST(RepeatabilityOverManySeeds, SeesErrorsThatAFrameHasInCommon) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   const Study framed = study(60, false, 0.05);
   const Study plain = study(40, false, 0.0);
   EXPECT_NEAR(framed.told, framed.scatter, kAgreement * framed.scatter);
@@ -82,6 +84,7 @@ TEST(RepeatabilityOverManySeeds, SeesErrorsThatAFrameHasInCommon) {
 }
 
 TEST(RepeatabilityOverManySeeds, SeesWhatTheOptimisationAdds) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   const Study optimised = study(12, true, 0.0);
   EXPECT_NEAR(optimised.told, optimised.scatter, kAgreement * optimised.scatter);
 }

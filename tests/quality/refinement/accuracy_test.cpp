@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tests/accuracy/refinement_study.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ TEST(RefinedAccuracy, FollowsARipple) {
 
 // Offsets of 20 frames average to their deviation over the root of 20.
 TEST(RefinedAccuracy, IsLimitedByTheErrorsOfFrames) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   Scenario noisy = scenario("frame noise", 20000);
   noisy.cloud.frame_noise = 0.05;
   EXPECT_LE(accuracy::study(noisy, Method::kRefined, 4).rms, 1.3 * 0.05 / std::sqrt(20.0));
@@ -46,6 +48,7 @@ TEST(RefinedAccuracy, NeedsNoSectorOfTwoHundredPoints) {
 }
 
 TEST(RefinedAccuracy, BeatsThePlainTableOnEveryShapeTried) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   std::vector<Scenario> all;
   const auto add = [&](const char* name) -> Scenario& {
     return all.emplace_back(scenario(name, 12000));
@@ -110,6 +113,7 @@ DeviceErrors device_errors(const Scenario& scenario, int device) {
 }
 
 TEST(RefinedAccuracy, IsNeverWorseThanAPlaneWhereFramesSupportNoMore) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   DeviceErrors sum;
   for (int device = 1; device <= 8; ++device) {
     const DeviceErrors e = device_errors(line_frames(5 + 2 * device, 0.05, 0.0), device);
@@ -122,6 +126,7 @@ TEST(RefinedAccuracy, IsNeverWorseThanAPlaneWhereFramesSupportNoMore) {
 }
 
 TEST(RefinedAccuracy, FollowsABowThatLineFramesShow) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   DeviceErrors sum;
   for (int device = 1; device <= 3; ++device) {
     const DeviceErrors e = device_errors(line_frames(20, 0.05, 0.5), device);
@@ -154,6 +159,7 @@ double z_rms(const Scenario& scenario, int devices) {
 }
 
 TEST(RefinedSigma, MatchesTheErrorOfTheCorners) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   EXPECT_NEAR(z_rms(scenario("bow", 8000), 16), 1.0, 0.25);
   Scenario noisy = scenario("frame noise", 8000);
   noisy.cloud.frame_noise = 0.05;
