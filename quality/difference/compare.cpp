@@ -57,6 +57,7 @@ std::vector<Step> steps_between(const PlaneTable& b, const std::vector<SheetBloc
 
 std::vector<Eigen::Vector3d> places_of(const std::vector<Step>& steps) {
   std::vector<Eigen::Vector3d> places;
+  places.reserve(steps.size());
   for (const Step& step : steps) places.push_back(step.block.point);
   return places;
 }

@@ -1,7 +1,7 @@
 #include "quality/storage/file_replacement.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
+#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): realpath is not of C++
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -152,7 +152,7 @@ bool is_finite(const RowTriangle& triangle) {
 
 double column_length(const RowTriangle& triangle, int column) {
   double squares = 0.0;
-  for (int r = 0; r < kRowSize; ++r) squares += triangle.at[r][column] * triangle.at[r][column];
+  for (const double(&row)[kRowSize] : triangle.at) squares += row[column] * row[column];
   return std::sqrt(squares);
 }
 

@@ -13,6 +13,11 @@
 // How a call would pass wide vectors does not matter here: no such call is left.
 #pragma GCC diagnostic ignored "-Wpsabi"
 
+// Vectors are types by attribute, read and written where doubles stand, and named per vector set;
+// loops keep the form that was measured.
+// NOLINTBEGIN(modernize-use-using, modernize-loop-convert)
+// NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast)
+// NOLINTBEGIN(cppcoreguidelines-macro-usage, bugprone-macro-parentheses)
 namespace kestrane {
 namespace {
 
@@ -657,3 +662,6 @@ const RowPasses& row_passes(RowVectors set) {
 }
 
 }  // namespace kestrane
+// NOLINTEND(cppcoreguidelines-macro-usage, bugprone-macro-parentheses)
+// NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast)
+// NOLINTEND(modernize-use-using, modernize-loop-convert)

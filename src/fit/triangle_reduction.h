@@ -45,8 +45,8 @@ class TriangleReduction {
   void join(Triangle& t, const Triangle& other);
   void close_block();
 
-  Centroid centroid_;
   Columns columns_;
+  Centroid centroid_;
   Eigen::Index filled_ = 0;
   std::array<Triangle, kLevels>
       levels_;  // levels_[i] holds 2^i blocks where bit i of blocks_ is set
