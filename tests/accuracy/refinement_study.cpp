@@ -73,11 +73,13 @@ void collect_steps(const Cells& cells, const Measured& measured, std::vector<dou
         return grids.grid_y_start[cell] + line * grids.grid_y_step[cell];
       };
       if (j + 1 < PlaneTable::kLines) {
-        step(block, block + PlaneTable::kCells, 0.5 * (y(j + 1, k) + y(j + 1, k + 1)),
-             grids.grid_z[k] + 0.5 * grids.z_step);
+        // The look-up cuts a depth's blocks at the bounds of where it begins.
+        step(block, block + PlaneTable::kCells, y(j + 1, k), grids.grid_z[k] + 0.5 * grids.z_step);
       }
-      if (k + 1 < PlaneTable::kCells)
-        step(block, block + 1, y(j + 0.5, k + 1), grids.grid_z[k + 1]);
+      if (k + 1 < PlaneTable::kCells) {
+        // The two rectangles are cut at different steps of y: halfway between their middles.
+        step(block, block + 1, 0.5 * (y(j + 0.5, k) + y(j + 0.5, k + 1)), grids.grid_z[k + 1]);
+      }
     }
   }
 }

@@ -23,7 +23,7 @@ TEST(RefinedAccuracy, IsTwentyTimesThatOfThePlainTableOnABow) {
   EXPECT_EQ(scores.planes, 8);
   EXPECT_LE(scores.rms, 0.0018);
   EXPECT_LE(scores.p99, 0.006);
-  EXPECT_LE(scores.steps, 0.002);
+  EXPECT_LE(scores.steps, 0.001);
   EXPECT_LE(scores.repeatability, 0.0016);
 }
 
