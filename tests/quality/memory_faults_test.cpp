@@ -21,6 +21,7 @@
 #include "tests/files/temporary_folder.h"
 #include "tests/quality/point_clouds.h"
 #include "tests/quality/stored_records.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -287,6 +288,10 @@ TEST(MemoryFaults, LeaveCoefficientsRepeatable) {
 }
 
 TEST(MemoryFaults, LeaveFilesRepeatableAndNothingBesideThem) {
+  if (kestrane_test::kSanitized) {
+    GTEST_SKIP()
+        << "the sanitizer's realpath takes its block past the stand-in, which counts its end";
+  }
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<TableSaving>(), 15);
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<CoefficientSaving>(), 10);
 }
