@@ -68,7 +68,7 @@ double scale_of_taken(const std::vector<Sample>& samples, const std::vector<doub
   for (std::size_t n = 0; n < samples.size(); ++n)
     if (taken[static_cast<std::size_t>(samples[n].frame)] != 0)
       scratch.push_back(std::abs(residuals[n]));
-  return std::max(kNormal * median_of(scratch), kLeastScale);
+  return scale_of(scratch);
 }
 
 double squares_of_counted(const Estimate& estimate) {

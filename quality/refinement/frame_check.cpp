@@ -31,7 +31,7 @@ FrameMedians frame_medians(const std::vector<Sample>& samples, const std::vector
   medians.middle = median_of(distances);
   for (std::size_t f = 0; f < frames; ++f)
     distances[f] = std::abs(medians.median[f] - medians.middle);
-  medians.spread = kNormal * median_of(distances);
+  medians.spread = kNormalMad * median_of(distances);
   return medians;
 }
 

@@ -1,26 +1,19 @@
 // How far residuals scatter, whatever a part of them does.
 #pragma once
 
-#include <cmath>
+#include <algorithm>
 #include <span>
-#include <vector>
+
+#include "quality/factory/order_statistics.h"
+#include "quality/screening/sizes.h"
 
 namespace kestrane::quality::refinement {
 
-inline constexpr double kNormal =
-    1.4826;  // deviation of a normal distribution over its median size
 inline constexpr double kLeastScale = 1e-9;
 
-// The mean of the middle two of an even number; not a number without values. Reorders `values`.
-double median_of(std::span<double> values);
-
-// 1.4826 times the median size of the residuals, at least 1e-9. `sizes` is scratch.
-template <class Residuals>
-double robust_scale(const Residuals& residuals, std::vector<double>& sizes) {
-  sizes.clear();
-  for (const double r : residuals) sizes.push_back(std::abs(r));
-  const double scale = kNormal * median_of(sizes);
-  return scale > kLeastScale ? scale : kLeastScale;
+// The scale of residuals from their sizes, at least 1e-9. Reorders `sizes`.
+inline double scale_of(std::span<double> sizes) {
+  return std::max(kNormalMad * median_of(sizes), kLeastScale);
 }
 
 }  // namespace kestrane::quality::refinement

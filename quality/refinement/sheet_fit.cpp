@@ -126,7 +126,7 @@ double scale_against(const std::vector<Sample>& samples, const std::vector<std::
     if (taken[static_cast<std::size_t>(s.frame)] != 0)
       scratch.push_back(std::abs(s.x - model.at(s.y, s.z)));
   }
-  return std::max(kNormal * median_of(scratch), kLeastScale);
+  return scale_of(scratch);
 }
 
 std::optional<FittedSheet> absolute_fit(const std::vector<Sample>& samples,
