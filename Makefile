@@ -13,8 +13,9 @@ TESTS ?=
 PREFIX ?= /usr/local
 
 needs := @scripts/install-dependencies.sh
+needs_python := @scripts/install-dependencies.sh python
 
-.PHONY: help dependencies build test test-arm64 demo bench growth accuracy asan check fuzz docs mutants \
+.PHONY: help dependencies build python test test-arm64 demo bench growth accuracy asan check fuzz docs mutants \
   format install package abi abi-baseline clean
 
 help: ## list the targets
@@ -23,15 +24,21 @@ help: ## list the targets
 dependencies: ## install the Debian packages that are missing; GROUPS="check docs" for more
 	@scripts/install-dependencies.sh --install $(GROUPS)
 
-build: ## build library, tests, bench and examples (release)
-	$(needs)
+build: ## build library, Python package, tests, bench and examples (release)
+	$(needs_python)
 	cmake --preset release
 	cmake --build --preset release -j $(JOBS)
 
+python: ## build the Python package; build/release/bin/python then finds it without installation
+	$(needs_python)
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target kestrane_python
+
 test: build ## run all tests; those of foreign hosts, which build programs, come second
+	@rm -rf build/release/pytest
 	@status=0; for tests in release adoption; do \
 	  ctest --preset $$tests -j $(JOBS) || status=1; \
-	done; exit $$status
+	done; cat build/release/pytest/*.txt; exit $$status
 
 test-arm64: ## cross-compile for arm64 and run the tests emulated; TESTS=<regex> for some
 	$(needs) arm64
@@ -62,7 +69,7 @@ asan: ## run all tests under the address and undefined-behaviour sanitizers
 	ctest --preset asan -j $(JOBS)
 
 check: ## every check there is, one line each; scripts/check.sh runs single ones
-	$(needs) check fuzz
+	$(needs_python) check fuzz
 	@JOBS=$(JOBS) scripts/check.sh
 
 fuzz: ## any bytes into the file readers; FUZZ_SECONDS=60 for each
@@ -88,9 +95,9 @@ format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
 install: ## install library, headers and packages; PREFIX=/usr/local, DESTDIR=
-	$(needs)
+	$(needs_python)
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target kestrane kestrane_quality
+	cmake --build --preset release -j $(JOBS) --target kestrane kestrane_quality kestrane_python
 	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(PREFIX)"
 
 package: ## build the Debian packages twice, compare them, and have lintian look at them

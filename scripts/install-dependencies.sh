@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Sees to it that the Debian packages which the build and the tests need are there.
 #   install-dependencies.sh [--install] [group...]
-# With the packages of a group beside the common ones: fuzz, check, docs, package, abi, mutants,
-# arm64.
+# With the packages of a group beside the common ones: python (the Python package, the command line
+# and its page), browser (its page in a browser), fuzz, check, docs, package, abi, mutants, arm64.
 #
 # Missing packages are installed where nobody has to be asked: for root, with CI set, and with
 # --install (through sudo then). Elsewhere they are named, and the exit status is 1.
@@ -20,8 +20,15 @@ install=no
 
 for group in "$@"; do
   case $group in
+    python)
+      packages+=(
+        pybind11-dev liblzf-dev python3 python3-dev python3-numpy python3-pytest python3-hypothesis
+        python3-click python3-rich python3-jinja2 node-d3
+      )
+      ;;
+    browser) packages+=(chromium chromium-driver python3-selenium) ;;
     fuzz) packages+=(clang libclang-rt-dev) ;;
-    check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3) ;;
+    check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3 python3-mypy) ;;
     docs) packages+=(doxygen) ;;
     package) packages+=(git debhelper dpkg-dev fakeroot lintian) ;;
     abi) packages+=(abigail-tools) ;;

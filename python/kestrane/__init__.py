@@ -1,0 +1,1 @@
+"""Calibration and compensation of a laser-line 3D scanner, over NumPy."""
