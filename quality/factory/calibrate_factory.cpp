@@ -16,6 +16,7 @@
 #include "quality/factory/plane_figures.h"
 #include "quality/factory/refinement_gain.h"
 #include "quality/factory/repeatability.h"
+#include "quality/factory/residual_histogram.h"
 #include "quality/refinement/table_row.h"
 #include "quality/screening/sheet_terms.h"
 
@@ -114,7 +115,7 @@ class Device {
         std::find_if(result_.planes.begin(), result_.planes.end(),
                      [](const PlaneFigures& plane) { return plane.reason.empty(); });
     if (first_good == result_.planes.end()) return refused();
-    find_quantiles();
+    look_again();
     result_.device = figures_of(sizes_.sums, sizes_.quantiles);
     return std::move(result_);
   }
@@ -217,8 +218,9 @@ class Device {
   }
 
   // The second look at every residual that the figures are made of.
-  void find_quantiles() {
+  void look_again() {
     sizes_.quantiles.look_for_them();
+    result_.histogram = bins_for(sizes_.sums);
     for (std::size_t p = 0; p < clouds_.size(); ++p) {
       const PlaneFigures& plane = result_.planes[p];
       if (!plane.reason.empty()) continue;
@@ -231,6 +233,7 @@ class Device {
         if (!measured || spread.is_outlier(measured->residual)) continue;
         if (!survivors_[p].hold(clouds_[p].points[i])) continue;
         sizes_.quantiles.find(std::abs(measured->residual));
+        count(measured->residual, result_.histogram);
       }
     }
   }

@@ -72,6 +72,15 @@ struct ResidualFigures {
   double max = kNotDetermined;   ///< largest size
 };
 
+/// How the residuals of a device are spread.
+struct ResidualHistogram {
+  double low = kNotDetermined;       ///< lower bound of the first bin, -4 RMS of the device
+  double width = kNotDetermined;     ///< of a bin, a tenth of the RMS; 0 where all residuals are 0
+  std::vector<std::int64_t> counts;  ///< 80 bins; a residual at a bound counts in the upper one
+  std::int64_t below = 0;            ///< residuals under the first bin
+  std::int64_t above = 0;            ///< residuals at or beyond the end of the last bin
+};
+
 /// Where a block's plane comes from.
 enum class Origin : std::uint8_t {
   kMeasured = 0,  ///< at least 10 points
@@ -152,6 +161,7 @@ struct FactoryResult {
   std::vector<_LASER_TRIPLE> corners;     ///< planes x 16 x 51, not a number for a failed plane
   std::vector<PlaneFigures> planes;       ///< one per cloud
   ResidualFigures device;                 ///< of the residuals of all planes together
+  ResidualHistogram histogram;            ///< of the same residuals
   FactorySettings settings;               ///< what it was made with
   WorkingVolume volume;                   ///< the one that was looked at
   RefinedDevice refined;  ///< with Refine::kAll, a row per cloud; else without planes

@@ -338,6 +338,24 @@ TEST(FactoryFigures, AreOfWhatTheScreeningLeaves) {
   EXPECT_LT(plane.outlier_share(), 0.01);
 }
 
+// Residuals of the transcription differ in their last digits, so that one beside a bound may count
+// in the bin beside it.
+void expect_histogram_of(const kestrane::quality::ResidualHistogram& histogram,
+                         const std::vector<double>& residuals, double rms) {
+  constexpr std::int64_t kBesideABound = 2;
+  EXPECT_EQ(histogram.low, -4.0 * rms);
+  std::int64_t all = histogram.below + histogram.above;
+  for (std::size_t b = 0; b < histogram.counts.size(); ++b) {
+    const double from = histogram.low + static_cast<double>(b) * histogram.width;
+    const auto expected = std::count_if(residuals.begin(), residuals.end(), [&](double residual) {
+      return residual >= from && residual < from + histogram.width;
+    });
+    EXPECT_LE(std::abs(histogram.counts[b] - expected), kBesideABound) << "bin " << b;
+    all += histogram.counts[b];
+  }
+  EXPECT_EQ(all, static_cast<std::int64_t>(residuals.size()));
+}
+
 // The device's quantiles come from a second look at the clouds, which has to leave out what the
 // first left out: points that were screened although the table has them near, and outliers.
 TEST(FactoryFigures, OfTheDeviceAreThoseOfAllPlanesTogether) {
@@ -364,6 +382,7 @@ TEST(FactoryFigures, OfTheDeviceAreThoseOfAllPlanesTogether) {
   }
   EXPECT_NE(result.planes[2].reason, "");
   expect_equal_figures(result.device, literal::figures(pooled));
+  expect_histogram_of(result.histogram, pooled, result.device.rms);
 }
 
 // A bad frame of 0.8 among 20: found, and no other.
