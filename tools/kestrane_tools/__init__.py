@@ -1,0 +1,1 @@
+"""Command line, report page and many devices, on the figures of `kestrane`."""
