@@ -241,27 +241,9 @@ Outcome solve(const Problem& problem) {
 
 Outcome solve_literally(const Problem& problem) {
   Outcome outcome;
-  const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &problem.standard.table();
-  ceres::Problem blocks;
-  auto* loss = new ceres::CauchyLoss(0.1);
-  for (std::size_t i = 0; i < problem.points.size(); ++i) {
-    const PlanePoints& set = problem.points[i];
-    for (Eigen::Index j = 0; j < set.cols(); j += 2) {
-      auto* functor = new literal::CellDistance{
-          set(0, j), set(1, j), set(2, j), &table, static_cast<std::int32_t>(i), 1.0};
-      blocks.AddResidualBlock(
-          new ceres::AutoDiffCostFunction<literal::CellDistance, 1, 3, 3>(functor), loss,
-          outcome.motion.data(), outcome.motion.data() + 3);
-    }
-  }
-  ceres::Solver::Options options;
-  options.minimizer_progress_to_stdout = false;
-  options.max_num_iterations = 50;
-  options.num_threads = 1;
-  options.linear_solver_type = ceres::ITERATIVE_SCHUR;
-  options.logging_type = ceres::SILENT;
   const kestrane::SolverSilence silence;
-  ceres::Solve(options, &blocks, &outcome.summary);
+  outcome.summary = literal::solve_motion(problem.points, &problem.standard.table(), 0, 1,
+                                          outcome.motion.data(), outcome.motion.data() + 3);
   return outcome;
 }
 

@@ -49,12 +49,11 @@ struct SolveTimes {
   double total = 0.0;
 };
 
-inline bool solve_transform(const PointSets& points,
-                            const kestrane::_LASER_PLANE_BLOCK_INFOS* standard, int first_plane,
-                            _MRV_EXTRINSIC_PARAM& motion) {
-  motion = identity();
-  double rotation[3] = {0, 0, 0};
-  double translation[3] = {0, 0, 0};
+// Moves the rotation and the translation from where they stand.
+inline ceres::Solver::Summary solve_motion(const PointSets& points,
+                                           const kestrane::_LASER_PLANE_BLOCK_INFOS* standard,
+                                           int first_plane, int threads, double* rotation,
+                                           double* translation) {
   ceres::Problem problem;
   auto* loss = new ceres::CauchyLoss(0.1);
   bool has_block = false;
@@ -75,13 +74,26 @@ inline bool solve_transform(const PointSets& points,
   ceres::Solver::Options options;
   options.minimizer_progress_to_stdout = false;
   options.max_num_iterations = 50;
-  options.num_threads =
-      std::min(6, std::max(1, static_cast<int>(std::thread::hardware_concurrency())));
+  options.num_threads = threads;
   options.linear_solver_type = ceres::ITERATIVE_SCHUR;
   options.logging_type = ceres::SILENT;
   ceres::Solver::Summary summary;
   ceres::Solve(options, &problem, &summary);
-  if (!summary.IsSolutionUsable()) return false;
+  return summary;
+}
+
+inline bool solve_transform(const PointSets& points,
+                            const kestrane::_LASER_PLANE_BLOCK_INFOS* standard, int first_plane,
+                            _MRV_EXTRINSIC_PARAM& motion) {
+  motion = identity();
+  double rotation[3] = {0, 0, 0};
+  double translation[3] = {0, 0, 0};
+  const int threads =
+      std::min(6, std::max(1, static_cast<int>(std::thread::hardware_concurrency())));
+  if (!solve_motion(points, standard, first_plane, threads, rotation, translation)
+           .IsSolutionUsable()) {
+    return false;
+  }
   const Eigen::Vector3d r(rotation[0], rotation[1], rotation[2]);
   const Eigen::Vector3d axis = r.squaredNorm() > 0.0 ? Eigen::Vector3d(r / r.norm()) : r;
   const Eigen::Matrix3d R = Eigen::AngleAxisd(r.norm(), axis).toRotationMatrix();
