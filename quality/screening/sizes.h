@@ -20,8 +20,9 @@ inline double size_of(double residual) {
   return size <= kFarthest ? size : kFarthest;
 }
 
-// The middle size, of an even number the mean of the middle two. The sizes, of which there is at
-// least one, are put into another order.
+// The middle size, of an even number the mean of the middle two, each halved first: the sum of two
+// that are as far away as can be would overflow. The sizes, of which there is at least one, are put
+// into another order.
 inline double median_of_sizes(std::vector<double>& sizes) {
   const auto upper = sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2);
   std::nth_element(sizes.begin(), upper, sizes.end());

@@ -144,13 +144,4 @@ struct CoefficientRun {
   }
 };
 
-// The solver on the calling thread alone, so that a run repeats itself to the last bit.
-class OneThread {
- public:
-  OneThread() { fault_heap::solve_with(1); }
-  ~OneThread() { fault_heap::solve_with(0); }
-  OneThread(const OneThread&) = delete;
-  OneThread& operator=(const OneThread&) = delete;
-};
-
 }  // namespace faults

@@ -24,7 +24,6 @@ using fault_heap::holding;
 using fault_heap::Holding;
 using faults::Counts;
 using faults::Ending;
-using faults::OneThread;
 using faults::Outcome;
 using faults::Place;
 
@@ -79,7 +78,6 @@ Trial try_cut(Place place, long n, const Outcome& expected) {
 
 template <class Routine>
 void expect_cut_problems_lose_little() {
-  const OneThread one_thread;
   const Outcome expected = expected_outcome<Routine>();
   const long total = counts_of_a_run<Routine>().problem;
   EXPECT_GT(total, 100);
@@ -185,11 +183,7 @@ Tally cut_solves() {
 
 template <class Routine>
 void expect_objects_outlive_a_cut_solve() {
-  Tally tally;
-  {
-    const OneThread one_thread;
-    tally = cut_solves<Routine>();
-  }
+  const Tally tally = cut_solves<Routine>();
   EXPECT_EQ(tally.passed, 0);
   EXPECT_EQ(tally.different, 0);
   EXPECT_GT(tally.threw, tally.cuts * 9 / 10);

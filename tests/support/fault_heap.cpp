@@ -43,7 +43,6 @@ std::atomic<bool> sizing{false};  // a sanitizer cannot size blocks before it is
 std::atomic<long> others{0};
 std::atomic<long> live_blocks{0};
 std::atomic<long> live_bytes{0};
-std::atomic<int> threads{0};
 
 thread_local bool is_watched = false;
 thread_local Place place = Place::kOwn;
@@ -115,9 +114,6 @@ LostByDesign::LostByDesign() {
 LostByDesign::~LostByDesign() {
   if (__lsan_enable != nullptr) __lsan_enable();
 }
-
-void solve_with(int count) { threads = count; }
-int solver_threads() { return threads; }
 
 }  // namespace fault_heap
 

@@ -66,9 +66,4 @@ class LostByDesign {
   LostByDesign& operator=(const LostByDesign&) = delete;
 };
 
-// How many threads the solver gets from now on: 1 makes its work, and with it the number and order
-// of its allocations, the same in every run; 0 gives it what the library asks for.
-void solve_with(int threads);
-int solver_threads();
-
 }  // namespace fault_heap

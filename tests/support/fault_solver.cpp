@@ -20,9 +20,7 @@ void marked_solve(
 void marked_solve(const ceres::Solver::Options& options, ceres::Problem* problem,
                   ceres::Solver::Summary* summary) {
   const Inside solver(Place::kSolve);
-  ceres::Solver::Options chosen = options;
-  if (fault_heap::solver_threads() > 0) chosen.num_threads = fault_heap::solver_threads();
-  real_solve(chosen, problem, summary);
+  real_solve(options, problem, summary);
 }
 
 void* real_add(ceres::Problem* problem, ceres::CostFunction* cost, ceres::LossFunction* loss, double* const* blocks, int count) asm(
