@@ -14,13 +14,14 @@
 #include "solver/solver_silence.h"
 #include "tests/fast/fast_support.h"
 #include "tests/literal/fast_solve.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
 using namespace fast_support;
 using simulation::Random;
 
-constexpr int kSeeds = 12;
+constexpr int kSeeds = kestrane_test::seeds_to_draw(12);
 constexpr double kSameCost = 1e-12;      // of the initial cost: what the report tells
 constexpr double kSameStepCost = 1e-10;  // on the way, where a step's rounding meets a steep cost
 constexpr double kSameMotion = 1e-9;     // radians, and the unit of the points

@@ -14,6 +14,7 @@
 #include "simulation/random.h"
 #include "simulation/scanner.h"
 #include "tests/support/bits.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ using kestrane::quality::PointList;
 using kestrane::quality::screen_cloud;
 using kestrane::quality::ScreenedCloud;
 
-constexpr int kSeeds = 20;
+constexpr int kSeeds = kestrane_test::seeds_to_draw(20);
 constexpr int kPoints = 12000;
 constexpr std::size_t kCells = PlaneTable::kLines * PlaneTable::kCells;
 

@@ -1,6 +1,8 @@
 // Whether this program runs under a sanitizer, which makes everything some twenty times slower.
 #pragma once
 
+#include <algorithm>
+
 namespace kestrane_test {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -14,6 +16,9 @@ inline constexpr bool kSanitized = false;
 #else
 inline constexpr bool kSanitized = false;
 #endif
+
+// How many seeds a test over `all` of them draws: a sanitizer looks at the same code with each.
+constexpr int seeds_to_draw(int all) { return kSanitized ? std::min(all, 3) : all; }
 
 }  // namespace kestrane_test
 

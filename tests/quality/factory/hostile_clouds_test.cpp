@@ -32,7 +32,7 @@ using simulation::Random;
 
 constexpr int kPlanes = 8;
 constexpr double kBow = 0.4;
-constexpr std::uint64_t kSeeds = 20;
+constexpr std::uint64_t kSeeds = kestrane_test::seeds_to_draw(20);
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 

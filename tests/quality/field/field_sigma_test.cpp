@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "tests/quality/field/field_study.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -17,6 +18,7 @@ constexpr double kMostRatio = 1.8;
 class FieldSigma : public testing::TestWithParam<std::tuple<int, double, bool>> {};
 
 TEST_P(FieldSigma, AgreesWithTheErrorsOfKnownMotions) {
+  KESTRANE_SKIP_STUDY_UNDER_SANITIZERS();
   field_scene::Settings settings;
   std::tie(settings.planes, settings.bow, settings.factory_table) = GetParam();
   settings.points = 800;

@@ -11,6 +11,7 @@
 #include "kestrane/quality/field.h"
 #include "tests/quality/field/field_scene.h"
 #include "tests/support/bits.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -20,8 +21,8 @@ using kestrane::quality::FieldResult;
 using kestrane::quality::FieldSettings;
 using kestrane::quality::PointList;
 
-constexpr int kSeeds = 20;
-constexpr int kFewestRight = 19;
+constexpr int kSeeds = kestrane_test::seeds_to_draw(20);
+constexpr int kFewestRight = kSeeds - 1;
 
 using Fault = std::function<void(Scene&)>;
 using kestrane_test::kNaN;
