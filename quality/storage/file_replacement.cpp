@@ -83,7 +83,7 @@ int sync_again_on_signal(int descriptor) {
 }
 
 [[noreturn]] void fail(const std::string& path, const std::string& what, int error) {
-  throw FileError(path, what + ": " + reason_of(error));
+  throw FileError(path, what + ": " + reason_of(error), error);
 }
 
 // Where a link leads to; the path itself where nothing is there yet.
@@ -125,7 +125,7 @@ void check_written(const std::string& path, const std::string& written,
   try {
     check(written);
   } catch (const FileError& error) {
-    throw FileError(path, "what was written does not read back: " + error.reason());
+    throw FileError(path, "what was written does not read back: " + error.reason(), EIO);
   }
 }
 
@@ -139,7 +139,7 @@ void replace_file(const std::string& path, const std::function<int(const std::st
   struct stat old {};
   const bool existed = ::stat(target.c_str(), &old) == 0;
   if (existed && S_ISDIR(old.st_mode)) fail(path, "cannot be written", EISDIR);
-  if (existed && !S_ISREG(old.st_mode)) throw FileError(path, "is not a file");
+  if (existed && !S_ISREG(old.st_mode)) throw FileError(path, "is not a file", EINVAL);
   const Descriptor folder(open_again_on_signal(folder_of(target).c_str(), O_RDONLY | O_DIRECTORY));
   if (folder.number() < 0) fail(path, "its folder cannot be opened", errno);
 

@@ -20,12 +20,13 @@ void require_open(const InputFile& in, const std::string& path) {
   } else if (S_ISDIR(status.st_mode)) {
     error = EISDIR;
   }
-  throw FileError(
-      path, error == 0 ? std::string("cannot be opened") : "cannot be opened: " + reason_of(error));
+  if (error == 0) throw FileError(path, "cannot be opened", EIO);
+  throw FileError(path, "cannot be opened: " + reason_of(error), error);
 }
 
 void require_read(const InputFile& in, const std::string& path) {
-  if (in.error() != 0) throw FileError(path, "cannot be read: " + reason_of(in.error()));
+  if (in.error() != 0)
+    throw FileError(path, "cannot be read: " + reason_of(in.error()), in.error());
 }
 
 }  // namespace kestrane::quality

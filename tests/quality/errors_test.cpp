@@ -15,6 +15,11 @@ TEST(FileError, NamesPathAndReason) {
   EXPECT_STREQ(error.what(), "table.txt: cut after plane 3, line 7");
 }
 
+TEST(FileError, HasTheErrorNumberOfTheSystemWhereThatRefused) {
+  EXPECT_EQ(FileError("a", "cut").error_number(), 0);
+  EXPECT_EQ(FileError("a", "cannot be opened", 13).error_number(), 13);
+}
+
 TEST(FileError, CanBeCaughtAsARuntimeError) {
   EXPECT_THROW(throw FileError("a", "b"), std::runtime_error);
 }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <filesystem>
@@ -403,6 +404,7 @@ TEST(Storage, NamesPathAndReason) {
   } catch (const FileError& error) {
     EXPECT_EQ(error.path(), missing);
     EXPECT_EQ(std::string(error.what()), missing + ": " + error.reason());
+    EXPECT_EQ(error.error_number(), ENOENT);
   }
 }
 

@@ -22,16 +22,22 @@ class KESTRANE_API FileError : public std::runtime_error {
   /// @param path    the file, as the caller named it
   /// @param reason  what went wrong, without the path: "cut after plane 3, line 7"
   FileError(const std::string& path, const std::string& reason);
+  /// The same for what the operating system refused, with its error number.
+  FileError(const std::string& path, const std::string& reason, int error_number);
   FileError(const FileError&) = default;             ///< a copy
   FileError& operator=(const FileError&) = default;  ///< a copy
   ~FileError() override;                             ///< nothing special
 
   const std::string& path() const { return path_; }      ///< the file, as the caller named it
   const std::string& reason() const { return reason_; }  ///< what went wrong
+  /// The `errno` of the call that failed: the file could not be opened, read or written. 0 where
+  /// that went well and what it holds is wrong.
+  int error_number() const { return error_number_; }
 
  private:
   std::string path_;
   std::string reason_;
+  int error_number_ = 0;
 };
 
 }  // namespace kestrane::quality
