@@ -19,6 +19,7 @@
 #include "quality/factory/residual_histogram.h"
 #include "quality/refinement/table_row.h"
 #include "quality/screening/sheet_terms.h"
+#include "quality/side_by_side.h"
 
 namespace kestrane::quality {
 namespace {
@@ -80,22 +81,27 @@ class Survivors {
   FitBand band_{};
 };
 
-// One device on its way through the planes.
+using Engine = KESTRANE_LASER_FAC_CALIB;
+
+// One device on its way through the planes. Planes touch nothing of one another but what belongs to
+// their worker: its engine and its counts.
 class Device {
  public:
-  Device(KESTRANE_LASER_FAC_CALIB& engine, const Clouds& clouds, const FactorySettings& settings)
-      : engine_(engine),
+  Device(const std::vector<Engine*>& engines, const Clouds& clouds, const FactorySettings& settings)
+      : engines_(engines),
         clouds_(clouds),
         settings_(settings),
         result_(blank_result(clouds.size(), settings)),
         measure_{result_.table.grids(), fit_band_of(settings.type),
                  BlocksInVolume(result_.table, result_.volume)},
+        sums_(clouds.size()),
+        counts_(engines.size()),
         survivors_(clouds.size()) {
     if (measure_.volume.empty()) refuse("the working volume holds no block");
-    engine_.set_laser_type(settings.type);
+    for (Engine* engine : engines_) engine->set_laser_type(settings.type);
   }
 
-  _KESTRANE_STATUS calibrate(std::size_t p) {
+  void calibrate(std::size_t p, std::size_t worker) {
     PlaneFigures& plane = result_.planes[p];
     const Cloud given(clouds_[p].points, static_cast<std::size_t>(clouds_[p].count));
     plane.screening.points = plane.screening.kept = clouds_[p].count;
@@ -103,20 +109,25 @@ class Device {
       plane.status = KESTRANE_ERR_INVALID_PARAM;
       plane.reason = "no points";
     } else if (settings_.screen) {
-      calibrate_screened(p, plane);
+      calibrate_screened(p, worker, plane);
     } else {
-      calibrate_cloud(p, given, plane);
+      calibrate_cloud(p, worker, given, plane);
     }
-    return plane.status;
   }
+
+  _KESTRANE_STATUS status(std::size_t p) const { return result_.planes[p].status; }
 
   FactoryResult take() {
     const auto first_good =
         std::find_if(result_.planes.begin(), result_.planes.end(),
                      [](const PlaneFigures& plane) { return plane.reason.empty(); });
     if (first_good == result_.planes.end()) return refused();
-    look_again();
-    result_.device = figures_of(sizes_.sums, sizes_.quantiles);
+    SizeQuantiles& sizes = counts_.front();
+    for (std::size_t w = 1; w < counts_.size(); ++w) sizes.add_counts(counts_[w]);
+    ResidualSums sums;
+    for (const ResidualSums& of_plane : sums_) sums.add(of_plane);  // order fixed
+    look_again(sums, sizes);
+    result_.device = figures_of(sums, sizes);
     return std::move(result_);
   }
 
@@ -136,7 +147,7 @@ class Device {
     return result;
   }
 
-  void calibrate_screened(std::size_t p, PlaneFigures& plane) {
+  void calibrate_screened(std::size_t p, std::size_t worker, PlaneFigures& plane) {
     CloudSettings screening;
     screening.gross = settings_.gross;
     screening.laser_type = settings_.type;
@@ -147,13 +158,14 @@ class Device {
       plane.reason = screened.refused;
       return;
     }
-    calibrate_cloud(p, screened.points, plane);
+    calibrate_cloud(p, worker, screened.points, plane);
   }
 
-  void calibrate_cloud(std::size_t p, Cloud cloud, PlaneFigures& plane) {
+  void calibrate_cloud(std::size_t p, std::size_t worker, Cloud cloud, PlaneFigures& plane) {
+    Engine& engine = *engines_[worker];
     JobRun without;
-    if (settings_.optimise) without = run_job(engine_, cloud, false);
-    const JobRun run = run_job(engine_, cloud, settings_.optimise);
+    if (settings_.optimise) without = run_job(engine, cloud, false);
+    const JobRun run = run_job(engine, cloud, settings_.optimise);
     plane.status = run.status;
     if (!run.has_table()) {
       plane.status = KESTRANE_ERR_FAILED;
@@ -164,7 +176,7 @@ class Device {
       return;
     }
     keep(p, run);
-    measure(p, cloud, run, without, plane);
+    measure(p, worker, cloud, run, without, plane);
   }
 
   void keep(std::size_t p, const JobRun& run) {
@@ -176,16 +188,17 @@ class Device {
     std::copy(run.corners.begin(), run.corners.end(), &result_.corners[p * kCornersOfPlane]);
   }
 
-  void measure(std::size_t p, Cloud cloud, const JobRun& run, const JobRun& without,
-               PlaneFigures& plane) {
+  void measure(std::size_t p, std::size_t worker, Cloud cloud, const JobRun& run,
+               const JobRun& without, PlaneFigures& plane) {
+    Engine& engine = *engines_[worker];
     const std::vector<std::int32_t> frames = frames_of(cloud);
-    measure_plane(cloud, frames, run, measure_, sizes_, plane);
+    sums_[p] = measure_plane(cloud, frames, run, measure_, counts_[worker], plane);
     if (settings_.optimise) {
       plane.optimisation = corner_moves(run, without);
       measure_without(cloud, frames, without, measure_, plane.optimisation);
     }
-    if (settings_.repeatability) measure_repeats(p, cloud, frames, plane);
-    if (is_refined(p)) refine(p, cloud, plane);
+    if (settings_.repeatability) measure_repeats(engine, p, cloud, frames, plane);
+    if (is_refined(p)) refine(engine, p, cloud, plane);
   }
 
   bool is_refined(std::size_t p) const {
@@ -194,22 +207,22 @@ class Device {
   }
 
   // Of the cloud as measured: the refinement rejects by itself, and reaches to depth 1500.
-  void refine(std::size_t p, Cloud cloud, PlaneFigures& plane) {
+  void refine(Engine& engine, std::size_t p, Cloud cloud, PlaneFigures& plane) {
     RefinedPlane refined = refine_plane(clouds_[p]);
     const Cloud given(clouds_[p].points, static_cast<std::size_t>(clouds_[p].count));
-    plane.refinement = measure_gain(engine_, given, cloud, refined);
+    plane.refinement = measure_gain(engine, given, cloud, refined);
     if (settings_.refine != Refine::kAll) return;
     write_row(refined, static_cast<std::int32_t>(p), result_.refined.table);
     result_.refined.planes[p] = std::move(refined);
   }
 
-  void measure_repeats(std::size_t p, Cloud cloud, const std::vector<std::int32_t>& frames,
-                       PlaneFigures& plane) {
+  void measure_repeats(Engine& engine, std::size_t p, Cloud cloud,
+                       const std::vector<std::int32_t>& frames, PlaneFigures& plane) {
     std::vector<Origin> origins;
     origins.reserve(kBlocksOfPlane);
     for (const BlockFigures& block : plane.blocks) origins.push_back(block.origin);
     const Repeatability repeats =
-        measure_repeatability(engine_, cloud, frames, settings_.optimise, result_.table,
+        measure_repeatability(engine, cloud, frames, settings_.optimise, result_.table,
                               static_cast<std::int32_t>(p), origins);
     plane.repeatability = repeats.rms;
     for (std::size_t b = 0; b < repeats.blocks.size(); ++b) {
@@ -218,9 +231,9 @@ class Device {
   }
 
   // The second look at every residual that the figures are made of.
-  void look_again() {
-    sizes_.quantiles.look_for_them();
-    result_.histogram = bins_for(sizes_.sums);
+  void look_again(const ResidualSums& sums, SizeQuantiles& sizes) {
+    sizes.look_for_them();
+    result_.histogram = bins_for(sums);
     for (std::size_t p = 0; p < clouds_.size(); ++p) {
       const PlaneFigures& plane = result_.planes[p];
       if (!plane.reason.empty()) continue;
@@ -232,7 +245,7 @@ class Device {
         const auto measured = residuals.of(clouds_[p].points[i]);
         if (!measured || spread.is_outlier(measured->residual)) continue;
         if (!survivors_[p].hold(clouds_[p].points[i])) continue;
-        sizes_.quantiles.find(std::abs(measured->residual));
+        sizes.find(std::abs(measured->residual));
         count(measured->residual, result_.histogram);
       }
     }
@@ -251,41 +264,51 @@ class Device {
     return std::move(result_);
   }
 
-  KESTRANE_LASER_FAC_CALIB& engine_;
+  const std::vector<Engine*>& engines_;  // one per worker
   const Clouds& clouds_;
   const FactorySettings& settings_;
   FactoryResult result_;
   Measure measure_;
-  DeviceSizes sizes_;
-  std::vector<Survivors> survivors_;  // of each cloud
+  std::vector<ResidualSums> sums_;     // of each plane
+  std::vector<SizeQuantiles> counts_;  // of the planes of each worker
+  std::vector<Survivors> survivors_;   // of each cloud
 };
 
-FactoryResult calibrate_checked(KESTRANE_LASER_FAC_CALIB& engine, const Clouds& clouds,
+FactoryResult calibrate_checked(const std::vector<Engine*>& engines, const Clouds& clouds,
                                 const FactorySettings& settings, const PlaneDone& on_plane) {
-  Device device(engine, clouds, settings);
-  for (std::size_t p = 0; p < clouds.size(); ++p) {
-    const _KESTRANE_STATUS status = device.calibrate(p);
-    if (on_plane) on_plane(static_cast<std::int32_t>(p), status);
-  }
+  Device device(engines, clouds, settings);
+  side_by_side(
+      clouds.size(), engines.size(),
+      [&](std::size_t p, std::size_t worker) { device.calibrate(p, worker); },
+      [&](std::size_t p) {
+        if (on_plane) on_plane(static_cast<std::int32_t>(p), device.status(p));
+      });
   return device.take();
 }
 
 }  // namespace
 
-FactoryResult calibrate_factory(KESTRANE_LASER_FAC_CALIB& engine, const Clouds& clouds,
+FactoryResult calibrate_factory(Engine& engine, const Clouds& clouds,
                                 const FactorySettings& settings, const PlaneDone& on_plane) {
+  return calibrate_factory(std::vector<Engine*>{&engine}, clouds, settings, on_plane);
+}
+
+FactoryResult calibrate_factory(const std::vector<Engine*>& engines, const Clouds& clouds,
+                                const FactorySettings& settings, const PlaneDone& on_plane) {
+  if (engines.empty()) refuse("no engine");
+  if (std::find(engines.begin(), engines.end(), nullptr) != engines.end()) refuse("a null engine");
   check_clouds(clouds);
   check_settings(settings);
-  return calibrate_checked(engine, clouds, settings, on_plane);
+  return calibrate_checked(engines, clouds, settings, on_plane);
 }
 
 FactoryResult calibrate_factory(const Clouds& clouds, const FactorySettings& settings,
                                 const PlaneDone& on_plane) {
   check_clouds(clouds);
   check_settings(settings);
-  KESTRANE_LASER_FAC_CALIB engine;
+  Engine engine;
   if (engine.init() != KESTRANE_OK) throw std::bad_alloc();
-  return calibrate_checked(engine, clouds, settings, on_plane);
+  return calibrate_checked({&engine}, clouds, settings, on_plane);
 }
 
 std::vector<_KESTRANE_ID_POINT3DS> clouds_of(const std::vector<PointList>& lists) {

@@ -57,13 +57,12 @@ void write_blocks(const JobRun& run, const FiguresOfPlane& figures, const Measur
 
 }  // namespace
 
-void measure_plane(Cloud cloud, const std::vector<std::int32_t>& frames, const JobRun& run,
-                   const Measure& measure, DeviceSizes& device, PlaneFigures& plane) {
+ResidualSums measure_plane(Cloud cloud, const std::vector<std::int32_t>& frames, const JobRun& run,
+                           const Measure& measure, SizeQuantiles& device, PlaneFigures& plane) {
   const PlanePoints points =
       points_on_blocks(cloud, frames, run.cells, measure.grids, measure.band);
   const Spread spread = spread_of(points.residual);
-  const FiguresOfPlane figures = residual_figures(points, spread, &device.quantiles);
-  device.sums.add(figures.sums);
+  const FiguresOfPlane figures = residual_figures(points, spread, &device);
   plane.residuals = figures.plane;
   plane.median = spread.median;
   plane.sigma = spread.sigma;
@@ -71,6 +70,7 @@ void measure_plane(Cloud cloud, const std::vector<std::int32_t>& frames, const J
   plane.outliers = figures.outliers;
   write_poses(points, frames, spread, plane);
   write_blocks(run, figures, measure, plane);
+  return figures.sums;
 }
 
 void measure_without(Cloud cloud, const std::vector<std::int32_t>& frames, const JobRun& without,

@@ -22,18 +22,13 @@ struct Measure {
   BlocksInVolume volume;
 };
 
-// What the device's own figures are made of.
-struct DeviceSizes {
-  ResidualSums sums;
-  SizeQuantiles quantiles;
-};
-
-// Writes residuals, outliers, poses, blocks, coverage and seams; adds the plane's residuals to
-// those of the device.
+// Writes residuals, outliers, poses, blocks, coverage and seams. Gives the sums of the plane's
+// residuals, for those of the device.
 //
 // frames  those of the cloud
-void measure_plane(Cloud cloud, const std::vector<std::int32_t>& frames, const JobRun& run,
-                   const Measure& measure, DeviceSizes& device, PlaneFigures& plane);
+// device  counts the plane's sizes
+ResidualSums measure_plane(Cloud cloud, const std::vector<std::int32_t>& frames, const JobRun& run,
+                           const Measure& measure, SizeQuantiles& device, PlaneFigures& plane);
 
 // The figures that the effect of the optimisation is told by: RMS and median seam of the run
 // without it.

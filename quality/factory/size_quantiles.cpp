@@ -29,6 +29,12 @@ std::size_t SizeQuantiles::bin_of(double size) {
   return leading < kFirst ? 0 : std::min(leading - kFirst, kBins - 1);
 }
 
+void SizeQuantiles::add_counts(const SizeQuantiles& other) {
+  for (std::size_t bin = 0; bin < counts_.size(); ++bin) counts_[bin] += other.counts_[bin];
+  all_ += other.all_;
+  largest_ = std::max(largest_, other.largest_);
+}
+
 void SizeQuantiles::look_for_them() {
   if (all_ == 0) return;
   for (std::size_t q = 0; q < wanted_.size(); ++q) {

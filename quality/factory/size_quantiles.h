@@ -26,6 +26,9 @@ class SizeQuantiles {
     if (size > largest_) largest_ = size;
   }
 
+  // Counts all that `other` has counted.
+  void add_counts(const SizeQuantiles& other);
+
   void look_for_them();
 
   void find(double size) {

@@ -17,7 +17,8 @@
 ///   about 20,000 are ever touched here. A host that calibrates often keeps one engine and hands it
 ///   in: nothing is left behind then.
 /// - Output: the job's report of a failed cell is its only line; none is written here.
-/// - Threads: a call works on the calling thread; calls in several threads are independent.
+/// - Threads: a call works on the calling thread, or on as many threads as it is handed engines;
+///   calls in several threads are independent.
 
 #pragma once
 
@@ -193,6 +194,18 @@ KESTRANE_API FactoryResult calibrate_factory(const std::vector<_KESTRANE_ID_POIN
 /// its optimise flag and its first row are those of this call afterwards. One engine serves one
 /// thread at a time.
 KESTRANE_API FactoryResult calibrate_factory(KESTRANE_LASER_FAC_CALIB& engine,
+                                             const std::vector<_KESTRANE_ID_POINT3DS>& clouds,
+                                             const FactorySettings& settings = {},
+                                             const PlaneDone& on_plane = {});
+
+/// The same with several engines of the host, each after its `init`: planes are worked on side by
+/// side, on a thread for each engine, and the calling one waits and calls `on_plane`, in plane
+/// order. With one engine all happens on the calling thread. The result does not depend on how many
+/// engines there are, to the bit. What `on_plane` throws leaves the call when the planes that were
+/// being worked on are done; the others are not begun.
+///
+/// @throws std::invalid_argument  as above, or no engine, or a null one
+KESTRANE_API FactoryResult calibrate_factory(const std::vector<KESTRANE_LASER_FAC_CALIB*>& engines,
                                              const std::vector<_KESTRANE_ID_POINT3DS>& clouds,
                                              const FactorySettings& settings = {},
                                              const PlaneDone& on_plane = {});

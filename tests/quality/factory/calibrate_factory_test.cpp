@@ -5,6 +5,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kestrane/factory_calib.h"
@@ -223,6 +224,81 @@ TEST(CalibrateFactory, GivesTheSameResultFromAUsedEngine) {
   EXPECT_TRUE(result.table == expected.table);
   EXPECT_EQ(result.device.rms, expected.device.rms);
   EXPECT_EQ(result.planes[1].repeatability, expected.planes[1].repeatability);
+}
+
+// --- several engines --------------------------------------------------------------------------
+
+std::vector<kestrane::KESTRANE_LASER_FAC_CALIB*> ready(
+    std::vector<kestrane::KESTRANE_LASER_FAC_CALIB>& engines) {
+  std::vector<kestrane::KESTRANE_LASER_FAC_CALIB*> addresses;
+  for (auto& engine : engines) {
+    EXPECT_EQ(engine.init(), KESTRANE_OK);
+    addresses.push_back(&engine);
+  }
+  return addresses;
+}
+
+TEST(CalibrateFactory, GivesTheSameBitsFromAnyNumberOfEngines) {
+  DeviceCloud device = device_of(6, framed());
+  device.clouds[2].clear();
+  const auto clouds = kestrane::quality::clouds_of(device.clouds);
+  FactorySettings settings;
+  settings.optimise = true;
+  const FactoryResult expected = calibrate_factory(clouds, settings);
+  std::vector<kestrane::KESTRANE_LASER_FAC_CALIB> engines(3);
+  const FactoryResult found = calibrate_factory(ready(engines), clouds, settings);
+  EXPECT_TRUE(found.table == expected.table);
+  EXPECT_EQ(found.device.points, expected.device.points);
+  EXPECT_EQ(found.device.rms, expected.device.rms);
+  EXPECT_EQ(found.device.bias, expected.device.bias);
+  EXPECT_EQ(found.device.q95, expected.device.q95);
+  EXPECT_EQ(found.device.q99, expected.device.q99);
+  EXPECT_EQ(found.device.max, expected.device.max);
+  for (std::size_t p = 0; p < 6; ++p) {
+    EXPECT_EQ(found.planes[p].status, expected.planes[p].status) << p;
+    EXPECT_EQ(found.planes[p].reason, expected.planes[p].reason) << p;
+    if (p == 2) continue;
+    EXPECT_EQ(found.planes[p].repeatability, expected.planes[p].repeatability) << p;
+    EXPECT_EQ(found.planes[p].optimisation.corner_moves,
+              expected.planes[p].optimisation.corner_moves)
+        << p;
+  }
+}
+
+TEST(CalibrateFactory, ReportsPlanesInOrderOnTheCallingThread) {
+  const DeviceCloud device = device_of(6, framed(2000));
+  std::vector<kestrane::KESTRANE_LASER_FAC_CALIB> engines(3);
+  std::vector<std::int32_t> reported;
+  const auto caller = std::this_thread::get_id();
+  calibrate_factory(ready(engines), kestrane::quality::clouds_of(device.clouds), plain_settings(),
+                    [&](std::int32_t plane, _KESTRANE_STATUS) {
+                      EXPECT_EQ(std::this_thread::get_id(), caller);
+                      reported.push_back(plane);
+                    });
+  EXPECT_EQ(reported, (std::vector<std::int32_t>{0, 1, 2, 3, 4, 5}));
+}
+
+TEST(CalibrateFactory, StopsAllEnginesWhereTheCallbackThrows) {
+  const DeviceCloud device = device_of(40, framed(2000));
+  std::vector<kestrane::KESTRANE_LASER_FAC_CALIB> engines(2);
+  struct Stop {};
+  int calls = 0;
+  EXPECT_THROW(calibrate_factory(ready(engines), kestrane::quality::clouds_of(device.clouds),
+                                 plain_settings(),
+                                 [&](std::int32_t, _KESTRANE_STATUS) {
+                                   ++calls;
+                                   throw Stop();
+                                 }),
+               Stop);
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(CalibrateFactory, RefusesNoEngineAndANullOne) {
+  const DeviceCloud device = device_of(1, framed(2000));
+  const auto clouds = kestrane::quality::clouds_of(device.clouds);
+  using Engines = std::vector<kestrane::KESTRANE_LASER_FAC_CALIB*>;
+  EXPECT_THROW(calibrate_factory(Engines{}, clouds), std::invalid_argument);
+  EXPECT_THROW(calibrate_factory(Engines{nullptr}, clouds), std::invalid_argument);
 }
 
 TEST(CalibrateFactory, TakesTheBandOfTheLaserType) {
