@@ -11,10 +11,11 @@
 //
 // Notation. u is the unit roundoff, gamma_n = n u / (1 - n u): a sum of n terms, or any value that
 // went through n roundings, is off by no more than gamma_n times the sum of sizes. N rows x_i; m
-// their centroid, which both fits add up in the same order and so share to the last bit;
-// a_i = x_i - m; A the N x 3 matrix of them, |A| its Frobenius norm, s1 >= s2 >= s3 its singular
-// values; n the unit normal of the decomposed fit, n' the streamed one (turned to the same side),
-// e = |n - n'|; D_i = n . a_i; g the guard that a signed distance adds to d.
+// their centroid, which both fits add up in the same order and so share to the last bit (but for
+// the first rejection, see "centroid"); a_i = x_i - m; A the N x 3 matrix of them, |A| its
+// Frobenius norm, s1 >= s2 >= s3 its singular values; n the unit normal of the decomposed fit, n'
+// the streamed one (turned to the same side), e = |n - n'|; D_i = n . a_i; g the guard that a
+// signed distance adds to d.
 #pragma once
 
 #include <algorithm>
@@ -38,11 +39,13 @@ inline double accumulated(double n) {
 // A centred cloud as the bounds see it.
 struct CloudShape {
   double count;             // N
+  double rows;              // that are read for N of them; sums go through additions for all
   Eigen::Vector3d spreads;  // s1, s2, s3
   double size;              // |A|
   Eigen::Vector3d rms;      // root mean square of each column of A
   Eigen::Vector3d centroid;
-  double reach;  // at least the largest |a_i|
+  double centroid_error;  // how far it lies from the decomposed fit's; 0 where they are shared
+  double reach;           // at least the largest |a_i|
 };
 
 // ---- normal ------------------------------------------------------------------------------------
@@ -89,21 +92,45 @@ inline double reflections_change(double count, double size) {
   return (5.0 * 70.0 + 200.0 + levels * (5.0 * 8.0 + 120.0) + 1000.0) * kUnitRoundoff * size;
 }
 
-// Streamed normal from moments. Each of the nine sums of products about the last centroid c is off
-// by gamma of its depth and of 3 roundings; |C'| over all nine is at most the trace, |A|^2. Moving
-// it to m takes N (m - c)(m - c)' off, with a few roundings, and neglects that the rows do not add
-// up to N m exactly, but to gamma_N of the sizes that were added. The 3 x 3 eigen solver leaves
-// fewer than 100 roundings.
+// Streamed normal from moments: T = sum of (x - c), P = sum of (x - c)(x - c)', c being some point
+// inside the cloud. Each component of T is off by gamma of its depth and of a rounding, each of the
+// nine products by gamma of its depth and of 3; the sizes that enter T add up to at most
+// sqrt(N trace P), over three components too, and |P'| over all nine to at most trace P. Rows that
+// are dropped are taken off again, one rounding of what was there before.
+struct MomentErrors {
+  double sum;       // of T as a length
+  double products;  // of P as a norm
+};
+
+inline MomentErrors moment_errors(double count, double trace, double depth) {
+  return {accumulated(depth + 1.0) * std::sqrt(count * trace), accumulated(depth + 3.0) * trace};
+}
+
+// of       the errors of all moments before rows were dropped; `count` and `trace` are theirs
+// dropped  the errors of the dropped rows' own moments
+inline MomentErrors errors_without(const MomentErrors& of, double count, double trace,
+                                   const MomentErrors& dropped) {
+  return {of.sum + dropped.sum + 1.001 * kUnitRoundoff * std::sqrt(count * trace),
+          of.products + dropped.products + 1.001 * kUnitRoundoff * trace};
+}
+
+// How far a sum one row after another, over N, lies from the rows' true mean: gamma_N for each
+// coordinate.
+//
+// sizes  mean of |x| + |y| + |z| at most
+inline double mean_error(double count, double sizes) { return accumulated(count + 2.0) * sizes; }
+
+// The scatter about m is P - T T' / N + N (m - mean)(m - mean)'. The last part is left out; T T' /
+// N costs a few roundings. The 3 x 3 eigen solver leaves fewer than 100.
 //
 // trace  |A|^2
-// shift  |m - c|
-// sizes  mean of |x| + |y| + |z| at most
-inline double moments_change(double count, double trace, double shift, double sizes) {
-  const double about_c = trace + count * shift * shift;
-  const double products = accumulated(summation_depth(count) + 3.0) * about_c;
-  const double moving = 8.0 * kUnitRoundoff * count * shift * shift +
-                        2.0 * count * shift * accumulated(count + 2.0) * sizes;
-  return products + moving + 100.0 * kUnitRoundoff * trace;
+// sum    |T|
+inline double scatter_change(const MomentErrors& of, double count, double trace, double sum,
+                             double sizes) {
+  const double shift = sum / count;
+  const double off_mean = mean_error(count, sizes);
+  return of.products + (2.0 * shift + of.sum / count) * of.sum + 8.0 * kUnitRoundoff * shift * sum +
+         count * off_mean * off_mean + 100.0 * kUnitRoundoff * trace;
 }
 
 // An eigenvector of C + E lies within |E| / (gap - |E|) of that of C; sqrt(2) for turning a sine
@@ -111,6 +138,17 @@ inline double moments_change(double count, double trace, double shift, double si
 inline double turned_by_moments(double change, const Eigen::Vector3d& spreads) {
   const double gap = spreads[1] * spreads[1] - spreads[2] * spreads[2] - 3.0 * change;
   return gap > 0.0 ? std::sqrt(2.0) * change / gap : std::numeric_limits<double>::infinity();
+}
+
+// ---- centroid ----------------------------------------------------------------------------------
+//
+// For the first rejection the streamed centroid is c + T / N, and adding up the rows one after
+// another is left out: what that moves a distance by is nothing beside a fixed limit. (The second
+// rejection has the sum of all distances as its centre, and N times it matters.) It lies as far
+// from the mean as T is off and a division and an addition round, and the mean from the decomposed
+// fit's centroid as told above.
+inline double centroid_change(const MomentErrors& of, double count, double sum, double sizes) {
+  return of.sum / count + 3.0 * kUnitRoundoff * (sum / count + sizes) + mean_error(count, sizes);
 }
 
 // ---- distance ----------------------------------------------------------------------------------
@@ -124,7 +162,8 @@ inline double turned_by_moments(double change, const Eigen::Vector3d& spreads) {
 //
 // the second part for d and s, whose |s| is at most (1 + gamma_4) h + g. The factor w and the
 // length of n are off by parts of D itself, gamma_6 and kUnitNormal. The streamed distance n' . (x
-// - m) is off by gamma_4 of sum_j |n'_j a_j|. The sum over j is at most |a_i|.
+// - m) is off by gamma_4 of sum_j |n'_j a_j|. The sum over j is at most |a_i|. Planes through
+// different centroids are that much further apart.
 
 // Roundings that every row shares alike: of d, of s and of the terms that carry the centroid.
 inline double common_rounding(double heights) {
@@ -132,19 +171,22 @@ inline double common_rounding(double heights) {
 }
 
 // h, for either normal.
-inline double heights_of(const Eigen::Vector3d& centroid, const Eigen::Vector3d& normal,
+inline double heights_of(const CloudShape& cloud, const Eigen::Vector3d& normal,
                          double normal_error) {
-  return (normal.cwiseAbs().array() + normal_error).matrix().dot(centroid.cwiseAbs());
+  return (normal.cwiseAbs().array() + normal_error)
+      .matrix()
+      .dot((cloud.centroid.cwiseAbs().array() + cloud.centroid_error).matrix());
 }
 
 inline double distance_error(const CloudShape& cloud, double normal_error, double heights) {
   const double own = 10.0 * kUnitRoundoff + 1.1 * kUnitNormal;
-  return (normal_error + own) * cloud.reach + common_rounding(heights);
+  return (normal_error + own) * (cloud.reach + cloud.centroid_error) + cloud.centroid_error +
+         common_rounding(heights);
 }
 
 // How far d lies from that of the decomposed plane, and any n . x from what it is there.
 inline double height_error(const CloudShape& cloud, double normal_error, double heights) {
-  return normal_error * (cloud.centroid.norm() + cloud.reach) +
+  return normal_error * (cloud.centroid.norm() + cloud.reach) + 2.0 * cloud.centroid_error +
          8.0 * kUnitRoundoff * (heights + cloud.reach) + kGuard;
 }
 
@@ -161,8 +203,8 @@ inline double sum_error(const CloudShape& cloud, const Eigen::Vector3d& normal, 
   const double levers = (normal.cwiseAbs().array() + normal_error).matrix().dot(cloud.rms);
   const double off_centre =
       accumulated(n + 2.0) * (cloud.centroid.lpNorm<1>() + cloud.rms.lpNorm<1>());
-  const double sizes = sums.sizes / n + row_error;
-  const double parts = 1.1 * kUnitNormal + accumulated(summation_depth(n));
+  const double sizes = std::sqrt(sums.squares / n) + row_error;  // mean of |D| at most
+  const double parts = 1.1 * kUnitNormal + accumulated(summation_depth(cloud.rows));
   // Partial sums and chunks of the decomposed fit differ from the streamed ones by row errors.
   const double walk = sums.walk + n * (256.0 + n) * row_error;
   return n * (common_rounding(heights) + 1.001 * 9.0 * kUnitRoundoff * levers + parts * sizes +
@@ -189,7 +231,7 @@ inline double deviation_error(const CloudShape& cloud, const Eigen::Vector3d& no
   const double lever = normal_error * cloud.size / std::sqrt(n);
   const double turned = sigma > 0.0 ? std::min(lever, 4.0 * lever * lever / sigma) : lever;
   const double pull = sigma > 0.0 ? std::min(1.0, (2.1 * std::abs(sum) + of_sum) / sigma) : 1.0;
-  const double relative = accumulated(n + 8.0 + summation_depth(n)) + 1.1 * kUnitNormal;
+  const double relative = accumulated(n + 8.0 + summation_depth(cloud.rows)) + 1.1 * kUnitNormal;
   return rounding + turned + pull * of_sum + relative * sigma;
 }
 

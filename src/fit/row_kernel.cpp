@@ -27,9 +27,9 @@ constexpr int kChunkRows = 256;
 constexpr int kGroups = 16;  // of kLanes rows in a word
 constexpr int kChunksPerLevel = 64;
 
-// Lane masks of four bits.
+// Lanes whose bit of four is not set.
 #define KESTRANE_MASKS(b) \
-  { -((b)&1), -((b) >> 1 & 1), -((b) >> 2 & 1), -((b) >> 3 & 1) }
+  { ((b)&1) - 1, ((b) >> 1 & 1) - 1, ((b) >> 2 & 1) - 1, ((b) >> 3 & 1) - 1 }
 alignas(32) constexpr std::int64_t kMasks[16][kLanes] = {
     KESTRANE_MASKS(0),  KESTRANE_MASKS(1),  KESTRANE_MASKS(2),  KESTRANE_MASKS(3),
     KESTRANE_MASKS(4),  KESTRANE_MASKS(5),  KESTRANE_MASKS(6),  KESTRANE_MASKS(7),
@@ -72,12 +72,39 @@ struct Pair {
 #endif
   }
 
+  // Lanes beyond one of two bounds; a NaN is not. `v`, and 0 in the lanes of a mask. Written with
+  // operators g++ would work out either lane by lane.
+  static KESTRANE_INLINE Bits beyond(const Real& v, const Real& low, const Real& high) {
+#if defined(__SSE2__)
+    return (Bits)__builtin_ia32_orpd(__builtin_ia32_cmpltpd(v, low),
+                                     __builtin_ia32_cmpltpd(high, v));
+#else
+    return (low > v) | (v > high);
+#endif
+  }
+  static KESTRANE_INLINE Real without(const Real& v, const Bits& dropped) {
+#if defined(__SSE2__)
+    return __builtin_ia32_andnpd((Real)dropped, v);
+#else
+    return (Real)((Bits)v & ~dropped);
+#endif
+  }
+
   // The larger of each lane; `v` where one is NaN. One instruction, which g++ does not find itself.
   static KESTRANE_INLINE void raise(Real& largest, const Real& v) {
 #if defined(__SSE2__)
     largest = __builtin_ia32_maxpd(largest, v);
 #else
     largest = largest > v ? largest : v;
+#endif
+  }
+
+  // The smaller of each lane; `smallest` where one is NaN.
+  static KESTRANE_INLINE void lower(Real& smallest, const Real& v) {
+#if defined(__SSE2__)
+    smallest = __builtin_ia32_minpd(v, smallest);
+#else
+    smallest = v < smallest ? v : smallest;
 #endif
   }
 
@@ -123,8 +150,21 @@ struct Quad {
   }
   static KESTRANE_INLINE void fill(double value, Real& v) { v = Real{value, value, value, value}; }
 
-  // g++ finds neither of these two instructions itself, and names them only where a whole function
+  static KESTRANE_INLINE Bits beyond(const Real& v, const Real& low, const Real& high) {
+    return (low > v) | (v > high);
+  }
+
+  // g++ finds none of these three instructions itself, and names them only where a whole function
   // is for wider vectors.
+  static KESTRANE_INLINE Real without(const Real& v, const Bits& dropped) {
+#if defined(__clang__)
+    return (Real)((Bits)v & ~dropped);
+#else
+    Real rest;
+    asm("vandnpd %2, %1, %0" : "=x"(rest) : "x"(dropped), "x"(v));
+    return rest;
+#endif
+  }
   static KESTRANE_INLINE std::uint64_t bits_of(const Bits& mask) {
 #if defined(__clang__)
     const std::int64_t low = (mask[0] & 1) | (mask[1] & 2);
@@ -140,6 +180,14 @@ struct Quad {
     largest = largest > v ? largest : v;
 #else
     asm("vmaxpd %1, %0, %0" : "+x"(largest) : "x"(v));
+#endif
+  }
+
+  static KESTRANE_INLINE void lower(Real& smallest, const Real& v) {
+#if defined(__clang__)
+    smallest = v < smallest ? v : smallest;
+#else
+    asm("vminpd %0, %1, %0" : "+x"(smallest) : "x"(v));
 #endif
   }
 
@@ -162,23 +210,18 @@ struct Quad {
   };
 };
 
-// The mask of the rows of the lowest bits; moves on to the next group.
+// The lanes of a group whose rows are not in use, by the lowest bits; moves on to the next group.
 template <class V>
-KESTRANE_INLINE const typename V::Bits& lanes_in_use(std::uint64_t& word) {
+KESTRANE_INLINE const typename V::Bits& lanes_not_in_use(std::uint64_t& word) {
   const auto bits = static_cast<unsigned>(word) & ((1U << V::kWidth) - 1U);
   word >>= kLanes;
   return *reinterpret_cast<const typename V::Bits*>(kMasks[bits]);
 }
 
+// `v`, and NaN in the lanes of a mask.
 template <class V>
-KESTRANE_INLINE typename V::Real masked(const typename V::Real& v, const typename V::Bits& mask) {
-  return (typename V::Real)((typename V::Bits)v & mask);
-}
-
-template <class V>
-KESTRANE_INLINE typename V::Real without(const typename V::Real& v,
-                                         const typename V::Bits& dropped) {
-  return (typename V::Real)((typename V::Bits)v & ~dropped);
+KESTRANE_INLINE typename V::Real none_in(const typename V::Bits& mask, const typename V::Real& v) {
+  return (typename V::Real)((typename V::Bits)v | mask);
 }
 
 template <class V>
@@ -226,6 +269,12 @@ KESTRANE_INLINE double largest_of(const double (&lanes)[kLanes]) {
   return largest;
 }
 
+KESTRANE_INLINE double smallest_of(const double (&lanes)[kLanes]) {
+  double smallest = lanes[0];
+  for (int l = 1; l < kLanes; ++l) smallest = lanes[l] < smallest ? lanes[l] : smallest;
+  return smallest;
+}
+
 // Puts the lanes `first`, ... of `v` into a row of four.
 template <class V, class From, class To>
 KESTRANE_INLINE void put(const From& v, int first, To* lanes) {
@@ -260,6 +309,12 @@ KESTRANE_INLINE void store_words(const std::uint64_t (&chunk)[kChunkWords], std:
   for (int w = 0; w < kChunkWords && first + w < words; ++w) in_use[first + w] = chunk[w];
 }
 
+KESTRANE_INLINE std::int64_t count_of(const std::uint64_t (&words)[kChunkWords]) {
+  std::int64_t rows = 0;
+  for (int w = 0; w < kChunkWords; ++w) rows += __builtin_popcountll(words[w]);
+  return rows;
+}
+
 // Which rows of a chunk are in use: a bit each for the caller, and all ones or zeros each for the
 // sums in order.
 struct ChunkUse {
@@ -269,12 +324,6 @@ struct ChunkUse {
   template <class V>
   KESTRANE_INLINE void set_mask(std::int64_t first, const typename V::Bits& in_use) {
     *reinterpret_cast<typename V::Bits*>(masks + first) = in_use;
-  }
-
-  KESTRANE_INLINE std::int64_t count() const {
-    std::int64_t rows = 0;
-    for (int w = 0; w < kChunkWords; ++w) rows += __builtin_popcountll(words[w]);
-    return rows;
   }
 };
 
@@ -359,7 +408,7 @@ struct Products {
     zz += c * c;
   }
 
-  KESTRANE_INLINE void put_lanes(int first, double (&sums)[6][kLanes]) const {
+  KESTRANE_INLINE void put_lanes(int first, double (*sums)[kLanes]) const {
     put<V>(xx, first, sums[0]);
     put<V>(xy, first, sums[1]);
     put<V>(xz, first, sums[2]);
@@ -368,11 +417,6 @@ struct Products {
     put<V>(zz, first, sums[5]);
   }
 };
-
-KESTRANE_INLINE void finish(LaneSums<6>& sums, RowMoments& moments) {
-  sums.close_level();
-  for (int q = 0; q < 6; ++q) moments.products[q] = sums.of(q);
-}
 
 template <class V>
 KESTRANE_INLINE void select(CloudRows rows, const DepthJob& job, std::uint64_t* in_use,
@@ -387,20 +431,16 @@ KESTRANE_INLINE void select(CloudRows rows, const DepthJob& job, std::uint64_t* 
   V::fill(job.point[2], pz);
   const std::int64_t words = words_for(rows.count);
   ChunkRows chunk;
-  LaneSums<6> sums;
-  ChunkUse uses[2] = {};  // of the chunk at work and of the one before
-  OrderedSums<V> in_order{chunk.at(rows, 0, job.point), uses[1].masks};
-  int now = 0;
+  LaneSums<9> sums;
   moments.count = 0;
   double farthest[kLanes] = {};
   for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
     const double* const xyz = chunk.at(rows, start, job.point);
-    ChunkUse& use = uses[now];
-    for (int w = 0; w < kChunkWords; ++w) use.words[w] = 0;
-    double products[6][kLanes];
+    std::uint64_t inside[kChunkWords] = {};
+    double of_chunk[9][kLanes];
     for (int lane = 0; lane < kLanes; lane += V::kWidth) {
-      Products<V> sum;
-      Real far{};
+      Products<V> products;
+      Real sum_x{}, sum_y{}, sum_z{}, far{};
       for (int w = 0; w < kChunkWords; ++w) {
         std::uint64_t got = 0;
         const double* p = xyz + 3 * (kWordRows * w + lane);
@@ -408,37 +448,40 @@ KESTRANE_INLINE void select(CloudRows rows, const DepthJob& job, std::uint64_t* 
           Real x, y, z;
           fetch_ahead(p);
           V::load(p, x, y, z);
-          const Bits dropped = (lowest > z) | (z > highest);
-          const Real a = without<V>(x - px, dropped);
-          const Real b = without<V>(y - py, dropped);
-          const Real c = without<V>(z - pz, dropped);
-          sum.add(a, b, c);
+          const Bits dropped = V::beyond(z, lowest, highest);
+          const Real a = V::without(x - px, dropped);
+          const Real b = V::without(y - py, dropped);
+          const Real c = V::without(z - pz, dropped);
+          sum_x += a;
+          sum_y += b;
+          sum_z += c;
+          products.add(a, b, c);
           V::raise(far, a * a + b * b + c * c);
           got = got >> kLanes | V::bits_of(dropped) << (kWordRows - kLanes);
-          use.set_mask<V>(kWordRows * w + kLanes * g + lane, ~dropped);
-          in_order.step();
         }
-        use.words[w] |= (~got & V::kOwnBits) << lane;
+        inside[w] |= (~got & V::kOwnBits) << lane;
       }
-      sum.put_lanes(lane, products);
+      put<V>(sum_x, lane, of_chunk[0]);
+      put<V>(sum_y, lane, of_chunk[1]);
+      put<V>(sum_z, lane, of_chunk[2]);
+      products.put_lanes(lane, of_chunk + 3);
       Real before;
       for (int l = 0; l < V::kWidth; ++l) before[l] = farthest[lane + l];
       V::raise(before, far);
       put<V>(before, lane, farthest);
     }
-    drop_padding(rows.count - start, use.words);
-    store_words(use.words, start / kWordRows, words, in_use);
-    sums.add(products);
-    moments.count += use.count();
-    in_order.wait_for(xyz, use);
-    now ^= 1;
+    drop_padding(rows.count - start, inside);
+    store_words(inside, start / kWordRows, words, in_use);
+    sums.add(of_chunk);
+    moments.count += count_of(inside);
   }
-  in_order.finish(uses[now ^ 1], moments.sum);
-  finish(sums, moments);
+  sums.close_level();
+  for (int k = 0; k < 3; ++k) moments.sum[k] = sums.of(k);
+  for (int q = 0; q < 6; ++q) moments.products[q] = sums.of(3 + q);
   reach = __builtin_sqrt(largest_of(farthest));
 }
 
-// D of the rows whose differences from the point are a, b, c.
+// D of rows.
 template <class V>
 struct Direction {
   typename V::Real px, py, pz, nx, ny, nz;
@@ -452,122 +495,142 @@ struct Direction {
     V::fill(plane.normal[2], nz);
   }
 
-  KESTRANE_INLINE typename V::Real along(const typename V::Real& a, const typename V::Real& b,
-                                         const typename V::Real& c) const {
-    return nx * a + ny * b + nz * c;
-  }
-
   KESTRANE_INLINE typename V::Real of(const double* p) const {
     typename V::Real x, y, z;
     fetch_ahead(p);
     V::load(p, x, y, z);
-    return along(x - px, y - py, z - pz);
+    return nx * (x - px) + ny * (y - py) + nz * (z - pz);
   }
 };
 
+// Moments of the rows that a rejection drops: few, so row after row. Row k of `sums` takes
+// coordinate k times (x, y, z, 1).
+struct DroppedRows {
+  LaneSums<3> sums;
+  std::int64_t count = 0;
+
+  KESTRANE_INLINE void add(const double* xyz, const std::uint64_t (&dropped)[kChunkWords],
+                           const double (&point)[3]) {
+    double of_chunk[3][kLanes] = {};
+    for (int w = 0; w < kChunkWords; ++w, xyz += 3 * kWordRows) {
+      for (std::uint64_t word = dropped[w]; word != 0; word &= word - 1) {
+        const double* row = xyz + 3 * __builtin_ctzll(word);
+        const double a[kLanes] = {row[0] - point[0], row[1] - point[1], row[2] - point[2], 1.0};
+        for (int k = 0; k < 3; ++k)
+          for (int l = 0; l < kLanes; ++l) of_chunk[k][l] += a[k] * a[l];
+      }
+    }
+    sums.add(of_chunk);
+    count += count_of(dropped);
+  }
+
+  KESTRANE_INLINE void finish(RowMoments& moments) {
+    sums.close_level();
+    const auto& s = sums.total;
+    moments = {
+        count, {s[0][3], s[1][3], s[2][3]}, {s[0][0], s[0][1], s[0][2], s[1][1], s[1][2], s[2][2]}};
+  }
+};
+
+// Distances of rows in use, added up.
+template <class V>
+struct DistancesInUse {
+  LaneSums<2> sums;
+  double of_chunk[2][kLanes];
+  double walked = 0.0;  // where the sum stands, and how far it came from there, over all rows
+  double walk = 0.0;
+  typename V::Real sum, squares;
+
+  KESTRANE_INLINE void start_lanes() { sum = squares = typename V::Real{}; }
+
+  KESTRANE_INLINE void add(const typename V::Real& d) {
+    sum += d;
+    squares += d * d;
+  }
+
+  KESTRANE_INLINE void end_lanes(int lane) {
+    put<V>(sum, lane, of_chunk[0]);
+    put<V>(squares, lane, of_chunk[1]);
+  }
+
+  // Within the chunk the sum goes no further than the sizes of its distances, whose sum is at most
+  // the root of their number times their squares.
+  KESTRANE_INLINE void end_chunk(std::int64_t rows) {
+    const auto used = static_cast<double>(rows);
+    const double from = walked < 0.0 ? -walked : walked;
+    walk += used * (from + __builtin_sqrt(used * across(of_chunk[1])));
+    walked += across(of_chunk[0]);
+    sums.add(of_chunk);
+  }
+
+  KESTRANE_INLINE void finish(DistanceSums& result) {
+    sums.close_level();
+    result = {sums.of(0), sums.of(1), walk};
+  }
+};
+
+// Fills `sums` unless that is null, which the compiler sees.
 template <class V>
 KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
-                            std::uint64_t* kept, RowMoments& moments, bool& undecided) {
+                            std::uint64_t* kept, Rejection& rejection, DistanceSums* sums) {
   using Real = typename V::Real;
   using Bits = typename V::Bits;
   const Direction<V> plane(job.plane);
-  Real middle, inner, outer;
+  Real middle, half;
   V::fill(job.middle, middle);
-  V::fill(job.half - job.error, inner);
-  V::fill(job.half + job.error, outer);
+  V::fill(job.half, half);
   const std::int64_t words = words_for(rows.count);
   ChunkRows chunk;
-  LaneSums<6> sums;
+  DroppedRows dropped_rows;
+  DistancesInUse<V> distances;
   ChunkUse uses[2] = {};  // of the chunk at work and of the one before
   OrderedSums<V> in_order{chunk.at(rows, 0, job.plane.point), uses[1].masks};
   int now = 0;
-  moments.count = 0;
-  std::int64_t near_bound = 0;
+  rejection.count = 0;
+  double nearest[kLanes];
+  for (double& lane : nearest) lane = __builtin_inf();
   for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
     const double* const xyz = chunk.at(rows, start, job.plane.point);
     std::uint64_t word[kChunkWords];
     load_words(in_use, start / kWordRows, words, word);
     ChunkUse& use = uses[now];
     for (int w = 0; w < kChunkWords; ++w) use.words[w] = 0;
-    double products[6][kLanes];
     for (int lane = 0; lane < kLanes; lane += V::kWidth) {
-      Products<V> sum;
-      Bits near{};
+      Real near;
+      for (int l = 0; l < V::kWidth; ++l) near[l] = nearest[lane + l];
+      distances.start_lanes();
       for (int w = 0; w < kChunkWords; ++w) {
         std::uint64_t got = 0;
         const double* p = xyz + 3 * (kWordRows * w + lane);
         std::uint64_t used = word[w] >> lane;
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
-          Real x, y, z;
-          fetch_ahead(p);
-          V::load(p, x, y, z);
-          const Real a = x - plane.px, b = y - plane.py, c = z - plane.pz;
-          const Real off = size_of<V>(plane.along(a, b, c) - middle);
-          const Bits keep = (off <= outer) & lanes_in_use<V>(used);
-          near |= keep & ~(off <= inner);
-          sum.add(masked<V>(a, keep), masked<V>(b, keep), masked<V>(c, keep));
+          const Bits& idle = lanes_not_in_use<V>(used);
+          const Real d = plane.of(p);
+          const Real off = size_of<V>(d - middle);
+          const Bits keep = (Bits)V::without((Real)(off <= half), idle);
+          V::lower(near, none_in<V>(idle, size_of<V>(off - half)));
+          if (sums != nullptr) distances.add(V::without(d, idle));
           got = got >> kLanes | V::bits_of(keep) << (kWordRows - kLanes);
           use.set_mask<V>(kWordRows * w + kLanes * g + lane, keep);
           in_order.step();
         }
         use.words[w] |= got << lane;
       }
-      sum.put_lanes(lane, products);
-      for (int l = 0; l < V::kWidth; ++l) near_bound |= near[l];
+      put<V>(near, lane, nearest);
+      if (sums != nullptr) distances.end_lanes(lane);
     }
+    if (sums != nullptr) distances.end_chunk(count_of(word));
     store_words(use.words, start / kWordRows, words, kept);
-    sums.add(products);
-    moments.count += use.count();
+    for (int w = 0; w < kChunkWords; ++w) word[w] &= ~use.words[w];
+    dropped_rows.add(xyz, word, job.moments_point);
+    rejection.count += count_of(use.words);
     in_order.wait_for(xyz, use);
     now ^= 1;
   }
-  in_order.finish(uses[now ^ 1], moments.sum);
-  finish(sums, moments);
-  undecided = near_bound != 0;
-}
-
-template <class V>
-KESTRANE_INLINE void sum_distances(CloudRows rows, const PointAndNormal& at,
-                                   const std::uint64_t* in_use, DistanceSums& result) {
-  using Real = typename V::Real;
-  const Direction<V> plane(at);
-  const std::int64_t words = words_for(rows.count);
-  ChunkRows chunk;
-  LaneSums<3> sums;
-  double walked = 0.0;  // where the sum stands, and how far it came from there, over all rows
-  result.walk = 0.0;
-  for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start, at.point);
-    std::uint64_t word[kChunkWords];
-    load_words(in_use, start / kWordRows, words, word);
-    double chunk_sums[3][kLanes];
-    int used_rows = 0;
-    for (int w = 0; w < kChunkWords; ++w) used_rows += __builtin_popcountll(word[w]);
-    for (int lane = 0; lane < kLanes; lane += V::kWidth) {
-      Real sum{}, sizes{}, squares{};
-      for (int w = 0; w < kChunkWords; ++w) {
-        const double* p = xyz + 3 * (kWordRows * w + lane);
-        std::uint64_t used = word[w] >> lane;
-        for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
-          const Real d = masked<V>(plane.of(p), lanes_in_use<V>(used));
-          sum += d;
-          sizes += size_of<V>(d);
-          squares += d * d;
-        }
-      }
-      put<V>(sum, lane, chunk_sums[0]);
-      put<V>(sizes, lane, chunk_sums[1]);
-      put<V>(squares, lane, chunk_sums[2]);
-    }
-    const double from = walked < 0.0 ? -walked : walked;
-    result.walk += used_rows * (from + across(chunk_sums[1]));
-    walked += across(chunk_sums[0]);
-    sums.add(chunk_sums);
-  }
-  sums.close_level();
-  result.sum = sums.of(0);
-  result.sizes = sums.of(1);
-  result.squares = sums.of(2);
+  in_order.finish(uses[now ^ 1], rejection.sum);
+  dropped_rows.finish(rejection.dropped);
+  rejection.nearest = smallest_of(nearest);
+  if (sums != nullptr) distances.finish(*sums);
 }
 
 template <class V>
@@ -593,10 +656,10 @@ KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, const std
         const double* p = xyz + 3 * (kWordRows * w + lane);
         std::uint64_t used = word[w] >> lane;
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
-          const Bits& mask = lanes_in_use<V>(used);
+          const Bits& idle = lanes_not_in_use<V>(used);
           const Real r = size_of<V>(plane.of(p));
-          V::raise(most, masked<V>(r, mask));
-          const Real off = masked<V>(r - guess, mask);
+          V::raise(most, V::without(r, idle));
+          const Real off = V::without(r - guess, idle);
           sum += off;
           squares += off * off;
         }
@@ -623,19 +686,20 @@ KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, const std
     select<V>(rows, job, in_use, moments, reach);                                                 \
   }                                                                                               \
   target void reject_##name(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use, \
-                            std::uint64_t* kept, RowMoments& moments, bool& undecided) {          \
-    reject<V>(rows, job, in_use, kept, moments, undecided);                                       \
+                            std::uint64_t* kept, Rejection& rejection) {                          \
+    reject<V>(rows, job, in_use, kept, rejection, nullptr);                                       \
   }                                                                                               \
-  target void sum_distances_##name(CloudRows rows, const PointAndNormal& plane,                   \
-                                   const std::uint64_t* in_use, DistanceSums& sums) {             \
-    sum_distances<V>(rows, plane, in_use, sums);                                                  \
+  target void reject_and_sum_##name(CloudRows rows, const RejectionJob& job,                      \
+                                    const std::uint64_t* in_use, std::uint64_t* kept,             \
+                                    Rejection& rejection, DistanceSums& sums) {                   \
+    reject<V>(rows, job, in_use, kept, rejection, &sums);                                         \
   }                                                                                               \
   target void measure_##name(CloudRows rows, const PointAndNormal& plane,                         \
                              const std::uint64_t* in_use, double guess, DistanceFigures& figures, \
                              double* copies, std::int64_t count) {                                \
     measure<V>(rows, plane, in_use, guess, figures, {copies, copies + 3 * count});                \
   }                                                                                               \
-  constexpr RowPasses k_##name = {select_##name, reject_##name, sum_distances_##name,             \
+  constexpr RowPasses k_##name = {select_##name, reject_##name, reject_and_sum_##name,            \
                                   measure_##name};
 
 KESTRANE_ROW_PASSES(baseline, Pair, )

@@ -9,7 +9,8 @@
 // Unless told otherwise a sum runs in four lanes, row i in lane i mod 4, whatever the width of the
 // processor's vectors, so every vector set gives the same values to the last bit. Each lane is
 // added up in three levels (64 rows, 64 of those sums, the rest), so a sum over n rows goes through
-// at most summation_depth(n) additions. Nothing here allocates.
+// at most summation_depth(n) additions. Sums over the few rows that a rejection drops run row after
+// row within 256 rows, and then in the same levels: dropped_depth(n). Nothing here allocates.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +25,8 @@ constexpr std::int64_t words_for(std::int64_t rows) { return (rows + kWordRows -
 // chunks, the remaining levels, and the four lanes.
 constexpr double summation_depth(double rows) { return 64.0 + 64.0 + rows / 16384.0 + 4.0; }
 
+constexpr double dropped_depth(double rows) { return 256.0 + 64.0 + rows / 16384.0; }
+
 // The first `count` rows of a cloud.
 struct CloudRows {
   const double* xyz;
@@ -36,32 +39,39 @@ struct PointAndNormal {
   double normal[3];
 };
 
+// Sums over rows, of their differences (x, y, z) from a point.
 struct RowMoments {
-  std::int64_t count;  // rows in use
-  double sum[3];       // of the coordinates, one row after another
-  double products[6];  // sums of xx, xy, xz, yy, yz, zz of (row - point)
+  std::int64_t count;
+  double sum[3];
+  double products[6];  // xx, xy, xz, yy, yz, zz
 };
 
-// Rows of a depth from `lowest` to `highest`, both included; a depth that is NaN is in use. `reach`
-// becomes the largest distance of a row in use from `point`.
+// Rows of a depth from `lowest` to `highest`, both included; a depth that is NaN is in use. Their
+// moments are taken about `point`, and `reach` becomes the largest distance of one of them from it.
 struct DepthJob {
   double lowest;
   double highest;
   double point[3];
 };
 
-// Rows in use with |D - middle| <= half stay in use. `undecided` becomes whether a row in use lies
-// within `error` of a bound; then `kept` and the moments say nothing.
+// Rows in use with |D - middle| <= half stay in use.
 struct RejectionJob {
   PointAndNormal plane;
   double middle;
   double half;
-  double error;
+  double moments_point[3];  // about which the moments of dropped rows are taken
 };
 
+struct Rejection {
+  std::int64_t count;  // of the rows that stay in use
+  double sum[3];       // of their coordinates, one row after another
+  RowMoments dropped;  // of the rows in use that do not stay
+  double nearest;      // no row in use lies nearer to a bound; infinite where no row is in use
+};
+
+// Over all rows that were in use.
 struct DistanceSums {
   double sum;      // of D
-  double sizes;    // of |D|
   double squares;  // of D D
   double walk;     // at least the sum of |D of the first row + ... + D of the k-th one| over all k
 };
@@ -83,9 +93,9 @@ struct RowPasses {
   void (*select)(CloudRows rows, const DepthJob& job, std::uint64_t* in_use, RowMoments& moments,
                  double& reach);
   void (*reject)(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
-                 std::uint64_t* kept, RowMoments& moments, bool& undecided);
-  void (*sum_distances)(CloudRows rows, const PointAndNormal& plane, const std::uint64_t* in_use,
-                        DistanceSums& sums);
+                 std::uint64_t* kept, Rejection& rejection);
+  void (*reject_and_sum)(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
+                         std::uint64_t* kept, Rejection& rejection, DistanceSums& sums);
   void (*measure)(CloudRows rows, const PointAndNormal& plane, const std::uint64_t* in_use,
                   double guess, DistanceFigures& figures, double* copies, std::int64_t count);
 };

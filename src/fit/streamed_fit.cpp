@@ -53,6 +53,14 @@ PointAndNormal pass_plane(const Vector3d& point, const Vector3d& normal) {
   return {{point[0], point[1], point[2]}, {normal[0], normal[1], normal[2]}};
 }
 
+RejectionJob rejection_job(const Vector3d& point, const Vector3d& normal, double middle,
+                           double half, const Vector3d& moments_point) {
+  return {pass_plane(point, normal),
+          middle,
+          half,
+          {moments_point[0], moments_point[1], moments_point[2]}};
+}
+
 // A centre inside the cloud, from rows spread over all of it. Rows out of the band have no say.
 Vector3d sampled_centre(PointRows rows, double lowest, double highest) {
   Vector3d sum = Vector3d::Zero();
@@ -67,12 +75,48 @@ Vector3d sampled_centre(PointRows rows, double lowest, double highest) {
   return used > 0.0 ? Vector3d(sum / used) : sum;
 }
 
-Matrix3d scatter_of(const RowMoments& moments) {
-  const double* p = moments.products;
-  Matrix3d scatter;
-  scatter << p[0], p[1], p[2], p[1], p[3], p[4], p[2], p[4], p[5];
-  return scatter;
-}
+// Sums over the rows in use of their differences from a point, and what rounding made of them.
+struct Moments {
+  Index count = 0;
+  Vector3d point = Vector3d::Zero();
+  Vector3d sum = Vector3d::Zero();
+  Matrix3d products = Matrix3d::Zero();
+  MomentErrors errors{};
+
+  Moments() = default;
+
+  // depth  of the sums, in additions
+  Moments(const RowMoments& rows, const Vector3d& about, double depth)
+      : count(rows.count), point(about), sum(rows.sum[0], rows.sum[1], rows.sum[2]) {
+    const double* p = rows.products;
+    products << p[0], p[1], p[2], p[1], p[3], p[4], p[2], p[4], p[5];
+    errors = moment_errors(rows_in_use(), products.trace(), depth);
+  }
+
+  // These without those of rows that were dropped, about the same point.
+  Moments without(const Moments& dropped) const {
+    Moments rest = *this;
+    rest.count -= dropped.count;
+    rest.sum -= dropped.sum;
+    rest.products -= dropped.products;
+    rest.errors = errors_without(errors, rows_in_use(), products.trace(), dropped.errors);
+    return rest;
+  }
+
+  double rows_in_use() const { return static_cast<double>(count); }
+  Vector3d mean() const { return point + sum / rows_in_use(); }
+
+  // Whether they tell the scatter about the mean: not about a point outside the cloud, nor where
+  // rows that were dropped stood so far out that the others have lost digits.
+  //
+  // depth  of their sums, if they were gathered anew
+  bool good_for_scatter(double depth) const {  // written so that a NaN is not
+    constexpr double kLost = 2.0;
+    const double n = rows_in_use();
+    return sum.squaredNorm() / n <= 0.5 * products.trace() &&
+           errors.products <= kLost * moment_errors(n, products.trace(), depth).products;
+  }
+};
 
 // A plane through the centroid of the rows in use, and how well it is known.
 struct StreamedPlane {
@@ -82,7 +126,6 @@ struct StreamedPlane {
   double heights;       // h of the error bounds
 
   Vector3d normal() const { return abcd.head<3>(); }
-  PointAndNormal for_passes() const { return pass_plane(cloud.centroid, normal()); }
 
   // Whether the decomposed plane, which lies this near, keeps clear of the origin. A plane through
   // the origin has no form with a constant term of 1.
@@ -101,30 +144,37 @@ class StreamedRows {
 
   // The rows of a depth within the bounds.
   void select(double lowest, double highest) {
-    point_ = sampled_centre(rows_, lowest, highest);
-    const DepthJob job{lowest, highest, {point_[0], point_[1], point_[2]}};
-    passes_.select(kernel_rows(), job, in_use_.data(), moments_, reach_);
+    const Vector3d point = sampled_centre(rows_, lowest, highest);
+    const DepthJob job{lowest, highest, {point[0], point[1], point[2]}};
+    RowMoments moments;
+    passes_.select(kernel_rows(), job, in_use_.data(), moments, reach_);
+    moments_ = Moments(moments, point, summation_depth(all_rows()));
+    sums_.reset();
   }
 
   Index count() const { return moments_.count; }
 
   // Whether the rows in use and their squares are numbers of an ordinary size.
   bool in_range() const {  // written so that a NaN is not
-    const double squares = scatter_of(moments_).trace();
-    return squares <= kLargestSize * kLargestSize && std::isfinite(reach_) &&
-           centroid().lpNorm<Eigen::Infinity>() <= kLargestSize;
+    return moments_.products.trace() <= kLargestSize * kLargestSize && std::isfinite(reach_) &&
+           moments_.mean().lpNorm<Eigen::Infinity>() <= kLargestSize;
   }
 
-  // The plane of the rows in use; none for a cloud that is hardly more than a point.
-  std::optional<StreamedPlane> plane();
+  // Adds up the rows in use one after another, as a decomposed fit does, unless a rejection has:
+  // then their planes go through the very centroid of the decomposed ones.
+  void settle_centroid();
 
-  // Each rejection is given by the plane of the rows in use. None, with all rows still in use,
-  // where the decomposed plane could keep other rows. False, with all rows still in use, where
-  // fewer than 3 would be left.
+  // The plane of the rows in use; none for a cloud that is hardly more than a point.
+  enum class For { kRejection, kResult };
+  std::optional<StreamedPlane> plane(For purpose);
+
+  // Each rejection is given by the plane of the rows in use, the second one by a plane through
+  // their settled centroid. None, with all rows still in use, where the decomposed plane could keep
+  // other rows. False, with all rows still in use, where fewer than 3 would be left.
   std::optional<bool> reject_beyond(const StreamedPlane& plane, double limit);
   std::optional<bool> reject_beyond_sigmas(const StreamedPlane& plane, double k);
 
-  // Takes the rows for which keeps(row, place among the rows in use) holds; as above.
+  // Takes the rows for which keeps(row) holds; false as above.
   template <class Keeps>
   bool keep_where(Keeps keeps);
 
@@ -147,34 +197,44 @@ class StreamedRows {
 
  private:
   CloudRows kernel_rows() const { return {rows_.xyz, rows_.count}; }
+  double all_rows() const { return static_cast<double>(rows_.count); }
   Vector3d centroid() const {
-    return vector_of(centroid_of({moments_.sum[0], moments_.sum[1], moments_.sum[2]}, count()));
+    return sums_ ? vector_of(centroid_of(*sums_, count())) : moments_.mean();
   }
-  bool take(RowBits& kept, const RowMoments& moments, const Vector3d& point);
+  bool take(RowBits& kept, const Rejection& rejection);
   double reach_from(const Vector3d& point, double usual) const;
-  void gather_moments(const RowBits& kept, const Vector3d& point, RowMoments& moments) const;
-  std::optional<bool> reject(const StreamedPlane& plane, double middle, double half, double error);
+  void gather_moments(const Vector3d& point);
 
   PointRows rows_;
   const RowPasses& passes_;
   RowBits in_use_;
-  RowMoments moments_{};  // about point_
-  Vector3d point_ = Vector3d::Zero();
-  double reach_ = 0.0;  // no row in use lies further from point_
+  Moments moments_;
+  std::optional<PointSums> sums_;  // one row after another, where they are settled
+  double reach_ = 0.0;             // no row in use lies further from the moments' point
 };
 
-void StreamedRows::gather_moments(const RowBits& kept, const Vector3d& point,
-                                  RowMoments& moments) const {
-  const RejectionJob nothing{pass_plane(point, Vector3d::Zero()), 0.0, kEverything, -1.0};
-  RowBits same(kept.size());
-  bool undecided;
-  passes_.reject(kernel_rows(), nothing, kept.data(), same.data(), moments, undecided);
+void StreamedRows::settle_centroid() {
+  if (sums_) return;
+  PointSums sums;
+  for_each([&sums](const double* row) { sums.add(row); });
+  sums_ = sums;
+}
+
+// The moments of all rows in use: of those that a band without any width drops.
+void StreamedRows::gather_moments(const Vector3d& point) {
+  constexpr double kNoRow = -1.0;
+  RowBits none(in_use_.size());
+  Rejection all;
+  passes_.reject(kernel_rows(), rejection_job(point, Vector3d::Zero(), 0.0, kNoRow, point),
+                 in_use_.data(), none.data(), all);
+  reach_ += (point - moments_.point).norm() * (1.0 + 16.0 * kUnitRoundoff);
+  moments_ = Moments(all.dropped, point, dropped_depth(all_rows()));
 }
 
 // No row in use lies further from `point`. Rows that were rejected may have stood far out: beyond
 // what is usual the reach of those that are left is measured again.
 double StreamedRows::reach_from(const Vector3d& point, double usual) const {
-  double reach = reach_ + (point - point_).norm();
+  double reach = reach_ + (point - moments_.point).norm();
   if (reach > usual) {
     double squares = 0.0;
     for_each([&](const double* row) {
@@ -185,126 +245,133 @@ double StreamedRows::reach_from(const Vector3d& point, double usual) const {
   return reach * (1.0 + 16.0 * kUnitRoundoff);
 }
 
-// Scatter about the centroid, with its errors.
-struct CentredMoments {
-  Matrix3d scatter;
-  double change;  // norm of its error
-};
-
-CentredMoments centred(const RowMoments& moments, const Vector3d& shift, const Vector3d& centroid) {
-  const auto n = static_cast<double>(moments.count);
-  const Matrix3d scatter = scatter_of(moments) - n * shift * shift.transpose();
-  const double trace = scatter.trace();
-  const double sizes = centroid.lpNorm<1>() + std::sqrt(3.0 * std::max(0.0, trace) / n);
-  return {scatter, moments_change(n, trace, shift.norm(), sizes)};
-}
-
-std::optional<StreamedPlane> StreamedRows::plane() {
+// The normal comes from the moments, or from one pass of reflections: for a result where the
+// moments leave it fewer digits, for a rejection only where rounding of the moments would be the
+// larger part of its bound.
+std::optional<StreamedPlane> StreamedRows::plane(For purpose) {
   const auto n = static_cast<double>(count());
+  if (!moments_.good_for_scatter(dropped_depth(all_rows()))) gather_moments(centroid());
   const Vector3d m = centroid();
-  Vector3d shift = m - point_;
-  // Moments about a point outside the cloud lose digits. Then once more, about the centroid.
-  if (!(n * shift.squaredNorm() <= 0.5 * scatter_of(moments_).trace())) {
-    RowMoments again;
-    gather_moments(in_use_, m, again);
-    moments_ = again;
-    reach_ += shift.norm() * (1.0 + 16.0 * kUnitRoundoff);
-    point_ = m;
-    shift.setZero();
-  }
-  const CentredMoments about = centred(moments_, shift, m);
-  const double trace = about.scatter.trace();
+  const double sum = moments_.sum.norm();
+  const Matrix3d scatter = moments_.products - moments_.sum * moments_.sum.transpose() / n;
+  const double trace = scatter.trace();
   if (!(trace >= kSmallestSize * kSmallestSize)) return std::nullopt;
-  const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(about.scatter);
+  const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(scatter);
   if (solver.info() != Eigen::Success) return std::nullopt;
+  const double sizes = m.lpNorm<1>() + std::sqrt(3.0 * trace / n);
+  const double of_scatter = scatter_change(moments_.errors, n, trace, sum, sizes);
   StreamedPlane plane;
   CloudShape& cloud = plane.cloud;
   cloud.count = n;
+  cloud.rows = all_rows();
   cloud.centroid = m;
-  cloud.size = std::sqrt(trace + 3.0 * about.change);
-  cloud.rms = ((about.scatter.diagonal().array() + about.change).max(0.0) / n).sqrt();
+  cloud.centroid_error = sums_ ? 0.0 : centroid_change(moments_.errors, n, sum, sizes);
+  cloud.size = std::sqrt(trace + 3.0 * of_scatter);
+  cloud.rms = ((scatter.diagonal().array() + of_scatter).max(0.0) / n).sqrt();
   cloud.reach = reach_from(m, kUsualReach * cloud.rms.norm());
   const Vector3d squares = solver.eigenvalues().reverse().cwiseMax(0.0);
   cloud.spreads = squares.cwiseSqrt();
   Vector3d normal = solver.eigenvectors().col(0);
-  double second = std::sqrt(std::max(0.0, squares[1] - about.change));
-  double third = std::sqrt(squares[2] + about.change);
-  double own = turned_by_moments(about.change, cloud.spreads);
-  if (cloud.spreads[1] < kNarrow * cloud.spreads[0]) {
+  double own = turned_by_moments(of_scatter, cloud.spreads);
+  double decomposed = turned_by(decomposition_change(n, cloud.size),
+                                std::sqrt(std::max(0.0, squares[1] - of_scatter)),
+                                std::sqrt(squares[2] + of_scatter));
+  if (purpose == For::kResult ? cloud.spreads[1] < kNarrow * cloud.spreads[0] : own > decomposed) {
     TriangleReduction reduction(Centroid{m[0], m[1], m[2]});
     for_each([&reduction](const double* row) { reduction.add(row); });
     const ThinDirection thin = thin_direction_of(reduction.finish());
     const double change = reflections_change(n, cloud.size);
+    const double second = std::max(0.0, thin.spreads[1] - change);
+    const double third = thin.spreads[2] + change;
     normal = thin.normal;
     cloud.spreads = thin.spreads;
-    second = std::max(0.0, thin.spreads[1] - change);
-    third = thin.spreads[2] + change;
     own = turned_by(change, second, third);
+    decomposed = turned_by(decomposition_change(n, cloud.size), second, third);
   }
-  plane.normal_error =
-      own + turned_by(decomposition_change(n, cloud.size), second, third) + kUnitNormal;
+  plane.normal_error = own + decomposed + kUnitNormal;
   plane.abcd << normal, -(normal[0] * m[0] + normal[1] * m[1] + normal[2] * m[2]);
-  plane.heights = heights_of(m, normal, plane.normal_error);
+  plane.heights = heights_of(cloud, normal, plane.normal_error);
   return plane;
 }
 
-bool StreamedRows::take(RowBits& kept, const RowMoments& moments, const Vector3d& point) {
-  if (moments.count < kFewestRows) return false;
-  reach_ += (point - point_).norm() * (1.0 + 16.0 * kUnitRoundoff);
-  point_ = point;
-  moments_ = moments;
+bool StreamedRows::take(RowBits& kept, const Rejection& rejection) {
+  if (rejection.count < kFewestRows) return false;
+  moments_ =
+      moments_.without(Moments(rejection.dropped, moments_.point, dropped_depth(all_rows())));
+  sums_ = PointSums{rejection.sum[0], rejection.sum[1], rejection.sum[2]};
   in_use_.swap(kept);
   return true;
 }
 
-std::optional<bool> StreamedRows::reject(const StreamedPlane& plane, double middle, double half,
-                                         double error) {
-  if (!std::isfinite(error)) return std::nullopt;
-  RowBits kept(in_use_.size());
-  RowMoments moments;
-  bool undecided;
-  passes_.reject(kernel_rows(), {plane.for_passes(), middle, half, error}, in_use_.data(),
-                 kept.data(), moments, undecided);
-  if (undecided) return std::nullopt;
-  return take(kept, moments, plane.cloud.centroid);
-}
-
 std::optional<bool> StreamedRows::reject_beyond(const StreamedPlane& plane, double limit) {
-  const double of_distance = distance_error(plane.cloud, plane.normal_error, plane.heights);
-  if (!plane.clear_of_origin()) return std::nullopt;
-  return reject(plane, 0.0, limit, limit_error(of_distance, limit));
+  const double error =
+      limit_error(distance_error(plane.cloud, plane.normal_error, plane.heights), limit);
+  if (!plane.clear_of_origin() || !std::isfinite(error)) return std::nullopt;
+  RowBits kept(in_use_.size());
+  Rejection rejection;
+  passes_.reject(kernel_rows(),
+                 rejection_job(plane.cloud.centroid, plane.normal(), 0.0, limit, moments_.point),
+                 in_use_.data(), kept.data(), rejection);
+  if (!(rejection.nearest > error)) return std::nullopt;
+  return take(kept, rejection);
 }
 
+// The band is known only once all distances are added up. But it can be guessed: its centre, the
+// sum of distances from a plane through their own centroid, is rounding, and its width is in the
+// spreads. So the rows are rejected by the guess while they are added up, and again by the band
+// itself where some row lies too near to tell.
 std::optional<bool> StreamedRows::reject_beyond_sigmas(const StreamedPlane& plane, double k) {
   if (!plane.clear_of_origin() || !std::isfinite(plane.normal_error)) return std::nullopt;
-  DistanceSums sums;
-  passes_.sum_distances(kernel_rows(), plane.for_passes(), in_use_.data(), sums);
   const double n = plane.cloud.count;
-  const double sum = sums.sum;
-  const double sigma = std::sqrt((sums.squares + (n - 2.0) * sum * sum) / n);
   const Vector3d normal = plane.normal();
   const double of_distance = distance_error(plane.cloud, plane.normal_error, plane.heights);
-  const double of_sum =
-      sum_error(plane.cloud, normal, plane.normal_error, plane.heights, sums, of_distance);
-  const double of_deviation =
-      deviation_error(plane.cloud, normal, plane.normal_error, plane.heights, sum, of_sum, sigma);
-  return reject(plane, sum, k * sigma,
-                band_error(of_distance, of_sum, of_deviation, k, sum, sigma));
+  double middle = 0.0;
+  double half = k * plane.cloud.spreads[2] / std::sqrt(n);
+  RowBits kept(in_use_.size());
+  constexpr int kGuessAndBand = 2;
+  for (int pass = 0; pass < kGuessAndBand; ++pass) {
+    Rejection rejection;
+    DistanceSums sums;
+    passes_.reject_and_sum(
+        kernel_rows(), rejection_job(plane.cloud.centroid, normal, middle, half, moments_.point),
+        in_use_.data(), kept.data(), rejection, sums);
+    const double sum = sums.sum;
+    const double sigma = std::sqrt((sums.squares + (n - 2.0) * sum * sum) / n);
+    const double of_sum =
+        sum_error(plane.cloud, normal, plane.normal_error, plane.heights, sums, of_distance);
+    const double of_deviation =
+        deviation_error(plane.cloud, normal, plane.normal_error, plane.heights, sum, of_sum, sigma);
+    const double error = band_error(of_distance, of_sum, of_deviation, k, sum, sigma);
+    const double guess_error = std::abs(sum - middle) + std::abs(k * sigma - half);
+    if (rejection.nearest > error + guess_error) return take(kept, rejection);
+    if (!(rejection.nearest + guess_error > error)) return std::nullopt;  // as near to the band
+    middle = sum;
+    half = k * sigma;
+  }
+  return std::nullopt;
 }
 
 template <class Keeps>
 bool StreamedRows::keep_where(Keeps keeps) {
   RowBits kept(in_use_.size());
+  Index count = 0;
+  PointSums sums;
   for (std::size_t w = 0; w < in_use_.size(); ++w) {
     for (std::uint64_t word = in_use_[w]; word != 0; word &= word - 1) {
       const auto bit = static_cast<std::size_t>(__builtin_ctzll(word));
-      if (keeps(rows_.xyz + 3 * (64 * w + bit))) kept[w] |= std::uint64_t{1} << bit;
+      const double* row = rows_.xyz + 3 * (64 * w + bit);
+      if (!keeps(row)) continue;
+      kept[w] |= std::uint64_t{1} << bit;
+      ++count;
+      sums.add(row);
     }
   }
-  const Vector3d point = centroid();
-  RowMoments moments;
-  gather_moments(kept, point, moments);
-  return take(kept, moments, point);
+  if (count < kFewestRows) return false;
+  in_use_.swap(kept);
+  sums_ = sums;
+  moments_.count = count;
+  gather_moments(centroid());
+  return true;
 }
 
 // One pass with a guess of the mean. Where the distances are more alike than the guess is good, the
@@ -314,12 +381,13 @@ PlaneFitStats StreamedRows::measure(const StreamedPlane& plane, PointMatrix3& co
   const double n = plane.cloud.count;
   double guess = kMeanOfSigma * plane.cloud.spreads[2] / std::sqrt(n);
   DistanceFigures figures;
-  passes_.measure(kernel_rows(), plane.for_passes(), in_use_.data(), guess, figures,
+  const PointAndNormal at = pass_plane(plane.cloud.centroid, plane.normal());
+  passes_.measure(kernel_rows(), at, in_use_.data(), guess, figures,
                   copies.size() > 0 ? copies.data() : nullptr, copies.rows());
   double off = figures.sum / n;
   if (!(off * off <= 0.75 * figures.squares / n)) {
     guess += off;
-    passes_.measure(kernel_rows(), plane.for_passes(), in_use_.data(), guess, figures, nullptr, 0);
+    passes_.measure(kernel_rows(), at, in_use_.data(), guess, figures, nullptr, 0);
     off = figures.sum / n;
   }
   const double variance = std::max(0.0, figures.squares / n - off * off);
@@ -370,7 +438,8 @@ bool may_be_handed_out(const StreamedPlane& plane) {  // written so that a NaN m
 
 // The fit of the rows in use; copies them to `inliers`, which has room for them or no room at all.
 std::optional<PlaneFit> streamed_fit(StreamedRows& rows, PointMatrix3& inliers) {
-  const std::optional<StreamedPlane> plane = rows.plane();
+  rows.settle_centroid();
+  const std::optional<StreamedPlane> plane = rows.plane(StreamedRows::For::kResult);
   if (!plane || !may_be_handed_out(*plane)) return std::nullopt;
   PlaneFit fit{plane->abcd, rows.measure(*plane, inliers)};
   const Side side = side_of(rows, *plane, fit.stats.max_distance);
@@ -423,7 +492,7 @@ RobustFit finished(StreamedRows& rows, bool complete, int decompositions, Inlier
 template <class ByStreamed, class ByDecomposed>
 bool reject(StreamedRows& rows, int& decompositions, ByStreamed by_streamed,
             ByDecomposed by_decomposed) {
-  if (const std::optional<StreamedPlane> plane = rows.plane()) {
+  if (const std::optional<StreamedPlane> plane = rows.plane(StreamedRows::For::kRejection)) {
     if (const std::optional<bool> enough = by_streamed(*plane)) return *enough;
   }
   ++decompositions;
@@ -443,6 +512,7 @@ bool reject_beyond_limit(StreamedRows& rows, int& decompositions) {
 }
 
 bool reject_beyond_band(StreamedRows& rows, int& decompositions) {
+  rows.settle_centroid();
   return reject(
       rows, decompositions,
       [&rows](const StreamedPlane& plane) {

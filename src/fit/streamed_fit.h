@@ -3,11 +3,12 @@
 // in    a cloud and the depths that take part
 // out   a plane, its statistics and the rows that two rejections left
 //
-// The input is read five times and never copied but for the inliers: rows in the band, with their
-// moments; rejection at a fixed limit; the sigma band; rejection by it; statistics. Each rejection
-// keeps exactly the rows that the decomposition of the whole cloud would keep: a row that lies too
-// near to a bound for the error bounds (error_bounds.h) hands that one rejection to the
-// decomposition. Plane and statistics are those of the decomposition to rounding.
+// The input is read four times and never copied but for the inliers: rows in the band, with their
+// moments; rejection at a fixed limit; rejection by the sigma band; statistics. Each rejection
+// takes the moments of the rows that it drops, which are few, off those of the others. It keeps
+// exactly the rows that the decomposition of the whole cloud would keep: a row that lies too near
+// to a bound for the error bounds (error_bounds.h) hands that one rejection to the decomposition.
+// Plane and statistics are those of the decomposition to rounding.
 #pragma once
 
 #include <optional>

@@ -49,6 +49,8 @@ struct Cloud {
     const Eigen::SelfAdjointEigenSolver<Square> solver(gram);
     thin = solver.eigenvectors().col(0);
     shape.count = static_cast<double>(n);
+    shape.rows = shape.count;
+    shape.centroid_error = 0.0;
     for (int k = 0; k < 3; ++k) {
       shape.spreads[k] =
           static_cast<double>(std::sqrt(std::max<Real>(0.0L, solver.eigenvalues()[2 - k])));
@@ -197,42 +199,134 @@ TEST(NormalBound, HoldsForReflections) {
   EXPECT_GE(worst.decided(), kRuns / 2);
 }
 
-// The scatter itself, about a point that is not the centroid.
+// Moments about a point that is not the centroid, of all rows but those that two rejections drop,
+// the first of them far out.
+struct Gathered {
+  std::vector<std::uint64_t> in_use;
+  Eigen::Vector3d point;
+  Eigen::Vector3d sum = Eigen::Vector3d::Zero();
+  Square gram = Square::Zero();  // the true ones
+  Vector true_sum = Vector::Zero();
+  Eigen::Matrix3d products = Eigen::Matrix3d::Zero();
+  kestrane::MomentErrors errors{};
+  double count = 0.0;
+
+  void take(const kestrane::RowMoments& m, double sign) {
+    const double* p = m.products;
+    Eigen::Matrix3d matrix;
+    matrix << p[0], p[1], p[2], p[1], p[3], p[4], p[2], p[4], p[5];
+    count += sign * static_cast<double>(m.count);
+    sum += sign * Eigen::Vector3d(m.sum[0], m.sum[1], m.sum[2]);
+    products += sign * matrix;
+  }
+
+  Gathered(Random& random, const PointMatrix3& points, const Eigen::Vector3d& about, double reach)
+      : in_use(static_cast<std::size_t>(kestrane::words_for(points.rows()))), point(about) {
+    const auto& passes = row_passes(kestrane::best_row_vectors());
+    const kestrane::CloudRows rows{points.data(), points.rows()};
+    const auto all = static_cast<double>(points.rows());
+    kestrane::RowMoments moments;
+    double farthest;
+    passes.select(rows, {-kInf, kInf, {point[0], point[1], point[2]}}, in_use.data(), moments,
+                  farthest);
+    take(moments, 1.0);
+    errors = kestrane::moment_errors(count, products.trace(), kestrane::summation_depth(all));
+    for (const double share : {0.9, 0.7}) {
+      const Eigen::Vector3d normal =
+          Eigen::Vector3d(random.gaussian(), random.gaussian(), random.gaussian()).normalized();
+      kestrane::RejectionJob job{{{}, {}}, 0.0, share * reach, {}};
+      for (int k = 0; k < 3; ++k) {
+        job.plane.point[k] = job.moments_point[k] = point[k];
+        job.plane.normal[k] = normal[k];
+      }
+      std::vector<std::uint64_t> kept(in_use.size());
+      kestrane::Rejection rejection;
+      passes.reject(rows, job, in_use.data(), kept.data(), rejection);
+      const double* p = rejection.dropped.products;
+      errors = kestrane::errors_without(
+          errors, count, products.trace(),
+          kestrane::moment_errors(static_cast<double>(rejection.dropped.count), p[0] + p[3] + p[5],
+                                  kestrane::dropped_depth(all)));
+      take(rejection.dropped, -1.0);
+      in_use.swap(kept);
+    }
+    for (Eigen::Index i = 0; i < points.rows(); ++i) {
+      if ((in_use[static_cast<std::size_t>(i / 64)] >> (i % 64) & 1U) == 0) continue;
+      const Vector a = Vector(points(i, 0), points(i, 1), points(i, 2)) - point.cast<Real>();
+      true_sum += a;
+      gram += a * a.transpose();
+    }
+  }
+};
+
 TEST(NormalBound, HoldsForMoments) {
   Random random(3);
+  Worst worst_sum, worst_products;
+  int with_dropped = 0;
   for (int run = 0; run < kRuns; ++run) {
     const Cloud cloud(hostile_cloud(random, run));
-    const Vector shift =
-        0.3L * static_cast<Real>(cloud.shape.rms.norm()) *
-        Vector(random.uniform(-1, 1), random.uniform(-1, 1), random.uniform(-1, 1));
-    kestrane::RejectionJob job{};
-    for (int k = 0; k < 3; ++k) {
-      job.plane.point[k] = cloud.shape.centroid[k] - static_cast<double>(shift[k]);
-    }
-    job.half = kInf;
-    job.error = -1.0;
-    const std::vector<std::uint64_t> in_use = cloud.all();
-    std::vector<std::uint64_t> kept(in_use.size());
-    kestrane::RowMoments moments;
-    bool undecided;
-    row_passes(kestrane::best_row_vectors())
-        .reject(cloud.kernel_rows(), job, in_use.data(), kept.data(), moments, undecided);
+    const Eigen::Vector3d point =
+        cloud.shape.centroid +
+        0.3 * cloud.shape.rms.norm() *
+            Eigen::Vector3d(random.uniform(-1, 1), random.uniform(-1, 1), random.uniform(-1, 1));
+    const Gathered gathered(random, cloud.points, point, cloud.shape.reach);
+    with_dropped += gathered.count < cloud.shape.count ? 1 : 0;
+    ASSERT_NO_FATAL_FAILURE(worst_sum.see((gathered.sum.cast<Real>() - gathered.true_sum).norm(),
+                                          gathered.errors.sum, run));
+    ASSERT_NO_FATAL_FAILURE(worst_products.see(
+        (gathered.products.cast<Real>() - gathered.gram).norm(), gathered.errors.products, run));
+  }
+  EXPECT_GE(with_dropped, kRuns / 4);
+  EXPECT_GE(worst_sum.worst(), 1e-3);
+  EXPECT_GE(worst_products.worst(), 1e-3);
+}
+
+// The scatter about the centroid, which both fits share.
+TEST(NormalBound, HoldsForTheScatter) {
+  Random random(12);
+  for (int run = 0; run < kRuns; ++run) {
+    const Cloud cloud(hostile_cloud(random, run));
+    const Eigen::Vector3d point =
+        cloud.shape.centroid +
+        0.3 * cloud.shape.rms.norm() *
+            Eigen::Vector3d(random.uniform(-1, 1), random.uniform(-1, 1), random.uniform(-1, 1));
+    const Gathered gathered(random, cloud.points, point, kInf);
     const double n = cloud.shape.count;
-    Eigen::Vector3d moved;
-    for (int k = 0; k < 3; ++k) moved[k] = cloud.shape.centroid[k] - job.plane.point[k];
-    const double* p = moments.products;
-    Eigen::Matrix3d scatter;
-    scatter << p[0], p[1], p[2], p[1], p[3], p[4], p[2], p[4], p[5];
-    scatter -= n * moved * moved.transpose();
+    ASSERT_EQ(gathered.count, n);
+    const Eigen::Matrix3d scatter = gathered.products - gathered.sum * gathered.sum.transpose() / n;
     Square gram = Square::Zero();
     for (Eigen::Index i = 0; i < cloud.points.rows(); ++i) {
       gram += cloud.row(i) * cloud.row(i).transpose();
     }
     const double trace = static_cast<double>(gram.trace());
     const double sizes = cloud.shape.centroid.lpNorm<1>() + std::sqrt(3.0 * trace / n);
-    const double bound = kestrane::moments_change(n, trace, moved.norm(), sizes);
+    const double bound =
+        kestrane::scatter_change(gathered.errors, n, trace, gathered.sum.norm(), sizes);
     ASSERT_LE(static_cast<double>((scatter.cast<Real>() - gram).norm()), bound) << run;
   }
+}
+
+// A centroid from moments, beside the sum of one row after another.
+TEST(CentroidBound, HoldsForTheCentroidOfMoments) {
+  Random random(13);
+  Worst worst;
+  for (int run = 0; run < kRuns; ++run) {
+    PointMatrix3 points = hostile_cloud(random, run);
+    if (run % 2 == 0) points.rowwise() = points.row(0).eval();  // every addition rounds alike
+    const Cloud cloud(points);
+    const Eigen::Vector3d point =
+        cloud.shape.centroid +
+        0.3 * Eigen::Vector3d(random.gaussian(), random.gaussian(), random.gaussian())
+                  .cwiseProduct(cloud.shape.rms);
+    const Gathered gathered(random, points, point, kInf);
+    const double n = cloud.shape.count;
+    const double sizes =
+        cloud.shape.centroid.lpNorm<1>() + std::sqrt(3.0) * cloud.shape.size / std::sqrt(n);
+    const double bound = kestrane::centroid_change(gathered.errors, n, gathered.sum.norm(), sizes);
+    const Eigen::Vector3d mean = point + gathered.sum / n;
+    ASSERT_NO_FATAL_FAILURE(worst.see((mean - cloud.shape.centroid).norm(), bound, run));
+  }
+  EXPECT_GE(worst.worst(), 0.02);
 }
 
 // Signed distances as the literal form rounds them, to a plane of the very normal.
@@ -251,7 +345,7 @@ struct Distances {
     for (Eigen::Index i = 0; i < cloud.points.rows(); ++i) {
       exact.push_back(turned ? -n.dot(cloud.row(i)) : n.dot(cloud.row(i)));
     }
-    heights = kestrane::heights_of(cloud.shape.centroid, normal, 0.0);
+    heights = kestrane::heights_of(cloud.shape, normal, 0.0);
   }
 };
 
@@ -300,8 +394,7 @@ TEST(DistanceBound, HoldsForATurnedNormal) {
         Eigen::AngleAxisd(angle, normal.unitOrthogonal()).toRotationMatrix() * normal;
     const Distances distances(cloud, turned);
     const Real e = (turned - normal).cast<Real>().norm();
-    const double heights =
-        kestrane::heights_of(cloud.shape.centroid, normal, static_cast<double>(e));
+    const double heights = kestrane::heights_of(cloud.shape, normal, static_cast<double>(e));
     const Real bound = kestrane::distance_error(cloud.shape, static_cast<double>(e), heights);
     const bool same_side = distances.exact[0] * turned.cast<Real>().dot(cloud.row(0)) >= 0.0L;
     for (std::size_t i = 0; i < distances.exact.size(); ++i) {
@@ -335,14 +428,17 @@ struct Bands {
     const double s = plane[3] + kestrane::kGuard;
     if (0.0 > plane[0] / s ? s > 0.0 : s < 0.0) literal_sum = -literal_sum;
     const std::vector<std::uint64_t> in_use = cloud.all();
+    std::vector<std::uint64_t> kept(in_use.size());
     const kestrane::PointAndNormal at{{cloud.m.x, cloud.m.y, cloud.m.z},
                                       {streamed[0], streamed[1], streamed[2]}};
+    kestrane::Rejection rejection;
     row_passes(kestrane::best_row_vectors())
-        .sum_distances(cloud.kernel_rows(), at, in_use.data(), sums);
+        .reject_and_sum(cloud.kernel_rows(), {at, 0.0, kInf, {}}, in_use.data(), kept.data(),
+                        rejection, sums);
     const double n = cloud.shape.count;
     sigma = std::sqrt((sums.squares + (n - 2.0) * sums.sum * sums.sum) / n);
     const double e = (plane.head<3>() - streamed).norm() + kestrane::kUnitNormal;
-    const double heights = kestrane::heights_of(cloud.shape.centroid, streamed, e);
+    const double heights = kestrane::heights_of(cloud.shape, streamed, e);
     of_distance = kestrane::distance_error(cloud.shape, e, heights);
     of_sum = kestrane::sum_error(cloud.shape, streamed, e, heights, sums, of_distance);
     of_deviation =

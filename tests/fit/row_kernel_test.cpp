@@ -18,6 +18,7 @@ using kestrane::DepthJob;
 using kestrane::DistanceFigures;
 using kestrane::DistanceSums;
 using kestrane::PointAndNormal;
+using kestrane::Rejection;
 using kestrane::RejectionJob;
 using kestrane::row_passes;
 using kestrane::RowMoments;
@@ -72,10 +73,13 @@ long double distance(const PointMatrix3& points, Eigen::Index i, const PointAndN
   return d;
 }
 
+// Sums over rows, in order and of their differences from a point.
 struct Expected {
   Eigen::Index count = 0;
   double in_order[3] = {};
+  long double sum[3] = {};
   long double products[6] = {};
+  long double sum_sizes[3] = {};
   long double sizes[6] = {};
   long double reach = 0.0L;
 
@@ -85,6 +89,8 @@ struct Expected {
     for (int k = 0; k < 3; ++k) {
       in_order[k] += points(i, k);
       a[k] = static_cast<long double>(points(i, k)) - point[k];
+      sum[k] += a[k];
+      sum_sizes[k] += std::abs(a[k]);
     }
     int q = 0;
     for (int k = 0; k < 3; ++k) {
@@ -96,13 +102,21 @@ struct Expected {
     reach = std::max(reach, std::sqrt(a[0] * a[0] + a[1] * a[1] + a[2] * a[2]));
   }
 
-  void expect(const RowMoments& moments, double rows) const {
+  void expect(const RowMoments& moments, double depth) const {
     EXPECT_EQ(moments.count, count);
-    for (int k = 0; k < 3; ++k) EXPECT_EQ(moments.sum[k], in_order[k]);
-    const long double depth = (kestrane::summation_depth(rows) + 3.0) * kUnit;
-    for (int q = 0; q < 6; ++q) {
-      EXPECT_LE(std::abs(moments.products[q] - products[q]), 1.01L * depth * sizes[q]) << q;
+    for (int k = 0; k < 3; ++k) {
+      EXPECT_LE(std::abs(moments.sum[k] - sum[k]), 1.01L * (depth + 1.0) * kUnit * sum_sizes[k]);
     }
+    for (int q = 0; q < 6; ++q) {
+      EXPECT_LE(std::abs(moments.products[q] - products[q]),
+                1.01L * (depth + 3.0) * kUnit * sizes[q])
+          << q;
+    }
+  }
+
+  void expect_in_order(const Rejection& rejection) const {
+    EXPECT_EQ(rejection.count, count);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(rejection.sum[k], in_order[k]);
   }
 };
 
@@ -129,7 +143,7 @@ TEST_P(RowPassesOf, SelectTheRowsOfTheBandAndAddThemUp) {
       if (inside) expected.add(points, i, job.point);
     }
     for (Eigen::Index i = count; i < 64 * words_for(count); ++i) ASSERT_FALSE(is_set(in_use, i));
-    expected.expect(moments, static_cast<double>(count));
+    expected.expect(moments, kestrane::summation_depth(static_cast<double>(count)));
     EXPECT_NEAR(reach / static_cast<double>(expected.reach), 1.0, 1e-15);
   }
 }
@@ -157,56 +171,88 @@ TEST_P(RowPassesOf, RejectBeyondBoundsAndLeaveTheRestUnread) {
     for (Eigen::Index i = 0; i < count; ++i) {
       if (!is_set(in_use, i)) points.row(i).setConstant(i % 2 == 0 ? kNaN : kInf);
     }
-    const RejectionJob job{kPlane, 0.25, 30.0, 1e-9};
+    const RejectionJob job{kPlane, 0.25, 30.0, {50.0, -2.0, 490.0}};
     Bits kept(in_use.size(), ~std::uint64_t{0});
-    RowMoments moments;
-    bool undecided = true;
-    passes.reject(rows_of(points), job, in_use.data(), kept.data(), moments, undecided);
-    EXPECT_FALSE(undecided);
-    Expected expected;
+    Rejection rejection;
+    passes.reject(rows_of(points), job, in_use.data(), kept.data(), rejection);
+    Expected stay, dropped;
+    long double nearest = kInf;
     for (Eigen::Index i = 0; i < count; ++i) {
-      const bool keep = is_set(in_use, i) && std::abs(distance(points, i, kPlane) - 0.25L) <= 30.0L;
+      const long double off = std::abs(distance(points, i, kPlane) - 0.25L);
+      const bool keep = is_set(in_use, i) && off <= 30.0L;
       ASSERT_EQ(is_set(kept, i), keep) << count << ", row " << i;
-      if (keep) expected.add(points, i, kPlane.point);
+      if (!is_set(in_use, i)) continue;
+      (keep ? stay : dropped).add(points, i, job.moments_point);
+      nearest = std::min(nearest, std::abs(off - 30.0L));
     }
-    expected.expect(moments, static_cast<double>(count));
+    stay.expect_in_order(rejection);
+    dropped.expect(rejection.dropped, kestrane::dropped_depth(static_cast<double>(count)));
+    if (std::isinf(nearest)) {
+      EXPECT_TRUE(std::isinf(rejection.nearest));
+    } else {
+      EXPECT_NEAR(rejection.nearest, static_cast<double>(nearest), 1e-12);
+    }
   }
 }
 
-// One row of 700 within the error of one bound or the other, on either side of it.
-TEST_P(RowPassesOf, TellWhereARowLiesTooNearToABound) {
+TEST_P(RowPassesOf, DropEveryRowByABandWithoutAnyWidth) {
+  Random random(6);
+  for (const Eigen::Index count : counts()) {
+    const PointMatrix3 points = sheet(random, count);
+    const Bits in_use = random_bits(random, count);
+    const RejectionJob job{{{50.0, -2.0, 490.0}, {0, 0, 0}}, 0.0, -1.0, {50.0, -2.0, 490.0}};
+    Bits kept(in_use.size(), ~std::uint64_t{0});
+    Rejection rejection;
+    passes.reject(rows_of(points), job, in_use.data(), kept.data(), rejection);
+    EXPECT_EQ(rejection.count, 0);
+    EXPECT_EQ(kept, Bits(in_use.size()));
+    Expected all;
+    for (Eigen::Index i = 0; i < count; ++i) {
+      if (is_set(in_use, i)) all.add(points, i, job.moments_point);
+    }
+    all.expect(rejection.dropped, kestrane::dropped_depth(static_cast<double>(count)));
+  }
+}
+
+// One row of 700 near one bound or the other, on either side of it.
+TEST_P(RowPassesOf, TellHowNearARowLiesToABound) {
   for (const double off : {-2.02, -1.98, 1.98, 2.02}) {
     for (const Eigen::Index row : {0, 1, 2, 3, 250, 256, 699}) {
       PointMatrix3 points = PointMatrix3::Zero(700, 3);
       points(row, 0) = 0.5 + off;
       Bits in_use(11, ~std::uint64_t{0}), kept(11);
       in_use[10] = (std::uint64_t{1} << 60) - 1;
-      RowMoments moments;
-      bool undecided;
-      for (const auto& [error, expected] : {std::pair{0.019, false}, {0.021, true}}) {
-        const RejectionJob job{{{0, 0, 0}, {1, 0, 0}}, 0.5, 2.0, error};
-        passes.reject(rows_of(points), job, in_use.data(), kept.data(), moments, undecided);
-        EXPECT_EQ(undecided, expected) << off << ' ' << row << ' ' << error;
-        if (!undecided) {
-          EXPECT_EQ(is_set(kept, row), std::abs(off) < 2.0);
-        }
-      }
+      const RejectionJob job{{{0, 0, 0}, {1, 0, 0}}, 0.5, 2.0, {0, 0, 0}};
+      Rejection rejection;
+      passes.reject(rows_of(points), job, in_use.data(), kept.data(), rejection);
+      EXPECT_NEAR(rejection.nearest, 0.02, 1e-15) << off << ' ' << row;
+      EXPECT_EQ(is_set(kept, row), std::abs(off) < 2.0);
       in_use[static_cast<std::size_t>(row / 64)] &= ~(std::uint64_t{1} << (row % 64));
-      const RejectionJob job{{{0, 0, 0}, {1, 0, 0}}, 0.5, 2.0, 0.1};
-      passes.reject(rows_of(points), job, in_use.data(), kept.data(), moments, undecided);
-      EXPECT_FALSE(undecided) << "a row that is not in use";
+      passes.reject(rows_of(points), job, in_use.data(), kept.data(), rejection);
+      EXPECT_EQ(rejection.nearest, 1.5) << "a row that is not in use";
     }
   }
 }
 
-TEST_P(RowPassesOf, SumDistancesAndTheSizesOfTheirPartialSums) {
+TEST_P(RowPassesOf, SumDistancesOfRowsInUseAndTheSizesOfTheirPartialSums) {
   Random random(3);
   for (const Eigen::Index count : counts()) {
     PointMatrix3 points = sheet(random, count);
     points.col(0) += 0.1 * points.col(2);
     const Bits in_use = random_bits(random, count);
+    for (Eigen::Index i = 0; i < count; ++i) {
+      if (!is_set(in_use, i)) points.row(i).setConstant(kNaN);
+    }
+    const RejectionJob job{kPlane, 0.25, 30.0, {50.0, -2.0, 490.0}};
+    Bits kept(in_use.size()), kept_alone(in_use.size());
+    Rejection rejection, alone;
     DistanceSums sums;
-    passes.sum_distances(rows_of(points), kPlane, in_use.data(), sums);
+    passes.reject_and_sum(rows_of(points), job, in_use.data(), kept.data(), rejection, sums);
+    passes.reject(rows_of(points), job, in_use.data(), kept_alone.data(), alone);
+    EXPECT_EQ(kept, kept_alone);
+    EXPECT_EQ(rejection.count, alone.count);
+    EXPECT_EQ(rejection.nearest, alone.nearest);
+    EXPECT_EQ(rejection.dropped.products[0], alone.dropped.products[0]);
     long double sum = 0.0L, sizes = 0.0L, squares = 0.0L, walk = 0.0L, own = 0.0L;
     for (Eigen::Index i = 0; i < count; ++i) {
       if (!is_set(in_use, i)) continue;
@@ -221,7 +267,6 @@ TEST_P(RowPassesOf, SumDistancesAndTheSizesOfTheirPartialSums) {
     const long double depth = kestrane::summation_depth(static_cast<double>(count)) * kUnit;
     const long double rounding = 1.01L * (depth * sizes + 4.0L * kUnit * own);
     EXPECT_LE(std::abs(sums.sum - sum), rounding) << count;
-    EXPECT_LE(std::abs(sums.sizes - sizes), rounding) << count;
     EXPECT_NEAR(sums.squares, static_cast<double>(squares), 1e-12 * sums.squares + 1e-300);
     EXPECT_GE(sums.walk * (1.0 + 1e-9), static_cast<double>(walk)) << count;
   }
@@ -286,28 +331,35 @@ TEST(RowPasses, GiveTheSameValuesWithEveryVectorSet) {
     const DepthJob depths{100.0, 900.0, {60.0, 3.0, 500.0}};
     plain.select(rows, depths, a.data(), m[0], reach[0]);
     best.select(rows, depths, b.data(), m[1], reach[1]);
-    const auto expect_same = [&] {
-      ASSERT_EQ(m[0].count, m[1].count);
-      for (int k = 0; k < 3; ++k) ASSERT_TRUE(same_bits(m[0].sum[k], m[1].sum[k])) << run;
-      for (int q = 0; q < 6; ++q) ASSERT_TRUE(same_bits(m[0].products[q], m[1].products[q])) << run;
+    const auto expect_same = [run](const RowMoments& x, const RowMoments& y) {
+      ASSERT_EQ(x.count, y.count);
+      for (int k = 0; k < 3; ++k) ASSERT_TRUE(same_bits(x.sum[k], y.sum[k])) << run;
+      for (int q = 0; q < 6; ++q) ASSERT_TRUE(same_bits(x.products[q], y.products[q])) << run;
     };
     ASSERT_EQ(a, b);
     ASSERT_TRUE(same_bits(reach[0], reach[1]) ||
                 !std::isfinite(m[0].products[0] + m[0].products[3] + m[0].products[5]))
         << run;
-    expect_same();
-    bool undecided[2];
-    const RejectionJob job{kPlane, 0.1, 20.0, 1e-3};
-    plain.reject(rows, job, a.data(), c.data(), m[0], undecided[0]);
-    best.reject(rows, job, a.data(), d.data(), m[1], undecided[1]);
-    ASSERT_EQ(c, d);
-    ASSERT_EQ(undecided[0], undecided[1]);
-    expect_same();
+    ASSERT_NO_FATAL_FAILURE(expect_same(m[0], m[1]));
+    Rejection r[2];
     DistanceSums s[2];
-    plain.sum_distances(rows, kPlane, a.data(), s[0]);
-    best.sum_distances(rows, kPlane, a.data(), s[1]);
-    ASSERT_TRUE(same_bits(s[0].sum, s[1].sum) && same_bits(s[0].sizes, s[1].sizes) &&
-                same_bits(s[0].squares, s[1].squares) && same_bits(s[0].walk, s[1].walk))
+    const RejectionJob job{kPlane, 0.1, 20.0, {50.0, -2.0, 490.0}};
+    for (const bool summed : {false, true}) {
+      if (summed) {
+        plain.reject_and_sum(rows, job, a.data(), c.data(), r[0], s[0]);
+        best.reject_and_sum(rows, job, a.data(), d.data(), r[1], s[1]);
+      } else {
+        plain.reject(rows, job, a.data(), c.data(), r[0]);
+        best.reject(rows, job, a.data(), d.data(), r[1]);
+      }
+      ASSERT_EQ(c, d);
+      ASSERT_EQ(r[0].count, r[1].count);
+      ASSERT_TRUE(same_bits(r[0].nearest, r[1].nearest)) << run;
+      for (int k = 0; k < 3; ++k) ASSERT_TRUE(same_bits(r[0].sum[k], r[1].sum[k])) << run;
+      ASSERT_NO_FATAL_FAILURE(expect_same(r[0].dropped, r[1].dropped));
+    }
+    ASSERT_TRUE(same_bits(s[0].sum, s[1].sum) && same_bits(s[0].squares, s[1].squares) &&
+                same_bits(s[0].walk, s[1].walk))
         << run;
     DistanceFigures f[2];
     plain.measure(rows, kPlane, c.data(), 7.0, f[0], nullptr, 0);
