@@ -32,7 +32,8 @@ py::bytes decompress(const py::bytes& data, std::size_t size) {
     if (wanted > 0) written = lzf_decompress(packed.data(), length, out, wanted);
   }
   if (written != wanted || (wanted == 0 && length > 0)) {
-    throw std::invalid_argument("packed bytes are damaged, or do not give the size that they should");
+    throw std::invalid_argument(
+        "packed bytes are damaged, or do not give the size that they should");
   }
   return plain;
 }
