@@ -3,12 +3,13 @@
 namespace kestrane::quality {
 
 FileError::FileError(const std::string& path, const std::string& reason)
-    : std::runtime_error(path + ": " + reason), path_(path), reason_(reason) {}
+    : FileError(path, reason, 0) {}
 
 FileError::FileError(const std::string& path, const std::string& reason, int error_number)
-    : FileError(path, reason) {
-  error_number_ = error_number;
-}
+    : std::runtime_error(path + ": " + reason),
+      path_(path),
+      reason_(reason),
+      error_number_(error_number) {}
 
 // Out of line, so that the class has one home and can be caught across library borders.
 FileError::~FileError() = default;

@@ -11,6 +11,19 @@
 
 namespace kestrane::quality {
 
+// Threads that run `run`, each with its number; fewer than wanted where no more can be had.
+template <class Run>
+std::vector<std::thread> start_workers(std::size_t wanted, const Run& run) {
+  std::vector<std::thread> workers;
+  try {
+    workers.reserve(wanted);
+    while (workers.size() < wanted) workers.emplace_back(run, workers.size());
+  } catch (...) {
+    // Those that there are do all of the work.
+  }
+  return workers;
+}
+
 // Runs work(n, worker) for each n of 0 to count - 1 once, on at most `threads` threads, and done(n)
 // for each on the calling thread, in the order of n, as soon as all up to n are done. `worker` is
 // the number of the thread, 0 to threads - 1: no two run at once with the same one.
@@ -43,17 +56,8 @@ void side_by_side(std::size_t count, std::size_t threads, const Work& work, cons
     }
   };
 
-  std::vector<std::thread> workers;
-  if (threads > 1 && count > 1) {
-    try {
-      workers.reserve(std::min(threads, count));
-      while (workers.size() < std::min(threads, count)) {
-        workers.emplace_back(run, workers.size());
-      }
-    } catch (...) {
-      // Those that there are do all of it.
-    }
-  }
+  const std::size_t wanted = std::min(threads, count);
+  std::vector<std::thread> workers = start_workers(wanted > 1 ? wanted : 0, run);
   if (workers.empty()) {
     for (std::size_t n = 0; n < count; ++n) {
       work(n, std::size_t{0});

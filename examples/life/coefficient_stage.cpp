@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <utility>
+#include <vector>
 
 #include "examples/life/life.h"
 #include "kestrane/fast_calib.h"
@@ -24,14 +26,14 @@ constexpr double kFirstSample = 22.0;   // the old model counts with ten samples
 constexpr double kMiddleSample = 31.0;
 constexpr int kSamples = 10;
 
-// Tables of the job's record over cells that stand in one piece, plane after plane. The record
-// knows no constant cells; the job only reads them.
+// Tables of the job's record over a copy of cells that stand in one piece, plane after plane: the
+// record knows no constant cells.
 class TripleRows {
  public:
-  TripleRows(const std::vector<_LASER_TRIPLE>& cells, int planes, int lines, int line_cells) {
-    auto* first = const_cast<_LASER_TRIPLE*>(cells.data());
+  TripleRows(std::vector<_LASER_TRIPLE> cells, int planes, int lines, int line_cells)
+      : cells_(std::move(cells)) {
     for (int j = 0; j < planes * lines; ++j) {
-      lines_.push_back({first + std::ptrdiff_t{j} * line_cells, line_cells});
+      lines_.push_back({cells_.data() + std::ptrdiff_t{j} * line_cells, line_cells});
     }
     for (int p = 0; p < planes; ++p)
       rows_.push_back({&lines_[static_cast<std::size_t>(p * lines)], lines});
@@ -39,6 +41,7 @@ class TripleRows {
   kestrane::_LASER_LINES_INFOS* rows() { return rows_.data(); }
 
  private:
+  std::vector<_LASER_TRIPLE> cells_;
   std::vector<kestrane::_LASER_LINE_INFOS> lines_;
   std::vector<kestrane::_LASER_LINES_INFOS> rows_;
 };
