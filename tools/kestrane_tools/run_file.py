@@ -1,8 +1,9 @@
 """The run file: all that one run of the tools found, exact, in one .npz file.
 
-In go the figures of `kestrane.calibrate_factory`, `calibrate_field`, `compare` or of a compensation
-over temperature, as arrays; out comes a file from which the report page is drawn again and a verdict
-is passed again, without the clouds. Nothing here computes a figure.
+In go the results of `kestrane.calibrate_factory`, `calibrate_field`, `compare` or of a compensation
+over temperature; out comes a file from which the report page is drawn again and, by
+`kestrane_tools.results`, a verdict is passed again, without the clouds. Nothing here computes a
+figure.
 
 A `Run` has a part for each kind of result, None where there is none. A run with a factory and a
 field part is a device's life on one page. Lengths are in the unit of the points, shares 0 to 1; what
@@ -126,6 +127,15 @@ class FactoryPart(_Part):
 
     refused: str = _text()  # why no plane could be calibrated
 
+    # What was asked for
+    asked_far: bool = _flag()
+    asked_optimise: bool = _flag()
+    asked_screen: bool = _flag()
+    asked_gross: float = _number()
+    asked_repeatability: bool = _flag()
+    asked_refine: int = _count()  # 0 none, 1 an estimate, 2 all planes
+    volume: Array = _array("f8", 3)  # nearest and farthest depth, half angle in degrees
+
     # Planes: what went in
     status: Array = _array("i4", "P")
     reason: Array = _array("U", "P")  # why there is no plane; empty for a calibrated one
@@ -223,6 +233,7 @@ class FieldPart(_Part):
     smallest_t: Array = _array("f8", 3)
     motion_R: Array = _array("f8", 3, 3)
     motion_t: Array = _array("f8", 3)
+    quaternion: Array = _array("f8", 4)  # of the job's motion, x y z w
     indicator_mean: float = _number()
     indicator_max: float = _number()
     indicator_deviation: float = _number()
@@ -259,10 +270,10 @@ class FieldPart(_Part):
 
 @dataclass(frozen=True, eq=False, kw_only=True)
 class DifferencePart(_Part):
-    """How a second table b differs from the run's table a."""
+    """How the run's table differs from another one; + where the run's sheet lies at larger x."""
 
     refused: str = _text()
-    name: str = _text()  # of b, for people
+    name: str = _text()  # of the other, for people
 
     rms: float = _number()
     max: float = _number()

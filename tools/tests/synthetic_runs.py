@@ -103,6 +103,13 @@ def factory(
     bins = np.exp(-0.5 * ((np.arange(80) - 39.5) / 10.0) ** 2)
     return FactoryPart(
         refused="" if calibrated.any() else "no plane could be calibrated: no points",
+        asked_far=False,
+        asked_optimise=optimise,
+        asked_screen=True,
+        asked_gross=3.0,
+        asked_repeatability=True,
+        asked_refine=0,
+        volume=np.array([250.0, 800.0, 30.0]),
         status=np.where(calibrated, 0, -1),
         reason=np.where(calibrated, "", "no sector has 200 points"),
         points=np.where(calibrated, alive + 40, 150),
@@ -182,6 +189,7 @@ def field(planes: int = 8, *, frames: int = 20) -> FieldPart:
         smallest_t=np.array([0.204, -0.001, -0.325]),
         motion_R=np.eye(3),
         motion_t=np.array([0.204, -6.5, -0.325]),
+        quaternion=np.array([0.0, 0.0, 0.0, 1.0]),
         indicator_mean=0.06,
         indicator_max=0.31,
         indicator_deviation=0.02,

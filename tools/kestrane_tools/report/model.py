@@ -100,6 +100,9 @@ def rounded(values: Array, digits: int = 7) -> list[Any]:
 
 def volume_of(run: Run) -> tuple[float, float, float]:
     """Nearest and farthest depth and half angle in degrees of the working volume."""
+    if run.factory is not None:
+        near, far, half_angle = run.factory.volume
+        return float(near), float(far), float(half_angle)
     volume = run.meta.get("volume") or {}
     near, far = volume.get("depth") or _FIT_BAND
     return float(near), float(far), float(volume.get("half_angle_deg", _WHOLE_FAN))

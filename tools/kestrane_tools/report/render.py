@@ -15,13 +15,15 @@ from typing import Any
 import jinja2
 from markupsafe import Markup
 
+from kestrane import quality
 from kestrane.errors import DamagedFile, FileOpenError
 from kestrane_tools.files import read_bytes, write_bytes
 from kestrane_tools.report import words
-from kestrane_tools.report.model import SCHEMA, model_of
+from kestrane_tools.report.model import SCHEMA, model_of, volume_of
+from kestrane_tools.results import difference_part, findings_of, judged, table_of
 from kestrane_tools.run_file import Run
 
-__all__ = ["page_of", "read_page", "write_page"]
+__all__ = ["joined", "judged_anew", "page_of", "read_page", "write_page"]
 
 POLICY = "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; img-src data:"
 
@@ -35,7 +37,7 @@ def write_page(
     run: Run,
     path: str | os.PathLike[str],
     *,
-    limits: dict[str, float] | None = None,
+    limits: Any = None,
     compare: Any = None,
 ) -> None:
     """Write the page of a run.
@@ -46,7 +48,7 @@ def write_page(
         What to show.
     path : path
         The file; an older one is replaced in one step.
-    limits : dict, optional
+    limits : dict or kestrane Limits, optional
         Limits by their names in a limits file. The run's figures are judged anew against these.
     compare : kestrane.PlaneTable or Run, optional
         A table: the drift against it is shown. A run: its parts that `run` lacks are shown as well.
@@ -59,10 +61,12 @@ def write_page(
     write_bytes(path, page_of(run, limits=limits, compare=compare).encode())
 
 
-def page_of(run: Run, *, limits: dict[str, float] | None = None, compare: Any = None) -> str:
+def page_of(run: Run, *, limits: Any = None, compare: Any = None) -> str:
     """The page's text; parameters as `write_page`."""
     if compare is not None:
         run = joined(run, compare)
+    if limits is not None or compare is not None:
+        run = judged_anew(run, limits)
     environment = jinja2.Environment(
         loader=jinja2.FileSystemLoader(_FOLDER),
         autoescape=True,
@@ -85,13 +89,39 @@ def page_of(run: Run, *, limits: dict[str, float] | None = None, compare: Any = 
 
 
 def joined(run: Run, other: Any) -> Run:
-    """The run with the parts of another run that it lacks."""
+    """The run with its drift against a table, or with the parts of another run that it lacks.
+
+    Raises
+    ------
+    ValueError
+        A table and no table to hold it against, or parts of different devices.
+    """
+    if not isinstance(other, Run):
+        if run.table is None:
+            raise ValueError("the run has no table to compare")
+        volume = quality.WorkingVolume(*volume_of(run))
+        found = quality.compare(other, table_of(run.table), volume)
+        return dataclasses.replace(run, difference=difference_part(found))
     missing = {
         name: getattr(other, name)
         for name in ("table", "factory", "field", "difference", "compensation")
         if getattr(run, name) is None
     }
     return dataclasses.replace(run, **missing)
+
+
+def judged_anew(run: Run, limits: Any = None) -> Run:
+    """The run with the findings and the verdict of these limits, or of its own."""
+    if limits is None:
+        limits = run.meta.get("limits") or {}
+    judgement = judged(run, limits)
+    told = {
+        name: value
+        for name, value in (limits if isinstance(limits, dict) else dataclasses.asdict(limits)).items()
+        if value is not None
+    }
+    news = {"limits": told, "findings": findings_of(judgement), "verdict": judgement.verdict}
+    return dataclasses.replace(run, meta={**run.meta, **news})
 
 
 def json_text(model: dict[str, Any]) -> str:
