@@ -7,6 +7,7 @@ no residual); they are not the outcome of a calibration.
 from __future__ import annotations
 
 import dataclasses
+import json
 from typing import Any
 
 import numpy as np
@@ -323,3 +324,21 @@ def full_run(planes: int = 8, **changes: Any) -> Run:
         difference=difference(planes),
         compensation=compensation(planes),
     )
+
+
+PARTS = ("table", "factory", "field", "difference", "compensation")
+
+
+def assert_same(a: Run, b: Run) -> None:
+    """Equal to the bit, NaN equal to NaN of the same bits."""
+    assert json.dumps(a.meta) == json.dumps(b.meta)
+    for name in PARTS:
+        one, other = getattr(a, name), getattr(b, name)
+        assert (one is None) == (other is None), name
+        if one is None:
+            continue
+        for item in dataclasses.fields(one):
+            x, y = getattr(one, item.name), getattr(other, item.name)
+            assert type(x) is type(y), item.name
+            x, y = np.asarray(x), np.asarray(y)
+            assert x.shape == y.shape and x.tobytes() == y.astype(x.dtype).tobytes(), item.name

@@ -31,6 +31,7 @@ _WHOLE_FAN = 30.0  # degrees to either side
 _FIT_BAND = (100.0, 1000.0)
 _FAN_LINES = (0, 5, 10, 15)
 _FAN_ROWS = 7
+_FIT_ROWS = 32  # depth 1000
 
 
 def pack(values: Array, steps: int = _STEPS) -> Json:
@@ -299,19 +300,19 @@ def _maps(run: Run) -> list[Json]:
 
 
 def _extent(run: Run) -> Json:
-    """The blocks that maps show at first: those with points, and the working volume if one was given."""
-    assert run.table is not None
+    """The blocks that maps show at first: those with figures, and one around them."""
     shown = np.zeros((15, 50), bool)
     if run.factory is not None and not run.factory.refused:
         shown |= (run.factory.block_points > 0).any(axis=0)
     if run.difference is not None and not run.difference.refused:
         shown |= np.isfinite(run.difference.values).any(axis=0)
-    if run.meta.get("volume"):
-        shown |= in_volume(run)
     if not shown.any():
         shown[:] = True
     lines, rows = np.nonzero(shown)
-    return {"lines": [int(lines.min()), int(lines.max()) + 1], "rows": [int(rows.min()), int(rows.max()) + 1]}
+    return {
+        "lines": [max(int(lines.min()) - 1, 0), min(int(lines.max()) + 2, 15)],
+        "rows": [max(int(rows.min()) - 1, 0), min(int(rows.max()) + 2, 50)],
+    }
 
 
 # --- the other figures ------------------------------------------------------------------------------
@@ -386,12 +387,11 @@ def _histogram(part: FactoryPart) -> Json | None:
 
 
 def _fan(run: Run, extent: Json) -> Json | None:
-    """x of the sheets on a coarse net of the shown blocks, None for an empty row."""
+    """x of the sheets on a coarse net, down to where fits reach; None for an empty row."""
     table = run.table
     if table is None or len(table.cells) == 0:
         return None
-    first, last = extent["rows"]
-    rows = np.unique(np.linspace(first, last, _FAN_ROWS).round().astype(int))
+    rows = np.unique(np.linspace(0, max(extent["rows"][1], _FIT_ROWS), _FAN_ROWS).round().astype(int))
     lines = np.array(_FAN_LINES)
     z = table.z_start + rows * table.z_step
     at = np.minimum(rows, 50)

@@ -205,7 +205,7 @@
     const host = byId("glance-chart");
     if (!host || !planeCount) return;
     const { planes } = model, { plot, wide: room, high } = figure(host, 290, [18, 12, 86, 46]);
-    const wide = Math.min(room, planeCount * 110);
+    const wide = Math.min(room, planeCount * (planeCount < 6 ? 220 : 110));
     const x = d3.scaleBand().domain(planeNumbers).range([0, wide]);
     // One wild plane must not press the others flat: what lies beyond is cut and marked.
     const highest = d3.max(planes.max.filter(known)) || 1;

@@ -14,27 +14,11 @@ import pytest
 import synthetic_runs as runs
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
+from synthetic_runs import assert_same
 
 from kestrane.errors import DamagedFile, FileOpenError
 from kestrane_tools import run_file
 from kestrane_tools.run_file import Run
-
-PARTS = ("table", "factory", "field", "difference", "compensation")
-
-
-def assert_same(a: Run, b: Run) -> None:
-    """Equal to the bit, NaN equal to NaN of the same bits."""
-    assert json.dumps(a.meta) == json.dumps(b.meta)
-    for name in PARTS:
-        one, other = getattr(a, name), getattr(b, name)
-        assert (one is None) == (other is None), name
-        if one is None:
-            continue
-        for item in dataclasses.fields(one):
-            x, y = getattr(one, item.name), getattr(other, item.name)
-            assert type(x) is type(y), item.name
-            x, y = np.asarray(x), np.asarray(y)
-            assert x.shape == y.shape and x.tobytes() == y.astype(x.dtype).tobytes(), item.name
 
 
 def saved(run: Run, folder: Path) -> Path:
