@@ -70,7 +70,7 @@ bool hand_over(kestrane::RobustFit fit, Result& result) {
 
 template <RowVectors kVectors>
 bool vector_fit(const PointMatrix3& points, Result& result) {
-  return hand_over(kestrane::fit_in_band(points, kBand, kestrane::Inliers::kCopied, kVectors),
+  return hand_over(kestrane::fit_in_band(points, kBand, kestrane::Wanted::kAll, kVectors),
                    result);
 }
 

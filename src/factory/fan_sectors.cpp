@@ -89,7 +89,7 @@ void fit_sector_planes(_LASER_TYPE laser_type, const SectorClouds& sector_clouds
   const DepthBand depth_band = depth_band_of(laser_type);
   for (std::size_t s = 0; s < sector_clouds.size(); ++s) {
     if (sector_clouds[s].rows() < kFewestSectorPoints) continue;
-    RobustFit robust = fit_in_band(sector_clouds[s], depth_band, Inliers::kCopied);
+    RobustFit robust = fit_in_band(sector_clouds[s], depth_band, Wanted::kAll);
     if (!robust.complete) continue;
     sector_planes[s] = robust.fit->plane;
     sector_points[s] = std::move(robust.inliers);

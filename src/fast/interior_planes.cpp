@@ -52,7 +52,7 @@ std::array<PointMatrix3, kZones> split_into_zones(const std::vector<_KESTRANE_ID
 
 // Where the fit fails before its first plane, the plane stays zero: every distance is 0/0.
 PlaneAbcd fit_zone(const PointMatrix3& cloud) {
-  const RobustFit robust = fit_in_band(cloud, kFieldDepths, Inliers::kLeftOut);
+  const RobustFit robust = fit_in_band(cloud, kFieldDepths, Wanted::kPlane);
   return robust.fit ? robust.fit->plane : PlaneAbcd(PlaneAbcd::Zero());
 }
 

@@ -38,7 +38,7 @@ bool LaserGeometryFitter::fit_plane_robust(const PointMatrix3& points, PlaneAbcd
                                            PlaneFitStats& stats, PointMatrix3& inliers,
                                            DepthBand band, std::int32_t fit_mode) const {
   const bool once = fit_mode == static_cast<std::int32_t>(FitMode::kSinglePass);
-  RobustFit result = once ? fit_once(points) : fit_in_band(points, band, Inliers::kCopied);
+  RobustFit result = once ? fit_once(points) : fit_in_band(points, band, Wanted::kAll);
   if (result.fit) {
     plane = result.fit->plane;
     stats = result.fit->stats;

@@ -108,11 +108,6 @@ struct Pair {
 #endif
   }
 
-  static KESTRANE_INLINE void copy_row(const double* row, double* to) {
-    *reinterpret_cast<Two*>(to) = two(row);
-    to[2] = row[2];
-  }
-
   struct RowSum {
     Real xy{}, z{};
 
@@ -189,11 +184,6 @@ struct Quad {
 #else
     asm("vminpd %0, %1, %0" : "+x"(smallest) : "x"(v));
 #endif
-  }
-
-  // Writes one double beyond the row.
-  static KESTRANE_INLINE void copy_row(const double* row, double* to) {
-    *reinterpret_cast<Loose*>(to) = *reinterpret_cast<const Loose*>(row);
   }
 
   // The fourth lane adds up what stands beside a row, for nothing.
@@ -327,17 +317,52 @@ struct ChunkUse {
   }
 };
 
-// Adds up the coordinates of rows, one row after another. Each addition waits for the one before,
-// so the rows of a chunk are added while the vectors work on the next chunk, a few after each
-// group. Until a chunk waits, rows of the first one are passed over.
+// Where rows are copied to, one after another; nowhere, where `out` is null.
+struct RowCopy {
+  double* out;
+  const double* end;
+
+  // Whether a whole chunk may be copied row by row: each row is written, and overwritten by the
+  // next one where it is not in use, so that no branch has to guess.
+  KESTRANE_INLINE bool has_room_for_a_chunk() const {
+    return out != nullptr && end - out >= 3 * kChunkRows;
+  }
+
+  KESTRANE_INLINE void put(const double* row) const {
+    *reinterpret_cast<Two*>(out) = two(row);
+    out[2] = row[2];
+  }
+
+  // Writes nothing but rows in use.
+  KESTRANE_INLINE void take(const double* xyz, const std::uint64_t (&in_use)[kChunkWords]) {
+    if (out == nullptr) return;
+    for (int w = 0; w < kChunkWords; ++w, xyz += 3 * kWordRows) {
+      for (std::uint64_t word = in_use[w]; word != 0; word &= word - 1, out += 3) {
+        put(xyz + 3 * __builtin_ctzll(word));
+      }
+    }
+  }
+};
+
+// Adds up the coordinates of rows, one row after another, and copies the rows. Each addition waits
+// for the one before, so the rows of a chunk are added while the vectors work on the next chunk, a
+// few after each group. Until a chunk waits, rows of the first one are passed over.
 template <class V>
 struct OrderedSums {
+  RowCopy copy;
   const double* row;
   const std::int64_t* mask;
   typename V::RowSum sum{};
 
+  template <bool kCopies>
   KESTRANE_INLINE void step() {
-    for (int i = 0; i < V::kWidth; ++i, row += 3, ++mask) sum.add(row, *mask);
+    for (int i = 0; i < V::kWidth; ++i) sum.add(row + 3 * i, mask[i]);
+    for (int i = 0; kCopies && i < V::kWidth; ++i) {
+      copy.put(row + 3 * i);
+      copy.out += 3 & mask[i];
+    }
+    row += 3 * V::kWidth;
+    mask += V::kWidth;
   }
 
   KESTRANE_INLINE void wait_for(const double* xyz, const ChunkUse& use) {
@@ -346,7 +371,7 @@ struct OrderedSums {
   }
 
   // Adds the rows of the last chunk, by its words: its masks are set for padding too.
-  KESTRANE_INLINE void finish(const ChunkUse& use, double (&total)[3]) const {
+  KESTRANE_INLINE void finish(const ChunkUse& use, double (&total)[3]) {
     sum.put(total);
     const double* first = row;
     for (int w = 0; w < kChunkWords; ++w, first += 3 * kWordRows) {
@@ -355,6 +380,7 @@ struct OrderedSums {
         for (int k = 0; k < 3; ++k) total[k] += xyz[k];
       }
     }
+    copy.take(row, use.words);
   }
 };
 
@@ -365,33 +391,6 @@ KESTRANE_INLINE void drop_padding(std::int64_t left, std::uint64_t (&words)[kChu
     if (of_word < kWordRows) words[w] &= of_word > 0 ? (std::uint64_t{1} << of_word) - 1 : 0;
   }
 }
-
-// Where rows in use are copied to, one after another.
-struct RowCopy {
-  double* out;
-  const double* end;
-
-  // Each row is written, and overwritten by the next one where it is not in use: no branch has to
-  // guess. Towards the end, where that would write beyond it, only rows in use are.
-  template <class V>
-  KESTRANE_INLINE void take(const double* xyz, std::uint64_t word) {
-    if (end - out >= 3 * kWordRows + 1) {
-      double* to = out;
-      for (int i = 0; i < kWordRows; ++i, xyz += 3, word >>= 1) {
-        V::copy_row(xyz, to);
-        to += 3 * (word & 1);
-      }
-      out = to;
-      return;
-    }
-    for (; word != 0; word &= word - 1, out += 3) {
-      const double* row = xyz + 3 * __builtin_ctzll(word);
-      out[0] = row[0];
-      out[1] = row[1];
-      out[2] = row[2];
-    }
-  }
-};
 
 // Six sums of products.
 template <class V>
@@ -569,31 +568,22 @@ struct DistancesInUse {
   }
 };
 
-// Fills `sums` unless that is null, which the compiler sees.
-template <class V>
-KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
-                            std::uint64_t* kept, Rejection& rejection, DistanceSums* sums) {
-  using Real = typename V::Real;
-  using Bits = typename V::Bits;
-  const Direction<V> plane(job.plane);
-  Real middle, half;
-  V::fill(job.middle, middle);
-  V::fill(job.half, half);
-  const std::int64_t words = words_for(rows.count);
-  ChunkRows chunk;
-  DroppedRows dropped_rows;
-  DistancesInUse<V> distances;
-  ChunkUse uses[2] = {};  // of the chunk at work and of the one before
-  OrderedSums<V> in_order{chunk.at(rows, 0, job.plane.point), uses[1].masks};
-  int now = 0;
-  rejection.count = 0;
-  double nearest[kLanes];
-  for (double& lane : nearest) lane = __builtin_inf();
-  for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start, job.plane.point);
-    std::uint64_t word[kChunkWords];
-    load_words(in_use, start / kWordRows, words, word);
-    ChunkUse& use = uses[now];
+// A rejection, chunk by chunk; it adds distances up where that is wanted.
+template <class V, bool kSums>
+struct RejectedChunks {
+  Direction<V> plane;
+  typename V::Real middle, half;
+  OrderedSums<V> in_order;
+  DistancesInUse<V> distances{};
+  double nearest[kLanes] = {__builtin_inf(), __builtin_inf(), __builtin_inf(), __builtin_inf()};
+
+  // The rows of a chunk; beside it those of the one before are added up, and copied.
+  template <bool kCopies>
+  KESTRANE_INLINE void reject(const double* xyz, const std::uint64_t (&word)[kChunkWords],
+                              ChunkUse& use) {
+    using Real = typename V::Real;
+    using Bits = typename V::Bits;
+    OrderedSums<V> order = in_order;  // here no copied row can reach it
     for (int w = 0; w < kChunkWords; ++w) use.words[w] = 0;
     for (int lane = 0; lane < kLanes; lane += V::kWidth) {
       Real near;
@@ -609,74 +599,120 @@ KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::
           const Real off = size_of<V>(d - middle);
           const Bits keep = (Bits)V::without((Real)(off <= half), idle);
           V::lower(near, none_in<V>(idle, size_of<V>(off - half)));
-          if (sums != nullptr) distances.add(V::without(d, idle));
+          if (kSums) distances.add(V::without(d, idle));
           got = got >> kLanes | V::bits_of(keep) << (kWordRows - kLanes);
-          use.set_mask<V>(kWordRows * w + kLanes * g + lane, keep);
-          in_order.step();
+          use.template set_mask<V>(kWordRows * w + kLanes * g + lane, keep);
+          order.template step<kCopies>();
         }
         use.words[w] |= got << lane;
       }
       put<V>(near, lane, nearest);
-      if (sums != nullptr) distances.end_lanes(lane);
+      if (kSums) distances.end_lanes(lane);
     }
-    if (sums != nullptr) distances.end_chunk(count_of(word));
+    if (kSums) distances.end_chunk(count_of(word));
+    in_order = order;
+  }
+};
+
+template <class V, bool kSums>
+KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
+                            std::uint64_t* kept, Rejection& rejection, DistanceSums* sums,
+                            RowCopy copy) {
+  const std::int64_t words = words_for(rows.count);
+  ChunkRows chunk;
+  DroppedRows dropped_rows;
+  ChunkUse uses[2] = {};  // of the chunk at work and of the one before
+  RejectedChunks<V, kSums> chunks{
+      Direction<V>(job.plane), {}, {}, {copy, chunk.at(rows, 0, job.plane.point), uses[1].masks}};
+  V::fill(job.middle, chunks.middle);
+  V::fill(job.half, chunks.half);
+  int now = 0;
+  rejection.count = 0;
+  for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
+    const double* const xyz = chunk.at(rows, start, job.plane.point);
+    std::uint64_t word[kChunkWords];
+    load_words(in_use, start / kWordRows, words, word);
+    ChunkUse& use = uses[now];
+    if (chunks.in_order.copy.has_room_for_a_chunk()) {
+      chunks.template reject<true>(xyz, word, use);
+    } else {
+      chunks.in_order.copy.take(chunks.in_order.row, uses[now ^ 1].words);
+      chunks.template reject<false>(xyz, word, use);
+    }
     store_words(use.words, start / kWordRows, words, kept);
     for (int w = 0; w < kChunkWords; ++w) word[w] &= ~use.words[w];
     dropped_rows.add(xyz, word, job.moments_point);
     rejection.count += count_of(use.words);
-    in_order.wait_for(xyz, use);
+    chunks.in_order.wait_for(xyz, use);
     now ^= 1;
   }
-  in_order.finish(uses[now ^ 1], rejection.sum);
+  chunks.in_order.finish(uses[now ^ 1], rejection.sum);
   dropped_rows.finish(rejection.dropped);
-  rejection.nearest = smallest_of(nearest);
-  if (sums != nullptr) distances.finish(*sums);
+  rejection.nearest = smallest_of(chunks.nearest);
+  if (kSums) chunks.distances.finish(*sums);
 }
 
+// Figures of distances to a plane.
 template <class V>
-KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, const std::uint64_t* in_use,
-                             double guess_value, DistanceFigures& figures, RowCopy copy) {
-  using Real = typename V::Real;
-  using Bits = typename V::Bits;
-  const Direction<V> plane(at);
-  Real guess;
-  V::fill(guess_value, guess);
-  const std::int64_t words = words_for(rows.count);
-  ChunkRows chunk;
+struct Measured {
+  Direction<V> plane;
+  typename V::Real guess;
   LaneSums<2> sums;
   double largest[kLanes] = {};
-  for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start, at.point);
-    std::uint64_t word[kChunkWords];
-    load_words(in_use, start / kWordRows, words, word);
-    double chunk_sums[2][kLanes];
+
+  // A chunk without its rows beyond `count`.
+  template <bool kFull>
+  KESTRANE_INLINE void chunk(const double* xyz, std::int64_t count) {
+    using Real = typename V::Real;
+    std::uint64_t word[kChunkWords] = {~std::uint64_t{0}, ~std::uint64_t{0}, ~std::uint64_t{0},
+                                       ~std::uint64_t{0}};
+    drop_padding(count, word);
+    double of_chunk[2][kLanes];
     for (int lane = 0; lane < kLanes; lane += V::kWidth) {
       Real sum{}, squares{}, most{};
       for (int w = 0; w < kChunkWords; ++w) {
         const double* p = xyz + 3 * (kWordRows * w + lane);
         std::uint64_t used = word[w] >> lane;
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
-          const Bits& idle = lanes_not_in_use<V>(used);
-          const Real r = size_of<V>(plane.of(p));
-          V::raise(most, V::without(r, idle));
-          const Real off = V::without(r - guess, idle);
+          Real r = size_of<V>(plane.of(p));
+          Real off = r - guess;
+          if (!kFull) {
+            const typename V::Bits& idle = lanes_not_in_use<V>(used);
+            r = V::without(r, idle);
+            off = V::without(off, idle);
+          }
+          V::raise(most, r);
           sum += off;
           squares += off * off;
         }
       }
-      put<V>(sum, lane, chunk_sums[0]);
-      put<V>(squares, lane, chunk_sums[1]);
+      put<V>(sum, lane, of_chunk[0]);
+      put<V>(squares, lane, of_chunk[1]);
       for (int l = 0; l < V::kWidth; ++l) {
         if (most[l] > largest[lane + l]) largest[lane + l] = most[l];
       }
     }
-    if (copy.out != nullptr) {
-      for (int w = 0; w < kChunkWords; ++w) copy.take<V>(xyz + 3 * kWordRows * w, word[w]);
-    }
-    sums.add(chunk_sums);
+    sums.add(of_chunk);
   }
-  sums.close_level();
-  figures = {largest_of(largest), sums.of(0), sums.of(1)};
+};
+
+template <class V>
+KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, double guess,
+                             DistanceFigures& figures) {
+  ChunkRows chunk;
+  Measured<V> measured{Direction<V>(at), {}, {}, {}};
+  V::fill(guess, measured.guess);
+  for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
+    const double* const xyz = chunk.at(rows, start, at.point);
+    const std::int64_t left = rows.count - start;
+    if (left < kChunkRows) {
+      measured.template chunk<false>(xyz, left);
+    } else {
+      measured.template chunk<true>(xyz, kChunkRows);
+    }
+  }
+  measured.sums.close_level();
+  figures = {largest_of(measured.largest), measured.sums.of(0), measured.sums.of(1)};
 }
 
 // The bodies of one vector set.
@@ -687,17 +723,16 @@ KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, const std
   }                                                                                               \
   target void reject_##name(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use, \
                             std::uint64_t* kept, Rejection& rejection) {                          \
-    reject<V>(rows, job, in_use, kept, rejection, nullptr);                                       \
+    reject<V, false>(rows, job, in_use, kept, rejection, nullptr, {nullptr, nullptr});            \
   }                                                                                               \
-  target void reject_and_sum_##name(CloudRows rows, const RejectionJob& job,                      \
-                                    const std::uint64_t* in_use, std::uint64_t* kept,             \
-                                    Rejection& rejection, DistanceSums& sums) {                   \
-    reject<V>(rows, job, in_use, kept, rejection, &sums);                                         \
+  target void reject_and_sum_##name(                                                              \
+      CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use, std::uint64_t* kept,  \
+      Rejection& rejection, DistanceSums& sums, double* copies, std::int64_t room) {              \
+    reject<V, true>(rows, job, in_use, kept, rejection, &sums, {copies, copies + 3 * room});      \
   }                                                                                               \
-  target void measure_##name(CloudRows rows, const PointAndNormal& plane,                         \
-                             const std::uint64_t* in_use, double guess, DistanceFigures& figures, \
-                             double* copies, std::int64_t count) {                                \
-    measure<V>(rows, plane, in_use, guess, figures, {copies, copies + 3 * count});                \
+  target void measure_##name(CloudRows rows, const PointAndNormal& plane, double guess,           \
+                             DistanceFigures& figures) {                                          \
+    measure<V>(rows, plane, guess, figures);                                                      \
   }                                                                                               \
   constexpr RowPasses k_##name = {select_##name, reject_##name, reject_and_sum_##name,            \
                                   measure_##name};

@@ -87,17 +87,19 @@ enum class RowVectors { kBaseline, kAvx2 };
 
 RowVectors best_row_vectors();
 
-// The passes of one vector set, which the processor must have. `measure` copies the `count` rows in
-// use to `copies`, in order, unless that is null.
+// The passes of one vector set, which the processor must have. All rows are in use for `measure`.
+// `reject_and_sum` copies the rows that stay in use to `copies`, in order, unless that is null;
+// there must be room for all rows that were in use, and what lies beyond the copies is overwritten.
 struct RowPasses {
   void (*select)(CloudRows rows, const DepthJob& job, std::uint64_t* in_use, RowMoments& moments,
                  double& reach);
   void (*reject)(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
                  std::uint64_t* kept, Rejection& rejection);
   void (*reject_and_sum)(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
-                         std::uint64_t* kept, Rejection& rejection, DistanceSums& sums);
-  void (*measure)(CloudRows rows, const PointAndNormal& plane, const std::uint64_t* in_use,
-                  double guess, DistanceFigures& figures, double* copies, std::int64_t count);
+                         std::uint64_t* kept, Rejection& rejection, DistanceSums& sums,
+                         double* copies, std::int64_t room);
+  void (*measure)(CloudRows rows, const PointAndNormal& plane, double guess,
+                  DistanceFigures& figures);
 };
 
 const RowPasses& row_passes(RowVectors set);

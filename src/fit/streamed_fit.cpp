@@ -137,8 +137,10 @@ struct StreamedPlane {
 // Rows of a cloud that are in use, a bit each.
 class StreamedRows {
  public:
-  StreamedRows(PointRows rows, RowVectors vectors)
+  // With Wanted::kAll the second rejection copies the rows that it keeps.
+  StreamedRows(PointRows rows, Wanted wanted, RowVectors vectors)
       : rows_(rows),
+        wanted_(wanted),
         passes_(row_passes(vectors)),
         in_use_(static_cast<std::size_t>(words_for(rows.count))) {}
 
@@ -178,12 +180,15 @@ class StreamedRows {
   template <class Keeps>
   bool keep_where(Keeps keeps);
 
-  // Statistics of the distances to a plane through the centroid; fills `copies`, room for the rows
-  // in use, unless it has none.
-  PlaneFitStats measure(const StreamedPlane& plane, PointMatrix3& copies) const;
+  // Statistics of the distances of rows to a plane through their centroid.
+  PlaneFitStats measure(PointRows rows, const StreamedPlane& plane) const;
 
+  // No row in use lies further from the plane.
+  double farthest_from(const StreamedPlane& plane) const;
+
+  // The rows in use, copied now; or those that the second rejection has copied.
   PointMatrix3 copy() const;
-  PointRows all() const { return rows_; }
+  PointMatrix3 take_copies();
 
   // Calls visit(row) for every row in use, in order.
   template <class Visit>
@@ -201,13 +206,23 @@ class StreamedRows {
   Vector3d centroid() const {
     return sums_ ? vector_of(centroid_of(*sums_, count())) : moments_.mean();
   }
-  bool take(RowBits& kept, const Rejection& rejection);
+  bool take(RowBits& kept, const Rejection& rejection, const StreamedPlane& plane, double farthest);
   double reach_from(const Vector3d& point, double usual) const;
   void gather_moments(const Vector3d& point);
 
+  // A plane that rows were rejected by: all rows in use lie within `farthest` of it.
+  struct Kept {
+    Vector3d point;
+    Vector3d normal;
+    double farthest;
+  };
+
   PointRows rows_;
+  Wanted wanted_;
   const RowPasses& passes_;
   RowBits in_use_;
+  PointMatrix3 copies_;  // of the rows in use, or none
+  std::optional<Kept> kept_by_;
   Moments moments_;
   std::optional<PointSums> sums_;  // one row after another, where they are settled
   double reach_ = 0.0;             // no row in use lies further from the moments' point
@@ -294,11 +309,13 @@ std::optional<StreamedPlane> StreamedRows::plane(For purpose) {
   return plane;
 }
 
-bool StreamedRows::take(RowBits& kept, const Rejection& rejection) {
+bool StreamedRows::take(RowBits& kept, const Rejection& rejection, const StreamedPlane& plane,
+                        double farthest) {
   if (rejection.count < kFewestRows) return false;
   moments_ =
       moments_.without(Moments(rejection.dropped, moments_.point, dropped_depth(all_rows())));
   sums_ = PointSums{rejection.sum[0], rejection.sum[1], rejection.sum[2]};
+  kept_by_ = Kept{plane.cloud.centroid, plane.normal(), farthest};
   in_use_.swap(kept);
   return true;
 }
@@ -313,7 +330,7 @@ std::optional<bool> StreamedRows::reject_beyond(const StreamedPlane& plane, doub
                  rejection_job(plane.cloud.centroid, plane.normal(), 0.0, limit, moments_.point),
                  in_use_.data(), kept.data(), rejection);
   if (!(rejection.nearest > error)) return std::nullopt;
-  return take(kept, rejection);
+  return take(kept, rejection, plane, limit);
 }
 
 // The band is known only once all distances are added up. But it can be guessed: its centre, the
@@ -328,13 +345,15 @@ std::optional<bool> StreamedRows::reject_beyond_sigmas(const StreamedPlane& plan
   double middle = 0.0;
   double half = k * plane.cloud.spreads[2] / std::sqrt(n);
   RowBits kept(in_use_.size());
+  PointMatrix3 copies(wanted_ == Wanted::kAll ? count() : 0, 3);
+  double* const out = copies.rows() > 0 ? copies.data() : nullptr;
   constexpr int kGuessAndBand = 2;
   for (int pass = 0; pass < kGuessAndBand; ++pass) {
     Rejection rejection;
     DistanceSums sums;
     passes_.reject_and_sum(
         kernel_rows(), rejection_job(plane.cloud.centroid, normal, middle, half, moments_.point),
-        in_use_.data(), kept.data(), rejection, sums);
+        in_use_.data(), kept.data(), rejection, sums, out, copies.rows());
     const double sum = sums.sum;
     const double sigma = std::sqrt((sums.squares + (n - 2.0) * sum * sum) / n);
     const double of_sum =
@@ -343,7 +362,12 @@ std::optional<bool> StreamedRows::reject_beyond_sigmas(const StreamedPlane& plan
         deviation_error(plane.cloud, normal, plane.normal_error, plane.heights, sum, of_sum, sigma);
     const double error = band_error(of_distance, of_sum, of_deviation, k, sum, sigma);
     const double guess_error = std::abs(sum - middle) + std::abs(k * sigma - half);
-    if (rejection.nearest > error + guess_error) return take(kept, rejection);
+    if (rejection.nearest > error + guess_error) {
+      if (!take(kept, rejection, plane, std::abs(middle) + half)) return false;
+      if (out != nullptr) copies.conservativeResize(count(), Eigen::NoChange);  // where it stands
+      copies_ = std::move(copies);
+      return true;
+    }
     if (!(rejection.nearest + guess_error > error)) return std::nullopt;  // as near to the band
     middle = sum;
     half = k * sigma;
@@ -368,6 +392,7 @@ bool StreamedRows::keep_where(Keeps keeps) {
   }
   if (count < kFewestRows) return false;
   in_use_.swap(kept);
+  kept_by_.reset();
   sums_ = sums;
   moments_.count = count;
   gather_moments(centroid());
@@ -376,22 +401,32 @@ bool StreamedRows::keep_where(Keeps keeps) {
 
 // One pass with a guess of the mean. Where the distances are more alike than the guess is good, the
 // deviation has lost digits, and a second pass starts from the mean.
-PlaneFitStats StreamedRows::measure(const StreamedPlane& plane, PointMatrix3& copies) const {
+PlaneFitStats StreamedRows::measure(PointRows rows, const StreamedPlane& plane) const {
   constexpr double kMeanOfSigma = 0.8;  // mean size of a normal deviate, about
   const double n = plane.cloud.count;
   double guess = kMeanOfSigma * plane.cloud.spreads[2] / std::sqrt(n);
   DistanceFigures figures;
   const PointAndNormal at = pass_plane(plane.cloud.centroid, plane.normal());
-  passes_.measure(kernel_rows(), at, in_use_.data(), guess, figures,
-                  copies.size() > 0 ? copies.data() : nullptr, copies.rows());
+  passes_.measure({rows.xyz, rows.count}, at, guess, figures);
   double off = figures.sum / n;
   if (!(off * off <= 0.75 * figures.squares / n)) {
     guess += off;
-    passes_.measure(kernel_rows(), at, in_use_.data(), guess, figures, nullptr, 0);
+    passes_.measure({rows.xyz, rows.count}, at, guess, figures);
     off = figures.sum / n;
   }
   const double variance = std::max(0.0, figures.squares / n - off * off);
   return {figures.largest, guess + off, std::sqrt(variance)};
+}
+
+// A row's distance is that from the plane that it was kept by, but for what the normal has turned
+// and the centroid has moved since.
+double StreamedRows::farthest_from(const StreamedPlane& plane) const {
+  if (!kept_by_) return plane.cloud.reach;
+  const Vector3d n = plane.normal();
+  const Vector3d& m = plane.cloud.centroid;
+  const double turned = std::min((n - kept_by_->normal).norm(), (n + kept_by_->normal).norm());
+  return kept_by_->farthest + turned * plane.cloud.reach +
+         std::abs(kept_by_->normal.dot(m - kept_by_->point));
 }
 
 PointMatrix3 StreamedRows::copy() const {
@@ -399,6 +434,10 @@ PointMatrix3 StreamedRows::copy() const {
   double* out = rows.data();
   for_each([&out](const double* row) { out = std::copy_n(row, 3, out); });
   return rows;
+}
+
+PointMatrix3 StreamedRows::take_copies() {
+  return copies_.rows() > 0 ? std::move(copies_) : copy();
 }
 
 enum class Side { kInward, kOutward, kUndecided };
@@ -436,13 +475,15 @@ bool may_be_handed_out(const StreamedPlane& plane) {  // written so that a NaN m
          std::abs(plane.abcd[0]) > plane.normal_error && plane.clear_of_origin();
 }
 
-// The fit of the rows in use; copies them to `inliers`, which has room for them or no room at all.
-std::optional<PlaneFit> streamed_fit(StreamedRows& rows, PointMatrix3& inliers) {
+// The fit of the rows in use; its statistics where their `copies` are given.
+std::optional<PlaneFit> streamed_fit(StreamedRows& rows, const PointRows* copies) {
   rows.settle_centroid();
   const std::optional<StreamedPlane> plane = rows.plane(StreamedRows::For::kResult);
   if (!plane || !may_be_handed_out(*plane)) return std::nullopt;
-  PlaneFit fit{plane->abcd, rows.measure(*plane, inliers)};
-  const Side side = side_of(rows, *plane, fit.stats.max_distance);
+  PlaneFit fit{plane->abcd, {}};
+  if (copies != nullptr) fit.stats = rows.measure(*copies, *plane);
+  const Side side = side_of(
+      rows, *plane, copies != nullptr ? fit.stats.max_distance : rows.farthest_from(*plane));
   if (side == Side::kUndecided) return std::nullopt;
   if (side == Side::kInward) fit.plane *= -1.0;
   return fit;
@@ -477,15 +518,19 @@ RobustFit fit_from_first_rejection(WorkingRows working, int decompositions) {
 // ---- streamed fits, decomposing where they cannot decide ---------------------------------------
 
 // Hands out the fit of the rows in use.
-RobustFit finished(StreamedRows& rows, bool complete, int decompositions, Inliers inliers) {
+RobustFit finished(StreamedRows& rows, bool complete, int decompositions, Wanted wanted) {
   RobustFit result;
   result.complete = complete;
   result.decompositions = decompositions;
-  if (complete && inliers == Inliers::kCopied) result.inliers = PointMatrix3(rows.count(), 3);
-  if (rows.count() >= kFewestStreamedRows) result.fit = streamed_fit(rows, result.inliers);
+  const bool long_enough = rows.count() >= kFewestStreamedRows;
+  if (wanted == Wanted::kPlane && long_enough) result.fit = streamed_fit(rows, nullptr);
   if (result.fit) return result;
-  result.inliers.resize(0, 3);  // the decomposition needs the room
-  return finished(WorkingRows(rows.copy()), complete, decompositions);
+  PointMatrix3 copies = rows.take_copies();
+  const PointRows copied = rows_of(copies);
+  if (wanted == Wanted::kAll && long_enough) result.fit = streamed_fit(rows, &copied);
+  if (!result.fit) return finished(WorkingRows(std::move(copies)), complete, decompositions);
+  if (complete) result.inliers = std::move(copies);
+  return result;
 }
 
 // Does one rejection: by the streamed plane, or by the decomposed one where that cannot decide.
@@ -525,36 +570,39 @@ bool reject_beyond_band(StreamedRows& rows, int& decompositions) {
       });
 }
 
-RobustFit with(Inliers inliers, RobustFit fit) {
-  if (inliers == Inliers::kLeftOut) fit.inliers = PointMatrix3();
+// A fit by decomposition has everything.
+RobustFit only(Wanted wanted, RobustFit fit) {
+  if (wanted == Wanted::kAll) return fit;
+  fit.inliers = PointMatrix3();
+  if (fit.fit) fit.fit->stats = {};
   return fit;
 }
 
 }  // namespace
 
-RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Inliers inliers) {
-  return fit_in_band(points, band, inliers, best_row_vectors());
+RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Wanted wanted) {
+  return fit_in_band(points, band, wanted, best_row_vectors());
 }
 
-RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Inliers inliers,
+RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Wanted wanted,
                       RowVectors vectors) {
   if (points.rows() < kFewestStreamedRows) {
-    return with(inliers, fit_in_band_by_decomposition(points, band));
+    return only(wanted, fit_in_band_by_decomposition(points, band));
   }
-  StreamedRows rows(rows_of(points), vectors);
+  StreamedRows rows(rows_of(points), wanted, vectors);
   rows.select(band.lowest, band.highest);
   if (rows.count() < kFewestStreamedRows || !rows.in_range()) {
-    return with(inliers, fit_in_band_by_decomposition(points, band));
+    return only(wanted, fit_in_band_by_decomposition(points, band));
   }
   int decompositions = 0;
   if (!reject_beyond_limit(rows, decompositions)) {
-    return finished(rows, false, decompositions, inliers);
+    return only(wanted, finished(rows, false, decompositions, wanted));
   }
   if (rows.count() < kFewestStreamedRows) {
-    return with(inliers, fit_from_second_rejection(WorkingRows(rows.copy()), decompositions));
+    return only(wanted, fit_from_second_rejection(WorkingRows(rows.copy()), decompositions));
   }
   const bool enough = reject_beyond_band(rows, decompositions);
-  return with(inliers, finished(rows, enough, decompositions, inliers));
+  return only(wanted, finished(rows, enough, decompositions, wanted));
 }
 
 RobustFit fit_in_band_by_decomposition(const PointMatrix3& points, DepthBand band) {
@@ -565,11 +613,11 @@ RobustFit fit_in_band_by_decomposition(const PointMatrix3& points, DepthBand ban
 }
 
 std::optional<PlaneFit> streamed_plane_fit(const PointMatrix3& points) {
-  StreamedRows rows(rows_of(points), best_row_vectors());
+  const PointRows all = rows_of(points);
+  StreamedRows rows(all, Wanted::kAll, best_row_vectors());
   rows.select(-kEverything, kEverything);
   if (!rows.in_range()) return std::nullopt;
-  PointMatrix3 no_copies;
-  return streamed_fit(rows, no_copies);
+  return streamed_fit(rows, &all);
 }
 
 }  // namespace kestrane

@@ -22,22 +22,24 @@ namespace kestrane {
 // Below this length the decomposition of the whole cloud is cheap, and gives the fit.
 inline constexpr Eigen::Index kFewestStreamedRows = 64;
 
+// What of a robust fit is wanted: the plane alone costs one pass and the copies less.
+enum class Wanted { kPlane, kAll };
+
 struct RobustFit {
   bool complete = false;  // false: fewer than 3 rows, in the input, the band or after a rejection
-  std::optional<PlaneFit> fit;  // of the last rows that were fitted; none before the first fit
+  std::optional<PlaneFit> fit;  // of the last rows that were fitted; none before the first fit;
+                                // statistics of 0 where only the plane is wanted
   PointMatrix3 inliers;    // the rows of `fit`, in input order, if wanted; none where not complete
   int decompositions = 0;  // how often a cloud was decomposed: a rejection that the bounds could
                            // not decide, a degenerate cloud, or a short one (for its every fit)
 };
 
-enum class Inliers { kCopied, kLeftOut };
-
 // Rows inside the band; fit; rows within 2.5 of it; fit; rows within 2 sigma of it; fit.
-RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Inliers inliers);
+RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Wanted wanted);
 
 // The same with the passes of one vector set, which the processor must have; the result does not
 // depend on it.
-RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Inliers inliers,
+RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Wanted wanted,
                       RowVectors vectors);
 
 // The same fits, decomposing the whole cloud for each of them: what the streamed form is held to.

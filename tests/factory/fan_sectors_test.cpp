@@ -215,7 +215,7 @@ TEST(SectorFit, GivesWhatTheRobustFitGives) {
   kestrane::fit_sector_planes(kestrane::LASER_TYPE_STANDARD, clouds, planes, kept);
   for (std::size_t s = 0; s < 15; ++s) {
     const kestrane::RobustFit robust =
-        kestrane::fit_in_band(clouds[s], {100, 1000}, kestrane::Inliers::kCopied);
+        kestrane::fit_in_band(clouds[s], {100, 1000}, kestrane::Wanted::kAll);
     ASSERT_TRUE(robust.complete);
     EXPECT_TRUE(planes[s] == robust.fit->plane);
     EXPECT_TRUE(kept[s] == robust.inliers);

@@ -434,7 +434,7 @@ struct Bands {
     kestrane::Rejection rejection;
     row_passes(kestrane::best_row_vectors())
         .reject_and_sum(cloud.kernel_rows(), {at, 0.0, kInf, {}}, in_use.data(), kept.data(),
-                        rejection, sums);
+                        rejection, sums, nullptr, 0);
     const double n = cloud.shape.count;
     sigma = std::sqrt((sums.squares + (n - 2.0) * sums.sum * sums.sum) / n);
     const double e = (plane.head<3>() - streamed).norm() + kestrane::kUnitNormal;

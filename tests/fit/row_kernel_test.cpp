@@ -247,7 +247,8 @@ TEST_P(RowPassesOf, SumDistancesOfRowsInUseAndTheSizesOfTheirPartialSums) {
     Bits kept(in_use.size()), kept_alone(in_use.size());
     Rejection rejection, alone;
     DistanceSums sums;
-    passes.reject_and_sum(rows_of(points), job, in_use.data(), kept.data(), rejection, sums);
+    passes.reject_and_sum(rows_of(points), job, in_use.data(), kept.data(), rejection, sums,
+                          nullptr, 0);
     passes.reject(rows_of(points), job, in_use.data(), kept_alone.data(), alone);
     EXPECT_EQ(kept, kept_alone);
     EXPECT_EQ(rejection.count, alone.count);
@@ -272,41 +273,56 @@ TEST_P(RowPassesOf, SumDistancesOfRowsInUseAndTheSizesOfTheirPartialSums) {
   }
 }
 
-TEST_P(RowPassesOf, MeasureSizesAboutAGuessAndCopyTheRows) {
+TEST_P(RowPassesOf, CopyTheRowsThatStayInUse) {
   Random random(4);
   for (const Eigen::Index count : counts()) {
     PointMatrix3 points = sheet(random, count);
     const Bits in_use = random_bits(random, count);
-    std::vector<double> expected;
+    for (Eigen::Index i = 0; i < count; ++i) {
+      if (!is_set(in_use, i)) points.row(i).setConstant(kNaN);
+    }
+    const RejectionJob job{kPlane, 0.25, 150.0, {50.0, -2.0, 490.0}};
+    std::int64_t used = 0;
+    for (Eigen::Index i = 0; i < count; ++i) used += is_set(in_use, i) ? 1 : 0;
+    const auto room = static_cast<std::size_t>(3 * used);
+    std::vector<double> copies(room + 4, -7.0);
+    Bits kept(in_use.size()), kept_alone(in_use.size());
+    Rejection rejection, alone;
+    DistanceSums sums;
+    passes.reject_and_sum(rows_of(points), job, in_use.data(), kept.data(), rejection, sums,
+                          copies.data(), used);
+    passes.reject(rows_of(points), job, in_use.data(), kept_alone.data(), alone);
+    EXPECT_EQ(kept, kept_alone);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(rejection.sum[k], alone.sum[k]);
+    const double* copy = copies.data();
+    for (Eigen::Index i = 0; i < count; ++i) {
+      if (!is_set(kept, i)) continue;
+      for (int k = 0; k < 3; ++k) ASSERT_EQ(*copy++, points(i, k)) << count << ", row " << i;
+    }
+    for (std::size_t i = room; i < copies.size(); ++i) {
+      ASSERT_EQ(copies[i], -7.0) << "beyond the room of " << count;
+    }
+  }
+}
+
+TEST_P(RowPassesOf, MeasureSizesAboutAGuess) {
+  Random random(4);
+  for (const Eigen::Index count : counts()) {
+    const PointMatrix3 points = sheet(random, count);
     long double largest = 0.0L, sum = 0.0L, squares = 0.0L;
     for (Eigen::Index i = 0; i < count; ++i) {
-      if (!is_set(in_use, i)) {
-        points.row(i).setConstant(kNaN);
-        continue;
-      }
-      for (int k = 0; k < 3; ++k) expected.push_back(points(i, k));
       const long double r = std::abs(distance(points, i, kPlane));
       largest = std::max(largest, r);
       sum += r - 9.0L;
       squares += (r - 9.0L) * (r - 9.0L);
     }
-    std::vector<double> copies(expected.size() + 3, -7.0);
     DistanceFigures figures;
-    passes.measure(rows_of(points), kPlane, in_use.data(), 9.0, figures, copies.data(),
-                   static_cast<Eigen::Index>(expected.size() / 3));
+    passes.measure(rows_of(points), kPlane, 9.0, figures);
     EXPECT_NEAR(figures.largest, static_cast<double>(largest), 1e-12);
     const auto n = static_cast<double>(count);
     EXPECT_NEAR(figures.sum, static_cast<double>(sum), 1e-12 * n + 1e-13 * n * 9.0);
     EXPECT_NEAR(figures.squares, static_cast<double>(squares),
                 1e-12 * static_cast<double>(squares) + 1e-12);
-    for (std::size_t i = 0; i < expected.size(); ++i) ASSERT_EQ(copies[i], expected[i]) << count;
-    for (std::size_t i = expected.size(); i < copies.size(); ++i) {
-      ASSERT_EQ(copies[i], -7.0) << "beyond the copies of " << count;
-    }
-    DistanceFigures without;
-    passes.measure(rows_of(points), kPlane, in_use.data(), 9.0, without, nullptr, 0);
-    EXPECT_EQ(without.sum, figures.sum);
-    EXPECT_EQ(without.squares, figures.squares);
   }
 }
 
@@ -346,8 +362,8 @@ TEST(RowPasses, GiveTheSameValuesWithEveryVectorSet) {
     const RejectionJob job{kPlane, 0.1, 20.0, {50.0, -2.0, 490.0}};
     for (const bool summed : {false, true}) {
       if (summed) {
-        plain.reject_and_sum(rows, job, a.data(), c.data(), r[0], s[0]);
-        best.reject_and_sum(rows, job, a.data(), d.data(), r[1], s[1]);
+        plain.reject_and_sum(rows, job, a.data(), c.data(), r[0], s[0], nullptr, 0);
+        best.reject_and_sum(rows, job, a.data(), d.data(), r[1], s[1], nullptr, 0);
       } else {
         plain.reject(rows, job, a.data(), c.data(), r[0]);
         best.reject(rows, job, a.data(), d.data(), r[1]);
@@ -362,8 +378,8 @@ TEST(RowPasses, GiveTheSameValuesWithEveryVectorSet) {
                 same_bits(s[0].walk, s[1].walk))
         << run;
     DistanceFigures f[2];
-    plain.measure(rows, kPlane, c.data(), 7.0, f[0], nullptr, 0);
-    best.measure(rows, kPlane, c.data(), 7.0, f[1], nullptr, 0);
+    plain.measure(rows, kPlane, 7.0, f[0]);
+    best.measure(rows, kPlane, 7.0, f[1]);
     ASSERT_TRUE(same_bits(f[0].largest, f[1].largest) && same_bits(f[0].sum, f[1].sum) &&
                 same_bits(f[0].squares, f[1].squares))
         << run;
