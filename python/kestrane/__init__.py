@@ -48,7 +48,7 @@ from __future__ import annotations
 
 from typing import TYPE_CHECKING, Any
 
-from kestrane import clouds, jobs, quality
+from kestrane import jobs, quality
 from kestrane._quiet import quiet
 from kestrane.calibration import FactoryResult, FieldResult
 from kestrane.coefficients import Coefficients
@@ -98,6 +98,8 @@ from kestrane.quality import (
 from kestrane.tables import Grid, PlaneTable, SavedTable
 
 if TYPE_CHECKING:
+    from kestrane import clouds
+
     __version__: str
 
 __all__ = [
@@ -156,8 +158,17 @@ __all__ = [
 
 
 def __getattr__(name: str) -> Any:
-    if name == "__version__":  # asked of the installation only when somebody wants to know
+    # What not every program needs is got when it is asked for: a command line starts faster.
+    if name == "clouds":
+        from importlib import import_module
+
+        return import_module("kestrane.clouds")
+    if name == "__version__":
         from importlib.metadata import version
 
         return version("kestrane")
     raise AttributeError(f"module 'kestrane' has no attribute {name!r}")
+
+
+def __dir__() -> list[str]:
+    return sorted({*globals(), *__all__})

@@ -18,6 +18,8 @@ __all__ = ["Grid", "PlaneTable", "SavedTable"]
 
 Floats = NDArray[np.float64]
 
+_GRID: np.dtype[Any] = _core.grid_type()
+
 
 class Grid:
     """The bounds of the blocks of a table: 15 lines across the fan, 50 steps along the depth.
@@ -45,7 +47,7 @@ class Grid:
             laid = _core.nominal_grid()
         else:
             laid = np.array(record)
-            if laid.dtype != _core.grid_type() or laid.shape != ():
+            if laid.dtype != _GRID or laid.shape != ():
                 raise ValueError(f"a grid record expected, got {laid.dtype} of {laid.shape}")
         laid.flags.writeable = False
         self.record = laid
@@ -68,7 +70,7 @@ class Grid:
         ValueError
             Another shape.
         """
-        record = np.zeros((), _core.grid_type())
+        record = np.zeros((), _GRID)
         for name, values in (("z", z), ("y_start", y_start), ("y_step", y_step)):
             record[name] = as_numbers(values, name, (51,))
         record["z_start"] = float(z_start)

@@ -6,6 +6,11 @@
 
 PYBIND11_MODULE(_core, module) {
   module.doc() = "The libraries kestrane and kestrane-quality over NumPy memory; see kestrane.";
+#ifdef NDEBUG
+  module.attr("release_build") = true;
+#else
+  module.attr("release_build") = false;
+#endif
   kestrane::python::add_errors(module);
   kestrane::python::add_tables(module);
   kestrane::python::add_coefficients(module);
