@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 jobs=${JOBS:-$(nproc)}
 fuzz_seconds=${FUZZ_SECONDS:-15}
 logs=build/check
-steps=(format cppcheck tidy asan coverage threads memory fuzz abi)
+steps=(format cppcheck tidy types asan coverage threads memory fuzz abi)
 
 sources() { git ls-files "${@/%//*.cpp}"; }
 
@@ -39,6 +39,13 @@ step_tidy() {
   sed 's/ -fno-tree-pre / /g' build/release/compile_commands.json >"$logs/compile_commands.json"
   sources src quality simulation examples |
     xargs -P "$jobs" -n 1 clang-tidy -p "$logs" --quiet 2>"$logs/tidy.counts"
+}
+
+# The annotations of the Python package, and those that a host sees of it.
+step_types() {
+  build release kestrane_python
+  MYPYPATH=python /usr/bin/python3 -m mypy --strict --cache-dir "$logs/mypy" \
+    python/kestrane python/tests/typed_host.py
 }
 
 # All tests under the address, undefined-behaviour and float-cast-overflow sanitizers, leaks too.

@@ -181,21 +181,23 @@ def _file_open_error(*parts: object) -> FileOpenError:
     return FileOpenError(str(message), path=path, errno=number)  # type: ignore[arg-type]
 
 
+_KINDS: tuple[type[KestraneError], ...] = (
+    CalibrationFailed,
+    OutOfMemory,
+    NullPointer,
+    InvalidParameter,
+    FileOpenError,
+    CountMismatch,
+    RangeUnknown,
+    FitFailed,
+    SolveFailed,
+    EmptyRange,
+    NotReady,
+)
+
 _CLASS_OF_STATUS: dict[int, type[KestraneError]] = {
     kind.default_status: kind
-    for kind in (
-        CalibrationFailed,
-        OutOfMemory,
-        NullPointer,
-        InvalidParameter,
-        FileOpenError,
-        CountMismatch,
-        RangeUnknown,
-        FitFailed,
-        SolveFailed,
-        EmptyRange,
-        NotReady,
-    )
+    for kind in _KINDS
     if kind.default_status is not None
 }
 

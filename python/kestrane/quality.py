@@ -11,7 +11,7 @@ from __future__ import annotations
 import enum
 from collections.abc import Callable, Iterable, Mapping
 from dataclasses import dataclass, field, fields
-from typing import Any
+from typing import Any, TypeVar
 
 import numpy as np
 from numpy.typing import NDArray
@@ -70,6 +70,8 @@ Floats = NDArray[np.float64]
 Longs = NDArray[np.int64]
 Ints = NDArray[np.int32]
 Bools = NDArray[np.bool_]
+
+_Kind = TypeVar("_Kind")
 
 
 # --- settings -------------------------------------------------------------------------------------
@@ -399,7 +401,7 @@ class FactoryQuality(FactoryResult):
     """Why no plane could be calibrated; empty where one was."""
     reasons: list[str]
     """Why each plane has no row; empty for a calibrated one."""
-    settings: FactorySettings  # type: ignore[assignment]
+    settings: FactorySettings
     volume: WorkingVolume
     device: ResidualFigures
     histogram: ResidualHistogram
@@ -752,24 +754,22 @@ def calibrate_field(
     found = _core.calibrate_field(as_table(table), lists, first, bool(wanted.leave_out_ends))
     motion = Motion(*found.pop("motion"))
     used = found["used"]
-    return FieldQuality(
-        **{
-            **found,
-            "R": motion.R,
-            "t": motion.t,
-            "settings": FieldSettings(first, bool(wanted.leave_out_ends)),
-            "displacement": Displacement(**found["displacement"]),
-            "smallest_motion": Motion(*found["smallest_motion"]),
-            "directions": Directions(**found["directions"]),
-            "used": FieldUse(
-                **{
-                    **used,
-                    "stages": StageCounts(**used["stages"]),
-                    "dropped": DroppedFrames(**used["dropped"]),
-                    "screening": _account(used["screening"]),
-                }
-            ),
-        }
+    return _made(
+        FieldQuality,
+        found,
+        R=motion.R,
+        t=motion.t,
+        settings=FieldSettings(first, bool(wanted.leave_out_ends)),
+        displacement=Displacement(**found["displacement"]),
+        smallest_motion=Motion(*found["smallest_motion"]),
+        directions=Directions(**found["directions"]),
+        used=_made(
+            FieldUse,
+            used,
+            stages=StageCounts(**used["stages"]),
+            dropped=DroppedFrames(**used["dropped"]),
+            screening=_account(used["screening"]),
+        ),
     )
 
 
@@ -794,12 +794,11 @@ def compare(a: PlaneTable, b: PlaneTable, volume: WorkingVolume | None = None) -
     """
     wanted = WorkingVolume() if volume is None else volume
     found = _core.compare(as_table(a), as_table(b), wanted.bounds)
-    return Difference(
-        **{
-            **found,
-            "rigid": Motion(*found["rigid"]),
-            "planes": PlaneDifferences(**found["planes"]),
-        }
+    return _made(
+        Difference,
+        found,
+        rigid=Motion(*found["rigid"]),
+        planes=PlaneDifferences(**found["planes"]),
     )
 
 
@@ -889,12 +888,11 @@ def screen_cloud(points: Cloud, settings: CloudSettings | None = None) -> Screen
     """
     wanted = CloudSettings() if settings is None else settings
     found = _core.screen_cloud(as_cloud(points, "points"), float(wanted.gross), bool(wanted.far))
-    return ScreenedCloud(
-        **{
-            **found,
-            "account": _account(found["account"]),
-            "sheet": ScreeningSheet(**found["sheet"]),
-        }
+    return _made(
+        ScreenedCloud,
+        found,
+        account=_account(found["account"]),
+        sheet=ScreeningSheet(**found["sheet"]),
     )
 
 
@@ -911,7 +909,7 @@ def screen_frames(
     wanted = FieldSettings() if settings is None else settings
     lists, first = as_frames(frames, wanted.first)
     found = _core.screen_frames(lists, as_table(table), first, bool(wanted.leave_out_ends))
-    return ScreenedFrames(**{**found, "account": _account(found["account"])})
+    return _made(ScreenedFrames, found, account=_account(found["account"]))
 
 
 # --- helpers --------------------------------------------------------------------------------------
@@ -943,19 +941,23 @@ def _judgement(found: tuple[list[tuple[str, str, str, dict[str, float]]], str]) 
 
 
 def _account(found: dict[str, Any]) -> ScreeningAccount:
-    return ScreeningAccount(
-        **{
-            **found,
-            "frames": FrameAccounts(**found["frames"]),
-            "worst": WorstPoints(**found["worst"]),
-        }
+    return _made(
+        ScreeningAccount,
+        found,
+        frames=FrameAccounts(**found["frames"]),
+        worst=WorstPoints(**found["worst"]),
     )
 
 
 def _refined(found: dict[str, Any] | None) -> RefinedDevice | None:
     if found is None:
         return None
-    return RefinedDevice(**{**found, "table": PlaneTable._of(found["table"])})
+    return _made(RefinedDevice, found, table=PlaneTable._of(found["table"]))
+
+
+def _made(kind: type[_Kind], found: dict[str, Any], **parts: Any) -> _Kind:
+    """A dataclass of what the core has found, with some of it in a form of its own."""
+    return kind(**{**found, **parts})
 
 
 def _optional(kind: Any, found: dict[str, Any] | None) -> Any:

@@ -81,23 +81,23 @@ class Grid:
         record["head"] = [as_count(n, "head", -(2**31), 2**31 - 1) for n in numbers.tolist()]
         return cls(record)
 
-    def _of(self, name: str) -> Any:
-        return self.record[name]
-
     @property
     def z(self) -> Floats:
         """(51,) float64: depth of each corner."""
-        return self._of("z")
+        numbers: Floats = self.record["z"]
+        return numbers
 
     @property
     def y_start(self) -> Floats:
         """(51,) float64: y of the fan's lower edge at each depth."""
-        return self._of("y_start")
+        numbers: Floats = self.record["y_start"]
+        return numbers
 
     @property
     def y_step(self) -> Floats:
         """(51,) float64: width of a block at each depth."""
-        return self._of("y_step")
+        numbers: Floats = self.record["y_step"]
+        return numbers
 
     @property
     def z_start(self) -> float:
@@ -112,7 +112,8 @@ class Grid:
     @property
     def head(self) -> NDArray[np.int32]:
         """(4,) int32: carried along for the host."""
-        return self._of("head")
+        numbers: NDArray[np.int32] = self.record["head"]
+        return numbers
 
     def __eq__(self, other: object) -> bool:
         """All numbers equal to the bit."""

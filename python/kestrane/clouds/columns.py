@@ -165,7 +165,7 @@ def rows_by_plane(planes: NDArray[np.int32]) -> dict[int, Any]:
     if low == high:
         return {low: slice(None)}
     starts = np.flatnonzero(planes[1:] != planes[:-1]) + 1
-    first = planes[np.concatenate(([0], starts))]
+    first = planes[np.append(0, starts)]
     if first.size == np.unique(first).size:
         bounds = [0, *starts.tolist(), planes.size]
         runs = {int(first[k]): slice(bounds[k], bounds[k + 1]) for k in range(first.size)}

@@ -22,6 +22,7 @@ from numpy.typing import NDArray
 from kestrane.clouds.columns import Part, renamed, roles_of
 from kestrane.errors import DamagedFile
 
+_NPY: Any = np.lib.format  # without annotations in NumPy 1.24
 _MAGIC = b"\x93NUMPY"
 _COLUMNS_BY_WIDTH = {
     3: ("x", "y", "z"),
@@ -196,7 +197,7 @@ def _read_header(view: memoryview, path: str) -> tuple[int, np.dtype[Any], tuple
     try:
         header = ast.literal_eval(text.decode("utf-8").strip())
         shape, fortran, descr = header["shape"], header["fortran_order"], header["descr"]
-        dtype = np.lib.format.descr_to_dtype(descr)
+        dtype = _NPY.descr_to_dtype(descr)
     except Exception as error:  # a damaged header breaks in ways that none of these list
         raise DamagedFile(path, f"byte {field}: a header that is not one ({error})") from None
     if not isinstance(fortran, bool) or not (
@@ -296,4 +297,4 @@ def write_archive(file: BinaryIO, cloud: NDArray[Any], planes: NDArray[np.int32]
             # One date for all, so that equal clouds make equal files.
             entry = zipfile.ZipInfo(f"{name}.npy")
             with archive.open(entry, "w", force_zip64=True) as member:
-                np.lib.format.write_array(member, array, allow_pickle=False)
+                _NPY.write_array(member, array, allow_pickle=False)

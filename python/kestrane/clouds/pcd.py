@@ -148,7 +148,7 @@ def _parse_text(data: bytes, path: str, header: _Header, wanted: dict[str, int])
     body = data[header.offset :]
     if not ends_with_line_end(body):
         raise DamagedFile(path, f"cut at byte {len(data)}: the last line has no line end")
-    places = np.concatenate(([0], np.cumsum(header.counts))).tolist()
+    places = np.append(0, np.cumsum(header.counts)).tolist()
     positions = {role: places[k] for role, k in wanted.items()}
     first_line = header.lines + 1
     columns = read_columns(body, places[-1], positions, path=path, first_line=first_line)
@@ -163,15 +163,14 @@ def _row_type(header: _Header) -> np.dtype[Any]:
         np.dtype(kind).itemsize * count
         for kind, count in zip(header.types, header.counts, strict=True)
     ]
-    offsets = np.concatenate(([0], np.cumsum(sizes))).astype(int).tolist()
-    return np.dtype(
-        {  # type: ignore[call-overload]
-            "names": [f"p{k}" for k in range(len(sizes))],
-            "formats": header.types,
-            "offsets": offsets[:-1],
-            "itemsize": offsets[-1],
-        }
-    )
+    offsets = np.append(0, np.cumsum(sizes)).astype(int).tolist()
+    fields: Any = {
+        "names": [f"p{k}" for k in range(len(sizes))],
+        "formats": header.types,
+        "offsets": offsets[:-1],
+        "itemsize": offsets[-1],
+    }
+    return np.dtype(fields)
 
 
 def _parse_binary(data: bytes, path: str, header: _Header, wanted: dict[str, int]) -> Part:

@@ -228,9 +228,8 @@ def _row_type(order: str, element: _Element, lengths: dict[int, int]) -> np.dtyp
             formats.append(order + prop.type)
             offsets.append(size)
         size += lengths.get(k, 0 if prop.count_type else 1) * int(prop.type[1])
-    return np.dtype(
-        {"names": names, "formats": formats, "offsets": offsets, "itemsize": size}  # type: ignore[call-overload]
-    )
+    fields: Any = {"names": names, "formats": formats, "offsets": offsets, "itemsize": size}
+    return np.dtype(fields)
 
 
 def _walk_rows(
