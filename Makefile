@@ -15,7 +15,7 @@ PREFIX ?= /usr/local
 needs := @scripts/install-dependencies.sh
 needs_python := @scripts/install-dependencies.sh python
 
-.PHONY: help dependencies build python test test-arm64 demo bench growth accuracy asan check fuzz docs mutants \
+.PHONY: help dependencies build python test browser-test test-arm64 demo bench growth accuracy asan check fuzz docs mutants \
   format install package abi abi-baseline clean
 
 help: ## list the targets
@@ -39,6 +39,13 @@ test: build ## run all tests; those of foreign hosts, which build programs, come
 	@status=0; for tests in release adoption; do \
 	  ctest --preset $$tests -j $(JOBS) || status=1; \
 	done; cat build/release/pytest/*.txt; exit $$status
+
+browser-test: ## look at the report page in a headless browser
+	@scripts/install-dependencies.sh python browser
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target kestrane_python
+	@python/run-pytest.sh build/release/bin/python build/release/pytest/tools.browser.txt tools/tests/browser; \
+	  status=$$?; cat build/release/pytest/tools.browser.txt; exit $$status
 
 test-arm64: ## cross-compile for arm64 and run the tests emulated; TESTS=<regex> for some
 	$(needs) arm64

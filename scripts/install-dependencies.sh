@@ -26,7 +26,7 @@ for group in "$@"; do
         python3-click python3-rich python3-jinja2 node-d3
       )
       ;;
-    browser) packages+=(chromium chromium-driver python3-selenium) ;;
+    browser) packages+=(chromium chromium-driver fonts-dejavu-core python3-selenium) ;;
     fuzz) packages+=(clang libclang-rt-dev) ;;
     check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3 python3-mypy) ;;
     docs) packages+=(doxygen) ;;

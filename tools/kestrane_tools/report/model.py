@@ -18,7 +18,7 @@ from numpy.typing import NDArray
 
 from kestrane_tools.run_file import FactoryPart, Run, TablePart
 
-__all__ = ["SCHEMA", "block_middles", "in_volume", "model_of", "pack", "plain", "unpack", "volume_of"]
+__all__ = ["SCHEMA", "block_middles", "in_volume", "model_of", "pack", "plain", "unit_of", "unpack", "volume_of"]
 
 SCHEMA = "kestrane-report/1"
 
@@ -97,6 +97,11 @@ def plain(value: Any) -> Any:
 def rounded(values: Array, digits: int = 7) -> list[Any]:
     """Figures to so many significant digits: shorter text, and finer than any drawing shows."""
     return [plain(float(f"{value:.{digits}g}")) for value in np.asarray(values, float).ravel()]
+
+
+def unit_of(run: Run) -> str:
+    """The unit of lengths; a longer name would break the drawings."""
+    return str(run.meta.get("unit", "mm"))[:12]
 
 
 def volume_of(run: Run) -> tuple[float, float, float]:
@@ -447,7 +452,7 @@ def _compensation(run: Run) -> Json | None:
 def model_of(run: Run) -> Json:
     """All that the page draws, and the meta of the run, as plain values."""
     limits = run.meta.get("limits") or {}
-    model: Json = {"schema": SCHEMA, "meta": plain(run.meta), "unit": run.meta.get("unit", "mm")}
+    model: Json = {"schema": SCHEMA, "meta": plain(run.meta), "unit": unit_of(run)}
     if run.table is not None:
         table = run.table
         extent = _extent(run)

@@ -19,7 +19,7 @@ from kestrane import quality
 from kestrane.errors import DamagedFile, FileOpenError
 from kestrane_tools.files import read_bytes, write_bytes
 from kestrane_tools.report import words
-from kestrane_tools.report.model import SCHEMA, model_of, volume_of
+from kestrane_tools.report.model import SCHEMA, model_of, unit_of, volume_of
 from kestrane_tools.results import difference_part, findings_of, judged, table_of
 from kestrane_tools.run_file import Run
 
@@ -79,7 +79,7 @@ def page_of(run: Run, *, limits: Any = None, compare: Any = None) -> str:
         run=run,
         maps=model.get("maps", []),
         words=words,
-        unit=str(run.meta.get("unit", "mm")),
+        unit=unit_of(run),
         policy=POLICY,
         results=Markup(json_text(model)),
         style=Markup((_FOLDER / "report.css").read_text("utf-8")),

@@ -55,9 +55,8 @@
   };
 
   function readFragment() {
-    for (const [key, value] of new URLSearchParams(location.hash.slice(1))) {
-      if (allowed[key] && allowed[key](value)) state[key] = value;
-    }
+    const given = new URLSearchParams(location.hash.slice(1));
+    Object.keys(state).filter((key) => given.has(key) && allowed[key](given.get(key))).forEach((key) => { state[key] = given.get(key); });
   }
 
   function change(changes) {
@@ -470,11 +469,15 @@
       "Median residual of each frame on each plane");
     const context = canvas.getContext("2d");
     const edge = (i, n, size) => Math.round((i * size) / n);
+    context.font = `${10 * pixelRatio()}px system-ui, sans-serif`;
     poses.values.forEach((value, i) => {
       const p = Math.floor(i / columns), c = i % columns;
       const x = edge(c, columns, canvas.width), y = edge(p, planeCount, canvas.height);
       context.fillStyle = off.has(i) ? "#000" : known(value) ? blueRed(0.5 + value / (2 * poses.top)) : NONE;
       context.fillRect(x, y, edge(c + 1, columns, canvas.width) - x, edge(p + 1, planeCount, canvas.height) - y);
+      if (wide < 40 * columns || high < 14 * planeCount) return; // else there is room for the figure itself
+      context.fillStyle = off.has(i) || Math.abs(value) > 0.6 * poses.top ? "#fff" : INK;
+      context.fillText(length(value), x + 4 * pixelRatio(), y + 12 * pixelRatio());
     });
     const some = (n, room) => d3.range(0, n, Math.max(1, Math.ceil(n / room)));
     const x = d3.scaleBand().domain(d3.range(columns)).range([0, wide]);
@@ -601,7 +604,7 @@
     const low = 10 ** Math.floor(Math.log10(Math.min(d3.min(sigmas) || 0.001, 0.01)));
     const x = d3.scaleLog().domain([low, Math.max(2, 1.2 * (d3.max(sigmas) || 1))]).range([0, wide]);
     axis(plot, d3.axisBottom(x).ticks(5, "~g"), 0, high);
-    says(plot, wide, high + 32, `standard deviation, ${unit}; right of the dashed line: not fixed`, "end");
+    says(plot, wide, high + 32, `standard deviation, ${unit}`, "end");
     rule(plot, x(1), 0, x(1), high, BAD, "4 3");
     listed.forEach(({ name, sigma, endless, fixed, weak }, i) => {
       const words = endless ? "moves no sheet: trust no figure along it" : !known(sigma) ? "too few frames to tell"
@@ -692,8 +695,5 @@
     document.documentElement.dataset.ready = String(performance.now());
   }
 
-  start().catch((error) => {
-    say("A figure could not be drawn.");
-    throw error;
-  });
+  start().catch((error) => { say("A figure could not be drawn."); throw error; });
 })();

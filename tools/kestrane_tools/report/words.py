@@ -13,7 +13,7 @@ from typing import Any
 
 import numpy as np
 
-from kestrane_tools.report.model import volume_of
+from kestrane_tools.report.model import unit_of, volume_of
 from kestrane_tools.run_file import FactoryPart, FieldPart, Run
 
 __all__ = ["Card", "Cell", "Column", "Finding", "Table", "Verdict", "cards", "field_table", "files",
@@ -352,7 +352,7 @@ def _field_cards(part: FieldPart, unit: str) -> list[Card]:
 
 def cards(run: Run) -> list[Card]:
     """Six figures that tell most; none where the call was refused."""
-    unit = str(run.meta.get("unit", "mm"))
+    unit = unit_of(run)
     if run.factory is not None:
         return _factory_cards(run.factory, unit)
     if run.field is not None and not run.field.refused:
