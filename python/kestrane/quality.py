@@ -779,7 +779,8 @@ def compare(a: PlaneTable, b: PlaneTable, volume: WorkingVolume | None = None) -
     Parameters
     ----------
     a, b : PlaneTable
-        Of one device: as many planes and the same bounds of the blocks.
+        Of one device: as many planes and the same bounds of the blocks, to the six digits of a
+        table file.
     volume : WorkingVolume, optional
         Where they are compared; by default depths 100 to 1000 over the whole fan.
 

@@ -17,10 +17,19 @@ namespace {
 constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr std::size_t kPlaneBlocks = PlaneTable::kLines * PlaneTable::kCells;
 
+// A table file keeps six digits: half a unit of the last one is at most 5e-6 of the number, and
+// both tables may come from files.
+constexpr double kSixDigits = 1e-5;
+
+// Equal but for the digits that a table file does not keep; never for a NaN.
+bool same(double a, double b) {
+  return std::abs(a - b) <= kSixDigits * std::max(std::abs(a), std::abs(b));
+}
+
 bool same_bounds(const _LASER_PLANE_GRIDS& a, const _LASER_PLANE_GRIDS& b) {
-  return std::equal(std::begin(a.grid_y_start), std::end(a.grid_y_start), b.grid_y_start) &&
-         std::equal(std::begin(a.grid_y_step), std::end(a.grid_y_step), b.grid_y_step) &&
-         a.z_start == b.z_start && a.z_step == b.z_step;
+  return std::equal(std::begin(a.grid_y_start), std::end(a.grid_y_start), b.grid_y_start, same) &&
+         std::equal(std::begin(a.grid_y_step), std::end(a.grid_y_step), b.grid_y_step, same) &&
+         same(a.z_start, b.z_start) && same(a.z_step, b.z_step);
 }
 
 void require_alike(const PlaneTable& a, const PlaneTable& b) {

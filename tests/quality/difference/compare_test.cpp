@@ -57,6 +57,20 @@ TEST(Compare, RefusesTablesOfDifferentShape) {
   EXPECT_THROW(compare(table_of({{100}}), other), std::invalid_argument);
 }
 
+TEST(Compare, TakesATableThatHasBeenThroughItsFile) {
+  const PlaneTable exact = table_of({{100}});
+  PlaneTable rounded = exact;
+  // Six digits of a number leave at most 5e-6 of it open.
+  for (double& y : rounded.grids().grid_y_start) y *= 1.0 + 4e-6;
+  for (double& y : rounded.grids().grid_y_step) y *= 1.0 - 4e-6;
+  EXPECT_EQ(compare(exact, rounded).max, 0.0);
+  EXPECT_EQ(compare(rounded, exact).max, 0.0);
+  rounded.grids().grid_y_step[7] = exact.grids().grid_y_step[7] * (1.0 + 2e-5);
+  EXPECT_THROW(compare(exact, rounded), std::invalid_argument);
+  rounded.grids().grid_y_step[7] = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_THROW(compare(exact, rounded), std::invalid_argument);
+}
+
 TEST(Compare, RefusesTablesWithoutACommonBlock) {
   const Difference difference = compare(table_of({{100}}), PlaneTable(1));
   EXPECT_FALSE(difference.refused.empty());
