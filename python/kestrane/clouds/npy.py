@@ -76,6 +76,23 @@ def parse_archive(data: bytes, path: str, columns: Sequence[str] | None) -> list
         return _plane_parts(archive, names, data, path, columns)
 
 
+def arrays_in(data: bytes, path: str) -> dict[str, NDArray[Any]]:
+    """All arrays of an archive by their names, checked and read-only; nothing is unpickled.
+
+    Raises
+    ------
+    DamagedFile
+        The archive or an array in it is cut or altered.
+    ValueError
+        A name stands twice, or an array of objects.
+    """
+    with _opened(data, path) as archive:
+        names = [name.removesuffix(".npy") for name in archive.namelist()]
+        if len(set(names)) != len(names):
+            raise ValueError(f"{path}: an array stands twice")
+        return {name: _member(archive, name, data, path) for name in names}
+
+
 def _points_part(
     archive: zipfile.ZipFile,
     names: list[str],
