@@ -1,6 +1,7 @@
 // The coefficient record: per corner a line that ties its x to the condition of the device. The
 // device leaves an earlier calibration with models that are a little off; the corners that the
 // factory run measured pull them closer. Record and table then go into files and come back.
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>

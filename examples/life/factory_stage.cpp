@@ -1,5 +1,6 @@
 // Clouds of all planes, with points of every bad kind, become a table; plain, with optimised grid
 // corners and refined, each held against the true sheets.
+#include <algorithm>
 #include <cstdio>
 
 #include "examples/life/life.h"

@@ -3,6 +3,7 @@
 // knock: once through the fast calibration, once through the variant that writes into the
 // coefficients.
 #include <Eigen/Core>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <vector>

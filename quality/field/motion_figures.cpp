@@ -1,5 +1,6 @@
 #include "quality/field/motion_figures.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 

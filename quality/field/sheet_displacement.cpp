@@ -1,5 +1,6 @@
 #include "quality/field/sheet_displacement.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 

@@ -1,5 +1,6 @@
 #include "quality/refinement/penalty.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <vector>

@@ -42,8 +42,12 @@ std::vector<double> errors_left_out(const std::vector<Sums>& groups, const Sums&
     others.remove(group);
     const Eigen::MatrixXd normal = others.normal.topLeftCorner(terms, terms);
     const Eigen::VectorXd c = normal.ldlt().solve(others.right.head(terms));
-    const double squares = group.squares - 2.0 * c.dot(group.right.head(terms)) +
-                           c.dot(group.normal.topLeftCorner(terms, terms) * c);
+    double squares = group.squares;  // less 2 right c, plus c normal c
+    for (int i = 0; i < terms; ++i) {
+      double row = -2.0 * group.right[i];
+      for (int j = 0; j < terms; ++j) row += group.normal(i, j) * c[j];
+      squares += row * c[i];
+    }
     errors.push_back(squares / group.count);
   }
   return errors;

@@ -1,5 +1,7 @@
 #include "fast/crossing_frames.h"
 
+#include <algorithm>
+
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
 

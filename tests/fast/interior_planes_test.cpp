@@ -1,5 +1,7 @@
 #include "fast/interior_planes.h"
 
+#include <algorithm>
+
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
 #include "tests/literal/fast_calibration.h"

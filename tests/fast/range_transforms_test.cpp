@@ -1,6 +1,7 @@
 // The calibration of a device with coefficients: its checks, and the slots that it writes.
 #include "fast/range_transforms.h"
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 

@@ -1,5 +1,6 @@
 // Whole calibrations: what is recovered, reported and repeated.
 #include <Eigen/Geometry>
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <string>
