@@ -243,9 +243,11 @@ inline double band_error(double of_distance, double of_sum, double of_deviation,
          8.0 * kUnitRoundoff * (std::abs(sum) + k * sigma);
 }
 
-// The same beside a fixed limit.
-inline double limit_error(double of_distance, double limit) {
-  return of_distance + 8.0 * kUnitRoundoff * limit;
+// The same beside a fixed limit, where the streamed distance is n' . x - n' . m: gamma_5 of the sum
+// of |n'_j x_j| and gamma_4 of h, and |n'_j x_j| is at most |n'_j m_j| + |n'_j a_j|. The last part
+// is told above, with one rounding more that the length of n leaves room for.
+inline double limit_error(double of_distance, double heights, double limit) {
+  return of_distance + 10.0 * kUnitRoundoff * heights + 8.0 * kUnitRoundoff * limit;
 }
 
 }  // namespace kestrane

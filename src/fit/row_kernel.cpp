@@ -56,13 +56,25 @@ struct Pair {
   static constexpr int kWidth = 2;
   static constexpr std::uint64_t kOwnBits = 0x3333333333333333U;  // of a word, in the first round
 
+  // As rows 0 and 1 lie in memory: x0 y0, z0 x1, y1 z1.
+  static KESTRANE_INLINE void load_mixed(const double* p, Real& a, Real& b, Real& c) {
+    a = two(p);
+    b = two(p + 2);
+    c = two(p + 4);
+  }
   static KESTRANE_INLINE void load(const double* p, Real& x, Real& y, Real& z) {
-    const Real a = two(p), b = two(p + 2), c = two(p + 4);
+    Real a, b, c;
+    load_mixed(p, a, b, c);
     x = __builtin_shufflevector(a, b, 0, 3);
     y = __builtin_shufflevector(a, c, 1, 2);
     z = __builtin_shufflevector(b, c, 0, 3);
   }
+  // Of mixed x, y, z (x + y) + z in even lanes and (z + y) + x in odd ones.
+  static KESTRANE_INLINE Real add_mixed(const Real& a, const Real& b, const Real& c) {
+    return __builtin_shufflevector(a, c, 0, 3) + __builtin_shufflevector(a, c, 1, 2) + b;
+  }
   static KESTRANE_INLINE void fill(double value, Real& v) { v = Real{value, value}; }
+  static KESTRANE_INLINE void fill(double even, double odd, Real& v) { v = Real{even, odd}; }
   // The lanes of a mask, a bit each.
   static KESTRANE_INLINE std::uint64_t bits_of(const Bits& mask) {
 #if defined(__SSE2__)
@@ -135,15 +147,26 @@ struct Quad {
   static constexpr std::uint64_t kOwnBits = ~std::uint64_t{0};
 
   // Halves of rows 0, 1 and of rows 2, 3 beside each other; then no number has to change its half.
+  static KESTRANE_INLINE void load_mixed(const double* p, Real& a, Real& b, Real& c) {
+    a = __builtin_shufflevector(two(p), two(p + 6), 0, 1, 2, 3);
+    b = __builtin_shufflevector(two(p + 2), two(p + 8), 0, 1, 2, 3);
+    c = __builtin_shufflevector(two(p + 4), two(p + 10), 0, 1, 2, 3);
+  }
   static KESTRANE_INLINE void load(const double* p, Real& x, Real& y, Real& z) {
-    const Real a = __builtin_shufflevector(two(p), two(p + 6), 0, 1, 2, 3);
-    const Real b = __builtin_shufflevector(two(p + 2), two(p + 8), 0, 1, 2, 3);
-    const Real c = __builtin_shufflevector(two(p + 4), two(p + 10), 0, 1, 2, 3);
+    Real a, b, c;
+    load_mixed(p, a, b, c);
     x = __builtin_shufflevector(a, b, 0, 5, 2, 7);
     y = __builtin_shufflevector(a, c, 1, 4, 3, 6);
     z = __builtin_shufflevector(b, c, 0, 5, 2, 7);
   }
+  static KESTRANE_INLINE Real add_mixed(const Real& a, const Real& b, const Real& c) {
+    return __builtin_shufflevector(a, c, 0, 5, 2, 7) + __builtin_shufflevector(a, c, 1, 4, 3, 6) +
+           b;
+  }
   static KESTRANE_INLINE void fill(double value, Real& v) { v = Real{value, value, value, value}; }
+  static KESTRANE_INLINE void fill(double even, double odd, Real& v) {
+    v = Real{even, odd, even, odd};
+  }
 
   static KESTRANE_INLINE Bits beyond(const Real& v, const Real& low, const Real& high) {
     return (low > v) | (v > high);
@@ -480,25 +503,70 @@ KESTRANE_INLINE void select(CloudRows rows, const DepthJob& job, std::uint64_t* 
   reach = __builtin_sqrt(largest_of(farthest));
 }
 
-// D of rows.
+// Three numbers beside rows as V loads them mixed.
+template <class V>
+struct Mixed {
+  typename V::Real a, b, c;
+
+  explicit KESTRANE_INLINE Mixed(const double (&xyz)[3]) {
+    V::fill(xyz[0], xyz[1], a);
+    V::fill(xyz[2], xyz[0], b);
+    V::fill(xyz[1], xyz[2], c);
+  }
+};
+
+// D of rows, as the product of the normal with a difference.
 template <class V>
 struct Direction {
-  typename V::Real px, py, pz, nx, ny, nz;
+  Mixed<V> point;
+  Mixed<V> normal;
 
-  explicit KESTRANE_INLINE Direction(const PointAndNormal& plane) {
-    V::fill(plane.point[0], px);
-    V::fill(plane.point[1], py);
-    V::fill(plane.point[2], pz);
-    V::fill(plane.normal[0], nx);
-    V::fill(plane.normal[1], ny);
-    V::fill(plane.normal[2], nz);
-  }
+  explicit KESTRANE_INLINE Direction(const PointAndNormal& plane)
+      : point(plane.point), normal(plane.normal) {}
 
   KESTRANE_INLINE typename V::Real of(const double* p) const {
-    typename V::Real x, y, z;
+    typename V::Real a, b, c;
     fetch_ahead(p);
-    V::load(p, x, y, z);
-    return nx * (x - px) + ny * (y - py) + nz * (z - pz);
+    V::load_mixed(p, a, b, c);
+    return V::add_mixed((a - point.a) * normal.a, (b - point.b) * normal.b,
+                        (c - point.c) * normal.c);
+  }
+};
+
+// How far D of rows lies from the middle of a band; the distances themselves are added up.
+template <class V, bool kSums>
+struct OffMiddle {
+  Direction<V> plane;
+  typename V::Real middle;
+
+  explicit KESTRANE_INLINE OffMiddle(const RejectionJob& job) : plane(job.plane) {
+    V::fill(job.middle, middle);
+  }
+
+  KESTRANE_INLINE typename V::Real of(const double* p, typename V::Real& distance) const {
+    distance = plane.of(p);
+    return distance - middle;
+  }
+};
+
+// The same where nothing adds the distances up: the difference of two products, cheaper, and off by
+// a few roundings of either.
+template <class V>
+struct OffMiddle<V, false> {
+  Mixed<V> normal;
+  typename V::Real height;  // of the middle
+
+  explicit KESTRANE_INLINE OffMiddle(const RejectionJob& job) : normal(job.plane.normal) {
+    const double* n = job.plane.normal;
+    const double* p = job.plane.point;
+    V::fill((n[0] * p[0] + n[1] * p[1] + n[2] * p[2]) + job.middle, height);
+  }
+
+  KESTRANE_INLINE typename V::Real of(const double* p, typename V::Real&) const {
+    typename V::Real a, b, c;
+    fetch_ahead(p);
+    V::load_mixed(p, a, b, c);
+    return V::add_mixed(a * normal.a, b * normal.b, c * normal.c) - height;
   }
 };
 
@@ -571,8 +639,8 @@ struct DistancesInUse {
 // A rejection, chunk by chunk; it adds distances up where that is wanted.
 template <class V, bool kSums>
 struct RejectedChunks {
-  Direction<V> plane;
-  typename V::Real middle, half;
+  OffMiddle<V, kSums> off_middle;
+  typename V::Real half;
   OrderedSums<V> in_order;
   DistancesInUse<V> distances{};
   double nearest[kLanes] = {__builtin_inf(), __builtin_inf(), __builtin_inf(), __builtin_inf()};
@@ -595,8 +663,8 @@ struct RejectedChunks {
         std::uint64_t used = word[w] >> lane;
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
           const Bits& idle = lanes_not_in_use<V>(used);
-          const Real d = plane.of(p);
-          const Real off = size_of<V>(d - middle);
+          Real d;
+          const Real off = size_of<V>(off_middle.of(p, d));
           const Bits keep = (Bits)V::without((Real)(off <= half), idle);
           V::lower(near, none_in<V>(idle, size_of<V>(off - half)));
           if (kSums) distances.add(V::without(d, idle));
@@ -623,8 +691,7 @@ KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::
   DroppedRows dropped_rows;
   ChunkUse uses[2] = {};  // of the chunk at work and of the one before
   RejectedChunks<V, kSums> chunks{
-      Direction<V>(job.plane), {}, {}, {copy, chunk.at(rows, 0, job.plane.point), uses[1].masks}};
-  V::fill(job.middle, chunks.middle);
+      OffMiddle<V, kSums>(job), {}, {copy, chunk.at(rows, 0, job.plane.point), uses[1].masks}};
   V::fill(job.half, chunks.half);
   int now = 0;
   rejection.count = 0;

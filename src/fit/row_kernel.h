@@ -54,7 +54,8 @@ struct DepthJob {
   double point[3];
 };
 
-// Rows in use with |D - middle| <= half stay in use.
+// Rows in use with |D - middle| <= half stay in use. `reject` takes D, off by a few roundings more,
+// from normal . row.
 struct RejectionJob {
   PointAndNormal plane;
   double middle;

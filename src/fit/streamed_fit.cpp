@@ -321,8 +321,8 @@ bool StreamedRows::take(RowBits& kept, const Rejection& rejection, const Streame
 }
 
 std::optional<bool> StreamedRows::reject_beyond(const StreamedPlane& plane, double limit) {
-  const double error =
-      limit_error(distance_error(plane.cloud, plane.normal_error, plane.heights), limit);
+  const double error = limit_error(distance_error(plane.cloud, plane.normal_error, plane.heights),
+                                   plane.heights, limit);
   if (!plane.clear_of_origin() || !std::isfinite(error)) return std::nullopt;
   RowBits kept(in_use_.size());
   Rejection rejection;

@@ -406,6 +406,35 @@ TEST(DistanceBound, HoldsForATurnedNormal) {
   EXPECT_GE(worst.worst(), 0.3);
 }
 
+// Beside a limit: the distance as the pass works it out, and as the literal form does. A row at a
+// time, so that the nearest one is known.
+TEST(LimitBound, HoldsForTheDistanceOfARejection) {
+  Random random(14);
+  Worst worst;
+  const auto& passes = row_passes(kestrane::best_row_vectors());
+  for (int run = 0; run < kRuns; ++run) {
+    const Cloud cloud(hostile_cloud(random, run));
+    Eigen::Vector3d normal(random.gaussian(), random.gaussian(), random.gaussian());
+    if (run % 2 == 0) normal = cloud.thin.cast<double>();
+    normal.normalize();
+    const Distances distances(cloud, normal);
+    const double of_distance = kestrane::distance_error(cloud.shape, 0.0, distances.heights);
+    const Real bound = kestrane::limit_error(of_distance, distances.heights, 0.0);
+    const kestrane::RejectionJob job{
+        {{cloud.m.x, cloud.m.y, cloud.m.z}, {normal[0], normal[1], normal[2]}}, 0.0, 0.0, {}};
+    for (int k = 0; k < 20; ++k) {
+      const auto i = static_cast<std::size_t>(random.index(static_cast<int>(cloud.points.rows())));
+      std::vector<std::uint64_t> one(cloud.all().size()), kept(one.size());
+      one[i / 64] = std::uint64_t{1} << (i % 64);
+      kestrane::Rejection rejection;
+      passes.reject(cloud.kernel_rows(), job, one.data(), kept.data(), rejection);
+      const Real off = std::abs(rejection.nearest - std::abs(Real{distances.rounded[i]}));
+      ASSERT_NO_FATAL_FAILURE(worst.see(off, bound, run));
+    }
+  }
+  EXPECT_GE(worst.worst(), 1e-2);
+}
+
 // The literal form's band by its own plane, and the streamed one by a plane that is turned a
 // little.
 struct Bands {
@@ -525,7 +554,8 @@ TEST(BandBound, HoldsForBothBoundsAndARowBesideThem) {
 TEST(BandBound, AddsUpItsLinks) {
   EXPECT_EQ(kestrane::band_error(1.0, 2.0, 3.0, 2.0, 0.0, 0.0), 9.0);
   EXPECT_EQ(kestrane::band_error(0.0, 0.0, 0.0, 2.0, -3.0, 0.5), 32.0 * kUnitRoundoff);
-  EXPECT_EQ(kestrane::limit_error(1.0, 0.0), 1.0);
+  EXPECT_EQ(kestrane::limit_error(1.0, 0.0, 0.0), 1.0);
+  EXPECT_EQ(kestrane::limit_error(0.0, 2.0, 0.5), 24.0 * kUnitRoundoff);
 }
 
 TEST(NormalBound, SaysNothingWhereTheSecondSpreadIsTheThird) {

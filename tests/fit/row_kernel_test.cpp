@@ -253,7 +253,8 @@ TEST_P(RowPassesOf, SumDistancesOfRowsInUseAndTheSizesOfTheirPartialSums) {
     passes.reject(rows_of(points), job, in_use.data(), kept_alone.data(), alone);
     EXPECT_EQ(kept, kept_alone);
     EXPECT_EQ(rejection.count, alone.count);
-    EXPECT_EQ(rejection.nearest, alone.nearest);
+    const bool no_row = std::isinf(alone.nearest) && std::isinf(rejection.nearest);
+    EXPECT_TRUE(no_row || std::abs(rejection.nearest - alone.nearest) <= 1e-12) << count;
     EXPECT_EQ(rejection.dropped.products[0], alone.dropped.products[0]);
     long double sum = 0.0L, sizes = 0.0L, squares = 0.0L, walk = 0.0L, own = 0.0L;
     for (Eigen::Index i = 0; i < count; ++i) {
