@@ -168,6 +168,7 @@
     parent.append("text").attr("x", x).attr("y", y).attr("text-anchor", anchor).attr("class", kind).text(text);
   const bar = (parent, x, y, width, height, fill) => parent.append("rect").attr("x", x).attr("y", y)
     .attr("width", Math.max(0, width)).attr("height", Math.max(0, height)).attr("fill", fill);
+  const some = (n, room) => d3.range(0, n, Math.max(1, Math.ceil(n / room))); // places for labels
   const rule = (parent, x1, y1, x2, y2, stroke, dash = null) => parent.append("line").attr("x1", x1).attr("y1", y1)
     .attr("x2", x2).attr("y2", y2).attr("stroke", stroke).attr("stroke-width", 1.4).attr("stroke-dasharray", dash);
   const curve = (parent, d, stroke, dash = null) => parent.append("path").attr("d", d).attr("fill", "none")
@@ -212,8 +213,7 @@
     if (known(limits.rms) && limits.rms < 3 * top) top = Math.max(top, 1.05 * limits.rms);
     const y = d3.scaleLinear().domain([0, top]).range([high, 0]);
     axis(plot, d3.axisLeft(y).ticks(6), 0, 0);
-    const every = Math.max(1, Math.ceil(planeCount / (wide / 34)));
-    axis(plot, d3.axisBottom(x).tickValues(d3.range(0, planeCount, every)).tickSize(0).tickPadding(5), 0, high);
+    axis(plot, d3.axisBottom(x).tickValues(some(planeCount, wide / 34)).tickSize(0).tickPadding(5), 0, high);
     says(plot, -8, -8, unit, "end");
     if (known(limits.rms)) {
       const beyond = limits.rms > top;
@@ -273,10 +273,8 @@
   const badness = (map, value) => (!known(value) ? Infinity : map.worse === "low" ? -value : Math.abs(value));
   const isBeyond = (map, value) => known(map.plane_limit) && known(value) && badness(map, value) > badness(map, map.plane_limit);
 
-  function ordered(map) {
-    const worse = (a, b) => d3.descending(badness(map, map.planes[a]), badness(map, map.planes[b])) || a - b;
-    return state.sort === "number" ? planeNumbers : planeNumbers.slice().sort(worse);
-  }
+  const ordered = (map) => (state.sort === "number" ? planeNumbers : planeNumbers.slice().sort((a, b) =>
+    d3.descending(badness(map, map.planes[a]), badness(map, map.planes[b])) || a - b));
 
   function drawLegend(map, paint) {
     byId("origin-legend").hidden = map.kind !== "class";
@@ -479,7 +477,6 @@
       context.fillStyle = off.has(i) || Math.abs(value) > 0.6 * poses.top ? "#fff" : INK;
       context.fillText(length(value), x + 4 * pixelRatio(), y + 12 * pixelRatio());
     });
-    const some = (n, room) => d3.range(0, n, Math.max(1, Math.ceil(n / room)));
     const x = d3.scaleBand().domain(d3.range(columns)).range([0, wide]);
     const y = d3.scaleBand().domain(planeNumbers).range([0, high]);
     axis(plot, d3.axisLeft(y).tickValues(some(planeCount, 12)).tickSize(0).tickPadding(5), 0, 0);
@@ -569,19 +566,15 @@
     const scale = 0.86 * Math.min(width / (right - left || 1), height / (bottom - top || 1));
     const screen = ([u, v]) => [width / 2 + scale * (u - (left + right) / 2), height / 2 + scale * (v - (top + bottom) / 2)];
     context.clearRect(0, 0, width, height);
-    context.strokeStyle = "#fff";
-    context.lineWidth = ratio;
+    Object.assign(context, { strokeStyle: "#fff", lineWidth: ratio });
     for (const patch of patches.sort((a, b) => b.away - a.away)) {
       const shape = new Path2D(`M${patch.corners.map(screen).join("L")}Z`);
-      context.fillStyle = paint ? paint.css(model.planes.rms[patch.p]) : "#8fc1e0";
-      context.globalAlpha = isBad(patch.p) ? 0.9 : 0.55;
+      Object.assign(context, { globalAlpha: isBad(patch.p) ? 0.9 : 0.55, fillStyle: paint ? paint.css(model.planes.rms[patch.p]) : "#8fc1e0" });
       context.fill(shape);
       context.globalAlpha = 0.5;
       context.stroke(shape);
     }
-    context.globalAlpha = 1;
-    context.font = `${11 * ratio}px system-ui, sans-serif`;
-    context.fillStyle = context.strokeStyle = INK;
+    Object.assign(context, { globalAlpha: 1, font: `${11 * ratio}px system-ui, sans-serif`, fillStyle: INK, strokeStyle: INK });
     const write = (text, [u, v]) => context.fillText(text, clamp(u, 2, width - 20 * ratio), clamp(v, 10 * ratio, height - 3));
     const [x, y] = screen(seen([0, 0, 0]));
     context.fillRect(x - 2 * ratio, y - 2 * ratio, 4 * ratio, 4 * ratio);
@@ -671,6 +664,13 @@
     [drawGlance, drawMaps, drawPoses, drawHistogram, drawFan, drawDirections, drawCompensation].forEach((drawn) => drawn());
   }
 
+  // Paper is narrow: the figures are drawn for its width, so that their text stays legible.
+  function print(on) {
+    document.documentElement.classList.toggle("printing", on);
+    document.querySelectorAll("details").forEach((part) => { part.open = part.open || on; });
+    draw();
+  }
+
   const say = (text) => Object.assign(byId("trouble"), { hidden: false, textContent: `${text} Verdict, findings and tables are complete.` });
 
   async function start() {
@@ -686,7 +686,8 @@
     readFragment();
     [startMaps, startTables, startGlance, draw, sortTable].forEach((step) => step());
     addEventListener("hashchange", () => { readFragment(); drawMaps(); sortTable(); });
-    addEventListener("beforeprint", () => document.querySelectorAll("details").forEach((part) => { part.open = true; }));
+    addEventListener("beforeprint", () => print(true));
+    addEventListener("afterprint", () => print(false));
     let width = innerWidth, waiting = 0;
     addEventListener("resize", () => {
       clearTimeout(waiting);
