@@ -6,15 +6,15 @@
 namespace kestrane::quality {
 namespace {
 
-constexpr std::size_t kBins = 80;
+constexpr std::size_t kHistogramBins = 80;
 constexpr double kReach = 4.0;        // RMS to either side
-constexpr double kBinsPerRms = 10.0;  // kBins / (2 kReach)
+constexpr double kBinsPerRms = 10.0;  // kHistogramBins / (2 kReach)
 
 }  // namespace
 
 ResidualHistogram bins_for(const ResidualSums& sums) {
   ResidualHistogram histogram;
-  histogram.counts.assign(kBins, 0);
+  histogram.counts.assign(kHistogramBins, 0);
   if (sums.count == 0) return histogram;
   const double rms = std::sqrt(sums.squares / static_cast<double>(sums.count));
   if (!std::isfinite(rms)) return histogram;
@@ -26,10 +26,10 @@ ResidualHistogram bins_for(const ResidualSums& sums) {
 void count(double residual, ResidualHistogram& histogram) {
   if (std::isnan(histogram.width)) return;
   const double place = histogram.width > 0.0 ? (residual - histogram.low) / histogram.width
-                                             : static_cast<double>(kBins / 2);
+                                             : static_cast<double>(kHistogramBins / 2);
   if (!(place >= 0.0)) {
     ++histogram.below;
-  } else if (!(place < static_cast<double>(kBins))) {
+  } else if (!(place < static_cast<double>(kHistogramBins))) {
     ++histogram.above;
   } else {
     ++histogram.counts[static_cast<std::size_t>(place)];
