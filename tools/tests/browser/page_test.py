@@ -33,6 +33,19 @@ for (const canvas of document.querySelectorAll("canvas")) {
 return found;
 """
 
+# Share of a canvas that is neither empty nor grey.
+COLOURED = """
+return Array.from(document.querySelectorAll("#maps canvas"), (canvas) => {
+  const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+  let coloured = 0;
+  for (let i = 0; i < data.length; i += 4) {
+    const part = data.slice(i, i + 3);
+    if (data[i + 3] && Math.max(...part) - Math.min(...part) > 24) ++coloured;
+  }
+  return (4 * coloured) / data.length;
+});
+"""
+
 # Time from the click to the second frame after it, when the new map is on the screen.
 CHANGE = """
 const [selector, done] = arguments, start = performance.now();
@@ -70,6 +83,7 @@ def test_a_page_is_quiet_whole_and_within_its_width(opened: Open, name: str, wid
     assert page.run("return document.documentElement.scrollWidth") <= width
     few = {place: n for place, n in page.run(COLOURS).items() if n <= 8}
     assert few == {}
+    assert all(share > 0.2 for share in page.run(COLOURED))
 
 
 @pytest.mark.parametrize("name", ["hundred", "two"])
@@ -330,7 +344,8 @@ def test_text_of_a_device_stays_text(opened: Open) -> None:
     assert page.run("return typeof window.taken") == "undefined"
     assert HOSTILE in page.driver.find_element(By.ID, "head").text
     assert HOSTILE in page.driver.title
-    hover(page, LARGE, 0.5, 0.5)
+    told = hover(page, "#glance-chart rect.hit[data-plane='1']", 0.5, 0.5)
+    assert HOSTILE in told["text"]
     assert page.run("return typeof window.taken") == "undefined"
     assert page.run("return document.querySelectorAll('img').length") == 0
 

@@ -8,6 +8,7 @@ from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
+import numpy as np
 import synthetic_runs as runs
 from selenium import webdriver
 from selenium.webdriver.support.ui import WebDriverWait
@@ -27,7 +28,11 @@ RUNS: dict[str, Callable[[], Run]] = {
         meta=runs.meta(kind="difference"), table=runs.table(8), difference=runs.difference(8)
     ),
     "hostile": lambda: dataclasses.replace(
-        runs.device_run(2), meta=runs.meta(device={"serial": HOSTILE}, unit=HOSTILE)
+        runs.device_run(3),
+        meta=runs.meta(device={"serial": HOSTILE}, unit=HOSTILE),
+        factory=dataclasses.replace(
+            runs.factory(3, failed=(1,)), reason=np.array(["", HOSTILE, ""])
+        ),
     ),
 }
 
