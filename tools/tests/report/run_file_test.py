@@ -227,10 +227,10 @@ def test_an_older_file_outlives_a_failed_save(
     path = saved(runs.device_run(1), tmp_path)
     before = path.read_bytes()
 
-    def full(number: int, data: Any) -> int:
+    def full(number: int) -> None:
         raise OSError(errno.ENOSPC, "disk full")
 
-    monkeypatch.setattr("kestrane_tools.files.os.write", full)
+    monkeypatch.setattr(os, "fsync", full)
     with pytest.raises(FileOpenError) as caught:
         runs.device_run(2).save(path)
     assert caught.value.errno == errno.ENOSPC
