@@ -184,11 +184,12 @@ def _band(depth: Array) -> list[list[Any]]:
 
 
 def nice_top(values: Array) -> float:
-    """A round number that 98 % of the sizes do not exceed: the end of a scale without a limit."""
+    """A round number that 98 % of the sizes do not exceed: the end of a scale without a limit.
+
+    At least a thousandth: a scale of rounding errors would paint them as if they were figures.
+    """
     sizes = np.abs(values[np.isfinite(values)])
-    top = float(np.quantile(sizes, 0.98)) if sizes.size else 0.0
-    if not top > 0.0:
-        return 1.0
+    top = max(float(np.quantile(sizes, 0.98)), 0.001) if sizes.size else 1.0
     power = 10.0 ** math.floor(math.log10(top))
     return next(float(f"{m * power:.3g}") for m in (1, 1.5, 2, 3, 4, 5, 6, 8, 10) if m * power >= top * 0.999)
 

@@ -220,12 +220,13 @@
       if (!beyond) rule(plot, 0, y(limits.rms), wide, y(limits.rms), BAD, "4 3");
       says(plot, wide, beyond ? -6 : y(limits.rms) - 5, `limit on RMS ${limits.rms}${beyond ? ", beyond this scale" : ""}`, "end", "bad");
     }
-    planeNumbers.forEach((p) => drawPlane(plot, p, x(p) + x.bandwidth() / 2, y, x.bandwidth()));
+    const worst = planeNumbers.filter((p) => known(planes.rms[p])).sort((a, b) => planes.rms[b] - planes.rms[a]).slice(0, 8);
+    planeNumbers.forEach((p) => drawPlane(plot, p, x(p) + x.bandwidth() / 2, y, x.bandwidth(), worst));
     drawOrigins(plot, x, high + 26);
     planeNumbers.forEach((p) => bar(plot, x(p), 0, x.bandwidth(), high + 60, "transparent").attr("class", "hit").attr("data-plane", p));
   }
 
-  function drawPlane(plot, p, at, y, band) {
+  function drawPlane(plot, p, at, y, band, worst) {
     const [rms, q95, max] = ["rms", "q95", "max"].map((name) => model.planes[name][p]);
     if (!known(rms)) { says(plot, at, y(0) - 4, "✕", "middle", "strong bad"); return; }
     const top = y.domain()[1], tick = Math.min(5, 0.4 * band), size = clamp(0.42 * band, 2.5, 5);
@@ -235,7 +236,7 @@
     const height = y(Math.min(rms, top));
     if (known(limits.rms) && rms > limits.rms) {
       bar(plot, at - size, height - size, 2 * size, 2 * size, BAD);
-      says(plot, at + size + 3, height + 4, `${p}: ${length(rms)}`, "start", "strong bad");
+      if (worst.includes(p)) says(plot, at + size + 3, height + 4, `${p}: ${length(rms)}`, "start", "strong bad");
     } else {
       plot.append("circle").attr("cx", at).attr("cy", height).attr("r", size).attr("fill", BLUE);
     }
@@ -299,8 +300,8 @@
     if (!rows.length) return;
     const x = d3.scaleLinear().domain([box.near, box.far]).range([0, wide]);
     const [low, top] = d3.extent(rows.flatMap((row) => [0, row.low, row.high, row.line]).filter(known));
-    const upper = known(map.limit) && map.limit < 4 * top ? Math.max(top, map.limit) : top;
-    const y = d3.scaleLinear().domain([low, upper || 1]).nice().range([high, 0]);
+    const upper = Math.max(known(map.limit) && map.limit < 4 * top ? Math.max(top, map.limit) : top, map.kind === "class" ? 1 : 0.1 * map.top);
+    const y = d3.scaleLinear().domain([low, upper]).nice().range([high, 0]);
     axis(plot, d3.axisLeft(y).ticks(5), 0, 0);
     axis(plot, d3.axisBottom(x).ticks(6), 0, high);
     says(plot, wide, high + 30, `depth z, ${unit}`, "end");
@@ -316,13 +317,13 @@
     byId("map-title").textContent = `${map.title}, ${name}`;
     byId("all-planes").hidden = plane === "";
     const shape = (width) => (width * (box.far - box.near)) / (box.right - box.left);
-    const { canvas, plot, wide, high } = figure(byId("large-map"), shape, [4, 10, 34, 40], `Map of the blocks: ${map.title}, ${name}`);
+    const { canvas, plot, wide, high } = figure(byId("large-map"), shape, [18, 10, 34, 40], `Map of the blocks: ${map.title}, ${name}`);
     const z = d3.scaleLinear().domain([box.near, box.far]).range([0, high]);
     const y = d3.scaleLinear().domain([box.left, box.right]).range([0, wide]);
     axis(plot, d3.axisLeft(z).ticks(Math.max(2, high / 45)), 0, 0);
     axis(plot, d3.axisBottom(y).ticks(6), 0, high);
     says(plot, wide, high + 30, `y, ${unit}`, "end");
-    says(plot, -36, high + 14, `z, ${unit}`);
+    says(plot, -8, -8, `z, ${unit}`, "end");
     const values = plane === "" ? map.allValues : ofPlane(map, Number(plane));
     paintMap(canvas, values, paint);
     large = { canvas, values, y, z, plane: planeCount === 1 ? "0" : plane, block: -1, cursor: curve(plot, null, "#000") };
@@ -334,8 +335,7 @@
     const reason = model.planes && model.planes.reason[plane];
     const picture = button.appendChild(document.createElement(reason ? "span" : "canvas"));
     if (reason) Object.assign(picture, { className: "none", textContent: "failed", title: reason });
-    button.appendChild(document.createElement("b")).textContent = plane;
-    button.append(" ", document.createElement("span"));
+    button.append(Object.assign(document.createElement("b"), { textContent: plane }), " ", document.createElement("span"));
     return button;
   }
 
@@ -452,8 +452,8 @@
       change(again ? { plane: "" } : { ...button.dataset });
       drawMaps();
     });
-    byId("verdict").addEventListener("click", (event) => {
-      if (!mapOf(event.target.dataset.map)) return;
+    document.addEventListener("click", (event) => {
+      if (event.target.tagName !== "A" || !mapOf(event.target.dataset.map)) return;
       event.preventDefault();
       showMap({ map: event.target.dataset.map, plane: "" });
     });

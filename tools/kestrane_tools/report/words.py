@@ -147,6 +147,8 @@ def counted(number: int, noun: str) -> str:
 
 
 def _short(value: Any) -> str:
+    if isinstance(value, (list, tuple)):
+        return ", ".join(_short(item) for item in value)
     return f"{value:g}" if isinstance(value, (int, float)) else str(value)
 
 
@@ -155,6 +157,8 @@ def _short(value: Any) -> str:
 
 def title(run: Run) -> str:
     kind = str(run.meta.get("kind", "factory"))
+    if run.compensation is not None and run.factory is None:
+        kind = "compensation"
     if run.factory is not None and run.field is not None:
         return "Factory and field calibration report"
     return TITLES.get(kind, "Calibration report")
@@ -175,14 +179,35 @@ def _temperature(value: Any) -> str:
     return f"{_short(value)} °C"
 
 
+# Settings in words; a setting that is as everybody expects it is not told.
+_SETTINGS = {
+    ("optimise", True): "optimisation on",
+    ("optimise", False): "optimisation off",
+    ("far", True): "depth band 220–1000",
+    ("far", False): "depth band 100–1000",
+    ("screen", True): "screened",
+    ("screen", False): "not screened",
+    ("repeatability", True): "",
+    ("repeatability", False): "repeatability not measured",
+    ("refine", "none"): "",
+    ("refine", "estimate"): "refinement estimated",
+    ("refine", "all"): "refined",
+    ("unit", 1.0): "",
+}
+
+
+def _setting(name: str, value: Any) -> str:
+    if isinstance(value, (bool, float, int, str)) and (name, value) in _SETTINGS:
+        return _SETTINGS[name, value]
+    label = name.replace("_", " ")
+    if isinstance(value, bool):
+        return f"{label} {'on' if value else 'off'}"
+    return f"{label} {_short(value)}"
+
+
 def _settings(settings: dict[str, Any]) -> str:
-    words = []
-    for name, value in settings.items():
-        if value is None:
-            continue
-        label = name.replace("_", " ")
-        words.append(f"{label} {'on' if value else 'off'}" if isinstance(value, bool) else f"{label} {_short(value)}")
-    return " · ".join(words) or "defaults"
+    words = [_setting(name, value) for name, value in settings.items() if value is not None]
+    return " · ".join(word for word in words if word) or "defaults"
 
 
 def _volume(run: Run) -> str:
@@ -288,8 +313,10 @@ def _sections(run: Run) -> set[str]:
     return shown
 
 
-def verdict(run: Run) -> Verdict:
-    """The verdict of the run, and what it rests on."""
+def verdict(run: Run) -> Verdict | None:
+    """The verdict of the run, and what it rests on; None where nothing was judged."""
+    if not run.meta.get("verdict") and not run.meta.get("findings"):
+        return None
     text = str(run.meta.get("verdict") or "no limits given")
     levels = [finding.level for finding in findings(run)]
     bad, warn = levels.count("bad"), levels.count("warn")
@@ -297,7 +324,7 @@ def verdict(run: Run) -> Verdict:
     to_mind = counted(warn, "finding") + " to keep in mind" if warn else ""
     summary = ", ".join(part for part in (to_act, to_mind) if part)
     if text.startswith("no limits"):
-        remark = (summary or "nothing stands out") + "; give limits to have the figures judged"
+        remark = (summary or "the figures are told") + "; give limits to have them judged"
         return Verdict("none", _sentence(text).rstrip("."), remark)
     level = "bad" if bad else "warn" if warn else "ok"
     return Verdict(level, _sentence(text).rstrip("."), summary or "nothing stands out")

@@ -193,6 +193,9 @@ def test_a_plane_is_chosen_and_left_again(opened: Open) -> None:
     before = page.picture(LARGE)
     page.click("#small-maps [data-plane='5']")
     assert page.picture(LARGE) != before
+    page.click("#map-buttons [data-map=bias]")
+    assert "plane 5" in page.driver.find_element(By.ID, "map-title").text  # another map of the same
+    page.click("#map-buttons [data-map=rms]")
     assert "plane 5" in page.driver.find_element(By.ID, "map-title").text
     page.click("#all-planes")
     assert page.picture(LARGE) == before

@@ -83,12 +83,23 @@ def test_the_head_tells_what_the_certificate_needs() -> None:
         assert told in text
 
 
+def test_settings_are_told_in_words() -> None:
+    given = {"far": False, "optimise": True, "screen": False, "gross": 3.0, "repeatability": True,
+             "refine": "estimate", "unit": 1.0, "planes": None, "leave_out_ends": True,
+             "extrinsic_t": [1.0, 0.5]}  # fmt: skip
+    assert words._settings(given) == (
+        "depth band 100–1000 · optimisation on · not screened · gross 3 · refinement estimated · "
+        "leave out ends on · extrinsic t 1, 0.5"
+    )
+    assert words._settings({"unit": 25.4}) == "unit 25.4"
+    assert words._settings({}) == "defaults"
+
+
 def test_what_nobody_told_is_not_given() -> None:
     text = text_of(dataclasses.replace(runs.device_run(1), meta={}))
     assert "Serial number not given" in text
     assert "Limits none given" in text
     assert "(the band of the fit)" in text
-    assert "No limits given" in text
 
 
 def test_every_plane_has_its_row() -> None:
@@ -145,8 +156,8 @@ def test_the_last_line_says_what_was_not_measured() -> None:
         (["bad", "warn", "ok"], "not fit for use as it stands", "bad", "1 finding to act on, 1 finding"),
         (["warn", "warn"], "usable with limits", "warn", "2 findings to keep in mind"),
         (["ok"], "fit for use within the limits given", "ok", "nothing stands out"),
-        (["bad"], "no limits given", "none", "1 finding to act on; give limits"),
-        (["ok"], "no limits given", "none", "nothing stands out; give limits"),
+        (["bad"], "no limits given", "none", "1 finding to act on; give limits to have them judged"),
+        (["ok"], "no limits given", "none", "the figures are told; give limits to have them judged"),
     ],
 )
 def test_the_verdict_follows_limits_and_levels(
@@ -154,7 +165,15 @@ def test_the_verdict_follows_limits_and_levels(
 ) -> None:
     findings = [{"level": name, "id": "seams", "text": "t", "figures": {}} for name in levels]
     told = words.verdict(Run(meta={"findings": findings, "verdict": verdict}))
-    assert told.level == level and remark in told.remark
+    assert told is not None and told.level == level and remark in told.remark
+
+
+def test_what_was_not_judged_has_no_verdict() -> None:
+    run = Run(meta={"kind": "difference"}, table=runs.table(8), compensation=runs.compensation(8))
+    page = read(render.page_of(run))
+    assert "Compensation report" in page.text
+    assert "imits given" not in page.text and "Nothing stands out" not in page.text
+    assert "verdict" not in {attrs.get("id") for _, attrs in page.elements}
 
 
 def test_each_finding_of_the_library_has_a_place_on_the_page() -> None:
