@@ -23,7 +23,7 @@ for group in "$@"; do
     python)
       packages+=(
         pybind11-dev liblzf-dev python3 python3-dev python3-numpy python3-pytest python3-hypothesis
-        python3-click python3-rich python3-jinja2 node-d3
+        python3-click python3-rich python3-jinja2 node-d3 python3-distributed
       )
       ;;
     browser) packages+=(chromium chromium-driver fonts-dejavu-core python3-selenium) ;;
