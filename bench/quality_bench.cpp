@@ -67,7 +67,7 @@ void FactoryFigures(benchmark::State& state) {
   double rms = 0.0;
   for (auto _ : state) {
     PlaneFigures plane;
-    DeviceSizes device;
+    SizeQuantiles device;
     measure_plane(cloud.points, frames_of(cloud.points), run, measure, device, plane);
     rms = plane.residuals.rms;
     benchmark::ClobberMemory();
