@@ -392,7 +392,6 @@ bool StreamedRows::keep_where(Keeps keeps) {
   }
   if (count < kFewestRows) return false;
   in_use_.swap(kept);
-  kept_by_.reset();
   sums_ = sums;
   moments_.count = count;
   gather_moments(centroid());

@@ -307,6 +307,26 @@ TEST_P(RowPassesOf, CopyTheRowsThatStayInUse) {
   }
 }
 
+// Rows in use in the first chunk alone: once they are copied there is no room for any other row.
+TEST_P(RowPassesOf, WriteNothingBeyondTheRoomForCopies) {
+  Random random(7);
+  const PointMatrix3 points = sheet(random, 600);
+  for (Eigen::Index used = 1; used <= 256; ++used) {
+    Bits in_use(10), kept(10);
+    for (Eigen::Index i = 0; i < used; ++i) {
+      in_use[static_cast<std::size_t>(i / 64)] |= std::uint64_t{1} << (i % 64);
+    }
+    const auto room = static_cast<std::size_t>(3 * used);
+    std::vector<double> copies(room + 4, -7.0);
+    Rejection rejection;
+    DistanceSums sums;
+    passes.reject_and_sum(rows_of(points), {kPlane, 0.0, kInf, {}}, in_use.data(), kept.data(),
+                          rejection, sums, copies.data(), used);
+    for (std::size_t i = 0; i < room; ++i) ASSERT_EQ(copies[i], points.data()[i]) << used;
+    for (std::size_t i = room; i < copies.size(); ++i) ASSERT_EQ(copies[i], -7.0) << used;
+  }
+}
+
 TEST_P(RowPassesOf, MeasureSizesAboutAGuess) {
   Random random(4);
   for (const Eigen::Index count : counts()) {

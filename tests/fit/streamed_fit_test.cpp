@@ -303,6 +303,24 @@ TEST(FitInBand, ConfinesTheDecompositionToTheRejectionThatNeedsIt) {
   EXPECT_EQ(expect_literal_fit(points, kEverywhere).decompositions, 1);
 }
 
+// Rows on few places, whose coordinates round the same way again and again as they are added up:
+// the centroid of the literal form is off by more than the tolerance, and so must be ours.
+TEST(StreamedPlaneFit, GoesThroughTheCentroidOfItsLiteralForm) {
+  PointMatrix3 points(60000, 3);
+  for (Eigen::Index i = 0; i < points.rows(); ++i) {
+    const auto side = static_cast<double>(i % 2);
+    const auto y = static_cast<double>(i / 2 % 2);
+    points.row(i) << 500.1 + side, 10.1 + 200.0 * y, 300.1 + 150.0 * static_cast<double>(i / 4 % 2);
+  }
+  const auto fit = kestrane::streamed_plane_fit(points);
+  ASSERT_TRUE(fit);
+  Result expected;
+  ASSERT_TRUE(literal::fit_plane_svd(points, expected.plane, expected.stats));
+  const auto mean = static_cast<double>(points.col(0).cast<long double>().mean());
+  EXPECT_GT(std::abs(std::abs(expected.plane[3]) - mean), 4e-10);
+  EXPECT_TRUE(same_to_rounding({fit->plane, fit->stats, expected.inliers}, expected));
+}
+
 TEST(FitInBand, FailsWithoutAFitForFewerThanThreeRows) {
   Random random(14);
   for (const Eigen::Index count : {0, 1, 2, 100}) {
