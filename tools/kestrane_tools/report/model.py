@@ -280,8 +280,8 @@ def _factory_maps(part: FactoryPart, limits: Json) -> list[Json]:
         largest = np.where(measured.any(axis=(1, 2)), np.nan_to_num(seen).max(axis=(1, 2)), np.nan)
         maps.append(_map(
             "sigma", "σ of the refined x", "Standard deviation of the refined sheet's x: of the block's"
-            " four corners the largest. It grows where no points are.", sigma, largest, pool="max",
-            plane_words="largest in a measured block", top=nice_top(seen)))
+            " four corners the largest. It grows where no points are.", sigma, largest, pool="rms",
+            plane_words="largest in a measured block", top=2.0 * nice_top(seen)))
     return maps
 
 

@@ -295,7 +295,7 @@
       line: single ? map.depthValues[Number(state.plane) * CELLS + row] : median,
     })).filter((row) => known(row.high) && row.z >= box.near && row.z <= box.far);
     const words = map.kind === "class" ? "measured share" : map.title;
-    byId("depth-title").textContent = `${words[0].toUpperCase()}${words.slice(1)} by depth${isLength(map) ? `, ${unit}` : ""}` +
+    byId("depth-title").textContent = `${words.replace(/^[a-z]/, (letter) => letter.toUpperCase())} by depth${isLength(map) ? `, ${unit}` : ""}` +
       (planeCount > 1 ? ` (line: ${single ? `plane ${state.plane}` : "median"}, band: 5–95 % of the planes)` : "");
     if (!rows.length) return;
     const x = d3.scaleLinear().domain([box.near, box.far]).range([0, wide]);
