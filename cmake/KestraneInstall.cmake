@@ -51,4 +51,5 @@ install(FILES README.md CHANGELOG.md
 
 # The example programs with what they simulate their devices by; see examples/CMakeLists.txt.
 install(DIRECTORY examples/ simulation
-  DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples" COMPONENT Development)
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples" COMPONENT Development
+  PATTERN "__pycache__" EXCLUDE)

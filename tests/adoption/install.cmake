@@ -2,7 +2,7 @@
 # elsewhere: hosts find it there.
 #
 # in   SOURCE_FOLDER, BUILD_FOLDER, WORK_FOLDER, STAGE (where the moved copy ends up), LIB_FOLDER, DOC_FOLDER,
-#      VERSION, SOVERSION
+#      VERSION, SOVERSION; PYTHON_FOLDER where Python packages belong, empty without them
 # installed(<variable> <option>...): the files that an installation with these options leaves.
 function(installed variable)
   file(REMOVE_RECURSE "${WORK_FOLDER}")
@@ -34,6 +34,7 @@ set(runtime
 function(source_files variable folder place)
   file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE "${SOURCE_FOLDER}/${folder}"
     "${SOURCE_FOLDER}/${folder}/*")
+  list(FILTER files EXCLUDE REGEX "__pycache__")
   list(TRANSFORM files PREPEND "${place}/")
   set(${variable} "${files}" PARENT_SCOPE)
 endfunction()
@@ -41,13 +42,23 @@ endfunction()
 source_files(headers include include)
 source_files(examples examples "${DOC_FOLDER}/examples")
 source_files(simulation simulation "${DOC_FOLDER}/examples/simulation")
+set(python)
+if(PYTHON_FOLDER)
+  source_files(python python/kestrane "${PYTHON_FOLDER}/kestrane")
+  list(APPEND python
+    "${PYTHON_FOLDER}/kestrane/_core.so" "${PYTHON_FOLDER}/kestrane/_simulation.so"
+    "${PYTHON_FOLDER}/kestrane-${VERSION}.dist-info/INSTALLER"
+    "${PYTHON_FOLDER}/kestrane-${VERSION}.dist-info/METADATA")
+endif()
 
 installed(found --component Runtime)
 expect_files("run-time component" "${found}" ${runtime})
 
 installed(found)
 list(FILTER found EXCLUDE REGEX "kestrane(Quality)?Targets-[a-z]+\\.cmake$")  # named after the configuration
-expect_files("everything" "${found}" ${runtime} ${headers} ${examples} ${simulation}
+list(TRANSFORM found REPLACE "\\.cpython-[^/]*\\.so$" ".so")  # named after the interpreter
+list(FILTER found EXCLUDE REGEX "^${PYTHON_FOLDER}/kestrane_tools|^bin/|^share/man/|^share/bash-completion/")
+expect_files("everything" "${found}" ${runtime} ${headers} ${examples} ${simulation} ${python}
   "${LIB_FOLDER}/libkestrane.so"
   "${LIB_FOLDER}/libkestrane-quality.so"
   "${LIB_FOLDER}/libkestrane-quality.so.${SOVERSION}"
