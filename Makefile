@@ -104,11 +104,11 @@ format: ## format all sources
 install: ## install library, headers and packages; PREFIX=/usr/local, DESTDIR=
 	$(needs_python)
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target kestrane kestrane_quality kestrane_python
+	cmake --build --preset release -j $(JOBS) --target kestrane kestrane_quality kestrane_python kestrane_manual
 	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(PREFIX)"
 
 package: ## build the Debian packages twice, compare them, and have lintian look at them
-	$(needs) package
+	$(needs_python) package
 	JOBS=$(JOBS) scripts/build-packages.sh build
 
 abi: ## hold symbols and layouts against the baseline of the binary interface

@@ -30,7 +30,7 @@ for group in "$@"; do
     fuzz) packages+=(clang libclang-rt-dev) ;;
     check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3 python3-mypy) ;;
     docs) packages+=(doxygen) ;;
-    package) packages+=(git debhelper dpkg-dev fakeroot lintian) ;;
+    package) packages+=(git debhelper dh-python dpkg-dev fakeroot lintian) ;;
     abi) packages+=(abigail-tools) ;;
     mutants) packages+=(python3) ;;
     arm64) packages+=(g++-aarch64-linux-gnu qemu-user) ;;
