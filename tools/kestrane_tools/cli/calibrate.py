@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+from collections.abc import Sequence
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any
 
@@ -38,6 +39,9 @@ class Options:
     compare: str | None
     json_target: str | None
     report_path: str | None
+    plane: int | None
+    columns: str | None
+    unit: float
     quiet: bool
 
 
@@ -66,28 +70,76 @@ class Options:
 @options.json_option
 @options.report_option
 @click.pass_context
-def command(
-    ctx: click.Context, plane: int | None, columns: str | None, unit: float, **given: Any
-) -> int:
+def command(ctx: click.Context, **given: Any) -> int:
     """Calibrate a device from measured clouds and judge what came out.
 
     DIR gets table.txt for the host, run.npz with all figures, report.html and result.json. A plane
     that fails leaves result.json alone, unless --partial is given.
     """
     wanted = Options(quiet=ctx.obj["quiet"], **given)
+    check(wanted)
+    return _Run(wanted).status()
+
+
+def check(wanted: Options) -> None:
+    """Refuse options that exclude or need each other.
+
+    Raises
+    ------
+    click.UsageError
+        They do.
+    """
     if wanted.refine and wanted.optimise:
         raise click.UsageError("--refine and --optimise: the refined table has no optimised corners")
     if (wanted.coefficients is None) != (wanted.condition is None):
         raise click.UsageError("--coefficients and --condition come together")
-    return _Run(wanted, plane, columns, unit).status()
+
+
+def options_of(arguments: Sequence[str]) -> Options:
+    """What a command line asks for, without running it.
+
+    Parameters
+    ----------
+    arguments : sequence of str
+        What follows ``kestrane calibrate``.
+
+    Raises
+    ------
+    click.UsageError
+        It is not understood.
+    """
+    with command.make_context("calibrate", list(arguments)) as context:
+        wanted = Options(quiet=False, **context.params)
+    check(wanted)
+    return wanted
+
+
+def settings_of(wanted: Options, volume: kestrane.WorkingVolume | None) -> kestrane.FactorySettings:
+    """The settings of the calibration that is asked for."""
+    import kestrane
+
+    return kestrane.FactorySettings(
+        far=wanted.far,
+        optimise=wanted.optimise,
+        screen=not wanted.raw,
+        repeatability=wanted.repeatability,
+        volume=volume,
+        refine=kestrane.Refine.ALL if wanted.refine else kestrane.Refine.ESTIMATE,
+    )
+
+
+def told_settings(wanted: Options, settings: kestrane.FactorySettings) -> dict[str, Any]:
+    """The settings as `result.json` has them: all that a result depends on beside its files."""
+    from kestrane_tools.cli.settings import factory_settings
+
+    reading = {name: getattr(wanted, name) for name in ("unit", "plane", "columns", "partial")}
+    return {**factory_settings(settings), **reading}
 
 
 class _Run:
     """One calibration, from the files to the files."""
 
-    def __init__(
-        self, wanted: Options, plane: int | None, columns: str | None, unit: float
-    ) -> None:
+    def __init__(self, wanted: Options) -> None:
         from kestrane_tools.cli.console import Summary
         from kestrane_tools.cli.files import make_folder
         from kestrane_tools.cli.inputs import described, read_clouds, read_coefficients, read_table
@@ -99,8 +151,9 @@ class _Run:
         self.device = read_device(wanted.device_path) if wanted.device_path else {}
         self.other = read_table(wanted.compare) if wanted.compare else None
         self.old = read_coefficients(wanted.coefficients) if wanted.coefficients else None
-        self.clouds: Clouds = read_clouds(wanted.paths, plane, columns, unit)
-        self.unit = unit
+        self.clouds: Clouds = read_clouds(
+            wanted.paths, wanted.plane, wanted.columns, wanted.unit
+        )
         count = sum(cloud.size for cloud in self.clouds.values())
         self.inputs = described(wanted.paths, count)
         make_folder(wanted.folder)
@@ -121,14 +174,7 @@ class _Run:
         from kestrane_tools.cli.console import progress
 
         wanted = self.wanted
-        settings = kestrane.FactorySettings(
-            far=wanted.far,
-            optimise=wanted.optimise,
-            screen=not wanted.raw,
-            repeatability=wanted.repeatability,
-            volume=self._volume(),
-            refine=kestrane.Refine.ALL if wanted.refine else kestrane.Refine.ESTIMATE,
-        )
+        settings = settings_of(wanted, self._volume())
         with progress("calibrating", max(self.clouds) + 1) as advance:
             return kestrane.calibrate_factory(
                 self.clouds, settings, threads=wanted.threads, on_plane=lambda *_: advance()
@@ -282,7 +328,6 @@ class _Run:
         outputs: list[dict[str, Any]],
     ) -> dict[str, Any]:
         from kestrane_tools.cli.json_results import created, software
-        from kestrane_tools.cli.settings import factory_settings
 
         return {
             "kind": "factory",
@@ -296,7 +341,7 @@ class _Run:
             "volume": _volume_meta(result),
             "difference": _difference(self.difference),
             "refinement": result.refinement,
-            "settings": {**factory_settings(result.settings), "unit": self.unit},
+            "settings": told_settings(self.wanted, result.settings),
             "software": software(),
             "device_file": self.device,
             "inputs": self.inputs,

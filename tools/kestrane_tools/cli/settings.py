@@ -8,9 +8,15 @@ if TYPE_CHECKING:
     import kestrane
     from kestrane_tools.cli.toml_files import Limits
 
-__all__ = ["factory_settings", "volume_of"]
+__all__ = ["bounds_of", "factory_settings", "volume_of"]
 
 _WHOLE_FAN = 30.0
+
+
+def bounds_of(limits: Limits, *, far: bool = False) -> tuple[float, float, float]:
+    """Nearest and farthest depth and half the angle of the working volume that is judged."""
+    near, end = limits.depth or (220.0 if far else 100.0, 1000.0)
+    return near, end, _WHOLE_FAN if limits.half_angle_deg is None else limits.half_angle_deg
 
 
 def volume_of(limits: Limits, *, far: bool = False) -> kestrane.WorkingVolume | None:
@@ -19,10 +25,7 @@ def volume_of(limits: Limits, *, far: bool = False) -> kestrane.WorkingVolume | 
 
     if limits.depth is None and limits.half_angle_deg is None:
         return None
-    near, end = limits.depth or (220.0 if far else 100.0, 1000.0)
-    return kestrane.WorkingVolume(
-        near, end, _WHOLE_FAN if limits.half_angle_deg is None else limits.half_angle_deg
-    )
+    return kestrane.WorkingVolume(*bounds_of(limits, far=far))
 
 
 def factory_settings(settings: kestrane.FactorySettings) -> dict[str, Any]:

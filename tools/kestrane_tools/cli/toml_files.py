@@ -16,7 +16,18 @@ from typing import Any
 from kestrane_tools.cli.stop import Status, Stop
 from kestrane_tools.cli.words import nearest
 
-__all__ = ["Limits", "Parameters", "read_device", "read_limits", "read_parameters"]
+__all__ = [
+    "Checks",
+    "Limits",
+    "Parameters",
+    "Wrong",
+    "checked",
+    "read_device",
+    "read_limits",
+    "read_parameters",
+    "read_toml",
+    "text",
+]
 
 
 @dataclass(frozen=True)
@@ -46,56 +57,57 @@ class Parameters:
     extrinsic_t: tuple[float, float, float] | None = None
 
 
-class _Wrong(Exception):
+class Wrong(Exception):
     """A value that is not what its key asks for."""
 
 
 def _number(value: Any) -> float:
     if isinstance(value, bool) or not isinstance(value, (int, float)) or not math.isfinite(value):
-        raise _Wrong("a number expected")
+        raise Wrong("a number expected")
     return float(value)
 
 
 def _limit(value: Any) -> float:
     number = _number(value)
     if number < 0.0:
-        raise _Wrong("a number of at least 0 expected")
+        raise Wrong("a number of at least 0 expected")
     return number
 
 
 def _share(value: Any) -> float:
     number = _limit(value)
     if number > 1.0:
-        raise _Wrong("a share of 0 to 1 expected")
+        raise Wrong("a share of 0 to 1 expected")
     return number
 
 
 def _depths(value: Any) -> tuple[float, float]:
     if not isinstance(value, list) or len(value) != 2:
-        raise _Wrong("two numbers expected, [nearest, farthest]")
+        raise Wrong("two numbers expected, [nearest, farthest]")
     near, far = _number(value[0]), _number(value[1])
     if not near < far:
-        raise _Wrong("the nearest depth first, then the farthest")
+        raise Wrong("the nearest depth first, then the farthest")
     return near, far
 
 
 def _angle(value: Any) -> float:
     number = _number(value)
     if not 0.0 < number <= 90.0:
-        raise _Wrong("degrees above 0 and up to 90 expected")
+        raise Wrong("degrees above 0 and up to 90 expected")
     return number
 
 
-def _text(value: Any) -> str:
+def text(value: Any) -> str:
+    """A text as it is; anything else is `Wrong`."""
     if not isinstance(value, str):
-        raise _Wrong("a text expected, in quotes")
+        raise Wrong("a text expected, in quotes")
     return value
 
 
 def _temperature(value: Any) -> Any:
     if isinstance(value, list):
         if len(value) != 2:
-            raise _Wrong("one number expected, or two, [start, end]")
+            raise Wrong("one number expected, or two, [start, end]")
         return [_number(entry) for entry in value]
     return _number(value)
 
@@ -105,18 +117,19 @@ def _date(value: Any) -> str:
         return value.isoformat()
     if isinstance(value, str):
         return value
-    raise _Wrong("a date expected, 2027-11-21")
+    raise Wrong("a date expected, 2027-11-21")
 
 
 def _translation(value: Any) -> tuple[float, ...]:
     if not isinstance(value, list) or len(value) != 3:
-        raise _Wrong("three numbers expected")
+        raise Wrong("three numbers expected")
     return tuple(_number(entry) for entry in value)
 
 
-_Checks = Mapping[str, Callable[[Any], Any]]
+# Key -> what turns its value into the one that is used, or raises `Wrong`.
+Checks = Mapping[str, Callable[[Any], Any]]
 
-_LIMITS: _Checks = {
+_LIMITS: Checks = {
     "rms": _limit,
     "p99": _limit,
     "coverage": _share,
@@ -125,14 +138,14 @@ _LIMITS: _Checks = {
     "outliers": _share,
     "field_motion": _limit,
 }
-_VOLUME: _Checks = {"depth": _depths, "half_angle_deg": _angle}
-_DEVICE: _Checks = {
-    **dict.fromkeys(("serial", "model", "operator", "place", "target"), _text),
+_VOLUME: Checks = {"depth": _depths, "half_angle_deg": _angle}
+_DEVICE: Checks = {
+    **dict.fromkeys(("serial", "model", "operator", "place", "target"), text),
     "temperature": _temperature,
-    **dict.fromkeys(("customer", "certificate"), _text),
+    **dict.fromkeys(("customer", "certificate"), text),
     "next_due": _date,
 }
-_CONDITION: _Checks = dict.fromkeys(
+_CONDITION: Checks = dict.fromkeys(
     (
         "temperature",
         "temperature_ref",
@@ -145,7 +158,7 @@ _CONDITION: _Checks = dict.fromkeys(
     ),
     _number,
 )
-_PARAMETERS: _Checks = {**_CONDITION, "extrinsic_t": _translation}
+_PARAMETERS: Checks = {**_CONDITION, "extrinsic_t": _translation}
 _TABLES = {"limits": _LIMITS, "volume": _VOLUME, "device": _DEVICE}
 
 
@@ -181,15 +194,22 @@ def read_parameters(path: str) -> Parameters:
     Stop
         As `read_limits`.
     """
-    tables = _read(path)
+    tables = read_toml(path)
     if set(tables) == {"compensation"} and isinstance(tables["compensation"], dict):
         tables = tables["compensation"]
-    values = _checked(path, "", tables, _PARAMETERS)
+    values = checked(path, "", tables, _PARAMETERS)
     extrinsic = values.pop("extrinsic_t", None)
     return Parameters(values, extrinsic)
 
 
-def _read(path: str) -> dict[str, Any]:
+def read_toml(path: str) -> dict[str, Any]:
+    """Read a TOML file as it is.
+
+    Raises
+    ------
+    Stop
+        The file cannot be read or is not TOML.
+    """
     try:
         with open(path, "rb") as file:
             return tomllib.load(file)
@@ -202,9 +222,9 @@ def _read(path: str) -> dict[str, Any]:
 
 
 def _checked_tables(
-    path: str, known: Mapping[str, _Checks], needed: tuple[str, ...]
+    path: str, known: Mapping[str, Checks], needed: tuple[str, ...]
 ) -> dict[str, dict[str, Any]]:
-    tables = _read(path)
+    tables = read_toml(path)
     for name, table in tables.items():
         homes = [home for home, checks in known.items() if name in checks]
         if homes and not isinstance(table, dict):
@@ -216,10 +236,17 @@ def _checked_tables(
     if not any(name in tables for name in needed):
         wanted = " nor ".join(f"[{name}]" for name in needed)
         raise Stop(Status.FILE, f"{path}: no {wanted}")
-    return {name: _checked(path, name, table, known[name]) for name, table in tables.items()}
+    return {name: checked(path, name, table, known[name]) for name, table in tables.items()}
 
 
-def _checked(path: str, name: str, table: dict[str, Any], checks: _Checks) -> dict[str, Any]:
+def checked(path: str, name: str, table: dict[str, Any], checks: Checks) -> dict[str, Any]:
+    """The values of a table of the file `path`; `name` is empty for keys at the top.
+
+    Raises
+    ------
+    Stop
+        A key is not known, or its value is not what it asks for.
+    """
     place = f"{path}: [{name}] " if name else f"{path}: "
     values: dict[str, Any] = {}
     for key, value in table.items():
@@ -227,6 +254,6 @@ def _checked(path: str, name: str, table: dict[str, Any], checks: _Checks) -> di
             raise Stop(Status.FILE, f"{place}unknown key '{key}'{nearest(key, checks)}")
         try:
             values[key] = checks[key](value)
-        except _Wrong as wrong:
+        except Wrong as wrong:
             raise Stop(Status.FILE, f"{place}{key}: {wrong}") from None
     return values
