@@ -15,7 +15,7 @@ __all__ = ["plane_rows", "refinement_words"]
 
 _HEAD = ("plane", "points", "RMS", "95 %", "99 %", "max", "measured", "remarks")
 # More rows than fit on a screen tell less than the worst of them.
-_MOST_ROWS = 16
+_MOST_ROWS = 12
 
 
 def plane_rows(

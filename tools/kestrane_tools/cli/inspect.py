@@ -130,17 +130,21 @@ def _run(path: str) -> dict[str, Any]:
     with reading(path):
         run = run_file.read(path)
     parts = ("table", "factory", "field", "difference", "compensation")
-    kept = ("created", "verdict", "device", "software", "settings", "limits")
     facts: dict[str, Any] = {"parts": [name for name in parts if getattr(run, name) is not None]}
-    facts["of"] = run.meta.get("kind")
-    facts |= {name: run.meta[name] for name in kept if run.meta.get(name)}
     if run.table is not None:
         facts["planes"] = len(run.table.cells)
-    facts["inputs"] = run.meta.get("inputs") or None
+    return {**facts, **_told(run.meta)}
+
+
+def _told(meta: dict[str, Any]) -> dict[str, Any]:
+    # What a run's meta says, as a run file and a page hold it.
+    kept = ("created", "verdict", "device", "software", "settings", "limits", "inputs")
+    facts = {"of": meta.get("kind"), **{name: meta.get(name) for name in kept}}
     facts["findings"] = [
-        {"level": f["level"], "id": f["id"], "text": f["text"]} for f in run.meta.get("findings", [])
-    ] or None
-    return {name: value for name, value in facts.items() if value is not None}
+        {name: finding.get(name) for name in ("level", "id", "text")}
+        for finding in meta.get("findings", [])
+    ]
+    return {name: value for name, value in facts.items() if value}
 
 
 def _report(path: str) -> dict[str, Any]:
@@ -148,13 +152,7 @@ def _report(path: str) -> dict[str, Any]:
 
     with reading(path):
         results = read_page(path)
-    plain = {k: v for k, v in results.items() if isinstance(v, (str, int, float)) and v != ""}
-    findings = [
-        {key: str(f.get(key, "")) for key in ("level", "id", "text")}
-        for f in results.get("findings", [])
-        if isinstance(f, dict)
-    ]
-    return {**plain, **({"findings": findings} if findings else {})}
+    return {"schema": results["schema"], **_told(results["meta"])}
 
 
 def _result(path: str) -> dict[str, Any]:
