@@ -51,14 +51,15 @@ test-arm64: ## cross-compile for arm64 and run the tests emulated; TESTS=<regex>
 	$(needs) arm64
 	@JOBS=$(JOBS) scripts/test-arm64.sh $(TESTS)
 
-demo: ## build the demo alone and run the life of a simulated device; DEMO_ARGS="--planes 100"
-	$(needs)
+demo: ## the life of a simulated device, ends with its page; builds no more; DEMO_ARGS="--planes 100"
+	$(needs_python)
 	@echo "Configuring ..."
 	@cmake --preset demo >/dev/null
 	cmake --build --preset demo -j $(JOBS)
 	@build/demo/examples/device_life $(DEMO_ARGS)
 	@echo 'Then: make test runs all tests; examples/first_table.cpp and its neighbours are the shortest'
 	@echo 'way into a host, README.md tells the rest.'
+	@scripts/demo-page.sh build/demo
 
 bench: build ## each fast form beside a literal one; BENCH_ARGS="--benchmark_filter=..."
 	@for program in build/release/bench/*_bench; do $$program $(BENCH_ARGS) || exit 1; done
