@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <vector>
 
-#include "examples/stored_table.h"
 #include "kestrane/compensator.h"
 #include "simulation/scanner.h"
+#include "simulation/true_table.h"
 
 namespace {
 
@@ -70,7 +70,7 @@ int main() {
   simulation::DeviceSettings settings;
   settings.planes = kPlanes;
   const std::vector<Sheet> sheets = simulation::make_device(settings);
-  HostTable table = examples::stored_table(sheets);
+  HostTable table = simulation::true_table(sheets);
   HostTable warm(kPlanes);
   if (table.size() != kPlanes || !compensate(table, present_condition(), warm)) return 1;
   const double error = largest_error(sheets, warm, table);

@@ -1,19 +1,19 @@
 // Fast calibration: the rigid motion between a stored table and the device as it is now.
+#include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <vector>
 
-#include "examples/field_yardstick.h"
-#include "examples/stored_table.h"
 #include "kestrane/fast_calib.h"
 #include "simulation/scanner.h"
+#include "simulation/true_table.h"
 
 namespace {
 
-using examples::FrameLists;
 using simulation::HostTable;
 using simulation::Sheet;
+using FrameLists = std::vector<std::vector<_KESTRANE_ID_POINT3D>>;
 
 constexpr int kPlanes = 8;
 constexpr double kLargestError = 0.02;  // 0.05 of noise in each of 4,000 points a plane
@@ -53,10 +53,13 @@ bool calibrate(HostTable& table, const FrameLists& frames, Result& result) {
 }
 
 simulation::Placement placement_of(const _MRV_TRANSFORM& motion) {
-  const _MRV_EXTRINSIC_PARAM extrinsic = examples::extrinsic_of(motion);
+  const double* q = motion.quaternion;  // x, y, z, w
+  const Eigen::Matrix3d r = Eigen::Quaterniond(q[3], q[0], q[1], q[2]).toRotationMatrix();
   simulation::Placement placement;
-  std::copy_n(extrinsic.R, 9, placement.R);
-  placement.t = {extrinsic.T[0], extrinsic.T[1], extrinsic.T[2]};
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) placement.R[3 * i + j] = r(i, j);
+  }
+  placement.t = {motion.translation[0], motion.translation[1], motion.translation[2]};
   return placement;
 }
 
@@ -83,7 +86,7 @@ int main() {
   simulation::DeviceSettings settings;
   settings.planes = kPlanes;
   const std::vector<Sheet> sheets = simulation::make_device(settings);
-  HostTable table = examples::stored_table(sheets);
+  HostTable table = simulation::true_table(sheets);
   Result result = {};
   if (table.size() != kPlanes || !calibrate(table, measure_frames(sheets), result)) return 1;
   const double error = largest_error(sheets, placement_of(result.motion));
