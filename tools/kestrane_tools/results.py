@@ -35,16 +35,30 @@ Array = NDArray[Any]
 _BLOCKS = (15, 50)
 
 _PLANE_FIGURES = (
-    "rms", "bias", "q95", "q99", "max", "median", "sigma", "valid", "outliers", "coverage",
-    "borrowed_in_volume", "seam", "median_seam", "repeatability", "within_poses", "between_poses",
-)  # fmt: skip
+    "rms",
+    "bias",
+    "q95",
+    "q99",
+    "max",
+    "median",
+    "sigma",
+    "valid",
+    "outliers",
+    "coverage",
+    "borrowed_in_volume",
+    "seam",
+    "median_seam",
+    "repeatability",
+    "within_poses",
+    "between_poses",
+)
 _BLOCK_FIGURES = ("points", "rms", "bias", "q95", "q99", "max", "seam", "repeatability", "origin")
 _POSE_FIGURES = ("plane", "frame", "points", "median", "off")
 _SCREENED = ("points", "kept", "not_finite", "depth", "gross")
 _OPTIMISATION = ("largest_move", "at_bound", "rms_without", "median_seam_without")
 
 
-# --- tables -----------------------------------------------------------------------------------------
+# --- tables ---------------------------------------------------------------------------------------
 
 
 def table_part(table: kestrane.PlaneTable) -> TablePart:
@@ -65,13 +79,17 @@ def table_part(table: kestrane.PlaneTable) -> TablePart:
 def table_of(part: TablePart) -> kestrane.PlaneTable:
     """The table of a part, equal to the bit to the one that the part was made of."""
     grid = kestrane.Grid.of(
-        z=part.z, y_start=part.y_start, y_step=part.y_step, z_start=part.z_start,
-        z_step=part.z_step, head=part.head,
-    )  # fmt: skip
+        z=part.z,
+        y_start=part.y_start,
+        y_step=part.y_step,
+        z_start=part.z_start,
+        z_step=part.z_step,
+        head=part.head,
+    )
     return kestrane.PlaneTable(part.cells, part.whole, grid)
 
 
-# --- factory ----------------------------------------------------------------------------------------
+# --- factory --------------------------------------------------------------------------------------
 
 
 def factory_part(result: quality.FactoryQuality) -> FactoryPart:
@@ -121,9 +139,7 @@ def _rows(values: Array, count: int, shape: tuple[int, ...]) -> Array:
     return values if len(values) == count else np.full((count, *shape), math.nan)
 
 
-def _optimisation_fields(
-    figures: quality.OptimisationFigures | None, count: int
-) -> dict[str, Array | None]:
+def _optimisation_fields(figures: quality.OptimisationFigures | None, count: int) -> dict[str, Any]:
     if figures is None:
         none = np.full(count, math.nan)
         return {**dict.fromkeys(_OPTIMISATION, none), "at_bound": np.zeros(count, np.int32)}
@@ -132,7 +148,7 @@ def _optimisation_fields(
 
 def _refinement_fields(
     gain: quality.RefinementGain | None, refined: quality.RefinedDevice | None, count: int
-) -> dict[str, Array | None]:
+) -> dict[str, Any]:
     given: dict[str, Any] = {
         "refinement": np.zeros(count, bool),
         "refinement_plane_only": np.zeros(count, bool),
@@ -157,7 +173,6 @@ def _refinement_fields(
 def factory_of(part: FactoryPart, table: TablePart | None) -> quality.FactoryQuality:
     """What `kestrane.judge` takes; the account of frames in the screening is empty."""
     count = len(part.status)
-    none = np.zeros(0)
     share = np.divide(part.outliers, part.valid, out=np.full(count, math.nan), where=part.valid > 0)
     near, far, half_angle = part.volume.tolist()
     if table is None or part.refused:
@@ -187,12 +202,19 @@ def factory_of(part: FactoryPart, table: TablePart | None) -> quality.FactoryQua
         reasons=part.reason.tolist(),
         volume=quality.WorkingVolume(near, far, half_angle),
         device=quality.ResidualFigures(
-            part.device_points, part.device_rms, part.device_bias, part.device_q95,
-            part.device_q99, part.device_max,
+            part.device_points,
+            part.device_rms,
+            part.device_bias,
+            part.device_q95,
+            part.device_q99,
+            part.device_max,
         ),
         histogram=quality.ResidualHistogram(
-            part.histogram_low, part.histogram_width, part.histogram_counts,
-            part.histogram_below, part.histogram_above,
+            part.histogram_low,
+            part.histogram_width,
+            part.histogram_counts,
+            part.histogram_below,
+            part.histogram_above,
         ),
         planes=quality.PlaneFigures(
             points=part.used,
@@ -202,11 +224,13 @@ def factory_of(part: FactoryPart, table: TablePart | None) -> quality.FactoryQua
         blocks=quality.BlockFigures(
             **{name: getattr(part, f"block_{name}") for name in _BLOCK_FIGURES}
         ),
-        poses=quality.PoseFigures(**{name: getattr(part, f"pose_{name}") for name in _POSE_FIGURES}),
+        poses=quality.PoseFigures(
+            **{name: getattr(part, f"pose_{name}") for name in _POSE_FIGURES}
+        ),
         screening=_screening(**{name: getattr(part, name) for name in _SCREENED}),
         optimisation=optimisation,
-        refinement=_gain(part, none),
-    )  # fmt: skip
+        refinement=_gain(part),
+    )
 
 
 def _screening(**counts: Array) -> quality.ScreeningAccount:
@@ -214,13 +238,13 @@ def _screening(**counts: Array) -> quality.ScreeningAccount:
     return quality.ScreeningAccount(
         **counts,
         no_cell=np.zeros_like(counts["points"]),
-        screened=counts["not_finite"] + counts["gross"],
+        screened=np.add(counts["not_finite"], counts["gross"], dtype=np.int64),
         frames=quality.FrameAccounts(ints, ints, *[longs] * 7),
         worst=quality.WorstPoints(ints, longs, ints, *[reals] * 4),
     )
 
 
-def _gain(part: FactoryPart, none: Array) -> quality.RefinementGain | None:
+def _gain(part: FactoryPart) -> quality.RefinementGain | None:
     if part.asked_refine == 0:
         return None
     at = np.nonzero(part.refinement)[0]
@@ -233,7 +257,7 @@ def _gain(part: FactoryPart, none: Array) -> quality.RefinementGain | None:
     )
 
 
-# --- field ------------------------------------------------------------------------------------------
+# --- field ----------------------------------------------------------------------------------------
 
 
 def field_part(result: quality.FieldQuality) -> FieldPart:
@@ -295,8 +319,12 @@ def field_of(part: FieldPart) -> quality.FieldQuality:
         refused=part.refused,
         settings=quality.FieldSettings(first=part.first_plane),
         displacement=quality.Displacement(
-            part.displacement_rms, part.displacement_max, part.displacement_sigma,
-            part.displacement_plane, line, step,
+            part.displacement_rms,
+            part.displacement_max,
+            part.displacement_sigma,
+            part.displacement_plane,
+            line,
+            step,
         ),
         smallest_motion=quality.Motion(part.smallest_R, part.smallest_t),
         directions=quality.Directions(
@@ -319,19 +347,21 @@ def field_of(part: FieldPart) -> quality.FieldQuality:
             plane=part.plane,
             points=part.plane_points,
             frames=part.plane_frames,
-            dropped=quality.DroppedFrames(part.dropped_plane, part.dropped_frame, part.dropped_stage),
+            dropped=quality.DroppedFrames(
+                part.dropped_plane, part.dropped_frame, part.dropped_stage
+            ),
             left_out=part.left_out,
             screening=_screening(**none),
             unit_hint=part.unit_hint,
         ),
-    )  # fmt: skip
+    )
 
 
-# --- difference -------------------------------------------------------------------------------------
+# --- difference -----------------------------------------------------------------------------------
 
 
 def difference_part(result: quality.Difference, name: str = "") -> DifferencePart:
-    """How the run's table differs from the table `name`: of ``compare(other, table of the run)``."""
+    """How the run's table differs from another, `name`: of ``compare(other, run's table)``."""
     count = len(result.planes.rms)
     return DifferencePart(
         refused=result.refused,
@@ -348,7 +378,16 @@ def difference_part(result: quality.Difference, name: str = "") -> DifferencePar
         rests=_rows(result.rests, count, _BLOCKS),
         **{
             figure: getattr(result, figure)
-            for figure in ("rms", "max", "plane", "rest", "rest_max", "explained", "blocks", "only_in_one")
+            for figure in (
+                "rms",
+                "max",
+                "plane",
+                "rest",
+                "rest_max",
+                "explained",
+                "blocks",
+                "only_in_one",
+            )
         },
     )
 
@@ -379,7 +418,7 @@ def difference_of(part: DifferencePart) -> quality.Difference:
     )
 
 
-# --- verdict ----------------------------------------------------------------------------------------
+# --- verdict --------------------------------------------------------------------------------------
 
 
 def findings_of(judgement: quality.Judgement) -> list[dict[str, Any]]:

@@ -23,6 +23,7 @@ from dataclasses import dataclass, field, fields
 from typing import Any
 
 import numpy as np
+from numpy.lib.format import read_array
 from numpy.typing import NDArray
 
 from kestrane.errors import DamagedFile
@@ -78,7 +79,7 @@ class _Part:
 
     def __post_init__(self) -> None:
         sizes: dict[str, int] = {}
-        for item in fields(self):  # type: ignore[arg-type]
+        for item in fields(self):
             value = getattr(self, item.name)
             if value is None and item.metadata["optional"]:
                 continue
@@ -97,7 +98,9 @@ def _as_array(name: str, value: Any, dtype: str) -> Array:
     return np.ascontiguousarray(array, dtype) if array.ndim else array.astype(dtype)
 
 
-def _check_shape(name: str, array: Array, shape: tuple[int | str, ...], sizes: dict[str, int]) -> None:
+def _check_shape(
+    name: str, array: Array, shape: tuple[int | str, ...], sizes: dict[str, int]
+) -> None:
     fits = array.ndim == len(shape)
     for length, wanted in zip(array.shape, shape):
         size = sizes.setdefault(wanted, length) if isinstance(wanted, str) else wanted
@@ -186,7 +189,9 @@ class FactoryPart(_Part):
     block_max: Array = _array("f8", "P", *_BLOCKS)
     block_seam: Array = _array("f8", "P", *_BLOCKS)
     block_repeatability: Array = _array("f8", "P", *_BLOCKS)
-    block_origin: Array = _array("u1", "P", *_BLOCKS)  # 0 measured 1 thin 2 extended 3 borrowed 4 empty
+    block_origin: Array = _array(
+        "u1", "P", *_BLOCKS
+    )  # 0 measured 1 thin 2 extended 3 borrowed 4 empty
 
     # What the job hands out
     indicators: Array = _array("f8", "P", *_BLOCKS, 3)
@@ -412,12 +417,12 @@ def _add(archive: zipfile.ZipFile, name: str, data: bytes) -> None:
 
 
 def _add_part(archive: zipfile.ZipFile, name: str, part: _Part) -> None:
-    for item in fields(part):  # type: ignore[arg-type]
+    for item in fields(part):
         value = getattr(part, item.name)
         if value is None:
             continue
         stream = io.BytesIO()
-        np.lib.format.write_array(stream, _stored(value, item.metadata["dtype"]), allow_pickle=False)
+        np.save(stream, _stored(value, item.metadata["dtype"]), allow_pickle=False)
         _add(archive, f"{name}/{item.name}.npy", stream.getvalue())
 
 
@@ -442,14 +447,15 @@ def _read_meta(data: bytes) -> dict[str, Any]:
         raise ValueError(f"its schema is not {SCHEMA}")
     if not isinstance(top.get("meta"), dict):
         raise ValueError("meta.json holds no meta")
-    return top["meta"]
+    meta: dict[str, Any] = top["meta"]
+    return meta
 
 
-def _read_parts(members: dict[str, bytes]) -> dict[str, _Part]:
+def _read_parts(members: dict[str, bytes]) -> dict[str, Any]:
     parts: dict[str, dict[str, Array]] = {}
     for member, data in members.items():
         part, _, name = member.removesuffix(".npy").partition("/")
-        if part not in _PARTS or name not in {item.name for item in fields(_PARTS[part])}:  # type: ignore[arg-type]
+        if part not in _PARTS or name not in {item.name for item in fields(_PARTS[part])}:
             raise ValueError(f"{member} is not part of a run")
         parts.setdefault(part, {})[name] = _read_array(member, data)
     return {part: _made(part, values) for part, values in parts.items()}
@@ -458,7 +464,7 @@ def _read_parts(members: dict[str, bytes]) -> dict[str, _Part]:
 def _read_array(member: str, data: bytes) -> Array:
     stream = io.BytesIO(data)
     try:
-        array = np.lib.format.read_array(stream, allow_pickle=False)
+        array: Array = read_array(stream, allow_pickle=False)  # type: ignore[no-untyped-call]
     except ValueError as error:
         raise ValueError(f"{member}: {error}") from error
     if stream.read(1):
@@ -467,7 +473,7 @@ def _read_array(member: str, data: bytes) -> Array:
 
 
 def _made(part: str, values: dict[str, Array]) -> _Part:
-    for item in fields(_PARTS[part]):  # type: ignore[arg-type]
+    for item in fields(_PARTS[part]):
         if item.name not in values and not item.metadata["optional"]:
             raise KeyError(f"{part}/{item.name}")
     return _PARTS[part](**values)

@@ -136,7 +136,9 @@ def factory(
         within_poses=figure(0.9 * rms),
         between_poses=figure(0.3 * rms) if frames > 1 else none,
         largest_move=figure(np.abs(moves).max(axis=(1, 2))) if optimise else none,
-        at_bound=count((np.abs(moves) >= 0.4999).sum(axis=(1, 2))) if optimise else np.zeros(planes, int),
+        at_bound=count((np.abs(moves) >= 0.4999).sum(axis=(1, 2)))
+        if optimise
+        else np.zeros(planes, int),
         rms_without=figure(1.3 * rms) if optimise else none,
         median_seam_without=figure(0.006 * np.ones(planes)) if optimise else none,
         refinement=np.zeros(planes, bool),
@@ -151,7 +153,9 @@ def factory(
         block_q99=2.4 * block_rms,
         block_max=2.7 * block_rms,
         block_seam=where(_blocks(draws, planes, 0.08, 1.0)),
-        block_repeatability=where(_blocks(draws, planes, 0.03, 1.0)) if frames >= 4 else where(points * NAN),
+        block_repeatability=where(_blocks(draws, planes, 0.03, 1.0))
+        if frames >= 4
+        else where(points * NAN),
         block_origin=origin,
         indicators=np.zeros((planes, *BLOCKS, 3)),
         corners=np.zeros((planes, 16, 51, 3)),
@@ -177,8 +181,14 @@ def factory(
 
 def field(planes: int = 8, *, frames: int = 20) -> FieldPart:
     """A field part: everything fixed but the shift along y."""
-    names = ["shift along y", "turn about y (with shift along x)", "turn about x", "turn about z",
-             "shift along z", "shift along x"]
+    names = [
+        "shift along y",
+        "turn about y (with shift along x)",
+        "turn about x",
+        "turn about z",
+        "shift along z",
+        "shift along x",
+    ]
     used = np.array([500, 495, 480, 470, 465]) * frames
     return FieldPart(
         displacement_rms=0.1402,
@@ -271,16 +281,37 @@ def compensation(planes: int = 8) -> CompensationPart:
 
 
 FINDINGS = [
-    {"level": "bad", "id": "planes", "text": "no table for plane 17: measure these planes anew",
-     "figures": {"planes": 100.0, "failed": 1.0}},
-    {"level": "bad", "id": "residuals", "text": "RMS above 0.150 on plane 5, worst 0.210 on plane 5",
-     "figures": {"largest_rms": 0.21}},
-    {"level": "warn", "id": "poses_off", "text": "1 frame off by more than 4 sigma: plane 6 frame 2: "
-     "repeat or leave out these poses", "figures": {"frames": 1.0}},
-    {"level": "warn", "id": "seams", "text": "95 % of the steps between blocks above 0.110 on planes 1, 5",
-     "figures": {"seam": 0.12}},
-    {"level": "ok", "id": "repeatability", "text": "at most 0.040 on plane 3, within 0.050",
-     "figures": {"repeatability": 0.04, "undetermined": NAN}},
+    {
+        "level": "bad",
+        "id": "planes",
+        "text": "no table for plane 17: measure these planes anew",
+        "figures": {"planes": 100.0, "failed": 1.0},
+    },
+    {
+        "level": "bad",
+        "id": "residuals",
+        "text": "RMS above 0.150 on plane 5, worst 0.210 on plane 5",
+        "figures": {"largest_rms": 0.21},
+    },
+    {
+        "level": "warn",
+        "id": "poses_off",
+        "text": "1 frame off by more than 4 sigma: plane 6 frame 2: "
+        "repeat or leave out these poses",
+        "figures": {"frames": 1.0},
+    },
+    {
+        "level": "warn",
+        "id": "seams",
+        "text": "95 % of the steps between blocks above 0.110 on planes 1, 5",
+        "figures": {"seam": 0.12},
+    },
+    {
+        "level": "ok",
+        "id": "repeatability",
+        "text": "at most 0.040 on plane 3, within 0.050",
+        "figures": {"repeatability": 0.04, "undetermined": NAN},
+    },
 ]
 
 
@@ -299,7 +330,13 @@ def meta(**changes: Any) -> dict[str, Any]:
             "temperature": [20.4, 20.6],
         },
         "software": {"name": "kestrane", "version": "1.0.0"},
-        "inputs": [{"name": "clouds.npz", "sha256": "18b52182de51da98e0539e29" + "0" * 40, "points": 1980150}],
+        "inputs": [
+            {
+                "name": "clouds.npz",
+                "sha256": "18b52182de51da98e0539e29" + "0" * 40,
+                "points": 1980150,
+            }
+        ],
         "outputs": [{"name": "table.txt", "sha256": "9ea0de5e9c316018c58fbf7e" + "0" * 40}],
         "settings": {"optimise": True, "screen": True, "type": "standard"},
         "limits": {"rms": 0.15, "p99": 0.45, "coverage": 0.8, "seam": 0.11, "repeatability": 0.05},

@@ -18,7 +18,17 @@ from numpy.typing import NDArray
 
 from kestrane_tools.run_file import FactoryPart, Run, TablePart
 
-__all__ = ["SCHEMA", "block_middles", "in_volume", "model_of", "pack", "plain", "unit_of", "unpack", "volume_of"]
+__all__ = [
+    "SCHEMA",
+    "block_middles",
+    "in_volume",
+    "model_of",
+    "pack",
+    "plain",
+    "unit_of",
+    "unpack",
+    "volume_of",
+]
 
 SCHEMA = "kestrane-report/1"
 
@@ -133,7 +143,7 @@ def in_volume(run: Run) -> Array:
     return inside
 
 
-# --- maps -------------------------------------------------------------------------------------------
+# --- maps -----------------------------------------------------------------------------------------
 
 
 def _largest_of_corners(corners: Array) -> Array:
@@ -191,7 +201,11 @@ def nice_top(values: Array) -> float:
     sizes = np.abs(values[np.isfinite(values)])
     top = max(float(np.quantile(sizes, 0.98)), 0.001) if sizes.size else 1.0
     power = 10.0 ** math.floor(math.log10(top))
-    return next(float(f"{m * power:.3g}") for m in (1, 1.5, 2, 3, 4, 5, 6, 8, 10) if m * power >= top * 0.999)
+    return next(
+        float(f"{m * power:.3g}")
+        for m in (1, 1.5, 2, 3, 4, 5, 6, 8, 10)
+        if m * power >= top * 0.999
+    )
 
 
 def _map(
@@ -213,8 +227,8 @@ def _map(
     """One quantity: packed blocks, a figure per plane, and how they are shown.
 
     kind: "size" (0 to top), "signed" (-top to top), "count", "class" (origins). pool: how planes
-    share a block of the map of all planes, and the blocks of a plane a depth; see `together`. worse:
-    which end of the planes comes first.
+    share a block of the map of all planes, and the blocks of a plane a depth; see `together`.
+    worse: which end of the planes comes first.
     """
     depth = _by_depth(blocks, pool, weights)
     return {
@@ -243,45 +257,123 @@ def _factory_maps(part: FactoryPart, limits: Json) -> list[Json]:
     origin[part.status != 0] = np.nan
     repeat_limit = limits.get("repeatability") or (rms / 3.0 if rms else None)
     maps = [
-        _map("rms", "RMS residual", "Root mean square of the distances of a block's points from the"
-             " block's plane.", part.block_rms, part.rms, pool="rms", weights=part.block_points,
-             limit=rms, plane_limit=rms, plane_words="RMS of the plane"),
-        _map("max", "largest residual", "Largest distance of a block's points from the block's plane,"
-             " outliers apart.", part.block_max, part.max, pool="max", limit=limits.get("p99"),
-             plane_words="largest of the plane"),
-        _map("bias", "bias (signed mean)", "Mean signed distance of a block's points from the block's"
-             " plane; red: the points lie at larger x.", part.block_bias, part.bias, kind="signed",
-             pool="mean", plane_words="mean of the plane"),
-        _map("repeatability", "repeatability", "Half the distance of the tables from even and from odd"
-             " frames at the block's middle: how far a repeated calibration would scatter.",
-             part.block_repeatability, part.repeatability, pool="rms", limit=repeat_limit,
-             plane_limit=repeat_limit, plane_words="RMS over the plane's blocks"),
-        _map("seam", "seams", "Largest step of x from a measured block to a measured neighbour: what a"
-             " scan shows as an edge.", part.block_seam, part.seam, pool="max",
-             limit=limits.get("seam"), plane_limit=limits.get("seam"),
-             plane_words="95 % of the plane's steps"),
-        _map("points", "points", "Points of a block that the figures come from. Blocks with fewer than"
-             " 10 count as thin.", np.where(measured, points, np.nan), part.used, kind="count",
-             pool="sum", plane_words="points of the plane", worse="low",
-             top=nice_top(part.block_points[measured].astype(float))),
-        _map("origin", "origin of the plane", "Where a block's plane comes from: 10 points and more of"
-             " its own, fewer, its sector's points at other depths, or a neighbouring sector.",
-             origin, part.coverage, kind="class", pool="most", plane_limit=limits.get("coverage"),
-             plane_words="share of the working volume measured", worse="low", top=4),
+        _map(
+            "rms",
+            "RMS residual",
+            "Root mean square of the distances of a block's points from the" " block's plane.",
+            part.block_rms,
+            part.rms,
+            pool="rms",
+            weights=part.block_points,
+            limit=rms,
+            plane_limit=rms,
+            plane_words="RMS of the plane",
+        ),
+        _map(
+            "max",
+            "largest residual",
+            "Largest distance of a block's points from the block's plane," " outliers apart.",
+            part.block_max,
+            part.max,
+            pool="max",
+            limit=limits.get("p99"),
+            plane_words="largest of the plane",
+        ),
+        _map(
+            "bias",
+            "bias (signed mean)",
+            "Mean signed distance of a block's points from the block's"
+            " plane; red: the points lie at larger x.",
+            part.block_bias,
+            part.bias,
+            kind="signed",
+            pool="mean",
+            plane_words="mean of the plane",
+        ),
+        _map(
+            "repeatability",
+            "repeatability",
+            "Half the distance of the tables from even and from odd"
+            " frames at the block's middle: how far a repeated calibration would scatter.",
+            part.block_repeatability,
+            part.repeatability,
+            pool="rms",
+            limit=repeat_limit,
+            plane_limit=repeat_limit,
+            plane_words="RMS over the plane's blocks",
+        ),
+        _map(
+            "seam",
+            "seams",
+            "Largest step of x from a measured block to a measured neighbour: what a"
+            " scan shows as an edge.",
+            part.block_seam,
+            part.seam,
+            pool="max",
+            limit=limits.get("seam"),
+            plane_limit=limits.get("seam"),
+            plane_words="95 % of the plane's steps",
+        ),
+        _map(
+            "points",
+            "points",
+            "Points of a block that the figures come from. Blocks with fewer than"
+            " 10 count as thin.",
+            np.where(measured, points, np.nan),
+            part.used,
+            kind="count",
+            pool="sum",
+            plane_words="points of the plane",
+            worse="low",
+            top=nice_top(part.block_points[measured].astype(float)),
+        ),
+        _map(
+            "origin",
+            "origin of the plane",
+            "Where a block's plane comes from: 10 points and more of"
+            " its own, fewer, its sector's points at other depths, or a neighbouring sector.",
+            origin,
+            part.coverage,
+            kind="class",
+            pool="most",
+            plane_limit=limits.get("coverage"),
+            plane_words="share of the working volume measured",
+            worse="low",
+            top=4,
+        ),
     ]
     if part.corner_moves is not None:
-        maps.append(_map(
-            "move", "corner move", "How far the optimisation moved x: of the block's four corners the"
-            " one that moved farthest. It may move 0.5.", _largest_of_corners(part.corner_moves),
-            part.largest_move, kind="signed", pool="mean", plane_words="farthest corner", top=0.5))
+        maps.append(
+            _map(
+                "move",
+                "corner move",
+                "How far the optimisation moved x: of the block's four corners the"
+                " one that moved farthest. It may move 0.5.",
+                _largest_of_corners(part.corner_moves),
+                part.largest_move,
+                kind="signed",
+                pool="mean",
+                plane_words="farthest corner",
+                top=0.5,
+            )
+        )
     if part.refined_sigma is not None:
         sigma = _largest_of_corners(part.refined_sigma)
         seen = np.where(measured, sigma, np.nan)
         largest = np.where(measured.any(axis=(1, 2)), np.nan_to_num(seen).max(axis=(1, 2)), np.nan)
-        maps.append(_map(
-            "sigma", "σ of the refined x", "Standard deviation of the refined sheet's x: of the block's"
-            " four corners the largest. It grows where no points are.", sigma, largest, pool="rms",
-            plane_words="largest in a measured block", top=2.0 * nice_top(seen)))
+        maps.append(
+            _map(
+                "sigma",
+                "σ of the refined x",
+                "Standard deviation of the refined sheet's x: of the block's"
+                " four corners the largest. It grows where no points are.",
+                sigma,
+                largest,
+                pool="rms",
+                plane_words="largest in a measured block",
+                top=2.0 * nice_top(seen),
+            )
+        )
     return maps
 
 
@@ -293,15 +385,34 @@ def _maps(run: Run) -> list[Json]:
     if run.difference is not None and not run.difference.refused:
         part = run.difference
         rest_limit = limits["rms"] / 3.0 if limits.get("rms") else None
-        maps.append(_map(
-            "drift", "drift", "How far this table's sheet lies from the compared one, along its normal;"
-            " red: at larger x.", part.values, part.plane_rms, kind="signed", pool="mean",
-            plane_words="RMS of the plane"))
-        maps.append(_map(
-            "rest", "drift without the rigid motion", "What is left of the drift once the smallest"
-            " rigid motion that explains most of it is taken out.", part.rests, part.plane_rest,
-            kind="signed", pool="mean", plane_limit=rest_limit, plane_words="RMS of the plane",
-            top=maps[-1]["top"]))
+        maps.append(
+            _map(
+                "drift",
+                "drift",
+                "How far this table's sheet lies from the compared one, along its normal;"
+                " red: at larger x.",
+                part.values,
+                part.plane_rms,
+                kind="signed",
+                pool="mean",
+                plane_words="RMS of the plane",
+            )
+        )
+        maps.append(
+            _map(
+                "rest",
+                "drift without the rigid motion",
+                "What is left of the drift once the smallest"
+                " rigid motion that explains most of it is taken out.",
+                part.rests,
+                part.plane_rest,
+                kind="signed",
+                pool="mean",
+                plane_limit=rest_limit,
+                plane_words="RMS of the plane",
+                top=maps[-1]["top"],
+            )
+        )
     return maps
 
 
@@ -321,11 +432,11 @@ def _extent(run: Run) -> Json:
     }
 
 
-# --- the other figures ------------------------------------------------------------------------------
+# --- the other figures ----------------------------------------------------------------------------
 
 
 def _origin_shares(run: Run) -> list[Any]:
-    """Per plane the shares of measured, thin, extended, borrowed, empty among the volume's blocks."""
+    """Per plane the shares of the five origins among the blocks of the working volume."""
     assert run.factory is not None and run.table is not None
     inside = run.factory.block_origin[:, in_volume(run)]
     if inside.shape[1] == 0:
@@ -371,8 +482,10 @@ def _poses(part: FactoryPart, planes: int, limits: Json) -> Json | None:
         "columns": plain(numbers) if by_number else list(range(most)),
         "frames": None if by_number else plain(frame),
         "median": pack(median),
-        "off": [[int(p), int(c), float(m)] for p, c, m in
-                zip(part.pose_plane[off], columns[off], part.pose_median[off])],
+        "off": [
+            [int(p), int(c), float(m)]
+            for p, c, m in zip(part.pose_plane[off], columns[off], part.pose_median[off])
+        ],
         "top": limits.get("rms") or nice_top(kept),
     }
 
@@ -380,16 +493,19 @@ def _poses(part: FactoryPart, planes: int, limits: Json) -> Json | None:
 def _histogram(part: FactoryPart) -> Json | None:
     if part.device_points == 0 or math.isnan(part.histogram_width):
         return None
-    return plain({
-        "low": part.histogram_low,
-        "width": part.histogram_width,
-        "counts": part.histogram_counts,
-        "below": part.histogram_below,
-        "above": part.histogram_above,
-        "mean": part.device_bias,
-        "sigma": math.sqrt(max(part.device_rms**2 - part.device_bias**2, 0.0)),
-        "points": part.device_points,
-    })
+    found: Json = plain(
+        {
+            "low": part.histogram_low,
+            "width": part.histogram_width,
+            "counts": part.histogram_counts,
+            "below": part.histogram_below,
+            "above": part.histogram_above,
+            "mean": part.device_bias,
+            "sigma": math.sqrt(max(part.device_rms**2 - part.device_bias**2, 0.0)),
+            "points": part.device_points,
+        }
+    )
+    return found
 
 
 def _fan(run: Run, extent: Json) -> Json | None:
@@ -397,7 +513,9 @@ def _fan(run: Run, extent: Json) -> Json | None:
     table = run.table
     if table is None or len(table.cells) == 0:
         return None
-    rows = np.unique(np.linspace(0, max(extent["rows"][1], _FIT_ROWS), _FAN_ROWS).round().astype(int))
+    rows = np.unique(
+        np.linspace(0, max(extent["rows"][1], _FIT_ROWS), _FAN_ROWS).round().astype(int)
+    )
     lines = np.array(_FAN_LINES)
     z = table.z_start + rows * table.z_step
     at = np.minimum(rows, 50)
@@ -428,7 +546,9 @@ def _field(run: Run) -> Json | None:
                 "fixed": bool(fixed),
                 "weak": bool(fixed and rms and sigma > rms / 3.0),
             }
-            for name, sigma, fixed in zip(part.direction_name, part.direction_sigma, part.direction_fixed)
+            for name, sigma, fixed in zip(
+                part.direction_name, part.direction_sigma, part.direction_fixed
+            )
         ],
     }
 
@@ -459,10 +579,18 @@ def model_of(run: Run) -> Json:
         extent = _extent(run)
         near, far, half_angle = volume_of(run)
         model |= {
-            "grid": {"y_start": rounded(table.y_start, 9), "y_step": rounded(table.y_step, 9),
-                     "z_start": table.z_start, "z_step": table.z_step},
-            "volume": {"near": near, "far": far, "half_angle": half_angle,
-                       "given": bool(run.meta.get("volume"))},
+            "grid": {
+                "y_start": rounded(table.y_start, 9),
+                "y_step": rounded(table.y_step, 9),
+                "z_start": table.z_start,
+                "z_step": table.z_step,
+            },
+            "volume": {
+                "near": near,
+                "far": far,
+                "half_angle": half_angle,
+                "given": bool(run.meta.get("volume")),
+            },
             "extent": extent,
             "maps": _maps(run),
             "fan": _fan(run, extent),
@@ -474,4 +602,5 @@ def model_of(run: Run) -> Json:
             "histogram": _histogram(run.factory),
         }
     model |= {"field": _field(run), "compensation": _compensation(run)}
-    return plain(model)
+    whole: Json = plain(model)
+    return whole

@@ -117,7 +117,9 @@ def judged_anew(run: Run, limits: Any = None) -> Run:
     judgement = judged(run, limits)
     told = {
         name: value
-        for name, value in (limits if isinstance(limits, dict) else dataclasses.asdict(limits)).items()
+        for name, value in (
+            limits if isinstance(limits, dict) else dataclasses.asdict(limits)
+        ).items()
         if value is not None
     }
     news = {"limits": told, "findings": findings_of(judgement), "verdict": judgement.verdict}

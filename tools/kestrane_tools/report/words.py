@@ -13,11 +13,26 @@ from typing import Any
 
 import numpy as np
 
-from kestrane_tools.report.model import unit_of, volume_of
+from kestrane_tools.report.model import Array, unit_of, volume_of
 from kestrane_tools.run_file import FactoryPart, FieldPart, Run
 
-__all__ = ["Card", "Cell", "Column", "Finding", "Table", "Verdict", "cards", "field_table", "files",
-           "findings", "head", "motion", "planes_table", "title", "verdict"]
+__all__ = [
+    "Card",
+    "Cell",
+    "Column",
+    "Finding",
+    "Table",
+    "Verdict",
+    "cards",
+    "field_table",
+    "files",
+    "findings",
+    "head",
+    "motion",
+    "planes_table",
+    "title",
+    "verdict",
+]
 
 TITLES = {
     "factory": "Factory calibration report",
@@ -152,7 +167,7 @@ def _short(value: Any) -> str:
     return f"{value:g}" if isinstance(value, (int, float)) else str(value)
 
 
-# --- head -------------------------------------------------------------------------------------------
+# --- head -----------------------------------------------------------------------------------------
 
 
 def title(run: Run) -> str:
@@ -232,8 +247,10 @@ def _measured(run: Run) -> str:
         clouds = int((run.factory.points > 0).sum())
         return f"{counted(clouds, 'cloud')}, {counted(int(run.factory.points.sum()), 'point')}"
     if run.field is not None:
-        return (f"{counted(len(run.field.plane), 'list')} of frames, "
-                f"{counted(int(run.field.stage_points[0]), 'point')}")
+        return (
+            f"{counted(len(run.field.plane), 'list')} of frames, "
+            f"{counted(int(run.field.stage_points[0]), 'point')}"
+        )
     return ", ".join(str(item.get("name", "")) for item in inputs) or "not given"
 
 
@@ -245,12 +262,16 @@ def head(run: Run) -> list[tuple[str, str]]:
     entries = [
         ("Device", str(device.pop("model", "not given"))),
         ("Serial number", str(device.pop("serial", "not given"))),
-        ("Calibrated" if meta.get("kind") != "difference" else "Compared",
-         _date(str(meta.get("created", "not given")))),
+        (
+            "Calibrated" if meta.get("kind") != "difference" else "Compared",
+            _date(str(meta.get("created", "not given"))),
+        ),
         ("Operator", str(device.pop("operator", "not given"))),
     ]
     temperature = device.pop("temperature", None)
-    entries.append(("Temperature", "not given" if temperature is None else _temperature(temperature)))
+    entries.append(
+        ("Temperature", "not given" if temperature is None else _temperature(temperature))
+    )
     entries.append(("Target", str(device.pop("target", "not given"))))
     entries += [(name.replace("_", " ").capitalize(), str(value)) for name, value in device.items()]
     software = meta.get("software") or {}
@@ -268,11 +289,13 @@ def files(run: Run) -> list[tuple[str, str, str]]:
     known = []
     for direction, key in (("in", "inputs"), ("out", "outputs")):
         for item in run.meta.get(key) or []:
-            known.append((direction, str(item.get("name", "")), str(item.get("sha256", "not given"))))
+            known.append(
+                (direction, str(item.get("name", "")), str(item.get("sha256", "not given")))
+            )
     return known
 
 
-# --- verdict and findings ---------------------------------------------------------------------------
+# --- verdict and findings -------------------------------------------------------------------------
 
 
 def _sentence(text: str) -> str:
@@ -287,13 +310,15 @@ def findings(run: Run) -> list[Finding]:
     for item in run.meta.get("findings") or []:
         ident = str(item.get("id", ""))
         place, chosen = PLACES.get(ident, ("", ""))
-        listed.append(Finding(
-            level=str(item.get("level", "ok")),
-            label=LABELS.get(ident, ident.replace("_", " ").capitalize()),
-            text=_sentence(str(item.get("text", ""))),
-            place=place if place in shown else "",
-            map=chosen,
-        ))
+        listed.append(
+            Finding(
+                level=str(item.get("level", "ok")),
+                label=LABELS.get(ident, ident.replace("_", " ").capitalize()),
+                text=_sentence(str(item.get("text", ""))),
+                place=place if place in shown else "",
+                map=chosen,
+            )
+        )
     return listed
 
 
@@ -308,7 +333,8 @@ def _sections(run: Run) -> set[str]:
     if run.difference is not None:
         shown.add("drift")
     if (run.factory is not None and not run.factory.refused) or (
-        run.difference is not None and not run.difference.refused):
+        run.difference is not None and not run.difference.refused
+    ):
         shown.add("maps")
     return shown
 
@@ -330,15 +356,15 @@ def verdict(run: Run) -> Verdict | None:
     return Verdict(level, _sentence(text).rstrip("."), summary or "nothing stands out")
 
 
-# --- six figures ------------------------------------------------------------------------------------
+# --- six figures ----------------------------------------------------------------------------------
 
 
-def _mean(values: np.ndarray) -> float:
+def _mean(values: Array) -> float:
     known = values[np.isfinite(values)]
     return float(known.mean()) if known.size else math.nan
 
 
-def _worst(values: np.ndarray) -> tuple[float, str]:
+def _worst(values: Array) -> tuple[float, str]:
     known = np.isfinite(values)
     if not known.any():
         return math.nan, ""
@@ -356,12 +382,19 @@ def _factory_cards(part: FactoryPart, unit: str) -> list[Card]:
         Card(f"{good} / {len(part.status)}", "planes calibrated"),
         Card(length(part.device_rms, unit), "RMS residual, all points"),
         Card(length(q99, unit), f"99 % of the points below, worst {where or 'plane'}"),
-        Card(share(_mean(part.coverage)), f"of the working volume measured, at least {share(least)}"),
-        Card(share(int(part.outliers.sum()) / valid if valid else math.nan, 1),
-             "outliers (beyond 4 robust σ)"),
-        Card(length(repeat, unit),
-             f"repeatability (split poses), worst {repeat_where}" if repeat_where
-             else "repeatability: not determined"),
+        Card(
+            share(_mean(part.coverage)), f"of the working volume measured, at least {share(least)}"
+        ),
+        Card(
+            share(int(part.outliers.sum()) / valid if valid else math.nan, 1),
+            "outliers (beyond 4 robust σ)",
+        ),
+        Card(
+            length(repeat, unit),
+            f"repeatability (split poses), worst {repeat_where}"
+            if repeat_where
+            else "repeatability: not determined",
+        ),
     ]
 
 
@@ -369,9 +402,16 @@ def _field_cards(part: FieldPart, unit: str) -> list[Card]:
     fixed = int(part.direction_fixed.sum())
     return [
         Card(length(part.displacement_rms, unit), "RMS displacement of the sheets"),
-        Card(length(part.displacement_max, unit), f"largest displacement, plane {part.displacement_plane}"),
-        Card(f"± {length(part.displacement_sigma, unit)}", "standard deviation of the displacement"),
-        Card(f"{fixed} / {len(part.direction_fixed)}", "directions of the motion fixed by the points"),
+        Card(
+            length(part.displacement_max, unit),
+            f"largest displacement, plane {part.displacement_plane}",
+        ),
+        Card(
+            f"± {length(part.displacement_sigma, unit)}", "standard deviation of the displacement"
+        ),
+        Card(
+            f"{fixed} / {len(part.direction_fixed)}", "directions of the motion fixed by the points"
+        ),
         Card(length(part.residual, unit), "RMS residual of the points used"),
         Card(f"{count(part.stage_frames[4])} / {count(part.stage_frames[0])}", "frames used"),
     ]
@@ -397,17 +437,27 @@ def cards(run: Run) -> list[Card]:
     return []
 
 
-# --- field ------------------------------------------------------------------------------------------
+# --- field ----------------------------------------------------------------------------------------
 
 
-def _vector(values: np.ndarray, factor: float, digits: int) -> str:
-    return "(" + ", ".join(f"{factor * value:.{digits}f}" for value in values).replace("-", "−") + ")"
+def _vector(values: Array, factor: float, digits: int) -> str:
+    return (
+        "(" + ", ".join(f"{factor * value:.{digits}f}" for value in values).replace("-", "−") + ")"
+    )
 
 
-def _turn(rotation: np.ndarray) -> np.ndarray:
+def _turn(rotation: Array) -> Array:
     """Angle times axis of a rotation by less than half a turn."""
-    skew = np.array([rotation[2, 1] - rotation[1, 2], rotation[0, 2] - rotation[2, 0],
-                     rotation[1, 0] - rotation[0, 1]]) / 2.0
+    skew = (
+        np.array(
+            [
+                rotation[2, 1] - rotation[1, 2],
+                rotation[0, 2] - rotation[2, 0],
+                rotation[1, 0] - rotation[0, 1],
+            ]
+        )
+        / 2.0
+    )
     sine = float(np.linalg.norm(skew))
     cosine = float((np.trace(rotation) - 1.0) / 2.0)
     return skew * (math.atan2(sine, cosine) / sine) if sine > 0.0 else skew
@@ -420,24 +470,48 @@ def motion(part: FieldPart, unit: str) -> list[tuple[str, str]]:
         ("Smallest motion (to apply)", part.smallest_R, part.smallest_t),
         ("Motion of the job", part.motion_R, part.motion_t),
     ):
-        listed.append((label, f"turn {_vector(_turn(rotation), 1000.0, 3)} mrad, "
-                              f"shift {_vector(shift, 1.0, 3)} {unit}"))
-    listed.append(("Residuals of the job",
-                   f"mean {length(part.indicator_mean)}, largest {length(part.indicator_max)}, "
-                   f"half mean deviation {length(part.indicator_deviation)} {unit}"))
+        listed.append(
+            (
+                label,
+                f"turn {_vector(_turn(rotation), 1000.0, 3)} mrad, "
+                f"shift {_vector(shift, 1.0, 3)} {unit}",
+            )
+        )
+    listed.append(
+        (
+            "Residuals of the job",
+            f"mean {length(part.indicator_mean)}, largest {length(part.indicator_max)}, "
+            f"half mean deviation {length(part.indicator_deviation)} {unit}",
+        )
+    )
     return listed
 
 
-_STAGES = ("given", "after screening", "after the frame filter", "after the interior planes", "used")
+_STAGES = (
+    "given",
+    "after screening",
+    "after the frame filter",
+    "after the interior planes",
+    "used",
+)
 
 
 def field_table(part: FieldPart) -> Table:
     """What is left after each stage."""
-    columns = [Column("stage", "stage", ""), Column("points", "points", ""),
-               Column("frames", "frames", ""), Column("planes", "planes", "")]
+    columns = [
+        Column("stage", "stage", ""),
+        Column("points", "points", ""),
+        Column("frames", "frames", ""),
+        Column("planes", "planes", ""),
+    ]
     rows = [
-        [Cell(name, float(i)), *(Cell(count(n), float(n)) for n in
-                                 (part.stage_points[i], part.stage_frames[i], part.stage_planes[i]))]
+        [
+            Cell(name, float(i)),
+            *(
+                Cell(count(n), float(n))
+                for n in (part.stage_points[i], part.stage_frames[i], part.stage_planes[i])
+            ),
+        ]
         for i, name in enumerate(_STAGES)
     ]
     return Table(columns, rows)
@@ -453,7 +527,7 @@ def dropped_frames(part: FieldPart) -> str:
     return words + (f"; and {more} more" if more > 0 else "")
 
 
-# --- table of the planes ----------------------------------------------------------------------------
+# --- table of the planes --------------------------------------------------------------------------
 
 
 def _number_cell(value: float, text: str, bad: bool = False) -> Cell:
@@ -501,11 +575,19 @@ def _factory_rows(part: FactoryPart, limits: dict[str, Any]) -> Table:
             _number_cell(part.q99[p], length(part.q99[p]), _above(part.q99[p], limits.get("p99"))),
             _number_cell(part.max[p], length(part.max[p])),
             _number_cell(outliers, share(outliers, 1), _above(outliers, limits.get("outliers"))),
-            _number_cell(part.coverage[p], share(part.coverage[p]),
-                         coverage is not None and part.coverage[p] < coverage),
-            _number_cell(part.seam[p], length(part.seam[p]), _above(part.seam[p], limits.get("seam"))),
-            _number_cell(part.repeatability[p], length(part.repeatability[p]),
-                         _above(part.repeatability[p], limits.get("repeatability"))),
+            _number_cell(
+                part.coverage[p],
+                share(part.coverage[p]),
+                coverage is not None and part.coverage[p] < coverage,
+            ),
+            _number_cell(
+                part.seam[p], length(part.seam[p]), _above(part.seam[p], limits.get("seam"))
+            ),
+            _number_cell(
+                part.repeatability[p],
+                length(part.repeatability[p]),
+                _above(part.repeatability[p], limits.get("repeatability")),
+            ),
             _number_cell(part.within_poses[p], length(part.within_poses[p])),
             _number_cell(part.between_poses[p], length(part.between_poses[p])),
         ]
@@ -518,8 +600,11 @@ def _factory_rows(part: FactoryPart, limits: dict[str, Any]) -> Table:
 
 def failed_planes(part: FactoryPart) -> list[tuple[int, str]]:
     """Number and reason of every plane without a table."""
-    return [(p, str(part.reason[p]) or f"status {part.status[p]}")
-            for p in range(len(part.status)) if part.status[p] != 0 or part.reason[p]]
+    return [
+        (p, str(part.reason[p]) or f"status {part.status[p]}")
+        for p in range(len(part.status))
+        if part.status[p] != 0 or part.reason[p]
+    ]
 
 
 def planes_table(run: Run) -> Table | None:
@@ -529,22 +614,47 @@ def planes_table(run: Run) -> Table | None:
         return _factory_rows(run.factory, limits)
     if run.difference is not None and not run.difference.refused:
         part = run.difference
-        columns = [Column("plane", "plane", "number of the plane"),
-                   Column("blocks", "blocks", "blocks compared"),
-                   Column("rms", "RMS", "root mean square difference"),
-                   Column("max", "largest", "largest difference"),
-                   Column("rest", "rest", "RMS left after the rigid motion")]
-        return Table(columns, [
-            [Cell(str(p), float(p)), Cell(count(part.plane_blocks[p]), float(part.plane_blocks[p])),
-             *(_number_cell(v[p], length(v[p])) for v in (part.plane_rms, part.plane_max, part.plane_rest))]
-            for p in range(len(part.plane_rms))])
+        columns = [
+            Column("plane", "plane", "number of the plane"),
+            Column("blocks", "blocks", "blocks compared"),
+            Column("rms", "RMS", "root mean square difference"),
+            Column("max", "largest", "largest difference"),
+            Column("rest", "rest", "RMS left after the rigid motion"),
+        ]
+        return Table(
+            columns,
+            [
+                [
+                    Cell(str(p), float(p)),
+                    Cell(count(part.plane_blocks[p]), float(part.plane_blocks[p])),
+                    *(
+                        _number_cell(v[p], length(v[p]))
+                        for v in (part.plane_rms, part.plane_max, part.plane_rest)
+                    ),
+                ]
+                for p in range(len(part.plane_rms))
+            ],
+        )
     if run.field is not None:
         part_f = run.field
-        columns = [Column("plane", "plane", "number of the plane"),
-                   *(Column(f"points{i}", f"points {name}", "") for i, name in enumerate(_STAGES)),
-                   Column("frames0", "frames given", ""), Column("frames4", "frames used", "")]
-        return Table(columns, [
-            [Cell(str(int(p)), float(p)), *(Cell(count(n), float(n)) for n in part_f.plane_points[i]),
-             *(Cell(count(part_f.plane_frames[i, s]), float(part_f.plane_frames[i, s])) for s in (0, 4))]
-            for i, p in enumerate(part_f.plane)])
+        columns = [
+            Column("plane", "plane", "number of the plane"),
+            *(Column(f"points{i}", f"points {name}", "") for i, name in enumerate(_STAGES)),
+            Column("frames0", "frames given", ""),
+            Column("frames4", "frames used", ""),
+        ]
+        return Table(
+            columns,
+            [
+                [
+                    Cell(str(int(p)), float(p)),
+                    *(Cell(count(n), float(n)) for n in part_f.plane_points[i]),
+                    *(
+                        Cell(count(part_f.plane_frames[i, s]), float(part_f.plane_frames[i, s]))
+                        for s in (0, 4)
+                    ),
+                ]
+                for i, p in enumerate(part_f.plane)
+            ],
+        )
     return None

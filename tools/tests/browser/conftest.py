@@ -51,9 +51,7 @@ def chromium() -> Iterator[webdriver.Chrome]:
 
 
 @pytest.fixture
-def opened(
-    chromium: webdriver.Chrome, pages: Callable[[str], Path]
-) -> Callable[..., Page]:
+def opened(chromium: webdriver.Chrome, pages: Callable[[str], Path]) -> Callable[..., Page]:
     def open_page(name: str, *, width: int = 1300, fragment: str = "", wait: bool = True) -> Page:
         page = Page(chromium, pages(name))
         page.resize(width)

@@ -66,10 +66,12 @@ def hover(page: Page, selector: str, across: float, down: float) -> dict[str, st
     ActionChains(page.driver, duration=0).move_to_element_with_offset(
         element, round((across - 0.5) * width), round((down - 0.5) * height)
     ).perform()
-    return page.run("const tip = document.getElementById('tip'); return tip.hidden ? {} : {...tip.dataset, text: tip.innerText}")
+    return page.run(
+        "const tip = document.getElementById('tip'); return tip.hidden ? {} : {...tip.dataset, text: tip.innerText}"
+    )
 
 
-# --- quiet, whole, within its width ---------------------------------------------------------------------
+# --- quiet, whole, within its width ---------------------------------------------------------------
 
 
 @pytest.mark.parametrize("width", [390, 1300])
@@ -89,12 +91,14 @@ def test_a_page_is_quiet_whole_and_within_its_width(opened: Open, name: str, wid
 @pytest.mark.parametrize("name", ["hundred", "two"])
 def test_nothing_is_cut_off_at_either_side(opened: Open, name: str) -> None:
     page = opened(name, width=390)
-    beyond = page.run("""
+    beyond = page.run(
+        """
       return Array.from(document.querySelectorAll("main *")).filter((part) => {
         const { left, right, width } = part.getBoundingClientRect();
         return width > 1 && (left < 0 || right > 391) && !part.closest(".wide");
       }).map((part) => part.outerHTML.slice(0, 80));
-    """)
+    """
+    )
     assert beyond == []
 
 
@@ -110,11 +114,13 @@ def test_one_frame_leaves_the_repeatability_open(opened: Open) -> None:
     page = opened("one frame")
     assert "repeatability: not determined" in page.driver.find_element(By.ID, "figures").text
     page.click("[data-map=repeatability]")
-    assert page.run("return document.getElementById('map-title').textContent").startswith("repeatability")
+    assert page.run("return document.getElementById('map-title').textContent").startswith(
+        "repeatability"
+    )
     assert page.console() == []
 
 
-# --- maps ---------------------------------------------------------------------------------------------
+# --- maps -----------------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("name", ["hundred", "two", "one"])
@@ -204,14 +210,16 @@ def test_a_plane_is_chosen_and_left_again(opened: Open) -> None:
 def test_a_finding_leads_to_its_map(opened: Open) -> None:
     page = opened("hundred")
     page.click(".findings a[data-map=seam]")
-    chosen = page.run("return document.querySelector('#map-buttons [aria-pressed=true]').dataset.map")
+    chosen = page.run(
+        "return document.querySelector('#map-buttons [aria-pressed=true]').dataset.map"
+    )
     assert chosen == "seam"
     assert "map=seam" in page.driver.current_url
     top = "return document.getElementById('maps').getBoundingClientRect().top"
     WebDriverWait(page.driver, 5, 0.05).until(lambda _: -20 < page.run(top) < 400)
 
 
-# --- state, keyboard, motion ------------------------------------------------------------------------------
+# --- state, keyboard, motion ----------------------------------------------------------------------
 
 
 def test_the_fragment_holds_what_is_shown(opened: Open) -> None:
@@ -229,7 +237,17 @@ def test_the_fragment_holds_what_is_shown(opened: Open) -> None:
     assert fragment == "#map=bias&sort=number&plane=3&order=max-desc"
 
 
-@pytest.mark.parametrize("fragment", ["#map=none&plane=100&sort=x", "#plane=-1", "#map=%", "#verdict", "#order=x-up", "#__proto__=1&constructor=2"])
+@pytest.mark.parametrize(
+    "fragment",
+    [
+        "#map=none&plane=100&sort=x",
+        "#plane=-1",
+        "#map=%",
+        "#verdict",
+        "#order=x-up",
+        "#__proto__=1&constructor=2",
+    ],
+)
 def test_a_fragment_that_means_nothing_is_left_alone(opened: Open, fragment: str) -> None:
     page = opened("hundred", fragment=fragment)
     assert "all planes together" in page.driver.find_element(By.ID, "map-title").text
@@ -251,9 +269,11 @@ def test_the_map_is_walked_by_keys(opened: Open) -> None:
 
 def test_every_button_is_reached_by_the_keyboard(opened: Open) -> None:
     page = opened("two")
-    hidden = page.run("""
+    hidden = page.run(
+        """
       return Array.from(document.querySelectorAll("button")).filter((b) => b.tabIndex < 0 || b.disabled && !b.closest("#stages")).length
-    """)
+    """
+    )
     assert hidden == 0
     small = page.driver.find_element(By.CSS_SELECTOR, "#small-maps [data-plane='1']")
     small.send_keys(Keys.ENTER)
@@ -282,7 +302,7 @@ def test_nothing_moves_for_who_wants_none_of_it(opened: Open) -> None:
         page.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": []})
 
 
-# --- table ------------------------------------------------------------------------------------------------
+# --- table ----------------------------------------------------------------------------------------
 
 
 def test_a_heading_sorts_down_and_up_and_keeps_failures_last(opened: Open) -> None:
@@ -298,10 +318,13 @@ def test_a_heading_sorts_down_and_up_and_keeps_failures_last(opened: Open) -> No
     page.click("#planes th[data-column=rms] button")
     up = page.run(values)
     assert [float(value) for value in up[:-1]] == sorted(numbers) and up[-1] is None
-    assert page.run("return document.querySelector('th[data-column=rms]').getAttribute('aria-sort')") == "ascending"
+    assert (
+        page.run("return document.querySelector('th[data-column=rms]').getAttribute('aria-sort')")
+        == "ascending"
+    )
 
 
-# --- tooltips of the other figures -----------------------------------------------------------------------
+# --- tooltips of the other figures ----------------------------------------------------------------
 
 
 def test_a_pose_tells_its_median(opened: Open) -> None:
@@ -318,7 +341,7 @@ def test_a_plane_at_a_glance_tells_its_figures(opened: Open) -> None:
     assert "no sector has 200 points" in told["text"]
 
 
-# --- without scripts, hostile text, print -------------------------------------------------------------------
+# --- without scripts, hostile text, print ---------------------------------------------------------
 
 
 @pytest.fixture
@@ -335,8 +358,15 @@ def test_the_verdict_needs_no_script(without_scripts: None, opened: Open) -> Non
     )
     text = " ".join(tree["strings"][i] for i in tree["documents"][0]["layout"]["text"] if i >= 0)
     text = " ".join(text.split())
-    for told in ("Not fit for use as it stands", "No table for plane 17", "99 / 100", "planes calibrated",
-                 "The sheets moved by", "shift along y: not fixed", "All planes"):
+    for told in (
+        "Not fit for use as it stands",
+        "No table for plane 17",
+        "99 / 100",
+        "planes calibrated",
+        "The sheets moved by",
+        "shift along y: not fixed",
+        "All planes",
+    ):
         assert told in text, told
     assert "The maps are drawn by a script" in text
     assert "worst first" not in text  # buttons that could do nothing are not there
@@ -356,14 +386,19 @@ def test_text_of_a_device_stays_text(opened: Open) -> None:
 @pytest.mark.parametrize("name", ["hundred", "two", "all failed"])
 def test_a_page_is_printed(opened: Open, name: str) -> None:
     page = opened(name)
-    printed = page.driver.execute_cdp_cmd("Page.printToPDF", {"preferCSSPageSize": True, "printBackground": True})
+    printed = page.driver.execute_cdp_cmd(
+        "Page.printToPDF", {"preferCSSPageSize": True, "printBackground": True}
+    )
     data = base64.b64decode(printed["data"])
     assert data.startswith(b"%PDF") and len(data) > 20_000
     sheets = data.count(b"/Type /Page\n") + data.count(b"/Type /Page ")
     assert 1 <= sheets <= 12
     page.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print"})
     try:
-        assert page.run("return getComputedStyle(document.querySelector('.verdict')).display") != "none"
+        assert (
+            page.run("return getComputedStyle(document.querySelector('.verdict')).display")
+            != "none"
+        )
     finally:
         page.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": ""})
 
@@ -382,7 +417,7 @@ def test_a_resized_page_is_drawn_anew(opened: Open) -> None:
     assert page.run("return document.documentElement.scrollWidth") <= 390
 
 
-# --- time -----------------------------------------------------------------------------------------------
+# --- time -----------------------------------------------------------------------------------------
 
 
 def test_a_hundred_planes_are_ready_and_change_in_time(opened: Open) -> None:
@@ -394,6 +429,8 @@ def test_a_hundred_planes_are_ready_and_change_in_time(opened: Open) -> None:
         page.driver.execute_async_script(CHANGE, f"[data-map={chosen}]") / 1000.0
         for chosen in ("max", "bias", "seam", "origin", "move", "rms")
     ]
-    print(f"ready in {statistics.median(ready):.2f} s, map changed in {statistics.median(changes):.2f} s")
+    print(
+        f"ready in {statistics.median(ready):.2f} s, map changed in {statistics.median(changes):.2f} s"
+    )
     assert min(ready) <= READY_SECONDS
     assert statistics.median(changes) <= CHANGE_SECONDS

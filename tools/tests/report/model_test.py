@@ -21,7 +21,7 @@ def map_of(built: model.Json, ident: str) -> model.Json:
     return next(item for item in built["maps"] if item["id"] == ident)
 
 
-# --- packing ----------------------------------------------------------------------------------------
+# --- packing --------------------------------------------------------------------------------------
 
 
 @settings(max_examples=200, deadline=None)
@@ -63,7 +63,7 @@ def test_nothing_but_gaps_can_be_packed() -> None:
     assert np.isnan(model.unpack(model.pack(np.full((2, 3), NAN)))).all()
 
 
-# --- planes that share a block --------------------------------------------------------------------------
+# --- planes that share a block --------------------------------------------------------------------
 
 
 def test_values_together_follow_the_rule_of_their_map() -> None:
@@ -93,14 +93,16 @@ def test_the_map_of_all_planes_pools_points_and_not_planes() -> None:
 
 def test_a_depth_of_the_origin_is_its_measured_share() -> None:
     part = runs.factory(4)  # plane 3 borrows one sector of 15, row 31 on is extended
-    depth = map_of(model.model_of(Run(meta={}, table=runs.table(4), factory=part)), "origin")["depth"]
+    depth = map_of(model.model_of(Run(meta={}, table=runs.table(4), factory=part)), "origin")[
+        "depth"
+    ]
     shares = model.unpack(depth)
     assert shares[0, 0] == pytest.approx(1.0, abs=1e-3)
     assert shares[3, 0] == pytest.approx(14 / 15, abs=1e-3)
     assert shares[0, 31] == 0.0
 
 
-# --- the whole ----------------------------------------------------------------------------------------
+# --- the whole ------------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize(
@@ -115,7 +117,16 @@ def test_a_depth_of_the_origin_is_its_measured_share() -> None:
         Run(meta={}, table=runs.table(8), difference=runs.difference(8)),
         Run(meta={}, table=runs.table(8), compensation=runs.compensation(8)),
     ],
-    ids=["every part", "one frame", "all failed", "no moves", "empty", "field", "difference", "curve"],
+    ids=[
+        "every part",
+        "one frame",
+        "all failed",
+        "no moves",
+        "empty",
+        "field",
+        "difference",
+        "curve",
+    ],
 )
 def test_the_model_is_json_without_nan(run: Run) -> None:
     text = json.dumps(model.model_of(run), allow_nan=False)
@@ -125,8 +136,17 @@ def test_the_model_is_json_without_nan(run: Run) -> None:
 def test_a_factory_run_has_nine_quantities_with_its_drift() -> None:
     built = model.model_of(runs.full_run(3))
     assert [item["id"] for item in built["maps"]] == [
-        "rms", "max", "bias", "repeatability", "seam", "points", "origin", "move", "drift", "rest",
-    ]  # fmt: skip
+        "rms",
+        "max",
+        "bias",
+        "repeatability",
+        "seam",
+        "points",
+        "origin",
+        "move",
+        "drift",
+        "rest",
+    ]
 
 
 def test_a_refined_run_shows_how_sure_its_x_is() -> None:

@@ -55,7 +55,7 @@ def text_of(run: Run, **changes: Any) -> str:
     return read(render.page_of(run, **changes)).text
 
 
-# --- what a page says without scripts -----------------------------------------------------------------
+# --- what a page says without scripts -------------------------------------------------------------
 
 
 def test_verdict_findings_and_figures_stand_in_the_html() -> None:
@@ -84,9 +84,18 @@ def test_the_head_tells_what_the_certificate_needs() -> None:
 
 
 def test_settings_are_told_in_words() -> None:
-    given = {"far": False, "optimise": True, "screen": False, "gross": 3.0, "repeatability": True,
-             "refine": "estimate", "unit": 1.0, "planes": None, "leave_out_ends": True,
-             "extrinsic_t": [1.0, 0.5]}  # fmt: skip
+    given = {
+        "far": False,
+        "optimise": True,
+        "screen": False,
+        "gross": 3.0,
+        "repeatability": True,
+        "refine": "estimate",
+        "unit": 1.0,
+        "planes": None,
+        "leave_out_ends": True,
+        "extrinsic_t": [1.0, 0.5],
+    }
     assert words._settings(given) == (
         "depth band 100–1000 · optimisation on · not screened · gross 3 · refinement estimated · "
         "leave out ends on · extrinsic t 1, 0.5"
@@ -127,14 +136,20 @@ def test_a_field_calibration_is_told_in_words() -> None:
 
 def test_a_turn_is_written_about_its_axis() -> None:
     angle = 0.002
-    turn = np.array([[1, 0, 0], [0, np.cos(angle), -np.sin(angle)], [0, np.sin(angle), np.cos(angle)]])
+    turn = np.array(
+        [[1, 0, 0], [0, np.cos(angle), -np.sin(angle)], [0, np.sin(angle), np.cos(angle)]]
+    )
     part = dataclasses.replace(runs.field(8), smallest_R=turn)
     (_, told), *_ = words.motion(part, "mm")
     assert told.startswith("turn (2.000, 0.000, 0.000) mrad")
 
 
 def test_a_difference_is_told_with_its_place() -> None:
-    run = Run(meta=runs.meta(kind="difference", findings=[]), table=runs.table(8), difference=runs.difference(8))
+    run = Run(
+        meta=runs.meta(kind="difference", findings=[]),
+        table=runs.table(8),
+        difference=runs.difference(8),
+    )
     text = text_of(run)
     assert "Comparison of two tables" in text and "Drift against table of the spring" in text
     assert "explained by a rigid motion of the device 89 %" in text
@@ -153,11 +168,26 @@ def test_the_last_line_says_what_was_not_measured() -> None:
 @pytest.mark.parametrize(
     ("levels", "verdict", "level", "remark"),
     [
-        (["bad", "warn", "ok"], "not fit for use as it stands", "bad", "1 finding to act on, 1 finding"),
+        (
+            ["bad", "warn", "ok"],
+            "not fit for use as it stands",
+            "bad",
+            "1 finding to act on, 1 finding",
+        ),
         (["warn", "warn"], "usable with limits", "warn", "2 findings to keep in mind"),
         (["ok"], "fit for use within the limits given", "ok", "nothing stands out"),
-        (["bad"], "no limits given", "none", "1 finding to act on; give limits to have them judged"),
-        (["ok"], "no limits given", "none", "the figures are told; give limits to have them judged"),
+        (
+            ["bad"],
+            "no limits given",
+            "none",
+            "1 finding to act on; give limits to have them judged",
+        ),
+        (
+            ["ok"],
+            "no limits given",
+            "none",
+            "the figures are told; give limits to have them judged",
+        ),
     ],
 )
 def test_the_verdict_follows_limits_and_levels(
@@ -186,7 +216,11 @@ def test_each_finding_of_the_library_has_a_place_on_the_page() -> None:
 
 def test_a_finding_leads_to_a_section_of_its_page() -> None:
     findings = [{"level": "ok", "id": ident, "text": "t", "figures": {}} for ident in words.PLACES]
-    for run in (runs.full_run(8), runs.device_run(2, failed=(0, 1)), Run(meta={}, field=runs.field(8))):
+    for run in (
+        runs.full_run(8),
+        runs.device_run(2, failed=(0, 1)),
+        Run(meta={}, field=runs.field(8)),
+    ):
         run = dataclasses.replace(run, meta=runs.meta(findings=findings))
         page = read(render.page_of(run))
         ids = {attrs.get("id") for _, attrs in page.elements}
@@ -196,7 +230,7 @@ def test_a_finding_leads_to_a_section_of_its_page() -> None:
             assert len(links) == len(findings) + 1  # and the one that skips the head
 
 
-# --- what comes from outside is text --------------------------------------------------------------------
+# --- what comes from outside is text --------------------------------------------------------------
 
 EVIL = "</script><script>alert(1)</script><img src=x onerror=alert(2)>\"'{{ 7*7 }}<!--"
 
@@ -238,7 +272,9 @@ def test_no_text_of_a_run_ends_the_json() -> None:
 def test_the_page_names_no_address_and_keeps_its_policy() -> None:
     page = render.page_of(runs.full_run(2))
     reader = read(page)
-    policy = next(a["content"] for t, a in reader.elements if a.get("http-equiv") == "Content-Security-Policy")
+    policy = next(
+        a["content"] for t, a in reader.elements if a.get("http-equiv") == "Content-Security-Policy"
+    )
     assert policy == (
         "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; img-src data:"
     )
@@ -247,16 +283,44 @@ def test_the_page_names_no_address_and_keeps_its_policy() -> None:
             value = attrs.get(name)
             assert value is None or value.startswith(("#", "data:"))
     own = (Path(render.__file__).parent / "report.js").read_text()
-    for word in ("http:", "https:", "fetch(", "XMLHttp", "import(", "eval(", "innerHTML", "localStorage"):
+    for word in (
+        "http:",
+        "https:",
+        "fetch(",
+        "XMLHttp",
+        "import(",
+        "eval(",
+        "innerHTML",
+        "localStorage",
+    ):
         assert word not in own
 
 
 # Functions that d3 5.16 and 7 have alike, with the same arguments.
 ALIKE = {
-    "area", "axisBottom", "axisLeft", "cross", "descending", "extent", "format", "interpolateRdBu",
-    "interpolateViridis", "interpolateYlGnBu", "line", "max", "mean", "median", "min", "range", "rgb",
-    "scaleBand", "scaleLinear", "scaleLog", "select", "sum",
-}  # fmt: skip
+    "area",
+    "axisBottom",
+    "axisLeft",
+    "cross",
+    "descending",
+    "extent",
+    "format",
+    "interpolateRdBu",
+    "interpolateViridis",
+    "interpolateYlGnBu",
+    "line",
+    "max",
+    "mean",
+    "median",
+    "min",
+    "range",
+    "rgb",
+    "scaleBand",
+    "scaleLinear",
+    "scaleLog",
+    "select",
+    "sum",
+}
 
 
 def test_the_script_stays_within_its_length_and_old_and_new_d3() -> None:
@@ -265,7 +329,7 @@ def test_the_script_stays_within_its_length_and_old_and_new_d3() -> None:
     assert set(re.findall(r"\bd3\.(\w+)", own)) <= ALIKE
 
 
-# --- files ----------------------------------------------------------------------------------------------
+# --- files ----------------------------------------------------------------------------------------
 
 
 def test_a_page_is_read_back(tmp_path: Path) -> None:
@@ -319,7 +383,7 @@ def test_pages_are_no_larger_than_mail_takes() -> None:
     assert len(render.page_of(runs.full_run(2)).encode()) <= 400_000
 
 
-# --- judged anew, joined ------------------------------------------------------------------------------
+# --- judged anew, joined --------------------------------------------------------------------------
 
 
 @pytest.fixture(scope="module")
@@ -346,7 +410,9 @@ def test_a_run_is_judged_against_other_limits(plain_run: Run) -> None:
         render.page_of(plain_run, limits={"rsm": 0.1})
 
 
-def test_a_table_to_compare_with_gives_a_drift(plain_run: Run, device: quality.FactoryQuality) -> None:
+def test_a_table_to_compare_with_gives_a_drift(
+    plain_run: Run, device: quality.FactoryQuality
+) -> None:
     cells = device.table.cells.copy()
     cells[..., 0] *= 1.0 + 1e-3  # the older sheets stood nearer to x = 0
     older = kestrane.PlaneTable(cells, device.table.whole, device.table.grid)

@@ -93,8 +93,13 @@ def equal(a: Any, b: Any) -> bool:
 # of the module.
 def test_a_factory_part_holds_the_figures_by_their_names(device: quality.FactoryQuality) -> None:
     part = results.factory_part(device)
-    groups = {"": device.planes, "block_": device.blocks, "pose_": device.poses,
-              "device_": device.device, "histogram_": device.histogram}  # fmt: skip
+    groups = {
+        "": device.planes,
+        "block_": device.blocks,
+        "pose_": device.poses,
+        "device_": device.device,
+        "histogram_": device.histogram,
+    }
     elsewhere = {"points": "used", "outlier_share": ""}
     for prefix, group in groups.items():
         for item in dataclasses.fields(group):
@@ -125,13 +130,24 @@ def test_a_field_part_holds_the_figures_by_their_names(field: quality.FieldQuali
         assert getattr(part, f"displacement_{name}") == getattr(field.displacement, name), name
     for name in ("sigma", "strength", "fixed"):
         assert equal(getattr(part, f"direction_{name}"), getattr(field.directions, name)), name
-    for name in ("centre", "length", "residual", "frame_clusters", "plane_clusters",
-                 "sigma_holds_table", "first_plane", "last_plane", "quaternion"):  # fmt: skip
+    for name in (
+        "centre",
+        "length",
+        "residual",
+        "frame_clusters",
+        "plane_clusters",
+        "sigma_holds_table",
+        "first_plane",
+        "last_plane",
+        "quaternion",
+    ):
         assert equal(getattr(part, name), getattr(field, name)), name
     assert equal(part.motion_R, field.R) and equal(part.motion_t, field.t)
     assert equal(part.smallest_R, field.smallest_motion.R)
     assert equal(part.smallest_t, field.smallest_motion.t)
-    assert equal(part.plane_points, field.used.points) and equal(part.plane_frames, field.used.frames)
+    assert equal(part.plane_points, field.used.points) and equal(
+        part.plane_frames, field.used.frames
+    )
 
 
 def test_the_page_counts_the_working_volume_as_the_library_does(
@@ -148,7 +164,9 @@ def test_a_part_survives_the_way_there_and_back(device: quality.FactoryQuality) 
     table, part = results.table_part(device.table), results.factory_part(device)
     again = results.factory_part(results.factory_of(part, table))
     # What a refined table is made of stays in the part alone.
-    kept = {name: getattr(part, name) for name in ("refined_cells", "refined_whole", "refined_sigma")}
+    kept = {
+        name: getattr(part, name) for name in ("refined_cells", "refined_whole", "refined_sigma")
+    }
     assert all(value is not None for value in kept.values())
     assert_same(
         Run(meta={}, factory=dataclasses.replace(again, **kept)), Run(meta={}, factory=part)
@@ -157,7 +175,9 @@ def test_a_part_survives_the_way_there_and_back(device: quality.FactoryQuality) 
 
 def test_a_field_part_survives_the_way_there_and_back(field: quality.FieldQuality) -> None:
     part = results.field_part(field)
-    assert_same(Run(meta={}, field=results.field_part(results.field_of(part))), Run(meta={}, field=part))
+    assert_same(
+        Run(meta={}, field=results.field_part(results.field_of(part))), Run(meta={}, field=part)
+    )
 
 
 def test_a_refused_device_is_a_part_too() -> None:

@@ -44,7 +44,7 @@ def array_bytes(array: Any) -> bytes:
     return stream.getvalue()
 
 
-# --- what goes round --------------------------------------------------------------------------------
+# --- what goes round ------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize(
@@ -98,7 +98,7 @@ def test_numpy_reads_the_arrays_too(tmp_path: Path) -> None:
         assert (archive["factory/rms"] == run.factory.rms).all()
 
 
-# --- what a part refuses ----------------------------------------------------------------------------
+# --- what a part refuses --------------------------------------------------------------------------
 
 
 def test_a_part_refuses_an_array_of_another_shape() -> None:
@@ -123,7 +123,7 @@ def test_a_run_refuses_meta_that_json_cannot_hold() -> None:
         Run(meta={"created": object()})
 
 
-# --- damage -----------------------------------------------------------------------------------------
+# --- damage ---------------------------------------------------------------------------------------
 
 
 def test_a_file_cut_anywhere_is_refused(tmp_path: Path) -> None:
@@ -135,7 +135,9 @@ def test_a_file_cut_anywhere_is_refused(tmp_path: Path) -> None:
             run_file.read(path)
 
 
-@settings(max_examples=300, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
+@settings(
+    max_examples=300, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture]
+)
 @given(place=st.floats(0.0, 1.0, exclude_max=True), flip=st.integers(1, 255))
 def test_a_flipped_byte_is_refused_or_changes_nothing(
     tmp_path: Path, place: float, flip: int
@@ -212,7 +214,7 @@ def test_any_other_file_is_refused(tmp_path: Path) -> None:
         run_file.read(path)
 
 
-# --- writing ----------------------------------------------------------------------------------------
+# --- writing --------------------------------------------------------------------------------------
 
 
 def test_a_file_that_is_not_there_is_an_error_of_opening(tmp_path: Path) -> None:
