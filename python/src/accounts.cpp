@@ -1,7 +1,6 @@
 #include "python/src/accounts.h"
 
 #include <algorithm>
-#include <limits>
 
 #include "python/src/columns.h"
 
@@ -14,11 +13,6 @@ using quality::PlaneAccount;
 using quality::RefinedCorner;
 using quality::RefinedPlane;
 using quality::WorstPoint;
-
-constexpr std::size_t kBlocksOfPlane = kLines * kCells;
-constexpr std::size_t kCornersOfPlane = kCornerLines * kCornerCells;
-constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
-constexpr _LASER_TRIPLE kNoTriple = {{kNone, kNone, kNone}};
 
 // Sums that the library forms itself; on the way back they are not read.
 template <class Record, class Dropped>
@@ -73,7 +67,7 @@ py::dict pack_refined(const std::vector<RefinedPlane>& planes) {
                            {static_cast<py::ssize_t>(plane.frames_left_out.size())}));
     if (plane.corners.empty()) {
       corners.insert(corners.end(), kCornersOfPlane, kNoTriple);
-      sigma.insert(sigma.end(), kCornersOfPlane, kNone);
+      sigma.insert(sigma.end(), kCornersOfPlane, kNotANumber);
       indicators.insert(indicators.end(), kBlocksOfPlane, kNoTriple);
       continue;
     }

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <limits>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -29,6 +30,12 @@ inline constexpr py::ssize_t kLines = 15;        // of the blocks of a plane
 inline constexpr py::ssize_t kCells = 50;        // of a line of blocks
 inline constexpr py::ssize_t kCornerLines = 16;  // of the corners of a plane
 inline constexpr py::ssize_t kCornerCells = 51;  // of a line of corners
+
+inline constexpr std::size_t kBlocksOfPlane = kLines * kCells;
+inline constexpr std::size_t kCornersOfPlane = kCornerLines * kCornerCells;
+
+inline constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
+inline constexpr _LASER_TRIPLE kNoTriple = {{kNotANumber, kNotANumber, kNotANumber}};
 
 inline constexpr py::ssize_t kAny = -1;  // a length that is not asked for
 using Shape = std::vector<py::ssize_t>;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <new>
 
 #include "kestrane/fast_calib.h"
@@ -18,8 +17,6 @@ namespace {
 constexpr py::ssize_t kMostPlanes = 100;
 constexpr py::ssize_t kMostRanges = 20;
 constexpr py::ssize_t kSlots = 100;
-constexpr std::size_t kRowCells = kCornerLines * kCornerCells;
-constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
 
 CoefficientOwner carved(std::int32_t planes) {
   auto owner = std::make_unique<LASER_COMPENSATOR_COEFFS_MANAGER>();
@@ -32,7 +29,7 @@ CoefficientOwner carved(std::int32_t planes) {
 }
 
 bool is_nothing(const double* models) {
-  return std::all_of(models, models + 3 * kRowCells, [](double v) { return std::isnan(v); });
+  return std::all_of(models, models + 3 * kCornersOfPlane, [](double v) { return std::isnan(v); });
 }
 
 void fill_row(const double* models, _LASER_LINES_INFOS& row) {
@@ -121,7 +118,7 @@ py::object corners_at(const py::handle& source, double condition) {
   return owned(std::move(found.corners), {planes, kCornerLines, kCornerCells, 3});
 }
 
-py::tuple table_of(const py::handle& corners) {
+py::tuple table_of_corners(const py::handle& corners) {
   const py::array places =
       checked<double>(corners, "corners", {kAny, kCornerLines, kCornerCells, 3});
   const std::vector<_LASER_TRIPLE> triples = triples_of(places);
@@ -147,7 +144,7 @@ CoefficientOwner coefficients_of(py::handle source) {
   if (ranges.shape(0) > kMostRanges) throw py::value_error("at most 20 ranges of planes");
   CoefficientOwner owner = carved(static_cast<std::int32_t>(planes));
   for (py::ssize_t p = 0; p < planes; ++p) {
-    fill_row(data_of<double>(models) + static_cast<std::size_t>(p) * 3 * kRowCells,
+    fill_row(data_of<double>(models) + static_cast<std::size_t>(p) * 3 * kCornersOfPlane,
              owner->opt_coeffs->planes[p]);
   }
   owner->range_count = static_cast<std::int32_t>(ranges.shape(0));
@@ -168,10 +165,10 @@ CoefficientOwner carved_like(const _COMPENSATOR_COEFFS& record) {
 py::dict pack_coefficients(const _COMPENSATOR_COEFFS& record) {
   const auto planes = static_cast<py::ssize_t>(record.plane_count);
   std::vector<double> models;
-  models.reserve(static_cast<std::size_t>(planes) * 3 * kRowCells);
+  models.reserve(static_cast<std::size_t>(planes) * 3 * kCornersOfPlane);
   for (py::ssize_t p = 0; p < planes; ++p) {
     const _LASER_LINES_INFOS& row = record.opt_coeffs->planes[p];
-    if (row.count == 0) models.insert(models.end(), 3 * kRowCells, kNone);
+    if (row.count == 0) models.insert(models.end(), 3 * kCornersOfPlane, kNotANumber);
     for (std::int32_t line = 0; line < row.count; ++line) {
       for (std::int32_t cell = 0; cell < row.lines[line].count; ++cell) {
         const double* const v = row.lines[line].cells[cell].v;
@@ -203,7 +200,7 @@ void add_coefficients(py::module_& module) {
   module.def("update_coefficients", &update_coefficients, py::arg("indicators"), py::arg("corners"),
              py::arg("condition"), py::arg("source"));
   module.def("corners_at", &corners_at, py::arg("coefficients"), py::arg("condition"));
-  module.def("table_of_corners", &table_of, py::arg("corners"));
+  module.def("table_of_corners", &table_of_corners, py::arg("corners"));
 }
 
 }  // namespace kestrane::python

@@ -1,6 +1,5 @@
 // The factory job as it is: each cloud through an engine of its own, side by side.
 #include <algorithm>
-#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,12 +18,7 @@
 namespace kestrane::python {
 namespace {
 
-using Engine = KESTRANE_LASER_FAC_CALIB;
-
-constexpr std::size_t kBlocksOfPlane = kLines * kCells;
-constexpr std::size_t kCornersOfPlane = kCornerLines * kCornerCells;
-constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
-constexpr _LASER_TRIPLE kNoTriple = {{kNone, kNone, kNone}};
+using FactoryEngine = KESTRANE_LASER_FAC_CALIB;
 
 // One table of a record over cells that stand in one piece.
 class TableOver {
@@ -56,7 +50,7 @@ struct Device {
 
 // Always in the engine's first row, which is read after a success alone: it may still hold what an
 // earlier call left there.
-void calibrate(Engine& engine, _KESTRANE_ID_POINT3DS points, std::size_t p, Device& device) {
+void calibrate(FactoryEngine& engine, _KESTRANE_ID_POINT3DS points, std::size_t p, Device& device) {
   const _KESTRANE_STATUS status = engine.factory_calib(0, points);
   device.statuses[p] = status;
   if (status != KESTRANE_OK) return;
@@ -110,9 +104,9 @@ py::dict factory_calibrate(const py::sequence& clouds, bool optimise, bool far,
   {
     const py::gil_scoped_release unlocked;
     const auto report = reporter(on_plane);
-    std::vector<Pool<Engine>::Lease> engines;
+    std::vector<Pool<FactoryEngine>::Lease> engines;
     for (std::size_t n = 0; n < std::min(static_cast<std::size_t>(threads), planes); ++n) {
-      engines.push_back(pool_of<Engine>().take());
+      engines.push_back(pool_of<FactoryEngine>().take());
       engines.back()->set_laser_type(type);
       engines.back()->set_optimize_flag(optimise ? KESTRANE_OPTIM_ON : KESTRANE_OPTIM_OFF);
     }

@@ -14,8 +14,8 @@
 namespace kestrane::python {
 namespace {
 
-using Facade = KESTRANE_LASER_FAST_CALIB;
-using Engine = KestraneLaserFastCalibrator;
+using FieldJob = KESTRANE_LASER_FAST_CALIB;
+using FieldEngine = KestraneLaserFastCalibrator;
 using RowMajor3 = Eigen::Matrix<double, 3, 3, Eigen::RowMajor>;
 
 // Where the library's range may lie: planes of the table, in order.
@@ -54,7 +54,7 @@ py::dict field_calibrate(const py::handle& table, const py::sequence& frames, st
   _KESTRANE_STATUS status = KESTRANE_OK;
   {
     const py::gil_scoped_release unlocked;
-    const Pool<Facade>::Lease job = pool_of<Facade>().take();
+    const Pool<FieldJob>::Lease job = pool_of<FieldJob>().take();
     job->set_laser_plane_standard(standard.record());
     status = job->fast_calib(given.lists(), first, last);
     if (status == KESTRANE_OK) {
@@ -77,7 +77,7 @@ py::dict field_calibrate_coefficients(const py::handle& table, const py::sequenc
   _KESTRANE_STATUS status = KESTRANE_OK;
   {
     const py::gil_scoped_release unlocked;
-    const Pool<Engine>::Lease engine = pool_of<Engine>().take();
+    const Pool<FieldEngine>::Lease engine = pool_of<FieldEngine>().take();
     engine->set_laser_plane_standard(standard.record());
     status = engine->calib_Rt(given.lists(), first, last, 0.0, *in, *out);
   }
@@ -108,7 +108,7 @@ py::array distances(const py::handle& table, std::int32_t plane, const py::handl
     _MRV_LASER_PLANE_BLOCK_INFOS row = standard.record();
     row.planes += plane;
     row.plane_count = 1;
-    const Pool<Engine>::Lease engine = pool_of<Engine>().take();
+    const Pool<FieldEngine>::Lease engine = pool_of<FieldEngine>().take();
     engine->set_laser_plane_standard(row);
     engine->cal_residual(sets, 0, 0, motion, residuals);
   }

@@ -27,10 +27,7 @@ using quality::PoseFigures;
 using quality::RefinedPlane;
 using quality::RefinementFigures;
 
-using Engine = KESTRANE_LASER_FAC_CALIB;
-
-constexpr std::size_t kCornersOfPlane = kCornerLines * kCornerCells;
-constexpr std::size_t kBlocksOfPlane = kLines * kCells;
+using FactoryEngine = KESTRANE_LASER_FAC_CALIB;
 
 void require_threads(std::int32_t threads) {
   if (threads < 1) throw py::value_error("threads has to be at least 1");
@@ -164,12 +161,12 @@ py::dict calibrate_factory(const py::sequence& clouds, const py::handle& setting
   FactoryResult result;
   {
     const py::gil_scoped_release unlocked;
-    std::vector<Pool<Engine>::Lease> leases;
-    std::vector<Engine*> engines;
+    std::vector<Pool<FactoryEngine>::Lease> leases;
+    std::vector<FactoryEngine*> engines;
     const std::size_t count = std::min<std::size_t>(
         static_cast<std::size_t>(threads), std::max<std::size_t>(given.records().size(), 1));
     for (std::size_t n = 0; n < count; ++n) {
-      leases.push_back(pool_of<Engine>().take());
+      leases.push_back(pool_of<FactoryEngine>().take());
       engines.push_back(&*leases.back());
     }
     result = quality::calibrate_factory(engines, given.records(), wanted, reporter(on_plane));

@@ -12,8 +12,6 @@ namespace {
 using quality::Block;
 using quality::PlaneTable;
 
-constexpr py::ssize_t kBlocksOfPlane = kLines * kCells;
-
 const py::dtype& known_grid_type() {
   static const auto* const type = new py::dtype(grid_type());  // for the life of the process
   return *type;
@@ -38,7 +36,7 @@ struct Places {
   py::array zs;
 };
 
-py::tuple lookup(py::handle table, py::handle y, py::handle z) {
+py::tuple lookup_all(py::handle table, py::handle y, py::handle z) {
   const TableView view(table);
   const Places places(y, z);
   std::vector<std::int32_t> lines(places.size(), -1);
@@ -63,7 +61,7 @@ void require_plane(const TableView& view, std::int32_t plane) {
   throw py::value_error("the table has no plane " + std::to_string(plane));
 }
 
-py::array x_at(py::handle table, std::int32_t plane, py::handle y, py::handle z) {
+py::array x_at_all(py::handle table, std::int32_t plane, py::handle y, py::handle z) {
   const TableView view(table);
   require_plane(view, plane);
   const Places places(y, z);
@@ -76,7 +74,7 @@ py::array x_at(py::handle table, std::int32_t plane, py::handle y, py::handle z)
   return owned(std::move(xs), {static_cast<py::ssize_t>(places.size())});
 }
 
-py::array distances(py::handle table, std::int32_t plane, py::handle xyz) {
+py::array signed_distances(py::handle table, std::int32_t plane, py::handle xyz) {
   const TableView view(table);
   require_plane(view, plane);
   const py::array points = checked<double>(xyz, "xyz", {kAny, 3});
@@ -173,9 +171,10 @@ void add_tables(py::module_& module) {
   module.def("grid_type", &grid_type, "The type of the bounds of the blocks.");
   module.def(
       "nominal_grid", [] { return grid_array(PlaneTable().grids()); }, "The bounds of the fan.");
-  module.def("lookup", &lookup, py::arg("table"), py::arg("y"), py::arg("z"));
-  module.def("x_at", &x_at, py::arg("table"), py::arg("plane"), py::arg("y"), py::arg("z"));
-  module.def("signed_distances", &distances, py::arg("table"), py::arg("plane"), py::arg("xyz"));
+  module.def("lookup", &lookup_all, py::arg("table"), py::arg("y"), py::arg("z"));
+  module.def("x_at", &x_at_all, py::arg("table"), py::arg("plane"), py::arg("y"), py::arg("z"));
+  module.def("signed_distances", &signed_distances, py::arg("table"), py::arg("plane"),
+             py::arg("xyz"));
   module.def("block_middles", &block_middles, py::arg("table"));
   module.def("tables_equal", &are_equal, py::arg("a"), py::arg("b"));
 }
