@@ -87,7 +87,7 @@ struct Pair {
   // Lanes beyond one of two bounds; a NaN is not. `v`, and 0 in the lanes of a mask. Written with
   // operators g++ would work out either lane by lane.
   static KESTRANE_INLINE Bits beyond(const Real& v, const Real& low, const Real& high) {
-#if defined(__SSE2__)
+#if defined(__SSE2__) && !defined(__clang__)
     return (Bits)__builtin_ia32_orpd(__builtin_ia32_cmpltpd(v, low),
                                      __builtin_ia32_cmpltpd(high, v));
 #else
@@ -95,7 +95,7 @@ struct Pair {
 #endif
   }
   static KESTRANE_INLINE Real without(const Real& v, const Bits& dropped) {
-#if defined(__SSE2__)
+#if defined(__SSE2__) && !defined(__clang__)
     return __builtin_ia32_andnpd((Real)dropped, v);
 #else
     return (Real)((Bits)v & ~dropped);
@@ -562,7 +562,7 @@ struct OffMiddle<V, false> {
     V::fill((n[0] * p[0] + n[1] * p[1] + n[2] * p[2]) + job.middle, height);
   }
 
-  KESTRANE_INLINE typename V::Real of(const double* p, typename V::Real&) const {
+  KESTRANE_INLINE typename V::Real of(const double* p, typename V::Real& /*distance*/) const {
     typename V::Real a, b, c;
     fetch_ahead(p);
     V::load_mixed(p, a, b, c);

@@ -86,8 +86,8 @@ struct Moments {
   Moments() = default;
 
   // depth  of the sums, in additions
-  Moments(const RowMoments& rows, const Vector3d& about, double depth)
-      : count(rows.count), point(about), sum(rows.sum[0], rows.sum[1], rows.sum[2]) {
+  Moments(const RowMoments& rows, Vector3d about, double depth)
+      : count(rows.count), point(std::move(about)), sum(rows.sum[0], rows.sum[1], rows.sum[2]) {
     const double* p = rows.products;
     products << p[0], p[1], p[2], p[1], p[3], p[4], p[2], p[4], p[5];
     errors = moment_errors(rows_in_use(), products.trace(), depth);
