@@ -222,6 +222,7 @@
     }
     const worst = planeNumbers.filter((p) => known(planes.rms[p])).sort((a, b) => planes.rms[b] - planes.rms[a]).slice(0, 8);
     planeNumbers.forEach((p) => drawPlane(plot, p, x(p) + x.bandwidth() / 2, y, x.bandwidth(), worst));
+    plot.selectAll("text.bad").raise(); // over the marks of the planes that follow
     drawOrigins(plot, x, high + 26);
     planeNumbers.forEach((p) => bar(plot, x(p), 0, x.bandwidth(), high + 60, "transparent").attr("class", "hit").attr("data-plane", p));
   }
@@ -649,8 +650,7 @@
 
   function startTables() {
     for (const button of document.querySelectorAll("#planes th button")) {
-      const head = button.parentNode;
-      button.disabled = false;
+      const head = Object.assign(button, { disabled: false }).parentNode;
       button.onclick = () => {
         change({ order: `${head.dataset.column}-${head.getAttribute("aria-sort") === "descending" ? "asc" : "desc"}` });
         sortTable();
