@@ -26,6 +26,7 @@ COMMANDS = {
     "diff": "Tell how two calibrations differ.",
     "convert": "Bring a table, coefficients or clouds to another format.",
     "report": "Draw the page of a run again.",
+    "batch": "Calibrate many devices, each in a process of its own.",
     "simulate": "Make the clouds of a simulated device.",
 }
 

@@ -208,6 +208,7 @@ _SETTINGS = {
     ("refine", "estimate"): "refinement estimated",
     ("refine", "all"): "refined",
     ("unit", 1.0): "",
+    ("partial", False): "",
 }
 
 

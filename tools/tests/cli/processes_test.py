@@ -13,7 +13,9 @@ from pathlib import Path
 import pytest
 from command_line import COMMAND
 
-SUBCOMMANDS = ["calibrate", "field", "compensate", "inspect", "diff", "convert", "report", "simulate"]
+SUBCOMMANDS = [
+    "calibrate", "field", "compensate", "inspect", "diff", "convert", "report", "batch", "simulate",
+]  # fmt: skip
 
 
 def outputs(*arguments, cwd, env=None):
