@@ -41,7 +41,15 @@ alignas(32) constexpr std::int64_t kMasks[16][kLanes] = {
 // one g++ also loads one by one.
 typedef double Two __attribute__((vector_size(16), aligned(8), may_alias));
 
+#if defined(__clang__)
+KESTRANE_INLINE Two two(const double* p) {  // a reference would lose that it is not aligned
+  Two v;
+  __builtin_memcpy(&v, p, sizeof v);
+  return v;
+}
+#else
 KESTRANE_INLINE const Two& two(const double* p) { return *reinterpret_cast<const Two*>(p); }
+#endif
 
 // Asks for the rows two chunks on, beyond what the processor fetches of itself.
 KESTRANE_INLINE void fetch_ahead(const double* p) {
