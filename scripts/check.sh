@@ -44,8 +44,8 @@ step_tidy() {
 # The annotations of the Python package, and those that a host sees of it.
 step_types() {
   build release kestrane_python
-  MYPYPATH=python /usr/bin/python3 -m mypy --strict --cache-dir "$logs/mypy" \
-    python/kestrane python/tests/typed_host.py
+  MYPYPATH=python:tools /usr/bin/python3 -m mypy --strict --cache-dir "$logs/mypy" \
+    python/kestrane python/tests/typed_host.py tools/kestrane_tools tools/man_pages.py
 }
 
 # All tests under the address, undefined-behaviour and float-cast-overflow sanitizers, leaks too.

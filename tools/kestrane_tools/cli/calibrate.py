@@ -273,6 +273,7 @@ class _Run:
         from kestrane_tools.cli.files import saving
         from kestrane_tools.cli.inputs import sha256_of
 
+        assert self.wanted.condition is not None  # comes with the coefficients
         try:
             updated = jobs.update_coefficients(result, self.wanted.condition, self.old)
         except ValueError as error:

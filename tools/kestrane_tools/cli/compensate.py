@@ -189,7 +189,7 @@ def _draw(
     from kestrane_tools.run_file import Run
 
     kept = ("kind", "created", "software", "inputs", "outputs")
-    meta = {"unit": "mm", **{key: outcome[key] for key in kept}}
+    meta: dict[str, Any] = {"unit": "mm", **{key: outcome[key] for key in kept}}
     meta["kind"] = "difference"
     meta["settings"] = {**outcome["condition"], "extrinsic_t": outcome["extrinsic_t"]}
     run = Run(

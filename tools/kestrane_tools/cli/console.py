@@ -50,11 +50,11 @@ class Summary:
             return
         from rich.text import Text
 
-        clean = [
-            printable(piece) if isinstance(piece, str) else (printable(piece[0]), piece[1])
-            for piece in pieces
-        ]
-        self._console.print(Text.assemble(*clean), soft_wrap=True, highlight=False)
+        text = Text()
+        for piece in pieces:
+            words, style = (piece, "") if isinstance(piece, str) else piece
+            text.append(printable(words), style)
+        self._console.print(text, soft_wrap=True, highlight=False)
 
     def table(self, head: Sequence[str], rows: Sequence[Sequence[str]], left: int = 1) -> None:
         """Write columns, right-justified but for the last `left` ones."""

@@ -53,13 +53,13 @@ def command(
     }
     found = readers[kind]()
     folder = os.path.isdir(path)
-    facts = {"file": path, "kind": kind.value}
+    facts: dict[str, Any] = {"file": path, "kind": kind.value}
     if not folder:
         facts |= {"bytes": os.path.getsize(path), "sha256": sha256_of(path)}
     shown = Summary(not ctx.obj["quiet"] and json_target != "-")
     shown.line(f"{path}   {kind.value}, whole")
     for name, value in {**facts, **found}.items():
-        if name not in ("file", "kind") and value not in (None, []):
+        if name not in ("file", "kind") and value is not None and value != []:
             _tell(shown, name, value)
     emit(json_target, {**facts, **found})
     return Status.DONE

@@ -52,15 +52,22 @@ def read_table(path: str) -> kestrane.PlaneTable:
         return kestrane.PlaneTable.read(path)
     names = {"cells", "whole", "z", "y_start", "y_step", "z_start", "z_step", "head"}
     _require(arrays, names, path)
-    numbers = {name: float(_scalar(arrays.pop(name), name, path)) for name in ("z_start", "z_step")}
+    numbers = {name: _scalar(arrays.pop(name), name, path) for name in ("z_start", "z_step")}
     bounds = {name: arrays.pop(name) for name in ("z", "y_start", "y_step")}
     head = arrays.pop("head")
     if not (head == np.rint(head)).all():
         raise DamagedFile(path, "head: whole numbers expected")
     bounds["head"] = head.astype(np.int64)
-    for name, array in {**arrays, **bounds, **numbers}.items():
-        _finite(np.asarray(array), name, path)
-    grid = kestrane.Grid.of(**bounds, **numbers)
+    for name, array in {**arrays, **bounds}.items():
+        _finite(array, name, path)
+    grid = kestrane.Grid.of(
+        z=bounds["z"],
+        y_start=bounds["y_start"],
+        y_step=bounds["y_step"],
+        z_start=numbers["z_start"],
+        z_step=numbers["z_step"],
+        head=bounds["head"],
+    )
     return kestrane.PlaneTable(arrays["cells"].copy(), arrays["whole"].copy(), grid)
 
 
@@ -83,8 +90,8 @@ def save_table(table: kestrane.PlaneTable, path: str) -> float | None:
         "z": grid.z,
         "y_start": grid.y_start,
         "y_step": grid.y_step,
-        "z_start": np.float64(grid.z_start),
-        "z_step": np.float64(grid.z_step),
+        "z_start": np.array(grid.z_start),
+        "z_step": np.array(grid.z_step),
         "head": grid.head,
     }
     if _save_exact(arrays, path, _TABLE_SCHEMA):
@@ -209,7 +216,7 @@ def _save_exact(arrays: Mapping[str, Any], path: str, schema: str) -> bool:
             for name, array in arrays.items():
                 # One date for all, so that equal tables make equal files.
                 with archive.open(zipfile.ZipInfo(f"{name}.npy"), "w") as member:
-                    np.lib.format.write_array(member, np.asarray(array), allow_pickle=False)
+                    np.save(member, np.asarray(array), allow_pickle=False)
     else:
         return False
     return True
@@ -221,10 +228,10 @@ def _require(arrays: Arrays, names: set[str], path: str) -> None:
         raise DamagedFile(path, f"its arrays are not those of the format ({', '.join(other[:6])})")
 
 
-def _scalar(array: NDArray[Any], name: str, path: str) -> Any:
-    if array.shape != () or array.dtype.kind not in "if":
-        raise DamagedFile(path, f"{name}: one number expected")
-    return array.item()
+def _scalar(array: NDArray[Any], name: str, path: str) -> float:
+    if array.shape != () or array.dtype.kind not in "if" or not np.isfinite(array):
+        raise DamagedFile(path, f"{name}: one finite number expected")
+    return float(array)
 
 
 def _finite(array: NDArray[Any], name: str, path: str) -> None:

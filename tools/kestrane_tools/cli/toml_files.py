@@ -171,8 +171,9 @@ def read_limits(path: str) -> Limits:
         The file cannot be read, is not TOML, or holds a key or value that is not known.
     """
     tables = _checked_tables(path, _TABLES, ("limits", "volume"))
-    volume = tables.get("volume", {})
-    return Limits(tables.get("limits", {}), volume.get("depth"), volume.get("half_angle_deg"))
+    volume: dict[str, Any] = tables["volume"] if "volume" in tables else {}
+    limits: dict[str, float] = tables["limits"] if "limits" in tables else {}
+    return Limits(limits, volume.get("depth"), volume.get("half_angle_deg"))
 
 
 def read_device(path: str) -> dict[str, Any]:

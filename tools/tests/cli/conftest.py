@@ -34,8 +34,7 @@ def device(tmp_path_factory):
 @pytest.fixture(scope="session")
 def real_clouds():
     """Clouds of a real device, where somebody has put them beside the project."""
-    for parent in Path(__file__).resolve().parents:
-        path = parent.parent / "shared" / "realdata" / "two_laser_planes.csv"
-        if path.exists():
-            return path
+    path = Path(__file__).parents[4] / "shared/realdata/two_laser_planes.csv"
+    if path.exists():
+        return path
     pytest.skip("no real clouds beside the project")
