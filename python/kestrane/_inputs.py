@@ -131,7 +131,10 @@ def as_path(path: Path) -> bytes:
 def _as_sequence(values: Iterable[Any], name: str) -> Sequence[Any]:
     if isinstance(values, (str, bytes)) or not isinstance(values, Iterable):
         raise ValueError(f"{name}: a sequence or a mapping from plane numbers expected")
-    if isinstance(values, np.ndarray) and (values.dtype.names is not None or values.ndim < 3):
-        if values.dtype != object:
-            raise ValueError(f"{name}: one cloud for each plane expected, not a single array")
+    if isinstance(values, np.ndarray) and (values.ndim == 0 or not _holds_clouds(values)):
+        raise ValueError(f"{name}: one cloud for each plane expected, not a single array")
     return values if isinstance(values, Sequence) else list(values)
+
+
+def _holds_clouds(values: NDArray[Any]) -> bool:
+    return values.dtype == object or (values.dtype.names is None and values.ndim >= 3)

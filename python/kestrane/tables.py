@@ -198,8 +198,13 @@ class PlaneTable:
 
     @classmethod
     def _of(cls, arrays: tuple[Floats, Floats, NDArray[Any]]) -> PlaneTable:
-        cells, whole, record = arrays
-        return cls(cells, whole, Grid(record))
+        """A table over arrays of the core, which are in form and belong to nobody else."""
+        table = cls.__new__(cls)
+        table.cells, table.whole, record = arrays
+        record.flags.writeable = False
+        table.grid = Grid.__new__(Grid)
+        table.grid.record = record
+        return table
 
     @classmethod
     def read(cls, path: Path) -> PlaneTable:

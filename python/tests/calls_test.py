@@ -235,8 +235,14 @@ NUMBERS = st.one_of(st.integers(-3, 103), st.integers(), st.sampled_from([2**31 
 SHAPES = st.lists(st.integers(0, 4), max_size=4).map(tuple)
 DTYPES = st.sampled_from(["f8", "f4", ">f8", "i4", "i8", "u1", "?", "c16", "O", "U3", "M8[s]", POINT])
 ARRAYS = st.tuples(SHAPES, DTYPES).map(lambda of: np.zeros(*of))
+# The same examples in every run; KESTRANE_EXAMPLES=2000 searches farther, and elsewhere each time.
+MANY = os.environ.get("KESTRANE_EXAMPLES")
 BROKEN = settings(
-    max_examples=150, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture]
+    max_examples=int(MANY or 150),
+    derandomize=MANY is None,
+    database=None,
+    deadline=None,
+    suppress_health_check=[HealthCheck.function_scoped_fixture, HealthCheck.too_slow],
 )
 
 # What a call may end with beside a result. A violated precondition would end the process instead.
@@ -249,6 +255,15 @@ def refused_or_done(call) -> None:
             call()
     except REFUSALS:
         pass
+
+
+def test_a_single_cloud_is_no_device(clouds):
+    for single in (clouds[0], np.zeros((9, 3)), np.array(None), np.array(3.0), "clouds", 7):
+        for call in (jobs.factory_calibrate, kestrane.calibrate_factory, kestrane.refine):
+            with pytest.raises(ValueError, match="clouds"):
+                call(single)
+    stacked = np.stack([np.zeros((300, 3))] * 2)
+    assert jobs.factory_calibrate(stacked).status.tolist() == [-1, -1]
 
 
 @BROKEN
