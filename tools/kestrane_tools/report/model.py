@@ -35,6 +35,7 @@ SCHEMA = "kestrane-report/1"
 Array = NDArray[Any]
 Json = dict[str, Any]
 
+_LARGEST = 1e12  # beyond it a figure is none: no drawing has a scale for it
 NOTHING = 65535  # the packed value of a place without a figure
 _STEPS = 16383
 _WHOLE_FAN = 30.0  # degrees to either side
@@ -55,12 +56,12 @@ def pack(values: Array, steps: int = _STEPS) -> Json:
     Parameters
     ----------
     values : array of any shape
-        NaN and infinities have no figure.
+        NaN, infinities and sizes beyond 1e12 have no figure.
     steps : int
         How finely the range is cut where the values are not whole numbers.
     """
     values = np.asarray(values)
-    finite = np.isfinite(values)
+    finite = np.abs(values) <= _LARGEST
     low = float(values[finite].min()) if finite.any() else 0.0
     high = float(values[finite].max()) if finite.any() else 0.0
     if low >= 0 and high < NOTHING and (values[finite] == np.rint(values[finite])).all():
@@ -90,7 +91,7 @@ def unpack(packed: Json) -> Array:
 
 
 def plain(value: Any) -> Any:
-    """Turn NumPy values, tuples and numbers that JSON lacks into what JSON holds."""
+    """Turn NumPy values, tuples and numbers that JSON lacks into what JSON holds, None for those."""
     if isinstance(value, dict):
         return {str(key): plain(item) for key, item in value.items()}
     if isinstance(value, (list, tuple)):
@@ -100,7 +101,7 @@ def plain(value: Any) -> Any:
     if isinstance(value, np.generic):
         value = value.item()
     if isinstance(value, float):
-        return value if math.isfinite(value) else None
+        return value if abs(value) <= _LARGEST else None
     return value
 
 
@@ -493,6 +494,9 @@ def _poses(part: FactoryPart, planes: int, limits: Json) -> Json | None:
 def _histogram(part: FactoryPart) -> Json | None:
     if part.device_points == 0 or math.isnan(part.histogram_width):
         return None
+    variance = part.device_rms * part.device_rms - part.device_bias * part.device_bias
+    if not math.isfinite(variance):
+        return None
     found: Json = plain(
         {
             "low": part.histogram_low,
@@ -501,7 +505,7 @@ def _histogram(part: FactoryPart) -> Json | None:
             "below": part.histogram_below,
             "above": part.histogram_above,
             "mean": part.device_bias,
-            "sigma": math.sqrt(max(part.device_rms**2 - part.device_bias**2, 0.0)),
+            "sigma": math.sqrt(max(variance, 0.0)),
             "points": part.device_points,
         }
     )

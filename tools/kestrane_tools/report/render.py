@@ -13,6 +13,7 @@ from pathlib import Path
 from typing import Any
 
 import jinja2
+import numpy as np
 from markupsafe import Markup
 
 from kestrane import quality
@@ -74,6 +75,11 @@ def page_of(run: Run, *, limits: Any = None, compare: Any = None) -> str:
         trim_blocks=True,
         lstrip_blocks=True,
     )
+    with np.errstate(all="ignore"):  # figures may be infinite or none; a page shows them as none
+        return _filled(run, environment)
+
+
+def _filled(run: Run, environment: jinja2.Environment) -> str:
     model = model_of(run)
     return environment.get_template("report.html.j2").render(
         run=run,

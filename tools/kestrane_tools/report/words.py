@@ -145,7 +145,8 @@ def length(value: float, unit: str = "") -> str:
     """A length to a thousandth, or a dash: fewer digits hide, more pretend."""
     if value is None or not math.isfinite(value):
         return "–"
-    text = f"{value:.3f}" if abs(value) < 1000 else f"{value:,.0f}"
+    size = abs(value)
+    text = f"{value:.3f}" if size < 1000 else f"{value:,.0f}" if size < 1e6 else f"{value:.3g}"
     return f"{text} {unit}".rstrip().replace("-", "−")
 
 

@@ -122,6 +122,7 @@ def test_an_unknown_number_is_a_dash() -> None:
     assert words.length(float("nan")) == "–"
     assert words.length(-0.0314) == "−0.031"
     assert words.length(1234.5, "mm") == "1,234 mm"
+    assert words.length(1.7e308) == "1.7e+308"
     assert words.share(0.333) == "33 %"
 
 
@@ -228,6 +229,29 @@ def test_a_finding_leads_to_a_section_of_its_page() -> None:
         assert links and all(str(link)[1:] in ids for link in links)
         if run.field is not None and run.factory is not None:
             assert len(links) == len(findings) + 1  # and the one that skips the head
+
+
+# A cell through the origin, a table of another unit: whatever figures a run holds, it has a page.
+@pytest.mark.parametrize("wild", [np.nan, np.inf, -np.inf, 1.7e308, -1.7e308, 0.0, 5e-324])
+def test_any_figures_have_a_page(wild: float, recwarn: pytest.WarningsRecorder) -> None:
+    run = runs.full_run(3)
+    parts: dict[str, Any] = {}
+    for name in ("factory", "field", "difference", "compensation"):
+        part = getattr(run, name)
+        change: dict[str, Any] = {}
+        for item in dataclasses.fields(part):
+            value = getattr(part, item.name)
+            if isinstance(value, float):
+                change[item.name] = wild
+            elif isinstance(value, np.ndarray) and value.dtype.kind == "f":
+                change[item.name] = np.where(
+                    np.arange(value.size).reshape(value.shape) % 3, value, wild
+                )
+        parts[name] = dataclasses.replace(part, **change)
+    text = render.page_of(dataclasses.replace(run, **parts))
+    model = text[text.index(render._OPENING) + len(render._OPENING) :]
+    json.loads(model[: model.index("</script>")], parse_constant=pytest.fail)
+    assert len(recwarn) == 0
 
 
 # --- what comes from outside is text --------------------------------------------------------------
