@@ -325,7 +325,7 @@ def findings(run: Run) -> list[Finding]:
 
 
 def _sections(run: Run) -> set[str]:
-    shown = {"table"}
+    shown = set() if planes_table(run) is None else {"table"}
     if run.factory is not None:
         shown.add("glance")
         if run.factory.pose_plane.size:
@@ -334,9 +334,8 @@ def _sections(run: Run) -> set[str]:
         shown.add("field")
     if run.difference is not None:
         shown.add("drift")
-    if (run.factory is not None and not run.factory.refused) or (
-        run.difference is not None and not run.difference.refused
-    ):
+    measured = any(part is not None and not part.refused for part in (run.factory, run.difference))
+    if run.table is not None and measured:
         shown.add("maps")
     return shown
 

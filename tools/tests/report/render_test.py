@@ -221,6 +221,7 @@ def test_a_finding_leads_to_a_section_of_its_page() -> None:
         runs.full_run(8),
         runs.device_run(2, failed=(0, 1)),
         Run(meta={}, field=runs.field(8)),
+        Run(meta={}, factory=runs.factory(8)),
     ):
         run = dataclasses.replace(run, meta=runs.meta(findings=findings))
         page = read(render.page_of(run))
