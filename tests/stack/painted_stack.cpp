@@ -30,11 +30,8 @@ class Stack {
   unsigned char* bottom() const { return memory_ + guard_; }
 
   // Stacks grow downwards: the lowest byte without paint marks the deepest call.
-  std::size_t used() const {
-    const unsigned char* const top = bottom() + size_;
-    return static_cast<std::size_t>(
-        top -
-        std::find_if(bottom(), bottom() + size_, [](unsigned char c) { return c != kPaint; }));
+  const unsigned char* deepest() const {
+    return std::find_if(bottom(), bottom() + size_, [](unsigned char c) { return c != kPaint; });
   }
 
  private:
@@ -43,29 +40,37 @@ class Stack {
   unsigned char* memory_ = nullptr;
 };
 
-void* run(void* job) {
-  (*static_cast<const std::function<void()>*>(job))();
+struct Job {
+  const std::function<void()>& work;
+  unsigned char* bottom;               // of its stack
+  const unsigned char* top = nullptr;  // where its own part begins
+};
+
+// The start of a thread reaches deeper than the place where its work begins, so that its traces are
+// painted over, but for those right below this frame, where its own variables are.
+void* run(void* argument) {
+  Job& job = *static_cast<Job*>(argument);
+  auto* const frame = static_cast<unsigned char*>(__builtin_frame_address(0));
+  for (volatile unsigned char* c = job.bottom; c < frame - kLeast; ++c) *c = kPaint;
+  job.top = frame;
+  job.work();
   return nullptr;
 }
 
 }  // namespace
 
-std::size_t used_by_thread(std::size_t size, const std::function<void()>& job) {
+std::size_t used_by(std::size_t size, const std::function<void()>& work) {
   const Stack stack(size);
   pthread_attr_t attributes;
   ::pthread_attr_init(&attributes);
   EXPECT_EQ(::pthread_attr_setstack(&attributes, stack.bottom(), size), 0);
   pthread_t thread{};
-  std::function<void()> copy = job;
-  const int started = ::pthread_create(&thread, &attributes, run, &copy);
+  Job job{work, stack.bottom()};
+  const int started = ::pthread_create(&thread, &attributes, run, &job);
   EXPECT_EQ(started, 0);
   if (started == 0) ::pthread_join(thread, nullptr);
   ::pthread_attr_destroy(&attributes);
-  return stack.used();
-}
-
-std::size_t used_by(std::size_t size, const std::function<void()>& job) {
-  return used_by_thread(size, job) - used_by_thread(size, [] {});
+  return static_cast<std::size_t>(job.top - stack.deepest());
 }
 
 }  // namespace painted_stack

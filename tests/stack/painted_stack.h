@@ -6,12 +6,12 @@
 
 namespace painted_stack {
 
-// Bytes of a stack of `size` bytes, a multiple of the page size, that a thread writes to while it
-// runs `job`: what the thread itself takes (its control block, the process's thread-local data) and
-// the job's own part. An access beyond the stack ends the process.
-std::size_t used_by_thread(std::size_t size, const std::function<void()>& job);
+// What is told of a job that needs less.
+constexpr std::size_t kLeast = 1024;
 
-// The job's own part alone.
-std::size_t used_by(std::size_t size, const std::function<void()>& job);
+// Bytes of its stack, `size` of them and a multiple of the page size, that a thread needs for
+// `work`; what the thread itself takes (its control block, the process's thread-local data) lies
+// above and is not counted. An access beyond the stack ends the process.
+std::size_t used_by(std::size_t size, const std::function<void()>& work);
 
 }  // namespace painted_stack
