@@ -19,6 +19,7 @@ import time
 from collections.abc import Iterable, Iterator
 from concurrent import futures
 from itertools import islice
+from multiprocessing import resource_tracker
 from typing import Any
 
 from kestrane_tools.batch.folder import Folder
@@ -205,6 +206,7 @@ def _unheard_interrupts() -> Iterator[None]:
     if threading.current_thread() is not threading.main_thread():
         yield
         return
+    resource_tracker.ensure_running()  # it would let interrupts through again when it starts
     before = signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT})
     try:
         yield
