@@ -7,6 +7,7 @@ library prints gets into the output of this program. Sub-commands are imported w
 
 from __future__ import annotations
 
+import fcntl
 import importlib
 import os
 import sys
@@ -154,17 +155,25 @@ def _complain(message: str) -> None:
 
 def _keep_standard_output() -> None:
     # A name or a text that the terminal's encoding lacks is escaped and stops nothing.
-    if sys.stderr is not None:
-        sys.stderr.reconfigure(errors="backslashreplace")  # type: ignore[attr-defined]
+    if sys.stderr is None:  # closed by whoever started this: nobody wants to see it
+        sys.stderr = open(os.devnull, "w")
+    sys.stderr.reconfigure(errors="backslashreplace")  # type: ignore[attr-defined]
+    nowhere = _above_standard(os.open(os.devnull, os.O_WRONLY))
     try:
-        kept = os.dup(1)
-    except OSError:  # closed by whoever started this: nobody wants to see it
-        kept = os.open(os.devnull, os.O_WRONLY)
-    nowhere = os.open(os.devnull, os.O_WRONLY)
+        kept = fcntl.fcntl(1, fcntl.F_DUPFD_CLOEXEC, 3)
+    except OSError:  # closed as well
+        kept = fcntl.fcntl(nowhere, fcntl.F_DUPFD_CLOEXEC, 3)
     os.dup2(nowhere, 1)
     os.close(nowhere)
     encoding: Any = getattr(sys.stdout, "encoding", None)
     sys.stdout = open(kept, "w", encoding=encoding, errors="backslashreplace")
+
+
+def _above_standard(descriptor: int) -> int:
+    # Not one of the first three, which may have been closed: a library writes to those.
+    moved = fcntl.fcntl(descriptor, fcntl.F_DUPFD_CLOEXEC, 3)
+    os.close(descriptor)
+    return moved
 
 
 def _forget_standard_output() -> None:

@@ -290,6 +290,7 @@ class _Run:
         outputs: list[dict[str, Any]],
     ) -> Run:
         from kestrane_tools.cli.json_results import plain
+        from kestrane_tools.cli.words import readable
         from kestrane_tools.results import difference_part, factory_part, findings_of, table_part
         from kestrane_tools.run_file import Run
 
@@ -311,7 +312,7 @@ class _Run:
             factory=factory_part(result),
             difference=None
             if self.difference is None
-            else difference_part(self.difference, str(self.wanted.compare)),
+            else difference_part(self.difference, readable(str(self.wanted.compare))),
         )
 
     def _deliver(self, outcome: dict[str, Any]) -> None:

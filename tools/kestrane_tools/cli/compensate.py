@@ -184,6 +184,7 @@ def _draw(
 ) -> None:
     from kestrane_tools.cli.files import saving
     from kestrane_tools.cli.json_results import plain
+    from kestrane_tools.cli.words import readable
     from kestrane_tools.report.render import write_page
     from kestrane_tools.results import difference_part, table_part
     from kestrane_tools.run_file import Run
@@ -195,7 +196,7 @@ def _draw(
     run = Run(
         meta=plain(meta),
         table=table_part(warm),
-        difference=difference_part(difference, table_path),
+        difference=difference_part(difference, readable(table_path)),
         compensation=part,
     )
     with saving(path):

@@ -14,10 +14,9 @@ from kestrane_tools.cli.inputs import (
     kind_of,
     read_coefficients,
     read_table,
-    reading,
 )
 from kestrane_tools.cli.stop import Status, Stop
-from kestrane_tools.cli.words import length, runs
+from kestrane_tools.cli.words import length, readable, runs
 
 if TYPE_CHECKING:
     import kestrane
@@ -84,9 +83,12 @@ def _of_tables(
 
     a, b = (_cut(read_table(path), planes, path) for path in (path_a, path_b))
     depths = volume or (100.0, 1000.0)
-    with reading(path_b):
+    try:
         difference = kestrane.compare(a, b, kestrane.WorkingVolume(*depths))
-    judgement = kestrane.judge(difference)
+    except ValueError as error:  # tables of different devices: a difference, but without figures
+        return _of_unlike_tables(str(error), tolerance, shown)
+    # What the rigid part leaves is held against a third of this limit.
+    judgement = kestrane.judge(difference, {"rms": 3.0 * tolerance})
     differs = _differ(a, b, difference, tolerance, volume)
     number = planes[0] if planes else 0
     if difference.refused:
@@ -125,6 +127,19 @@ def _of_tables(
         "blocks": difference.blocks,
         "only_in_one": difference.only_in_one,
         "findings": judgement.findings,
+        "software": software(),
+    }
+
+
+def _of_unlike_tables(why: str, tolerance: float, shown: Any) -> dict[str, Any]:
+    from kestrane_tools.cli.json_results import software
+
+    shown.line(why)
+    return {
+        "kind": "difference",
+        "differs": True,
+        "tolerance": tolerance,
+        "refused": why,
         "software": software(),
     }
 
@@ -233,7 +248,7 @@ def _draw(
     run = Run(
         meta=plain(meta),
         table=table_part(b),
-        difference=difference_part(difference, path_a),
+        difference=difference_part(difference, readable(path_a)),
     )
     with saving(path):
         write_page(run, path)

@@ -18,6 +18,7 @@ from numpy.typing import NDArray
 
 from kestrane.errors import FileOpenError, KestraneError
 from kestrane_tools.cli.stop import Status, Stop
+from kestrane_tools.cli.words import readable
 
 __all__ = ["Kind", "described", "kind_of", "read_clouds", "reading", "sha256_of"]
 
@@ -96,7 +97,9 @@ def described(paths: Sequence[str], points: int | None = None) -> list[dict[str,
             files += [os.path.join(path, n) for n in names if n.lower().endswith(SUFFIXES)]
         else:
             files.append(path)
-    entries: list[dict[str, Any]] = [{"name": f, "sha256": sha256_of(f)} for f in files]
+    entries: list[dict[str, Any]] = [
+        {"name": readable(file), "sha256": sha256_of(file)} for file in files
+    ]
     if points is not None and len(entries) == 1:
         entries[0]["points"] = points
     return entries

@@ -4,9 +4,10 @@ from __future__ import annotations
 
 import difflib
 import math
+import os
 from collections.abc import Iterable, Sequence
 
-__all__ = ["length", "listed", "nearest", "printable", "runs", "share"]
+__all__ = ["length", "listed", "nearest", "printable", "readable", "runs", "share"]
 
 
 def nearest(name: str, known: Iterable[str]) -> str:
@@ -18,6 +19,11 @@ def nearest(name: str, known: Iterable[str]) -> str:
 def printable(text: str) -> str:
     """The text with everything that would steer a terminal, or break its line, escaped."""
     return "".join(c if c.isprintable() or c == "\n" else ascii(c)[1:-1] for c in text)
+
+
+def readable(path: str | os.PathLike[str]) -> str:
+    """A path as text that every file can hold: bytes that are no UTF-8 are escaped."""
+    return os.fsencode(path).decode("utf-8", "backslashreplace")
 
 
 def runs(numbers: Sequence[int]) -> str:

@@ -255,6 +255,23 @@ def test_diff_sees_the_last_digit_and_an_empty_block(kestrane, device, table, tm
     assert "1 blocks" in done.stdout or "1 block" in done.stdout
 
 
+def test_diff_of_different_devices_is_a_difference(kestrane, device, table, tmp_path):
+    package.PlaneTable(table.cells[:2].copy(), table.whole[:2].copy(), table.grid).save(tmp_path / "two.txt")
+    told = json_of(kestrane, "diff", device / "rig/table.txt", "two.txt", cwd=tmp_path, status=1)
+    assert "3 and 2 planes" in told["refused"]
+
+
+def test_diff_says_what_to_do(kestrane, device, table, tmp_path):
+    shifted(table, tmp_path / "moved.txt", 0.4)
+    done = kestrane("diff", device / "rig/table.txt", tmp_path / "moved.txt")
+    assert "calibrate in the field first" in done.stdout
+    bent = package.PlaneTable(table.cells.copy(), table.whole, table.grid)
+    bent.cells[:, ::2] = shifted(table, tmp_path / "x.txt", 0.4).cells[:, ::2]
+    bent.save(tmp_path / "bent.txt")
+    done = kestrane("diff", device / "rig/table.txt", tmp_path / "bent.txt", "--tolerance", 0.05)
+    assert "the shape has changed" in done.stdout
+
+
 def test_diff_of_coefficients(kestrane, device, tmp_path):
     models = np.stack([np.full((2, 16, 51), v) for v in (0.0, 1.0, -5.0)], axis=-1)
     package.Coefficients(models, [[0, 1]]).save(tmp_path / "a.bin")

@@ -158,6 +158,14 @@ def test_names_that_steer_a_terminal_are_told_harmlessly(kestrane, device, tmp_p
     assert done.returncode == 0, done.stderr
     assert "\x1b" not in done.stdout
     assert json.loads((tmp_path / "facts.json").read_text())["kind"] == "cloud"
+    done = kestrane("calibrate", name, "-o", "d", "--device", "d.toml", cwd=tmp_path)
+    assert done.returncode == 3
+    (tmp_path / "d.toml").write_text('[device]\nserial = "\\u001b\\u0000</script>\\u2028"\n')
+    done = kestrane("calibrate", name, "-o", "d", "--device", "d.toml", cwd=tmp_path)
+    assert done.returncode == 0, done.stderr
+    assert "\x1b" not in done.stdout
+    assert "\\xff.npz" in json.loads((tmp_path / "d/result.json").read_text())["inputs"][0]["name"]
+    assert kestrane("inspect", "d/report.html", cwd=tmp_path).returncode == 0
     done = kestrane("inspect", name + "x", cwd=tmp_path)
     assert done.returncode == 3
     assert "\x1b" not in done.stderr
@@ -222,6 +230,20 @@ def test_a_closed_standard_output_stops_nothing(device, tmp_path):
     )
     assert done.returncode == 0, done.stderr
     assert (tmp_path / "d/table.txt").exists()
+
+
+def test_closed_standard_descriptors_receive_no_file(device, tmp_path):
+    for closed in ("<&-", "2>&-", "<&- >&- 2>&-"):
+        done = subprocess.run(
+            ["sh", "-c", f'exec "$@" {closed}', "sh", *COMMAND, "field", device / "rig/table.txt",
+             device / "field.npz", "-o", "d", "--json", "-"],
+            cwd=tmp_path,
+            capture_output=True,
+            check=False,
+        )  # fmt: skip
+        assert done.returncode == 0, (closed, done.stderr)
+        assert ">&-" in closed.split() or json.loads(done.stdout)["displacement"]
+        assert json.loads((tmp_path / "d/result.json").read_text())["displacement"]
 
 
 def test_a_full_disk_is_told_with_the_file(kestrane, device, tmp_path):
