@@ -177,15 +177,12 @@ def update_coefficients(
     Raises
     ------
     ValueError
-        More planes than `source` has, or a condition that is not finite.
+        More planes than `source` has, or another shape.
     """
     if not isinstance(source, Coefficients):
         raise ValueError(f"source: Coefficients expected, got {type(source).__name__}")
-    t = float(condition)
-    if not np.isfinite(t):
-        raise ValueError("condition: not finite")
     found = _core.update_coefficients(
-        np.ascontiguousarray(result.indicators), np.ascontiguousarray(result.corners), t, source
+        np.ascontiguousarray(result.indicators), np.ascontiguousarray(result.corners), float(condition), source
     )
     return Coefficients(**found)
 

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 from dataclasses import astuple, dataclass
 
-import numpy as np
 from numpy.typing import ArrayLike
 
 from kestrane import _core
@@ -56,7 +55,8 @@ def compensate(
         As calibrated; only read.
     condition : Condition
     extrinsic_t : (3,) real
-        Translation of the extrinsic matrix, in the unit of the table; not zero.
+        Translation of the extrinsic matrix, in the unit of the table. One of zero gives planes that
+        are not numbers.
     first, last : int
         The range, `last` not included; by default all planes.
 
@@ -68,7 +68,7 @@ def compensate(
     Raises
     ------
     ValueError
-        A table without planes, a range outside it, numbers that are not finite, a zero translation.
+        A table without planes, a range outside it, another shape.
     """
     as_table(table)
     if table.planes == 0:
@@ -79,11 +79,5 @@ def compensate(
     begin = as_count(first, "first", 0, end)
     numbers = as_numbers(astuple(condition), "condition", (8,))
     translation = as_numbers(extrinsic_t, "extrinsic_t", (3,))
-    if not np.isfinite(numbers).all():
-        raise ValueError("condition: a number that is not finite")
-    if not np.isfinite(translation).all():
-        raise ValueError("extrinsic_t: a number that is not finite")
-    if not translation.any():
-        raise ValueError("extrinsic_t: a translation of zero has no direction to turn about")
     cells = _core.compensate(table, numbers, translation, begin, end)
     return PlaneTable(cells, table.whole.copy(), table.grid)

@@ -10,7 +10,7 @@ from __future__ import annotations
 
 import enum
 from collections.abc import Callable, Iterable, Mapping
-from dataclasses import dataclass, field, fields
+from dataclasses import dataclass, field, fields, replace
 from typing import Any, TypeVar
 
 import numpy as np
@@ -663,7 +663,7 @@ class Judgement:
 
 def calibrate_factory(
     clouds: Clouds,
-    settings: FactorySettings | None = None,
+    settings: FactorySettings | Mapping[str, Any] | None = None,
     *,
     threads: int | None = None,
     on_plane: Callable[[int, int], None] | None = None,
@@ -678,7 +678,7 @@ def calibrate_factory(
     clouds : sequence or mapping from plane numbers
         A cloud is (n,) POINT, which is not copied, or (n, 3) x y z or (n, 4) x y z frame. Planes
         that a mapping does not have are gaps.
-    settings : FactorySettings, optional
+    settings : FactorySettings or mapping, optional
     threads : int, optional
         Planes that are worked on side by side; by default the cores that the process may use. The
         result does not depend on it.
@@ -696,10 +696,8 @@ def calibrate_factory(
     OutOfMemory
         Memory could not be had.
     """
-    wanted = FactorySettings() if settings is None else settings
-    found = _core.calibrate_factory(
-        as_clouds(clouds), _checked_factory(wanted), as_threads(threads), on_plane
-    )
+    wanted = _checked_factory(_settings(FactorySettings, settings))
+    found = _core.calibrate_factory(as_clouds(clouds), wanted, as_threads(threads), on_plane)
     return FactoryQuality(
         table=PlaneTable._of(found["table"]),
         status=found["status"],
@@ -723,7 +721,9 @@ def calibrate_factory(
 
 
 def calibrate_field(
-    table: PlaneTable, frames: Clouds, settings: FieldSettings | None = None
+    table: PlaneTable,
+    frames: Clouds,
+    settings: FieldSettings | Mapping[str, Any] | None = None,
 ) -> FieldQuality:
     """Screen the frames, find what has moved since the table was made, and tell how surely.
 
@@ -736,7 +736,7 @@ def calibrate_field(
     frames : sequence or mapping from plane numbers
         The points of each plane of the range, with the number of their capture frame, as clouds of
         `calibrate_factory`. The first list of a sequence belongs to plane `settings.first`.
-    settings : FieldSettings, optional
+    settings : FieldSettings or mapping, optional
 
     Returns
     -------
@@ -749,7 +749,7 @@ def calibrate_field(
     OutOfMemory
         Memory could not be had.
     """
-    wanted = FieldSettings() if settings is None else settings
+    wanted = _settings(FieldSettings, settings)
     lists, first = as_frames(frames, wanted.first)
     found = _core.calibrate_field(as_table(table), lists, first, bool(wanted.leave_out_ends))
     motion = Motion(*found.pop("motion"))
@@ -773,7 +773,9 @@ def calibrate_field(
     )
 
 
-def compare(a: PlaneTable, b: PlaneTable, volume: WorkingVolume | None = None) -> Difference:
+def compare(
+    a: PlaneTable, b: PlaneTable, volume: WorkingVolume | Mapping[str, Any] | None = None
+) -> Difference:
     """Tell how table `b` differs from `a`, and how much of that one rigid motion explains.
 
     Parameters
@@ -781,7 +783,7 @@ def compare(a: PlaneTable, b: PlaneTable, volume: WorkingVolume | None = None) -
     a, b : PlaneTable
         Of one device: as many planes and the same bounds of the blocks, to the six digits of a
         table file.
-    volume : WorkingVolume, optional
+    volume : WorkingVolume or mapping, optional
         Where they are compared; by default depths 100 to 1000 over the whole fan.
 
     Returns
@@ -793,7 +795,7 @@ def compare(a: PlaneTable, b: PlaneTable, volume: WorkingVolume | None = None) -
     ValueError
         Different numbers of planes, or different grids.
     """
-    wanted = WorkingVolume() if volume is None else volume
+    wanted = _settings(WorkingVolume, volume)
     found = _core.compare(as_table(a), as_table(b), wanted.bounds)
     return _made(
         Difference,
@@ -848,7 +850,10 @@ def conclude(
 
 
 def refine(
-    clouds: Clouds, settings: RefinementSettings | None = None, *, threads: int | None = None
+    clouds: Clouds,
+    settings: RefinementSettings | Mapping[str, Any] | None = None,
+    *,
+    threads: int | None = None,
 ) -> RefinedDevice:
     """Lay a smooth surface through each plane's points: a far better table from the same points.
 
@@ -856,7 +861,7 @@ def refine(
     ----------
     clouds : sequence or mapping from plane numbers
         As measured, not screened; see `calibrate_factory`.
-    settings : RefinementSettings, optional
+    settings : RefinementSettings or mapping, optional
     threads : int, optional
         See `calibrate_factory`.
 
@@ -869,7 +874,7 @@ def refine(
     ValueError
         No clouds, more than 100, another shape, a setting out of its range.
     """
-    wanted = RefinementSettings() if settings is None else settings
+    wanted = _settings(RefinementSettings, settings)
     as_count(wanted.folds, "folds")
     found = _core.refine(as_clouds(clouds), wanted, as_threads(threads))
     refined = _refined(found)
@@ -877,7 +882,9 @@ def refine(
     return refined
 
 
-def screen_cloud(points: Cloud, settings: CloudSettings | None = None) -> ScreenedCloud:
+def screen_cloud(
+    points: Cloud, settings: CloudSettings | Mapping[str, Any] | None = None
+) -> ScreenedCloud:
     """Take out of one plane's cloud what the factory job must not see.
 
     Points that are not finite, outside the depth band, or too far from the sheet.
@@ -887,7 +894,7 @@ def screen_cloud(points: Cloud, settings: CloudSettings | None = None) -> Screen
     ValueError
         Another shape, `gross` not above 0.
     """
-    wanted = CloudSettings() if settings is None else settings
+    wanted = _settings(CloudSettings, settings)
     found = _core.screen_cloud(as_cloud(points, "points"), float(wanted.gross), bool(wanted.far))
     return _made(
         ScreenedCloud,
@@ -898,7 +905,9 @@ def screen_cloud(points: Cloud, settings: CloudSettings | None = None) -> Screen
 
 
 def screen_frames(
-    frames: Clouds, table: PlaneTable, settings: FieldSettings | None = None
+    frames: Clouds,
+    table: PlaneTable,
+    settings: FieldSettings | Mapping[str, Any] | None = None,
 ) -> ScreenedFrames:
     """Take out of the lists of a range what the field job must not see, and number frames anew.
 
@@ -907,7 +916,7 @@ def screen_frames(
     ValueError
         No list, another shape, a plane that the table does not have.
     """
-    wanted = FieldSettings() if settings is None else settings
+    wanted = _settings(FieldSettings, settings)
     lists, first = as_frames(frames, wanted.first)
     found = _core.screen_frames(lists, as_table(table), first, bool(wanted.leave_out_ends))
     return _made(ScreenedFrames, found, account=_account(found["account"]))
@@ -916,24 +925,54 @@ def screen_frames(
 # --- helpers --------------------------------------------------------------------------------------
 
 
-def _checked_factory(settings: FactorySettings) -> FactorySettings:
-    if not isinstance(settings, FactorySettings):
-        raise ValueError(f"FactorySettings expected, got {type(settings).__name__}")
-    if not isinstance(settings.refine, Refine):
-        raise ValueError(f"refine: a Refine expected, got {settings.refine!r}")
+def _settings(kind: type[_Kind], given: _Kind | Mapping[str, Any] | None) -> _Kind:
+    """Settings of this kind: as they are, of a mapping with their names, or the defaults."""
+    if given is None:
+        return kind()
+    dataclass_kind: Any = kind
+    defaults = {item.name: item.default for item in fields(dataclass_kind)}
+    if isinstance(given, kind):
+        settings = given
+    elif isinstance(given, Mapping):
+        unknown = [name for name in given if name not in defaults]
+        if unknown:
+            raise ValueError(f"nothing is named {unknown[0]!r}; there are {', '.join(defaults)}")
+        settings = kind(**given)
+    else:
+        raise ValueError(f"{kind.__name__} expected, got {type(given).__name__}")
+    for name, default in defaults.items():
+        _check_setting(name, getattr(settings, name), default)
     return settings
 
 
+def _check_setting(name: str, value: Any, default: Any) -> None:
+    """ValueError for what is not of the kind that the default is of."""
+    if isinstance(default, bool):
+        if not isinstance(value, (bool, np.bool_)):
+            raise ValueError(f"{name}: True or False expected, got {value!r}")
+    elif isinstance(default, float):
+        if isinstance(value, bool) or not isinstance(value, (int, float, np.number)):
+            raise ValueError(f"{name}: a number expected, got {value!r}")
+        if isinstance(value, int) and abs(value) > 1 << 1000:
+            raise ValueError(f"{name}: too large")
+
+
+def _checked_factory(settings: FactorySettings) -> FactorySettings:
+    try:
+        refine = Refine(settings.refine)
+    except ValueError:
+        raise ValueError(f"refine: a Refine expected, got {settings.refine!r}") from None
+    volume = None if settings.volume is None else _settings(WorkingVolume, settings.volume)
+    return replace(settings, refine=refine, volume=volume)
+
+
 def _limits(limits: Limits | Mapping[str, float] | None) -> Limits:
-    if limits is None:
-        return Limits()
-    if isinstance(limits, Limits):
-        return limits
-    known = [item.name for item in fields(Limits)]
-    unknown = [name for name in limits if name not in known]
-    if unknown:
-        raise ValueError(f"no limit is named {unknown[0]!r}; there are {', '.join(known)}")
-    return Limits(**limits)
+    wanted = _settings(Limits, limits)
+    for item in fields(wanted):
+        limit = getattr(wanted, item.name)
+        if limit is not None:
+            _check_setting(item.name, limit, 0.0)
+    return wanted
 
 
 def _judgement(found: tuple[list[tuple[str, str, str, dict[str, float]]], str]) -> Judgement:

@@ -46,6 +46,8 @@ void add_errors(py::module_&) {
       if (thrown) std::rethrow_exception(thrown);
     } catch (const quality::FileError& error) {
       translate_file_error(error);
+    } catch (const py::cast_error&) {
+      PyErr_SetString(PyExc_ValueError, "a setting or figure is not the number that it should be");
     } catch (const std::bad_alloc&) {
       set_error(errors("error_of")(static_cast<int>(KESTRANE_ERR_NO_MEMORY), ""));
     }

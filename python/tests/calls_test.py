@@ -412,6 +412,44 @@ def test_any_ranges_of_coefficients(ranges):
             Coefficients(models, ranges)
 
 
+def test_settings_come_as_they_are_or_by_name(clouds, table):
+    by_name = {"gross": 2.0, "refine": 1, "volume": {"depth_far": 800}}
+    settings_ = FactorySettings(
+        gross=2.0, refine=kestrane.Refine.ESTIMATE, volume=WorkingVolume(depth_far=800)
+    )
+    assert kestrane.calibrate_factory(clouds, by_name).settings == settings_
+    assert kestrane.calibrate_factory(clouds, settings_).settings == settings_
+    assert kestrane.compare(table, table, {"depth_near": 400}).blocks < 3 * 750
+    for wrong in ({"gros": 2.0}, 3, "gross", {"refine": 7}, {"volume": {"near": 3}}):
+        with pytest.raises(ValueError):
+            kestrane.calibrate_factory(clouds, wrong)
+
+
+@BROKEN
+@given(
+    st.dictionaries(
+        st.sampled_from(["gross", "far", "refine", "volume", "first", "folds", "cut", "frames"]),
+        ANYTHING,
+        max_size=2,
+    )
+)
+def test_settings_of_any_kind(clouds, frames, table, some):
+    cloud = clouds[0][::20]
+    refused_or_done(lambda: kestrane.calibrate_factory([cloud], some, threads=1))
+    refused_or_done(lambda: kestrane.calibrate_field(table, frames[:1], some))
+    refused_or_done(lambda: kestrane.refine([cloud], some, threads=1))
+    refused_or_done(lambda: kestrane.screen_cloud(cloud, some))
+    refused_or_done(lambda: kestrane.compare(table, table, some))
+    refused_or_done(lambda: kestrane.judge(kestrane.compare(table, table), some))
+
+
+def test_jobs_take_any_number_as_the_library_does(table, clouds, source):
+    still = jobs.compensate(table, Condition(30, 20), [0, 0, 0])
+    assert np.isnan(still.cells).any()
+    assert jobs.compensate(table, Condition(np.nan, 20), [1, 0, 0]).planes == 3
+    jobs.update_coefficients(jobs.factory_calibrate(clouds), float("nan"), source)
+
+
 def test_more_points_than_32_bits_count_are_refused():
     endless = np.lib.stride_tricks.as_strided(np.zeros(1, POINT), (2**31,), (0,))
     # Not in one piece, so it would have to be copied: the core itself refuses by number.
