@@ -107,7 +107,7 @@ class Part:
 
     path: str
     columns: Mapping[str, NDArray[Any]]
-    where: Callable[[int], str] = field(default=lambda row: f"point {row} (counted from 0)")
+    where: Callable[[int], str] = field(default=lambda row: f"row {row} (counted from 0)")
     plane: int | None = None
 
 

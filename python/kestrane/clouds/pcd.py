@@ -175,19 +175,24 @@ def _row_type(header: _Header) -> np.dtype[Any]:
 
 def _parse_binary(data: bytes, path: str, header: _Header, wanted: dict[str, int]) -> Part:
     row = _row_type(header)
-    _check_size(path, len(data), header.offset, header.points * row.itemsize, row.itemsize)
+    _check_size(data, path, header.offset, header.points * row.itemsize, row.itemsize)
     raw = np.frombuffer(data, np.uint8, header.points * row.itemsize, header.offset)
     records = raw.view(row)
     return Part(path, {role: records[f"p{k}"] for role, k in wanted.items()})
 
 
-def _check_size(path: str, have: int, offset: int, size: int, row: int) -> None:
-    if have < offset + size:
+# Some writers lay a file out in whole pages of memory: it ends with zeros then.
+_LARGEST_PAGE = 1 << 16
+
+
+def _check_size(data: bytes, path: str, offset: int, size: int, row: int) -> None:
+    end, have = offset + size, len(data)
+    if have < end:
         raise DamagedFile(
             path, f"cut at byte {have}: {(have - offset) // row} of {size // row} points"
         )
-    if have > offset + size:
-        raise DamagedFile(path, f"byte {offset + size}: {have - offset - size} bytes after the data")
+    if have - end > _LARGEST_PAGE or any(data[end:]):
+        raise DamagedFile(path, f"byte {end}: {have - end} bytes after the data")
 
 
 def _parse_compressed(data: bytes, path: str, header: _Header, wanted: dict[str, int]) -> Part:
@@ -203,8 +208,8 @@ def _parse_compressed(data: bytes, path: str, header: _Header, wanted: dict[str,
             f"{size}",
         )
     begin = header.offset + 8
-    _check_size(path, len(data), begin, packed, 1)
-    plain = _decompressed(data[begin:], size, path, begin)
+    _check_size(data, path, begin, packed, 1)
+    plain = _decompressed(data[begin : begin + packed], size, path, begin)
     found = {}
     offset = 0
     for k, (kind, count) in enumerate(zip(header.types, header.counts, strict=True)):

@@ -101,7 +101,7 @@ def line_of_row(body: bytes, first_line: int, comments: str | None = None) -> Ca
     def where(row: int) -> str:
         for number, (line, _) in enumerate(_rows(body, first_line, comments)):
             if number == row:
-                return f"line {line}"
+                return f"line {line} (row {row}, counted from 0)"
         return f"row {row}"
 
     return where

@@ -113,11 +113,15 @@ def test_any_bytes_are_refused_or_read(name, tail):
             assert str(error).startswith(name)
 
 
-@pytest.mark.parametrize("name", ["written.npz", "written.npy", "written.ply", "written.pcd"])
+@pytest.mark.parametrize("name", ["written.npz", "written.npy", "written.ply", "written.pcd", "compressed.pcd"])
 def test_bytes_after_the_points_are_refused(name):
     data = FILES[name][1]
     with pytest.raises(DamagedFile):
-        count_in(name, data + bytes(64))
+        count_in(name, data + bytes(64) + b"x")
+    if name.endswith("pcd"):  # pages of memory
+        assert count_in(name, data + bytes(4000)) == COUNT
+        with pytest.raises(DamagedFile):
+            count_in(name, data + bytes(70_000))
 
 
 def test_a_huge_count_asks_for_no_memory():
@@ -162,13 +166,13 @@ REFUSED_TABLES = {
     "an underscore": ("x,y,z\n1,1_0,3\n", r"line 2: y is '1_0', not a number"),
     "too few": ("x,y,z\n1,2,3\n1,2\n", r"line 3: 2 fields where 3 belong"),
     "too many": ("x,y,z\n1,2,3,4\n", r"line 2: 4 fields where 3 belong"),
-    "an infinite x": ("x,y,z\n1,2,3\ninf,2,3\n", r"line 3: x is inf"),
-    "no y": ("x,y,z\n# note\n1,nan,3\n", r"line 3: y is nan"),
-    "an infinite z": ("x,y,z\n1,2,-inf\n", r"line 2: z is -inf"),
-    "half a frame": ("x,y,z,frame\n1,2,3,0\n1,2,3,0.5\n", r"line 3: frame: 0\.5 is not a whole"),
-    "a large frame": ("x,y,z,frame\n1,2,3,2147483648\n", r"line 2: frame: 2147483648\.0 is not"),
-    "a small plane": ("x,y,z,plane\n1,2,3,-2147483649\n", r"line 2: plane: -2147483649"),
-    "no frame": ("x,y,z,frame\n1,2,3,nan\n", r"line 2: frame: nan"),
+    "an infinite x": ("x,y,z\n1,2,3\ninf,2,3\n", r"line 3 \(row \d, counted from 0\): x is inf"),
+    "no y": ("x,y,z\n# note\n1,nan,3\n", r"line 3 \(row \d, counted from 0\): y is nan"),
+    "an infinite z": ("x,y,z\n1,2,-inf\n", r"line 2 \(row \d, counted from 0\): z is -inf"),
+    "half a frame": ("x,y,z,frame\n1,2,3,0\n1,2,3,0.5\n", r"line 3 \(row \d, counted from 0\): frame: 0\.5 is not a whole"),
+    "a large frame": ("x,y,z,frame\n1,2,3,2147483648\n", r"line 2 \(row \d, counted from 0\): frame: 2147483648\.0 is not"),
+    "a small plane": ("x,y,z,plane\n1,2,3,-2147483649\n", r"line 2 \(row \d, counted from 0\): plane: -2147483649"),
+    "no frame": ("x,y,z,frame\n1,2,3,nan\n", r"line 2 \(row \d, counted from 0\): frame: nan"),
     "no line end": ("x,y,z\n1,2,3\n4,5,60", r"the last line has no line end"),
     "another count": ("# points 3\nx,y,z\n1,2,3\n4,5,6\n", r"2 points where its comment tells 3"),
     "nothing": ("", r"no header line and no point"),
@@ -194,8 +198,8 @@ REFUSED_ARRAYS = {
     "text": (np.zeros((2, 3), "U3"), "real numbers"),
     "records in two dimensions": (np.zeros((2, 2), [("x", "f8"), ("y", "f8"), ("z", "f8")]), "shape"),
     "a record of arrays": (np.zeros(2, [("x", "f8", 2), ("y", "f8"), ("z", "f8")]), "real numbers"),
-    "large frames": (np.array([[1.0, 2.0, 3.0, 2.0**31]]), r"point 0 .*frame"),
-    "an infinite y": (np.array([[1.0, 2.0, 3.0], [1.0, np.inf, 3.0]]), r"point 1 .*y is inf"),
+    "large frames": (np.array([[1.0, 2.0, 3.0, 2.0**31]]), r"row 0 .*frame"),
+    "an infinite y": (np.array([[1.0, 2.0, 3.0], [1.0, np.inf, 3.0]]), r"row 1 .*y is inf"),
 }
 
 
@@ -265,7 +269,7 @@ def test_rows_of_a_ply_text_are_checked_with_their_line(tmp_path):
         ("1 2\n", "line 8: 2 fields where 3"),
         ("\n1 2 3\n", "line 8"),
         ("1 2 3\n4 5 6\n", "line 9: text after"),
-        ("1 inf 3\n", "line 8: y is inf"),
+        ("1 inf 3\n", r"line 8 \(row 0, counted from 0\): y is inf"),
     ):
         with pytest.raises(ValueError, match=message):
             read(stored(tmp_path, "bad.ply", HEAD + XYZ + "end_header\n" + rows))
@@ -332,7 +336,7 @@ def test_a_full_disk_is_told(tmp_path):
 def test_clouds_that_could_not_be_read_back_are_not_written(tmp_path):
     path = tmp_path / "a.npz"
     for bad, message in (
-        ({0: files.cloud([(1.0, np.inf, 3.0, 0)])}, "plane 0: point 0"),
+        ({0: files.cloud([(1.0, np.inf, 3.0, 0)])}, "plane 0: row 0"),
         ({2**31: POINTS[2]}, "int32"),
         ({0: np.zeros((2, 5))}, "shape"),
     ):
