@@ -113,7 +113,15 @@ def joined(run: Run, other: Any) -> Run:
         for name in ("table", "factory", "field", "difference", "compensation")
         if getattr(run, name) is None
     }
-    return dataclasses.replace(run, **missing)
+    files = {
+        key: _together(run.meta.get(key), other.meta.get(key)) for key in ("inputs", "outputs")
+    }
+    return dataclasses.replace(run, meta={**run.meta, **files}, **missing)
+
+
+def _together(files: list[Any] | None, more: list[Any] | None) -> list[Any]:
+    listed = list(files or [])
+    return listed + [file for file in more or [] if file not in listed]
 
 
 def judged_anew(run: Run, limits: Any = None) -> Run:

@@ -151,7 +151,13 @@ def length(value: float, unit: str = "") -> str:
 
 
 def share(value: float, digits: int = 0) -> str:
-    return "–" if value is None or not math.isfinite(value) else f"{100.0 * value:.{digits}f} %"
+    """A share in per cent; what is there and would be written as nothing is below the last digit."""
+    if value is None or not math.isfinite(value):
+        return "–"
+    last = 10.0**-digits
+    if 0.0 < 100.0 * value < 0.5 * last:
+        return f"< {last:g} %"
+    return f"{100.0 * value:.{digits}f} %"
 
 
 def count(value: int | float) -> str:

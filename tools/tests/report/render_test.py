@@ -124,6 +124,9 @@ def test_an_unknown_number_is_a_dash() -> None:
     assert words.length(1234.5, "mm") == "1,234 mm"
     assert words.length(1.7e308) == "1.7e+308"
     assert words.share(0.333) == "33 %"
+    assert words.share(0.0003, 1) == "< 0.1 %"
+    assert words.share(0.0, 1) == "0.0 %"
+    assert words.share(0.0049) == "< 1 %" and words.share(0.0051) == "1 %"
 
 
 def test_a_field_calibration_is_told_in_words() -> None:
@@ -448,8 +451,9 @@ def test_a_table_to_compare_with_gives_a_drift(
 
 
 def test_a_field_run_joins_its_factory_run(plain_run: Run) -> None:
-    other = Run(meta={}, field=runs.field(2))
+    other = Run(meta={"inputs": [{"name": "field.npz", "sha256": "ab12"}]}, field=runs.field(2))
     text = text_of(plain_run, compare=other)
+    assert "in field.npz ab12" in text
     assert "Factory and field calibration report" in text
     assert "Directions." in text and "Planes. All of 2 planes calibrated." in text
 
