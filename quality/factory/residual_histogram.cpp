@@ -7,8 +7,9 @@ namespace kestrane::quality {
 namespace {
 
 constexpr std::size_t kHistogramBins = 80;
-constexpr double kReach = 4.0;        // RMS to either side
-constexpr double kBinsPerRms = 10.0;  // kHistogramBins / (2 kReach)
+constexpr std::size_t kBinFromZero = kHistogramBins / 2;  // the one whose lower bound is 0
+constexpr double kReach = 4.0;                            // RMS to either side
+constexpr double kBinsPerRms = 10.0;                      // kHistogramBins / (2 kReach)
 
 }  // namespace
 
@@ -26,7 +27,7 @@ ResidualHistogram bins_for(const ResidualSums& sums) {
 void count(double residual, ResidualHistogram& histogram) {
   if (std::isnan(histogram.width)) return;
   const double place = histogram.width > 0.0 ? (residual - histogram.low) / histogram.width
-                                             : static_cast<double>(kHistogramBins / 2);
+                                             : static_cast<double>(kBinFromZero);
   if (!(place >= 0.0)) {
     ++histogram.below;
   } else if (!(place < static_cast<double>(kHistogramBins))) {
