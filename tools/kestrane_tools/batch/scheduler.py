@@ -11,12 +11,13 @@ Where `distributed` is not installed, threads of this process watch the same chi
 from __future__ import annotations
 
 import contextlib
+import importlib
 import logging
 import signal
 import tempfile
 import threading
 import time
-from collections.abc import Iterable, Iterator
+from collections.abc import Generator, Iterable, Iterator
 from concurrent import futures
 from itertools import islice
 from multiprocessing import resource_tracker
@@ -40,10 +41,15 @@ _COUNT_EVERY = 10.0
 def has_engine() -> bool:
     """Whether Dask distributed is installed."""
     try:
-        import distributed  # noqa: F401
+        _distributed()
     except ImportError:
         return False
     return True
+
+
+def _distributed() -> Any:
+    # Without annotations, and not installed everywhere.
+    return importlib.import_module("distributed")
 
 
 def outcomes(
@@ -53,8 +59,8 @@ def outcomes(
     *,
     workers: int,
     address: str | None = None,
-) -> Iterator[Outcome]:
-    """Have all jobs done.
+) -> Generator[Outcome, None, None]:
+    """Have all jobs done. An iterator that is closed before its end has all children stopped.
 
     Parameters
     ----------
@@ -63,7 +69,7 @@ def outcomes(
     orders : Orders
         What holds for all.
     folder : Folder
-        Of the batch. If the caller does not take all outcomes, it is told to stop all children.
+        Of the batch.
     workers : int
         Children at a time on this machine.
     address : str, optional
@@ -80,15 +86,7 @@ def outcomes(
         No scheduler answers.
     """
     engine = _on_dask if has_engine() else _on_threads
-    done = False
-    found = engine(iter(jobs), orders, folder, workers, address)
-    try:
-        yield from found
-        done = True
-    finally:
-        if not done:
-            folder.stop()  # before the engine waits for its watchers
-        found.close()
+    return engine(iter(jobs), orders, folder, workers, address)
 
 
 # --- threads ------------------------------------------------------------------------------------------
@@ -96,7 +94,7 @@ def outcomes(
 
 def _on_threads(
     jobs: Iterator[Job], orders: Orders, folder: Folder, workers: int, _: str | None
-) -> Iterator[Outcome]:
+) -> Generator[Outcome, None, None]:
     with futures.ThreadPoolExecutor(workers, "watcher") as pool:
         try:
             out = {pool.submit(watch, job, orders) for job in islice(jobs, _AHEAD * workers)}
@@ -105,7 +103,7 @@ def _on_threads(
                 out |= {pool.submit(watch, job, orders) for job in islice(jobs, len(ended))}
                 yield from (future.result() for future in ended)
         except BaseException:
-            folder.stop()
+            folder.stop()  # before the pool waits for its watchers
             raise
 
 
@@ -114,19 +112,17 @@ def _on_threads(
 
 def _on_dask(
     jobs: Iterator[Job], orders: Orders, folder: Folder, workers: int, address: str | None
-) -> Iterator[Outcome]:
+) -> Generator[Outcome, None, None]:
     with contextlib.ExitStack() as stack:
         if address is None:
             client = stack.enter_context(_local_client(workers))
         else:
             client = stack.enter_context(_client_of(address))
-        stack.push(lambda kind, *_: folder.stop() if kind else None)  # first of all on the way out
+        stack.push(lambda kind, *_: folder.stop() if kind else None)  # before workers are waited for
         yield from _spread(client, jobs, orders)
 
 
 def _spread(client: Any, jobs: Iterator[Job], orders: Orders) -> Iterator[Outcome]:
-    from distributed import as_completed
-
     names: dict[str, str] = {}
     numbers = iter(range(1 << 62))
 
@@ -136,7 +132,7 @@ def _spread(client: Any, jobs: Iterator[Job], orders: Orders) -> Iterator[Outcom
         return client.submit(watch, job, orders, key=key, pure=False, retries=0)
 
     width, asked = _width(client), time.monotonic()
-    out = as_completed([submit(job) for job in islice(jobs, width)], loop=client.loop)
+    out = _distributed().as_completed([submit(job) for job in islice(jobs, width)], loop=client.loop)
     for future in out:
         name = names.pop(future.key)
         try:
@@ -163,16 +159,15 @@ def _given_up(last: Outcome, names: dict[str, str], jobs: Iterator[Job]) -> Iter
 
 
 def _width(client: Any) -> int:
-    return max(_FEWEST_OUT, _AHEAD * sum(client.nthreads().values()))
+    threads: int = sum(client.nthreads().values())
+    return max(_FEWEST_OUT, _AHEAD * threads)
 
 
 @contextlib.contextmanager
 def _local_client(workers: int) -> Iterator[Any]:
-    from distributed import Client, LocalCluster
-
     with tempfile.TemporaryDirectory(prefix="kestrane-batch-") as space, contextlib.ExitStack() as stack:
         with _unheard_interrupts():
-            cluster = LocalCluster(
+            cluster = _distributed().LocalCluster(
                 n_workers=workers,
                 threads_per_worker=1,
                 processes=True,
@@ -182,16 +177,14 @@ def _local_client(workers: int) -> Iterator[Any]:
                 silence_logs=logging.CRITICAL,
             )
             stack.callback(cluster.close)
-            client = stack.enter_context(Client(cluster, set_as_default=False))
+            client = stack.enter_context(_distributed().Client(cluster, set_as_default=False))
         yield client
 
 
 @contextlib.contextmanager
 def _client_of(address: str) -> Iterator[Any]:
-    from distributed import Client
-
     try:
-        client = Client(address, set_as_default=False)
+        client = _distributed().Client(address, set_as_default=False)
     except (OSError, ValueError) as error:
         reason = str(error).splitlines()[0] if str(error) else type(error).__name__
         raise Stop(Status.FILE, f"{address}: no scheduler answers: {reason}") from None
