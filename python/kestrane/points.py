@@ -83,6 +83,8 @@ def whole_numbers(values: NDArray[Any], name: str) -> NDArray[np.int32]:
         return values
     if values.dtype.kind not in "iuf":
         raise ValueError(f"{name}: whole numbers expected, got {values.dtype}")
+    if values.dtype.kind == "f":
+        values = values.astype(np.float64)  # a shorter type would round the bounds
     # Not a number fails every comparison, so it is refused with the numbers that are too large.
     fits = (values >= _INT32.min) & (values <= _INT32.max)
     if values.dtype.kind == "f":

@@ -69,6 +69,12 @@ def test_frames_that_do_not_fit_are_refused(frames):
         points(np.zeros((3, 3)), frames)
 
 
+@pytest.mark.parametrize("dtype", ["<f4", ">f4", "f8", "u4", "i8", "u8"])
+def test_the_first_number_beyond_int32_is_refused_in_every_type(dtype):
+    with pytest.raises(ValueError, match="frames: 2147483648"):
+        whole_numbers(np.array([0, 2**31], dtype), "frames")
+
+
 @given(
     hnp.arrays(
         st.sampled_from([np.int8, np.uint8, np.int64, np.uint64, np.float32, np.float64, ">i4"]),
