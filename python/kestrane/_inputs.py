@@ -25,6 +25,8 @@ Clouds: TypeAlias = Sequence[Any] | Mapping[int, Any]
 
 def as_cloud(value: Cloud, name: str) -> NDArray[Any]:
     """(n,) POINT of a (n,) POINT, a (n, 3) x y z or a (n, 4) x y z frame."""
+    if isinstance(value, np.ma.MaskedArray):
+        raise ValueError(f"{name}: a masked array; mark dropped points by an x that is NaN")
     array = np.asarray(value)
     if array.dtype == POINT:
         if array.ndim != 1:
@@ -107,6 +109,8 @@ def as_threads(threads: int | None) -> int:
 
 def as_numbers(values: ArrayLike, name: str, shape: tuple[int | None, ...]) -> NDArray[np.float64]:
     """A float64 array in one piece of this shape; None stands for any length."""
+    if isinstance(values, np.ma.MaskedArray):
+        raise ValueError(f"{name}: a masked array")
     array = np.asarray(values)
     if array.dtype.kind not in "iuf":
         raise ValueError(f"{name}: real numbers expected, got {array.dtype}")

@@ -41,7 +41,7 @@ class JobSettings:
     far: bool = False
 
 
-@dataclass(frozen=True, eq=False, kw_only=True)
+@dataclass(frozen=True, eq=False, repr=False, kw_only=True)
 class FactoryResult:
     """What a factory calibration leaves; P is the number of planes.
 
@@ -62,8 +62,13 @@ class FactoryResult:
     settings: Any
     """What it was made with."""
 
+    def __repr__(self) -> str:
+        failed = np.flatnonzero(self.status).tolist()
+        told = f"failed: {', '.join(map(str, failed))}" if failed else "all calibrated"
+        return f"<{type(self).__name__} of {len(self.status)} planes, {told}>"
 
-@dataclass(frozen=True, eq=False, kw_only=True)
+
+@dataclass(frozen=True, eq=False, repr=False, kw_only=True)
 class FieldResult:
     """One rigid motion from the stored table to the device as it is: p lies at R p + t now."""
 
@@ -79,6 +84,9 @@ class FieldResult:
     """Their largest distance."""
     half_mean_deviation: float
     """Half of their mean absolute deviation."""
+
+    def __repr__(self) -> str:
+        return f"<{type(self).__name__}: t {self.t.round(4).tolist()}, mean distance {self.mean:.4g}>"
 
 
 def factory_calibrate(

@@ -390,7 +390,7 @@ class RefinedDevice:
     """The error to expect on new frames."""
 
 
-@dataclass(frozen=True, eq=False, kw_only=True)
+@dataclass(frozen=True, eq=False, repr=False, kw_only=True)
 class FactoryQuality(FactoryResult):
     """A calibrated device with all that is known of it, or the reason why there is none.
 
@@ -413,6 +413,11 @@ class FactoryQuality(FactoryResult):
     refinement: RefinementGain | None = None
     refined: RefinedDevice | None = None
     """With `Refine.ALL`."""
+
+    def __repr__(self) -> str:
+        if self.refused:
+            return f"<FactoryQuality, refused: {self.refused}>"
+        return f"{super().__repr__()[:-1]}, RMS {self.device.rms:.4g}>"
 
 
 # --- field ----------------------------------------------------------------------------------------
@@ -499,7 +504,7 @@ class FieldUse:
     """The unit that the points seem to have; empty where millimetres fit."""
 
 
-@dataclass(frozen=True, eq=False, kw_only=True)
+@dataclass(frozen=True, eq=False, repr=False, kw_only=True)
 class FieldQuality(FieldResult):
     """What a field calibration found. After a refusal only `refused` and `used` mean anything.
 
@@ -528,6 +533,12 @@ class FieldQuality(FieldResult):
     last_plane: int
     """Of the planes that took part, both included."""
     used: FieldUse
+
+    def __repr__(self) -> str:
+        if self.refused:
+            return f"<FieldQuality, refused: {self.refused}>"
+        moved = self.displacement
+        return f"<FieldQuality: sheets moved by {moved.rms:.4g} RMS, sigma {moved.sigma:.2g}>"
 
 
 # --- difference -----------------------------------------------------------------------------------

@@ -425,6 +425,28 @@ def test_settings_come_as_they_are_or_by_name(clouds, table):
             kestrane.calibrate_factory(clouds, wrong)
 
 
+def test_a_mask_is_not_overlooked(clouds):
+    masked = np.ma.masked_array(np.zeros((300, 3)), mask=True)
+    for call in (kestrane.screen_cloud, lambda cloud: jobs.factory_calibrate([cloud])):
+        with pytest.raises(ValueError, match="masked"):
+            call(masked)
+    with pytest.raises(ValueError, match="masked"):
+        PlaneTable(np.ma.zeros((1, 15, 50, 3)), np.zeros((1, 3)))
+
+
+def test_results_print_what_they_are(clouds, frames, table):
+    few = clouds[1][:100]
+    assert repr(jobs.factory_calibrate(clouds)) == "<FactoryResult of 3 planes, all calibrated>"
+    told = repr(kestrane.calibrate_factory([clouds[0], few]))
+    assert told.startswith("<FactoryQuality of 2 planes, failed: 1, RMS 0.1")
+    assert "refused: no plane" in repr(kestrane.calibrate_factory([few]))
+    with kestrane.quiet():
+        assert repr(jobs.field_calibrate(table, frames)).startswith("<FieldResult: t [")
+        assert "moved by 0." in repr(kestrane.calibrate_field(table, frames))
+        assert "refused" in repr(kestrane.calibrate_field(table, [frames[0], few[:0], frames[2]]))
+    assert repr(table) == "<PlaneTable of 3 planes, 3 calibrated>"
+
+
 @BROKEN
 @given(
     st.dictionaries(
