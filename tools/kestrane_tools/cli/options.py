@@ -81,10 +81,21 @@ MOTION = _Numbers("RX,RY,RZ,TX,TY,TZ", ",", 6)
 FILE = click.Path()
 
 
+def _standard_output_by_its_sign(
+    _: click.Context, __: click.Parameter, target: str | None
+) -> str | None:
+    # The system's name of it leads to where libraries print: nowhere.
+    return "-" if target == "/dev/stdout" else target
+
+
 def json_option(function: F) -> F:
     """--json"""
     return click.option(
-        "--json", "json_target", metavar="PATH|-", help="Write the result as JSON; - for stdout."
+        "--json",
+        "json_target",
+        metavar="PATH|-",
+        help="Write the result as JSON; - for stdout.",
+        callback=_standard_output_by_its_sign,
     )(function)
 
 

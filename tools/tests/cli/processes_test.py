@@ -3,6 +3,7 @@
 import json
 import os
 import pty
+import resource
 import shutil
 import signal
 import subprocess
@@ -51,6 +52,8 @@ def test_json_on_standard_output_is_pure(kestrane, device):
     assert done.returncode == 0
     assert json.loads(done.stdout) == json.loads((device / "j/result.json").read_text())
     assert done.stderr == ""
+    done = kestrane("inspect", "factory.npz", "--json", "/dev/stdout", cwd=device)
+    assert json.loads(done.stdout)["kind"] == "cloud"
     # The solver of the field calibration reports to descriptor 1 by itself.
     done = kestrane("field", "rig/table.txt", "field.npz", "-o", "jf", "--json", "-", cwd=device)
     assert json.loads(done.stdout)["displacement"]["rms"] > 0.1
@@ -75,9 +78,11 @@ def test_every_command_has_help_with_an_example(kestrane, command):
 def test_help_comes_at_once(kestrane):
     took = []
     for _ in range(5):
-        begin = time.perf_counter()
+        before = resource.getrusage(resource.RUSAGE_CHILDREN)
         assert "calibrate" in kestrane("--help").stdout
-        took.append(time.perf_counter() - begin)
+        after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        took.append(after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime)
+    # The processor's time: the clock's is that of the neighbours as well.
     assert min(took) < 0.4
 
 
@@ -305,9 +310,12 @@ def test_a_read_only_folder_is_told(device):
         shutil.rmtree(folder)
 
 
-def test_an_interrupt_ends_with_130_and_leaves_no_table(device, tmp_path):
+def test_an_interrupt_ends_with_130_and_leaves_no_table(kestrane, tmp_path):
+    # Enough planes that the calibration takes seconds.
+    made = kestrane("simulate", "-o", "many.npz", "--planes", 60, "--points", 5000, cwd=tmp_path)
+    assert made.returncode == 0, made.stderr
     process = subprocess.Popen(
-        [*COMMAND, "calibrate", device / "factory.npz", "-o", "d", "--optimise", "--refine"][:-1],
+        [*COMMAND, "calibrate", "many.npz", "-o", "d", "--optimise"],
         cwd=tmp_path,
         stdout=subprocess.PIPE,
         stderr=subprocess.PIPE,
