@@ -20,7 +20,7 @@
 
   // --- numbers ---------------------------------------------------------------------------------------
   const known = (value) => value !== null && value !== undefined && Number.isFinite(value);
-  const minus = (text) => text.replace("-", "−");
+  const minus = (text) => text.replace(/^-(?=0\.?0*$)/, "").replace("-", "−");
   const length = (value) => (known(value) ? minus(value.toFixed(3)) : "–");
   const count = (value) => (known(value) ? d3.format(",")(Math.round(value)) : "–");
   const short = (value) => minus(d3.format(".4~g")(value));

@@ -147,6 +147,8 @@ def length(value: float, unit: str = "") -> str:
         return "–"
     size = abs(value)
     text = f"{value:.3f}" if size < 1000 else f"{value:,.0f}" if size < 1e6 else f"{value:.3g}"
+    if text.strip("-0.") == "":
+        text = text.lstrip("-")  # nothing has no sign
     return f"{text} {unit}".rstrip().replace("-", "−")
 
 

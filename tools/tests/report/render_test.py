@@ -123,6 +123,7 @@ def test_an_unknown_number_is_a_dash() -> None:
     assert words.length(-0.0314) == "−0.031"
     assert words.length(1234.5, "mm") == "1,234 mm"
     assert words.length(1.7e308) == "1.7e+308"
+    assert words.length(-0.0004) == "0.000" and words.length(-0.0006) == "−0.001"
     assert words.share(0.333) == "33 %"
     assert words.share(0.0003, 1) == "< 0.1 %"
     assert words.share(0.0, 1) == "0.0 %"
