@@ -351,16 +351,17 @@ class _Run:
         }
 
     def _tell_input(self) -> None:
-        from kestrane_tools.cli.words import listed, runs
-
         import numpy as np
+
+        from kestrane_tools.cli.words import counted, listed, runs
 
         count = sum(cloud.size for cloud in self.clouds.values())
         frames = np.unique(np.concatenate([np.unique(c["id"]) for c in self.clouds.values()])).size
         name = listed(self.wanted.paths, 3)
         many = "planes" if len(self.clouds) > 1 else "plane"
         self.shown.line(
-            f"{name}   {count:,} points, {many} {runs(list(self.clouds))}, {frames} frames"
+            f"{name}   {counted(count, 'point')}, {many} {runs(list(self.clouds))}, "
+            f"{counted(frames, 'frame')}"
         )
 
     def _tell(

@@ -16,7 +16,7 @@ from kestrane_tools.cli.inputs import (
     read_table,
 )
 from kestrane_tools.cli.stop import Status, Stop
-from kestrane_tools.cli.words import length, readable, runs
+from kestrane_tools.cli.words import counted, length, readable, runs
 
 if TYPE_CHECKING:
     import kestrane
@@ -92,11 +92,11 @@ def _of_tables(
     differs = _differ(a, b, difference, tolerance, volume)
     number = planes[0] if planes else 0
     if difference.refused:
-        shown.line(f"{a.planes} planes: {difference.refused}")
+        shown.line(f"{counted(a.planes, 'plane')}: {difference.refused}")
     else:
         y, z = difference.place
         shown.line(
-            f"{a.planes} planes, volume {depths[0]:g}:{depths[1]:g}   RMS {length(difference.rms)}   "
+            f"{counted(a.planes, 'plane')}, volume {depths[0]:g}:{depths[1]:g}   RMS {length(difference.rms)}   "
             f"largest {length(difference.max)} (plane {number + difference.plane}, y {y:.0f}, z {z:.0f})"
         )
         if difference.max > 0.0:
@@ -105,7 +105,7 @@ def _of_tables(
                 f"{length(difference.rest)} left after it"
             )
         if difference.only_in_one:
-            shown.line(f"{difference.only_in_one} blocks have a plane in one table alone")
+            shown.line(f"in one table alone: {counted(difference.only_in_one, 'block')} with a plane")
     for finding in judgement.findings:
         if differs:
             shown.line(finding.text)

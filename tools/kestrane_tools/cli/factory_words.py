@@ -6,7 +6,7 @@ from typing import TYPE_CHECKING
 
 import numpy as np
 
-from kestrane_tools.cli.words import length, share
+from kestrane_tools.cli.words import counted, length, share
 
 if TYPE_CHECKING:
     import kestrane
@@ -56,17 +56,13 @@ def _remarks(result: kestrane.FactoryQuality, plane: int, failed: dict[int, str]
     remarks = []
     screened = int(result.screening.screened[plane])
     if screened:
-        remarks.append(_counted(screened, "point") + " screened")
+        remarks.append(counted(screened, "point") + " screened")
     borrowed = int((~result.sectors_own[plane]).sum())
     if borrowed:
-        remarks.append(_counted(borrowed, "sector") + " borrowed")
+        remarks.append(counted(borrowed, "sector") + " borrowed")
     if result.optimisation is not None and not result.optimisation.corner_moves[plane].any():
         remarks.append("optimisation moved nothing")
     return "; ".join(remarks)
-
-
-def _counted(count: int, what: str) -> str:
-    return f"{count} {what}" if count == 1 else f"{count} {what}s"
 
 
 def refinement_words(result: kestrane.FactoryQuality) -> list[str]:

@@ -241,16 +241,17 @@ def _tell(
     result: kestrane.FieldQuality,
     judgement: kestrane.Judgement,
 ) -> None:
-    from kestrane_tools.cli.words import length, listed, runs
+    from kestrane_tools.cli.words import counted, length, listed, runs
 
     stages = result.used.stages
     shown.line(
-        f"{listed(paths, 3)}   {int(stages.points[0]):,} points, planes {runs(list(given.clouds))}, "
-        f"{int(stages.frames[0])} frames of all planes"
+        f"{listed(paths, 3)}   {counted(int(stages.points[0]), 'point')}, "
+        f"{'planes' if len(given.clouds) > 1 else 'plane'} {runs(list(given.clouds))}, "
+        f"{counted(int(stages.frames[0]), 'frame')} of all planes"
     )
     shown.line(
-        f"  used: {int(stages.points[4]):,} points, {int(stages.planes[4])} planes, "
-        f"{int(stages.frames[4])} frames"
+        f"  used: {counted(int(stages.points[4]), 'point')}, "
+        f"{counted(int(stages.planes[4]), 'plane')}, {counted(int(stages.frames[4]), 'frame')}"
     )
     if not result.refused:
         moved = result.displacement
