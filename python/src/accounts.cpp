@@ -18,6 +18,7 @@ using quality::WorstPoint;
 template <class Record, class Dropped>
 py::array screened_of(const std::vector<Record>& records, const Dropped& dropped) {
   std::vector<std::int64_t> screened;
+  screened.reserve(records.size());
   for (const Record& record : records) screened.push_back(dropped(record).screened());
   const auto count = static_cast<py::ssize_t>(screened.size());
   return owned(std::move(screened), {count});

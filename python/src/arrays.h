@@ -88,7 +88,7 @@ py::array array_over(std::shared_ptr<Owner> owner, T* data, Shape shape) {
   auto kept = std::make_unique<std::shared_ptr<Owner>>(std::move(owner));
   const py::capsule base(kept.get(),
                          [](void* memory) { delete static_cast<std::shared_ptr<Owner>*>(memory); });
-  kept.release();
+  static_cast<void>(kept.release());  // the capsule's now
   return py::array_t<T>(std::move(shape), data, base);
 }
 
@@ -97,6 +97,7 @@ template <class T>
 py::array owned(std::vector<T>&& values, Shape shape) {
   auto owner = std::make_shared<std::vector<T>>(std::move(values));
   if constexpr (std::is_same_v<T, _LASER_TRIPLE>) {
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): a triple is three reals
     auto* const data = reinterpret_cast<double*>(owner->data());
     return array_over(std::move(owner), data, std::move(shape));
   } else {

@@ -69,6 +69,7 @@ class Pool {
 // interpreter ends.
 template <class Engine>
 Pool<Engine>& pool_of() {
+  // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): it guards itself
   static auto* const pool = new Pool<Engine>;
   return *pool;
 }

@@ -60,6 +60,7 @@ std::vector<quality::BlockFigures> blocks_of(const FactoryResult& result) {
 py::dict pack_planes(const std::vector<PlaneFigures>& planes) {
   py::dict columns = pack(planes, plane_fields);
   std::vector<double> shares;
+  shares.reserve(planes.size());
   for (const PlaneFigures& plane : planes) shares.push_back(plane.outlier_share());
   columns["outlier_share"] = owned(std::move(shares), {static_cast<py::ssize_t>(planes.size())});
   return columns;
@@ -118,6 +119,7 @@ py::object pack_refined_device(quality::RefinedDevice&& device) {
 // calibration that failed.
 py::array statuses_of(const std::vector<PlaneFigures>& planes) {
   std::vector<std::int32_t> statuses;
+  statuses.reserve(planes.size());
   for (const PlaneFigures& plane : planes) statuses.push_back(plane.status);
   return owned(std::move(statuses), {static_cast<py::ssize_t>(planes.size())});
 }
@@ -128,6 +130,7 @@ py::dict pack_result(FactoryResult&& result) {
   py::list reasons;
   for (const PlaneFigures& plane : result.planes) reasons.append(plane.reason);
   std::vector<quality::PlaneAccount> accounts;
+  accounts.reserve(result.planes.size());
   for (const PlaneFigures& plane : result.planes) accounts.push_back(plane.screening);
   const auto rows = static_cast<py::ssize_t>(result.planes.size());
   fields["refused"] = result.refused;

@@ -16,7 +16,7 @@ py::array array_of(PointList&& points) {
   auto kept = std::make_unique<std::shared_ptr<PointList>>(owner);
   const py::capsule base(
       kept.get(), [](void* memory) { delete static_cast<std::shared_ptr<PointList>*>(memory); });
-  kept.release();
+  static_cast<void>(kept.release());      // the capsule's now
   static _KESTRANE_ID_POINT3D none = {};  // an array without points has to lead somewhere
   void* const data = owner->empty() ? &none : owner->data();
   return py::array(point_type(), Shape{static_cast<py::ssize_t>(owner->size())}, Shape{}, data,
