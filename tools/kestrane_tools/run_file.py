@@ -355,6 +355,7 @@ class Run:
             json.dumps(self.meta)
         except (TypeError, RecursionError) as error:
             raise ValueError(f"meta: {error}") from error
+        _check_meta(self.meta)
         planes = set()
         if self.table is not None:
             planes.add(len(self.table.cells))
@@ -383,6 +384,34 @@ class Run:
                 if part is not None:
                     _add_part(archive, name, part)
         write_bytes(path, stream.getvalue())
+
+
+# What the page reads of meta, by type; a list holds objects.
+_META_TYPES: dict[str, type] = {
+    **dict.fromkeys(("kind", "unit", "created", "verdict"), str),
+    **dict.fromkeys(("device", "software", "settings", "limits", "volume"), dict),
+    **dict.fromkeys(("inputs", "outputs", "findings", "remarks"), list),
+}
+
+
+# The limits that something is held against.
+_LIMITS = ("rms", "p99", "coverage", "seam", "repeatability", "outliers", "field_motion")
+
+
+def _check_meta(meta: dict[str, Any]) -> None:
+    for name, kind in _META_TYPES.items():
+        if name in meta and not isinstance(meta[name], kind):
+            raise ValueError(f"meta: {name} is no {kind.__name__}")
+    for name in ("inputs", "outputs", "findings"):
+        if not all(isinstance(entry, dict) for entry in meta.get(name, ())):
+            raise ValueError(f"meta: {name} holds more than objects")
+    for finding in meta.get("findings", ()):
+        if not all(isinstance(finding.get(key), str) for key in ("level", "id", "text")):
+            raise ValueError("meta: a finding without level, id and text")
+    for name in _LIMITS:
+        limit = meta.get("limits", {}).get(name, 0.0)
+        if isinstance(limit, bool) or not isinstance(limit, (int, float)):
+            raise ValueError(f"meta: the limit {name} is no number")
 
 
 def read(path: str | os.PathLike[str]) -> Run:

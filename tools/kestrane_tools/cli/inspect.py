@@ -66,7 +66,7 @@ def command(
 
 
 def _tell(shown: Any, name: str, value: Any) -> None:
-    if isinstance(value, list) and value and isinstance(value[0], dict):
+    if isinstance(value, list) and value and all(isinstance(row, dict) for row in value):
         keys = list(value[0])
         shown.line(f"  {name}")
         shown.table(keys, [[_text(row.get(key)) for key in keys] for row in value], left=1)
@@ -140,9 +140,11 @@ def _told(meta: dict[str, Any]) -> dict[str, Any]:
     # What a run's meta says, as a run file and a page hold it.
     kept = ("created", "verdict", "device", "software", "settings", "limits", "inputs")
     facts = {"of": meta.get("kind"), **{name: meta.get(name) for name in kept}}
+    findings = meta.get("findings")
     facts["findings"] = [
         {name: finding.get(name) for name in ("level", "id", "text")}
-        for finding in meta.get("findings", [])
+        for finding in (findings if isinstance(findings, list) else ())
+        if isinstance(finding, dict)  # the file may be of another program
     ]
     return {name: value for name, value in facts.items() if value}
 

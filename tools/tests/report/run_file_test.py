@@ -254,3 +254,23 @@ def test_a_link_goes_on_leading_to_its_file(tmp_path: Path) -> None:
     link.symlink_to(path)
     runs.device_run(2).save(link)
     assert link.is_symlink() and len(run_file.read(path).factory.status) == 2  # type: ignore[union-attr]
+
+
+@pytest.mark.parametrize(
+    "meta",
+    [
+        {"findings": 5},
+        {"findings": [1]},
+        {"findings": [{"level": "bad", "id": 3, "text": "x"}]},
+        {"device": [1]},
+        {"inputs": "x"},
+        {"outputs": [1]},
+        {"limits": {"rms": "x"}},
+        {"limits": {"rms": True}},
+        {"settings": 3},
+        {"verdict": {}},
+    ],
+)
+def test_meta_of_another_kind_is_refused(meta: dict[str, Any]) -> None:
+    with pytest.raises(ValueError, match="meta: "):
+        Run(meta=meta)
