@@ -77,6 +77,7 @@ def test_an_interrupt_from_the_terminal_leaves_no_child_and_says_one_line(begun)
     _, said = process.communicate(timeout=30)
     assert (process.returncode, said) == (130, b"kestrane: interrupted\n")
     assert running(output) == {}
+    assert whole(output) < set(GOOD)  # nobody waited for the others
 
 
 def test_an_interrupt_leaves_no_child_without_the_engine_either(devices, tmp_path, without_engine):
@@ -92,6 +93,7 @@ def test_an_interrupt_leaves_no_child_without_the_engine_either(devices, tmp_pat
     assert process.returncode == 130
     assert said.splitlines()[-1] == b"kestrane: interrupted"
     assert running(output) == {}
+    assert whole(output) < set(GOOD)
 
 
 def test_a_batch_that_is_killed_leaves_no_child_and_is_resumed(begun, devices):

@@ -6,6 +6,7 @@ import subprocess
 import sys
 import threading
 from collections import Counter
+from pathlib import Path
 
 import pytest
 from devices import GOOD, HERE, running, wait_for
@@ -16,7 +17,7 @@ from kestrane_tools.batch.folder import Folder
 BAD = {
     "aborts": ("killed by SIGABRT", "last words"),
     "segfaults": ("killed by SIGSEGV", ""),
-    "hangs": ("timeout", "ended after 4 s"),
+    "hangs": ("timeout", "ended after "),
     "exhausts": ("out of memory", "MemoryError"),
     "raises": ("failed", "RuntimeError: the board is upside down"),
     "damaged": ("failed", "damaged.npz"),
@@ -35,7 +36,8 @@ def done_by(devices, tmp_path, names, *, workers=2, address=None, **limits):
 
 
 def starts(tmp_path):
-    return Counter((tmp_path / "out/starts.txt").read_text().split())
+    path = tmp_path / "out/starts.txt"
+    return Counter(path.read_text().split() if path.exists() else [])
 
 
 @pytest.mark.parametrize("engine", ["dask", "threads"])
@@ -44,7 +46,7 @@ def test_bad_devices_are_named_and_take_no_other_with_them(devices, tmp_path, mo
         monkeypatch.setattr(scheduler, "has_engine", lambda: False)
     names = [name for pair in zip(BAD, [*GOOD, "K-1"], strict=True) for name in pair][:11]
     assert len(names) == 11
-    found = done_by(devices, tmp_path, names, seconds=4.0, memory=1024)
+    found = done_by(devices, tmp_path, names, seconds=8.0, memory=512)
     assert set(found) == set(names)
     for name, (status, cause) in BAD.items():
         assert found[name].status == status, found[name]
@@ -57,25 +59,29 @@ def test_bad_devices_are_named_and_take_no_other_with_them(devices, tmp_path, mo
 
 
 def test_a_worker_that_is_killed_costs_no_device(devices, tmp_path):
-    names = ["slow-1", "slow-2", *GOOD]
+    names = ["once", *GOOD]
     killed = []
 
     def kill():
-        child, worker = next(iter(wait_for(lambda: running(tmp_path)).items()))
-        os.kill(worker, signal.SIGKILL)
+        # The child would go on for ever, and its device with it.
+        wait_for(lambda: "once" in starts(tmp_path))
+        child = next(p for p in running(tmp_path) if "once" in Path(f"/proc/{p}/cmdline").read_text())
+        os.kill(running(tmp_path)[child], signal.SIGKILL)
         wait_for(lambda: child not in running(tmp_path), 5.0)
-        killed.append(worker)
+        killed.append(child)
 
     killer = threading.Thread(target=kill)
     killer.start()
     found = done_by(devices, tmp_path, names)
     killer.join()
-    assert killed and os.getpid() not in killed
+    assert killed
     assert {o.status for o in found.values()} == {"ok"}
     assert set(found) == set(names)
     devices.assert_equal_to_serial(tmp_path / "out", GOOD)
-    # The one that the worker watched was begun again, and perhaps one that it had not told of yet.
-    assert sum(starts(tmp_path).values()) - len(names) in (0, 1, 2)
+    begun = starts(tmp_path)
+    assert begun.pop("once") == 2
+    # Perhaps one more that the worker had done and not told of yet.
+    assert sum(begun.values()) - len(GOOD) in (0, 1)
 
 
 @pytest.fixture

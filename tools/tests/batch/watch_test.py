@@ -128,9 +128,18 @@ def test_a_job_can_be_done_by_hand(batch, tmp_path, devices):
     devices.assert_equal_to_serial(tmp_path / "out", ["K-1"])
 
 
-def test_a_child_does_not_outlive_a_watcher_that_died_before_it_began(tmp_path):
-    command = [sys.executable, "-m", "kestrane_tools.batch.child", "job.json", "--watcher", "1"]
-    assert subprocess.run(command, cwd=tmp_path, check=False).returncode == 70
+def test_a_child_does_not_outlive_a_watcher_that_died_before_it_began(batch, tmp_path):
+    batch("K-1")
+    (tmp_path / "out/K-1/result.json").unlink()
+    command = [sys.executable, "-m", "kestrane_tools.batch.child", tmp_path / "out/K-1/job.json"]
+    assert subprocess.run([*command, "--watcher", "1"], check=False).returncode == 70
+    assert not (tmp_path / "out/K-1/result.json").exists()
+
+
+def test_the_log_is_that_of_the_last_child(batch, tmp_path):
+    for _ in range(2):
+        batch("raises", FAULTY)
+    assert (tmp_path / "out/raises/log.txt").read_text().count("RuntimeError: the board") == 1
 
 
 # --- earlier results ------------------------------------------------------------------------------------
@@ -198,7 +207,7 @@ def test_limits_and_device_files_are_settings_too(batch, tmp_path):
     for path, text in (
         (limits, "[limits]\nrms = 1\n[volume]\ndepth = [250, 800]\n"),
         (limits, "[limits]\nrms = 1\n[volume]\ndepth = [250, 800]\nhalf_angle_deg = 20\n"),
-        (limits, "[limits]\nrms = 1e-6\n"),  # a bad verdict is kept as well
+        (limits, "[limits]\nrms = 1e-6\n[volume]\ndepth = [250, 800]\nhalf_angle_deg = 20\n"),
         (device, '[device]\nserial = "K-2"\n'),
     ):
         path.write_text(text)
