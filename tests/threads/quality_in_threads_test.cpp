@@ -107,6 +107,27 @@ TEST(TwoThreads, CalibrateTwoDevicesSafelyInTheFieldAsOneThreadDoes) {
   testing::internal::GetCapturedStdout();
 }
 
+// Two devices side by side, each with two engines for its two planes.
+TEST(TwoThreads, CalibrateTwoDevicesWithTwoEnginesEachAsOneThreadDoes) {
+  threads::expect_equal_bits(
+      [](int device) {
+        const std::vector<PointList> clouds = factory_clouds(device);
+        std::vector<KESTRANE_LASER_FAC_CALIB> engines(2);
+        std::vector<KESTRANE_LASER_FAC_CALIB*> ready;
+        for (KESTRANE_LASER_FAC_CALIB& engine : engines) {
+          EXPECT_EQ(engine.init(), KESTRANE_OK);
+          ready.push_back(&engine);
+        }
+        const quality::FactoryResult result =
+            quality::calibrate_factory(ready, quality::clouds_of(clouds));
+        EXPECT_FALSE(result.table.row_is_empty(1));
+        Figures figures = figures_of(result.table);
+        figures.insert(figures.end(), {result.device.rms, result.device.q95, result.device.q99});
+        return figures;
+      },
+      1);
+}
+
 // Two refinements side by side, each of which works on its planes in two threads.
 TEST(TwoThreads, RefineTwoDevicesInTwoThreadsEachAsOneThreadDoes) {
   threads::expect_equal_bits(
