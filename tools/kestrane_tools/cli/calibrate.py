@@ -231,17 +231,18 @@ class _Run:
             outputs.append(self._update_coefficients(result))
         run = self._run_of(result, judgement, outputs)
         run_path = os.path.join(folder, "run.npz")
-        report_path = self.wanted.report_path or os.path.join(folder, "report.html")
+        pages = [os.path.join(folder, "report.html"), *filter(None, [self.wanted.report_path])]
         with saving(run_path):
             run.save(run_path)
-        with saving(report_path):
-            write_page(run, report_path)
+        for page in pages:
+            with saving(page):
+                write_page(run, page)
         outcome = self._outcome(result, judgement, outputs)
         self._deliver(outcome)
         self._tell(result, judgement, failed)
         self.shown.line(
             f"{table_path} (rounded to 6 digits: x within {saved.largest_move:.2g})  "
-            f"{run_path}  {report_path}"
+            f"{'  '.join([run_path, *pages])}"
         )
         return Status.FOUND if judgement.worst == "bad" else Status.DONE
 

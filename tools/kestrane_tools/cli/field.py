@@ -222,14 +222,15 @@ def _deliver(
     meta["verdict"] = outcome["verdict"]
     run = Run(meta=plain(meta), table=table_part(given.table), field=field_part(result))
     run_path = os.path.join(folder, "run.npz")
-    page_path = report_path or os.path.join(folder, "report.html")
+    pages = [os.path.join(folder, "report.html"), *filter(None, [report_path])]
     with saving(run_path):
         run.save(run_path)
-    with saving(page_path):
-        write_page(run, page_path)
+    for page in pages:
+        with saving(page):
+            write_page(run, page)
     write_json(result_path, outcome)
     emit(json_target, outcome)
-    shown.line(f"{run_path}  {page_path}")
+    shown.line("  ".join([run_path, *pages]))
     bad = any(finding.level == "bad" for finding in outcome["findings"])
     return Status.FOUND if bad else Status.DONE
 

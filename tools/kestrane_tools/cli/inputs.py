@@ -232,7 +232,12 @@ def _table_of_run(path: str) -> Any:
         run = run_file.read(path)
         if run.table is None:
             raise Stop(Status.FILE, f"{path}: a run without a table")
-        return table_of(run.table)
+        table = table_of(run.table)
+        if run.factory is not None and run.factory.refined_cells is not None:
+            # The refined table is the one that the host got.
+            table.cells[...] = run.factory.refined_cells
+            table.whole[...] = run.factory.refined_whole
+        return table
 
 
 def read_coefficients(path: str) -> Any:

@@ -177,6 +177,7 @@ def test_refine_makes_the_refined_table_the_table(kestrane, device, tmp_path):
     refined.table.save(tmp_path / "table.txt")
     assert (tmp_path / "d/table.txt").read_bytes() == (tmp_path / "table.txt").read_bytes()
     assert "frames left out in turn" in done.stdout
+    assert kestrane("diff", tmp_path / "d/table.txt", tmp_path / "d/run.npz").returncode == 0
     told = result_of(tmp_path / "d")
     assert told["refinement"]["plane"] == [0, 1, 2]
     assert max(told["refinement"]["refined_rms"]) < min(told["refinement"]["plain_rms"])
@@ -197,6 +198,17 @@ def test_optimise_and_far_reach_the_job(kestrane, device, tmp_path):
     result.table.save(tmp_path / "table.txt")
     assert (tmp_path / "d/table.txt").read_bytes() == (tmp_path / "table.txt").read_bytes()
     assert result_of(tmp_path / "d")["planes"][0]["repeatability"] is None
+
+
+def test_a_page_elsewhere_is_one_more_page(kestrane, device, tmp_path):
+    done = kestrane("calibrate", device / "factory.npz", "-o", "d", "--report", "page.html", cwd=tmp_path)
+    assert done.returncode == 0, done.stderr
+    assert (tmp_path / "page.html").read_bytes() == (tmp_path / "d/report.html").read_bytes()
+    done = kestrane(
+        "field", device / "rig/table.txt", device / "field.npz", "-o", "f", "--report", "p.html", cwd=tmp_path
+    )
+    assert done.returncode == 0, done.stderr
+    assert (tmp_path / "p.html").read_bytes() == (tmp_path / "f/report.html").read_bytes()
 
 
 def test_compare_tells_how_far_the_device_is_from_a_table(kestrane, device, tmp_path):
