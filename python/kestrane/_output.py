@@ -21,7 +21,7 @@ __all__ = ["replacing"]
 def replacing(path: str | os.PathLike[str]) -> Iterator[BinaryIO]:
     """Open a file for writing that takes the place of `path` at the end of the block.
 
-    What is no regular file (a pipe, a terminal, a device) is written to directly. A symbolic link
+    A target that is not a regular file (a pipe, a terminal, a device) is written to directly. A symbolic link
     stays one: the file that it points to is replaced.
 
     Raises
@@ -51,7 +51,7 @@ def _is_special(name: str) -> bool:
 
 def _beside(target: str) -> Iterator[BinaryIO]:
     folder, base = os.path.split(target)
-    # The process's number and a number of its own: two that write the same target do not meet.
+    # Process number and a counter: two writers of the same target do not meet.
     for attempt in range(1000):
         beside = os.path.join(folder, f".{base[:200]}.{os.getpid()}.{attempt}.part")
         try:

@@ -5,7 +5,7 @@ what most likely led to it; out comes an exception. Every class is a `KestraneEr
 Python has a word for the case, that word as well, so that ``except ValueError`` or
 ``except OSError`` work as everywhere.
 
-A bad measurement is no exception: it is a refusal or a finding in a result. `CalibrationFailed` and
+A bad measurement raises nothing: it is a refusal or a finding in a result. `CalibrationFailed` and
 its neighbours come from `kestrane.jobs`, which judge nothing.
 """
 

@@ -401,7 +401,7 @@ _LIMITS = ("rms", "p99", "coverage", "seam", "repeatability", "outliers", "field
 def _check_meta(meta: dict[str, Any]) -> None:
     for name, kind in _META_TYPES.items():
         if name in meta and not isinstance(meta[name], kind):
-            raise ValueError(f"meta: {name} is no {kind.__name__}")
+            raise ValueError(f"meta: {name} is not a {kind.__name__}")
     for name in ("inputs", "outputs", "findings"):
         if not all(isinstance(entry, dict) for entry in meta.get(name, ())):
             raise ValueError(f"meta: {name} holds more than objects")
@@ -411,7 +411,7 @@ def _check_meta(meta: dict[str, Any]) -> None:
     for name in _LIMITS:
         limit = meta.get("limits", {}).get(name, 0.0)
         if isinstance(limit, bool) or not isinstance(limit, (int, float)):
-            raise ValueError(f"meta: the limit {name} is no number")
+            raise ValueError(f"meta: the limit {name} is not a number")
 
 
 def read(path: str | os.PathLike[str]) -> Run:

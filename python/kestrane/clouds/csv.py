@@ -39,7 +39,7 @@ def parse(data: bytes, path: str, columns: Sequence[str] | None) -> list[Part]:
     Raises
     ------
     DamagedFile
-        A row that is not one, a last line without its end, another count than the comment tells.
+        A malformed row, a last line without its end, a count that differs from the comment's.
     ValueError
         No names, or names that `roles_of` refuses.
     """

@@ -46,7 +46,7 @@ def parse(data: bytes, path: str, columns: Sequence[str] | None) -> list[Part]:
     Raises
     ------
     DamagedFile
-        The file is cut, has bytes after the array, or a header that is not one.
+        The file is cut, has bytes after the array, or a malformed header.
     ValueError
         An array of another shape or of other than real numbers.
     """
@@ -174,7 +174,7 @@ def array_in(data: bytes | memoryview, path: str) -> NDArray[Any]:
     Raises
     ------
     DamagedFile
-        A header that is not one, or another number of bytes than it tells.
+        A malformed header, or a number of bytes that does not match it.
     ValueError
         An array of objects.
     """
@@ -216,7 +216,7 @@ def _read_header(view: memoryview, path: str) -> tuple[int, np.dtype[Any], tuple
         shape, fortran, descr = header["shape"], header["fortran_order"], header["descr"]
         dtype = _NPY.descr_to_dtype(descr)
     except Exception as error:  # a damaged header breaks in ways that none of these list
-        raise DamagedFile(path, f"byte {field}: a header that is not one ({error})") from None
+        raise DamagedFile(path, f"byte {field}: a malformed header ({error})") from None
     if not isinstance(fortran, bool) or not (
         isinstance(shape, tuple)
         and all(isinstance(n, int) and not isinstance(n, bool) and 0 <= n < 1 << 48 for n in shape)

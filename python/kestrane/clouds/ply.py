@@ -72,7 +72,7 @@ def parse(data: bytes, path: str, columns: Sequence[str] | None) -> list[Part]:
     Raises
     ------
     DamagedFile
-        A header that is not one, less or more data than it tells; with line or byte.
+        A malformed header, less or more data than it declares; with line or byte.
     ValueError
         No element `vertex`, or properties that `roles_of` refuses.
     """

@@ -108,7 +108,7 @@ def line_of_row(body: bytes, first_line: int, comments: str | None = None) -> Ca
 
 
 def _lines(body: bytes) -> io.TextIOWrapper:
-    # Latin 1 decodes every byte, so that a comment in any encoding stops nobody.
+    # Latin 1 decodes every byte, so that a comment in any encoding can be skipped.
     return io.TextIOWrapper(io.BytesIO(body), encoding="latin-1", newline=None)
 
 

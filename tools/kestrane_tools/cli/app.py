@@ -150,12 +150,12 @@ def _complain(message: str) -> None:
     try:
         print(f"kestrane: {printable(message)}", file=sys.stderr, flush=True)
     except OSError:
-        pass  # nobody listens
+        pass  # there is nowhere left to say it
 
 
 def _keep_standard_output() -> None:
     # A name or a text that the terminal's encoding lacks is escaped and stops nothing.
-    if sys.stderr is None:  # closed by whoever started this: nobody wants to see it
+    if sys.stderr is None:  # closed by the caller, who does not need it
         sys.stderr = open(os.devnull, "w")
     sys.stderr.reconfigure(errors="backslashreplace")  # type: ignore[attr-defined]
     nowhere = _above_standard(os.open(os.devnull, os.O_WRONLY))

@@ -87,7 +87,7 @@ class Summary:
 
 @contextlib.contextmanager
 def progress(what: str, steps: int) -> Iterator[Advance]:
-    """Show how far a task of some steps has come; nothing where standard error is no terminal."""
+    """Show how far a task of some steps has come; nothing where standard error is not a terminal."""
     if not _is_terminal(sys.stderr):
         yield lambda: None
         return

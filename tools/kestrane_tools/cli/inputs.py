@@ -211,7 +211,7 @@ def read_table(path: str) -> Any:
     Raises
     ------
     Stop
-        It could not be read, is damaged, or is no table.
+        It could not be read, is damaged, or is not a table.
     """
     from kestrane_tools.cli import stored
 

@@ -22,7 +22,7 @@ def printable(text: str) -> str:
 
 
 def readable(path: str | os.PathLike[str]) -> str:
-    """A path as text that every file can hold: bytes that are no UTF-8 are escaped."""
+    """A path as text that every file can hold: bytes that are not UTF-8 are escaped."""
     return os.fsencode(path).decode("utf-8", "backslashreplace")
 
 
