@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 jobs=${JOBS:-$(nproc)}
 fuzz_seconds=${FUZZ_SECONDS:-15}
 logs=build/check
-steps=(format cppcheck tidy types asan coverage threads memory fuzz abi)
+steps=(format cppcheck tidy types asan coverage python threads memory fuzz abi)
 
 sources() { git ls-files "${@/%//*.cpp}"; }
 
@@ -58,6 +58,12 @@ step_asan() {
 # At least 98 of 100 lines of each library ran in the tests of the step before.
 step_coverage() {
   scripts/coverage.py build/asan 98
+}
+
+# The Python package with preconditions checked: no call may end the process.
+step_python() {
+  build debug kestrane_python python_host
+  build/debug/bin/python -m pytest -c pytest.ini python/tests/{calls,host,memory,tables,threads}_test.py
 }
 
 # Two objects of every class and two jobs of each kind in two threads, under the thread sanitizer.
