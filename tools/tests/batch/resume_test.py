@@ -40,7 +40,7 @@ def test_killed_at_any_moment_and_resumed_each_device_is_done_once_more_at_most(
         time.sleep(draw.uniform(0.0, 0.4))
         process.kill()
         process.wait()
-        wait_for(lambda: not running(output), 5.0)
+        wait_for(lambda: not running(output))
         before, kept = starts(output), whole(output)
         unfinished += len(kept) < len(names)
         again = subprocess.run([*command, "1"], capture_output=True, text=True, check=True)
@@ -100,7 +100,7 @@ def test_a_batch_that_is_killed_leaves_no_child_and_is_resumed(begun, devices):
     process, output, command = begun
     process.kill()
     process.wait()
-    wait_for(lambda: not running(output), 10.0)
+    wait_for(lambda: not running(output))
     times = {name: (output / name / "result.json").stat().st_mtime_ns for name in whole(output)}
     assert times
     done = subprocess.run([*command, "--resume"], capture_output=True, text=True, check=False)

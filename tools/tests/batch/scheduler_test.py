@@ -67,7 +67,7 @@ def test_a_worker_that_is_killed_costs_no_device(devices, tmp_path):
         wait_for(lambda: "once" in starts(tmp_path))
         child = next(p for p in running(tmp_path) if "once" in Path(f"/proc/{p}/cmdline").read_text())
         os.kill(running(tmp_path)[child], signal.SIGKILL)
-        wait_for(lambda: child not in running(tmp_path), 5.0)
+        wait_for(lambda: child not in running(tmp_path))
         killed.append(child)
 
     killer = threading.Thread(target=kill)
@@ -128,7 +128,7 @@ def test_a_scheduler_that_goes_away_ends_the_batch_and_all_children(devices, tmp
     found = done_by(devices, tmp_path, names, address=address)
     assert set(found) == set(names)
     assert {found[name].status for name in names[2:]} <= {"lost", "stopped"}
-    wait_for(lambda: not running(tmp_path), 10.0)
+    wait_for(lambda: not running(tmp_path))
 
 
 def test_no_scheduler_is_told(devices, tmp_path, monkeypatch):
