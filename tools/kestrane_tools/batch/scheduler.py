@@ -171,7 +171,9 @@ def _local_client(workers: int) -> Iterator[Any]:
                 n_workers=workers,
                 threads_per_worker=1,
                 processes=True,
-                dashboard_address=None,
+                # No dashboard; but its port is asked for all the same, and 8787 may be taken.
+                dashboard_address="127.0.0.1:0",
+                scheduler_kwargs={"dashboard": False},
                 memory_limit=0,
                 local_directory=space,
                 silence_logs=logging.CRITICAL,
