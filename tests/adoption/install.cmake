@@ -55,6 +55,10 @@ installed(found --component Runtime)
 expect_files("run-time component" "${found}" ${runtime})
 
 installed(found)
+list(FIND found "${PYTHON_FOLDER}/kestrane_tools/report/d3.min.js" place)
+if(PYTHON_FOLDER AND place EQUAL -1)
+  message(FATAL_ERROR "the page's d3.min.js is not installed")
+endif()
 list(FILTER found EXCLUDE REGEX "kestrane(Quality)?Targets-[a-z]+\\.cmake$")  # named after the configuration
 list(TRANSFORM found REPLACE "\\.cpython-[^/]*\\.so$" ".so")  # named after the interpreter
 list(FILTER found EXCLUDE REGEX "^${PYTHON_FOLDER}/kestrane_tools|^bin/|^share/man/|^share/bash-completion/")
