@@ -41,8 +41,8 @@ __all__ = ["watch"]
 
 # Seconds between two looks whether the batch still runs.
 _LOOK = 0.5
-# Of a log, what its last lines stand in.
-_TAIL = 8192
+# Of a log, what its last words stand in: a failed import of NumPy takes a hundred lines to say.
+_TAIL = 32768
 _LONGEST_CAUSE = 500
 # Left by an earlier run; result.json comes first, so that nothing else is ever taken for its own.
 _RESULTS = ("result.json", "table.txt", "run.npz", "report.html")
@@ -248,11 +248,11 @@ def _judged(job: Job, status: str, code: int, seconds: float) -> Outcome:
 
 
 def _said(job: Job) -> tuple[str, bool]:
-    # The last line that the child wrote, and whether any of the last ones says "no memory".
+    # The last line that the child wrote, and whether any of those before it says "no memory".
     with open(os.path.join(job.folder, "log.txt"), "rb") as log:
         log.seek(max(0, os.fstat(log.fileno()).st_size - _TAIL))
         lines = log.read().decode("utf-8", "backslashreplace").splitlines()
-    lines = [line.strip() for line in lines if line.strip()][-20:]
+    lines = [line.strip() for line in lines if line.strip()]
     last = lines[-1].removeprefix("kestrane: ") if lines else ""
     return _shortened(last), _NO_MEMORY.search("\n".join(lines)) is not None
 
