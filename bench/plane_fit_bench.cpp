@@ -70,8 +70,7 @@ bool hand_over(kestrane::RobustFit fit, Result& result) {
 
 template <RowVectors kVectors>
 bool vector_fit(const PointMatrix3& points, Result& result) {
-  return hand_over(kestrane::fit_in_band(points, kBand, kestrane::Wanted::kAll, kVectors),
-                   result);
+  return hand_over(kestrane::fit_in_band(points, kBand, kestrane::Wanted::kAll, kVectors), result);
 }
 
 // What a fit costs where none of its rejections can be decided by bounds.
