@@ -1,4 +1,4 @@
-# Configures, builds and runs the consumer as a CMake project of its own.
+# Configures, builds and runs the consumers as a CMake project of their own.
 #
 # in   CONSUMER, WORK_FOLDER, KESTRANE_FROM, COMPILER; STAGE and VERSION for a package,
 #      KESTRANE_SOURCE for sources; CONFIGURE_ONLY stops before the build; WANTED asks for another
@@ -27,4 +27,5 @@ run("${CMAKE_COMMAND}" -S "${CONSUMER}" -B "${WORK_FOLDER}" -G Ninja ${options})
 if(NOT CONFIGURE_ONLY)
   run("${CMAKE_COMMAND}" --build "${WORK_FOLDER}" -j 2)
   run("${WORK_FOLDER}/consumer" "${WORK_FOLDER}")
+  run("${WORK_FOLDER}/quality_consumer" "${WORK_FOLDER}")
 endif()

@@ -1,17 +1,22 @@
-# Compiles the consumer with a compiler and pkg-config alone, and runs it. The library lies in a
+# Compiles a consumer with a compiler and pkg-config alone, and runs it. The library lies in a
 # folder that the loader does not look at; the program is told of it when it is linked.
 #
 # in   CONSUMER, WORK_FOLDER, STAGE, LIB_FOLDER, VERSION, COMPILER, PKG_CONFIG, FLAGS (the host's
-#      own, with spaces between)
+#      own, with spaces between); MODULE (kestrane) that pkg-config is asked for and SOURCE
+#      (main.cpp) that uses it
 #
 # A host for a processor that this one is not gets compiled and linked, but cannot be run.
+if(NOT MODULE)
+  set(MODULE kestrane)
+  set(SOURCE main.cpp)
+endif()
 set(ENV{PKG_CONFIG_PATH} "${STAGE}/${LIB_FOLDER}/pkgconfig")
 unset(ENV{LD_LIBRARY_PATH})
 file(REMOVE_RECURSE "${WORK_FOLDER}")
 file(MAKE_DIRECTORY "${WORK_FOLDER}")
 
 function(ask_pkg_config variable)
-  execute_process(COMMAND "${PKG_CONFIG}" ${ARGN} kestrane
+  execute_process(COMMAND "${PKG_CONFIG}" ${ARGN} "${MODULE}"
     OUTPUT_VARIABLE text OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   set(${variable} "${text}" PARENT_SCOPE)
 endfunction()
@@ -30,7 +35,7 @@ separate_arguments(cflags UNIX_COMMAND "${cflags}")
 separate_arguments(libs UNIX_COMMAND "${libs}")
 separate_arguments(flags UNIX_COMMAND "${FLAGS}")
 execute_process(
-  COMMAND "${COMPILER}" -std=c++17 ${flags} ${cflags} "${CONSUMER}/main.cpp" ${libs}
+  COMMAND "${COMPILER}" -std=c++17 ${flags} ${cflags} "${CONSUMER}/${SOURCE}" ${libs}
     "-Wl,-rpath,${libdir}" -o "${WORK_FOLDER}/consumer"
   COMMAND_ERROR_IS_FATAL ANY)
 
