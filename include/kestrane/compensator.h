@@ -48,13 +48,13 @@ class KESTRANE_API KESTRANE_LASER_COMPENSATOR {
   /// @retval KESTRANE_ERR_INVALID_PARAM  `plane_count` is 0; nothing has changed
   _KESTRANE_STATUS set_laser_plane_param(_MRV_LASER_PLANE_BLOCK_INFOS infos);
 
-  /// Stores the extrinsic matrix; only its translation is used. A translation of zero turns planes
-  /// into values that are not numbers, which no status reports.
+  /// Stores the extrinsic matrix; only the direction of its translation is used. One of zero turns
+  /// planes into values that are not numbers, which no status reports.
   _KESTRANE_STATUS set_extrinsic_matrix(_MRV_EXTRINSIC_PARAM extrinsic);
 
   /// Stores the condition, and makes planes first to last - 1 a fan: each gets an angle in
-  /// proportion to its distance from the central plane first + (last - first) / 2. The angles of
-  /// other planes stay as they are. Precondition: 0 <= first and last <= 100.
+  /// proportion to its distance from the central plane, first + (last - first) / 2 rounded down.
+  /// The angles of other planes stay as they are. Precondition: 0 <= first and last <= 100.
   _KESTRANE_STATUS set_compensate_param(_KESTRANE_COMPENSATE_PARAM param, std::int32_t first,
                                         std::int32_t last);
 
@@ -63,8 +63,8 @@ class KESTRANE_API KESTRANE_LASER_COMPENSATOR {
   /// Cells whose a is 0.0 stay as they are. Precondition: a range inside the table.
   _KESTRANE_STATUS compensate(std::int32_t first, std::int32_t last);
 
-  /// Copies the table out into the host's memory, which needs room for all of it, and sets the
-  /// host's `plane_count`. `laser_plane_R` is the one that came in; `grids` is left alone.
+  /// Copies all rows of the table out into the host's memory, which needs room for them, and sets
+  /// the host's `plane_count`. `laser_plane_R` is the one that came in; `grids` is left alone.
   ///
   /// @retval KESTRANE_ERR_INVALID_PARAM  the host's `plane_count` is 0 on entry; nothing has
   ///                                     changed

@@ -1,5 +1,5 @@
 /// @file
-/// Marks what the shared library hands out. Everything else stays hidden.
+/// Marks what the shared libraries export. Everything else stays hidden.
 
 #pragma once
 

@@ -6,8 +6,8 @@
 ///   x, within 30 degrees of the z axis in the y-z plane.
 /// - Planes: (a, b, c) of a x + b y + c z + 1 = 0, in the scanner's measuring frame.
 /// - Order: `init`; `set_laser_type` and `set_optimize_flag`; for each plane `factory_calib` and,
-///   if wanted, `get_indicators` with the same index; at the end `get_laser_plane_infos`. Nothing
-///   checks it.
+///   if wanted, `get_indicators` with the same index; at the end `get_laser_plane_infos`. It is not
+///   checked.
 /// - Memory: the object keeps its own table; points and records are copied in and out, no host
 ///   pointer is kept. The table's block is never released, see `init`.
 /// - Threads: one object serves one thread at a time; two objects are independent. A run uses

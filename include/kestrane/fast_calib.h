@@ -11,12 +11,12 @@
 /// - Points: one list per laser plane of the range, in plane order; a point's `id` is the number of
 ///   the capture frame in which it was measured. Frames are kept or dropped as a whole; ids outside
 ///   the id range of the first list (widened to 0) are dropped.
-/// - Order: `init`, `set_laser_plane_standard`, `fast_calib`, then the getters. Nothing checks it
-///   but `fast_calib`, which wants an `init`.
+/// - Order: `init`, `set_laser_plane_standard`, `fast_calib`, then the getters. Only `fast_calib`
+///   checks it, and only whether `init` has succeeded.
 /// - Memory: the standard is copied in, no host pointer is kept. Its block (1,955,840 bytes) is
 ///   never released, see `init`.
 /// - Threads: one object serves one thread at a time, and so do two facades that share an engine.
-///   The solver uses up to six threads of its own while it runs.
+///   All work is done on the calling thread, the solver's too.
 /// - Output: each solve writes the solver's one-line report to standard output.
 ///
 /// Only the standard allocation exception leaves `fast_calib`, `calib_Rt`, `cal_residual` and
@@ -91,8 +91,8 @@ class KESTRANE_API KestraneLaserFastCalibrator {
   /// 6. KESTRANE_ERR_NULL_POINTER: `coeffs_out.opt_coeffs` is null
   /// 7. KESTRANE_ERR_INVALID_PARAM: `coeffs_in.range_count` of 20 or more
   /// 8. KESTRANE_ERR_RANGE_UNKNOWN: no range of `coeffs_in` is first_plane to last_plane
-  /// 9. KESTRANE_ERR_FIT_FAILED: a list is empty, has no plane between depth 220 and 350, or no
-  ///    frame that crosses it
+  /// 9. KESTRANE_ERR_FIT_FAILED: a list is empty, has no plane between depth 220 and 350 (one point
+  ///    there whose x is not a number is enough), or no frame that crosses it
   _KESTRANE_STATUS calib_Rt(const std::vector<std::vector<_KESTRANE_ID_POINT3D>>& frames,
                             const std::int32_t& first_plane, const std::int32_t& last_plane,
                             const double& distance, const _COMPENSATOR_COEFFS& coeffs_in,
@@ -115,10 +115,10 @@ class KESTRANE_API KestraneLaserFastCalibrator {
                     _MRV_EXTRINSIC_PARAM motion, std::vector<std::vector<double>>& residuals);
 
   /// Brings the per-corner line models of a coefficient record up to date from one corner table
-  /// that was measured at `condition`. Corners of blocks without points keep their model; the
-  /// others get a line through ten samples of the old one and the new reading, which is held within
-  /// 0.01 of what the old line predicts. Uses nothing of this object and needs no `init`. After a
-  /// standard allocation exception `result` is written in part.
+  /// that was measured at `condition`. Corners of blocks without points, of the last line and of
+  /// the last depth keep their model; the others get a line through ten samples of the old one and
+  /// the new reading, held within 0.01 of what the old line predicts. Uses nothing of this object,
+  /// needs no `init`. After a standard allocation exception `result` is written in part.
   ///
   /// @param indicators  15 x 50 per plane; a block counts as measured where its mean is not 0.0
   /// @param corners     16 x 51 per plane, for as many planes as `indicators`; only x is used

@@ -1,7 +1,7 @@
 """What a caller hands in, brought to the very form that `_core` takes.
 
 In go clouds, tables' settings and paths as people write them; out come `POINT` arrays in one piece,
-numbers in range and paths as bytes. Validation happens here, once; what is behind trusts it. A
+numbers in range and paths as bytes. Validation happens here, once; what follows trusts it. A
 `POINT` array in one piece is taken as it is, read-only or not; all else is converted once.
 """
 

@@ -1,4 +1,4 @@
-"""What the calls refuse, and what they raise: each status, each file error, each broken promise."""
+"""What the calls refuse, and what they raise: each status, each file error, each precondition."""
 
 from __future__ import annotations
 
@@ -221,7 +221,7 @@ def test_a_plane_without_coefficients_survives_its_file(tmp_path, source):
     assert not source.table_at(25).calibrated[1]
 
 
-# --- broken promises ------------------------------------------------------------------------------
+# --- violated preconditions -----------------------------------------------------------------------
 
 ANYTHING = st.one_of(
     st.none(),

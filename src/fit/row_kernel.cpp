@@ -302,8 +302,8 @@ KESTRANE_INLINE void put(const From& v, int first, To* lanes) {
   for (int l = 0; l < V::kWidth; ++l) lanes[first + l] = v[l];
 }
 
-// A chunk of 256 rows: in place, or padded where it is the cloud's last one. So the double behind a
-// chunk may be read.
+// A chunk of 256 rows: in place, or padded where it is the cloud's last one. So the double that
+// follows a chunk may be read.
 struct ChunkRows {
   alignas(32) double padded[3 * kChunkRows + 1];
 

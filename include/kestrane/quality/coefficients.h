@@ -3,9 +3,8 @@
 /// coefficients are for.
 ///
 /// - Coefficients: per corner of the fan a line (a, b, c) of a t + b x + c = 0 between the
-/// condition
-///   t and the corner's x. The corner's y and z are nominal: 16 rays, evenly in angle over 60
-///   degrees, cut at 51 depths from 150 to 1500.
+///   condition t and the corner's x. The corner's y and z are nominal: 16 rays, evenly in angle
+///   over 60 degrees, cut at 51 depths from 150 to 1500.
 /// - Corners: planes x 16 x 51 triples (x, y, z) in this order, as a factory result holds them. The
 ///   corners of a plane without a calibration are not numbers.
 /// - Errors: `std::invalid_argument` for a record or a list of another shape, and for a condition
@@ -45,8 +44,7 @@ struct TableOfCorners {
 /// @param condition  t, on the scale of the models
 ///
 /// @throws std::invalid_argument  the condition is not finite, a pointer is null, the plane count
-/// is
-///                                outside 1 to 100 or beyond that of the coefficient table, or a
+///                                is outside 1 to 100 or beyond that of the coefficient table, or a
 ///                                row is neither full (16 x 51) nor empty
 KESTRANE_API DeviceCorners corners_at(const _COMPENSATOR_COEFFS& record, double condition);
 

@@ -57,8 +57,8 @@ struct Difference {
 ///
 /// Two tables without a common block in the volume are a refusal.
 ///
-/// The bounds of the blocks may differ by the digits that a table file does not keep; those of a
-/// count.
+/// The bounds of the blocks may differ by the digits that a table file does not keep; a's bounds
+/// are the ones used.
 ///
 /// @throws std::invalid_argument  different numbers of planes, or different bounds of the blocks
 KESTRANE_API Difference compare(const PlaneTable& a, const PlaneTable& b,

@@ -4,8 +4,7 @@
 ///
 /// - Units and frames: those of records.h; lengths in the unit of the points, shares 0 to 1.
 /// - Residual: of a point in the block that a host looks up for it, signed, + at larger x. A point
-/// is
-///   valid where it is finite, inside the depth band of the fit, and its block has a plane.
+///   is valid where it is finite, inside the depth band of the fit, and its block has a plane.
 ///   Outliers (more than 4 sigma from the plane's median) are left out of all figures but their own
 ///   share and the medians of the poses.
 /// - Not determined: such a figure is not a number.
@@ -13,10 +12,10 @@
 ///   of an even number of values is the mean of the middle two.
 /// - Memory: the result owns all of it; clouds are only read. Beyond the job's own memory and the
 ///   result, a call takes less than twice the cloud of the plane that is worked on. An engine of
-///   the job leaves 1,950,976 bytes of address space behind for the life of the process, of which
-///   about 20,000 are ever touched here. A host that calibrates often keeps one engine and hands it
-///   in: nothing is left behind then.
-/// - Output: the job's report of a failed cell is its only line; none is written here.
+///   the job keeps 1,950,976 bytes of address space for the life of the process, of which about
+///   20,000 are ever touched here. A host that calibrates often keeps one engine and hands it in: a
+///   call then keeps nothing.
+/// - Output: none of its own; the job writes a line for a cell whose fit failed.
 /// - Threads: a call works on the calling thread, or on as many threads as it is handed engines;
 ///   calls in several threads are independent.
 
@@ -175,8 +174,8 @@ using PlaneDone = std::function<void(std::int32_t plane, _KESTRANE_STATUS status
 /// Calibrates a device and measures what came out.
 ///
 /// A plane fails alone: where its cloud is empty, refused by the screening or refused by the job,
-/// its row is empty, its status and reason tell why, and the others are as they would be. Only
-/// where no plane is left the whole is refused.
+/// its row is empty, its status and reason tell why, and the other planes are not affected. The
+/// whole is refused only if no plane is left.
 ///
 /// @param clouds    one per plane, in plane order; an empty one is a gap
 /// @param settings  see there
@@ -190,7 +189,7 @@ KESTRANE_API FactoryResult calibrate_factory(const std::vector<_KESTRANE_ID_POIN
                                              const FactorySettings& settings = {},
                                              const PlaneDone& on_plane = {});
 
-/// The same with the host's own engine, after its `init`: nothing is left behind. Its laser type,
+/// The same with the host's own engine, after its `init`: no other block is kept. Its laser type,
 /// its optimise flag and its first row are those of this call afterwards. One engine serves one
 /// thread at a time.
 KESTRANE_API FactoryResult calibrate_factory(KESTRANE_LASER_FAC_CALIB& engine,

@@ -16,9 +16,9 @@
 ///   sigma is one standard deviation.
 /// - Not a number: every figure that the points do not determine.
 /// - Output: the job writes the solver's two lines to standard output.
-/// - Memory: an engine of the job leaves 1,955,840 bytes of address space behind for the life of
-///   the process, of which about 540,000 are touched with 8 planes and all with 100. A host that
-///   calibrates often keeps one engine and hands it in: nothing is left behind then.
+/// - Memory: an engine of the job keeps 1,955,840 bytes of address space for the life of the
+///   process, of which about 540,000 are touched with 8 planes and all with 100. A host that
+///   calibrates often keeps one engine and hands it in: a call then keeps nothing.
 
 #pragma once
 
@@ -151,8 +151,9 @@ struct FieldResult {
 
 /// Screens the frames, runs the job and measures its outcome.
 ///
-/// table   the standard; only read
-/// frames  list i for plane `settings.first_plane` + i; only read
+/// @param table     the standard; only read
+/// @param frames    list i for plane `settings.first_plane` + i; only read
+/// @param settings  see there
 ///
 /// A refusal (a plane without points or without a table, nothing near the table, no usable
 /// solution) is a result and not an exception. The same input gives the same bits.
@@ -163,7 +164,7 @@ KESTRANE_API FieldResult calibrate_field(const PlaneTable& table,
                                          const std::vector<PointList>& frames,
                                          const FieldSettings& settings = {});
 
-/// The same with the host's own engine, after its `init`: nothing is left behind. The engine's
+/// The same with the host's own engine, after its `init`: no other block is kept. The engine's
 /// standard, transform and indicators are those of this call afterwards (after a refusal, perhaps
 /// still those from before). One engine serves one thread at a time.
 ///

@@ -67,7 +67,7 @@ struct Finding {
   Level level = Level::kOk;     ///< how much it matters
   std::string id;               ///< which row of the table above
   std::string text;             ///< what, where (at most six planes), how much, what to do
-  std::vector<Figure> figures;  ///< the numbers behind the text
+  std::vector<Figure> figures;  ///< the numbers that the text is made of
 
   /// The figure of that name; not a number where there is none.
   KESTRANE_API double figure(const std::string& name) const;

@@ -7,8 +7,8 @@
 ///   value: a copy shares nothing with its original.
 /// - Empty: a cell has no plane where all three coefficients are below 2.2e-16 in size, where a is
 ///   0, or where a coefficient is not finite. Every look-up treats such a cell as not there.
-/// - Threads: reading one table in several threads is safe, `record()` of a constant table
-/// included.
+/// - Threads: reading one table in several threads is safe, which includes `record()` of a constant
+///   table.
 
 #pragma once
 

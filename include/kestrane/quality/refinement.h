@@ -99,7 +99,7 @@ struct RefinedPlane {
 };
 
 /// Refines one plane from all of its points; it rejects by itself what does not belong to the
-/// sheet, so it wants the cloud as measured, not a screened one.
+/// sheet, so hand in the cloud as measured, not a screened one.
 ///
 /// Refused are fewer than 20 usable points, points nearly on one line in (y, z), as those of a
 /// single frame are, a plane through the origin, and points that fix no surface.

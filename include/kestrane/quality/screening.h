@@ -74,8 +74,8 @@ struct PlaneAccount {
 };
 
 /// The sheet x = p(y, z) against which gross outliers were judged:
-/// x = c[0] + c[1] u + c[2] v + c[3] u^2 + c[4] u v + c[5] v^2, u = (y - y0) / ys, v = (z - z0) /
-/// zs.
+/// x = c[0] + c[1] u + c[2] v + c[3] u^2 + c[4] u v + c[5] v^2
+/// with u = (y - y0) / ys and v = (z - z0) / zs.
 struct ScreeningSheet {
   std::int32_t degree = -1;      ///< 2, 1, or -1 where the points fix none: nothing was gross then
   std::array<double, 6> c = {};  ///< coefficients, in the unit of x

@@ -2,17 +2,16 @@
 /// Saving and reading of both calibration files without surprises.
 ///
 /// - Formats: those of files.h. Neither has a checksum: a flipped digit that leaves a number is
-/// read
-///   as that number.
+///   read as that number.
 /// - Saving: a new file is written beside the target, synced, read back, compared (a table to the
 ///   six digits that its format has, coefficients to the bit) and renamed onto the target, and the
 ///   folder is synced. Whoever looks sees the old file or the new one, each whole, also after a
 ///   crash between any two steps; after any failure the old file is as it was. A process that is
-///   killed may leave a file `<name>.new-...` or `<name>.old-...` beside the target. A link is
-///   followed. The new file has the permissions of the old one, but not its other hard links.
+///   killed may leave a file `<name>.new-...` or `<name>.old-...` beside the target. Symbolic links
+///   are followed. The new file has the permissions of the old one, but not its other hard links.
 /// - Reading: a file that is cut, goes on after its end, has counts that are not those of a full or
 ///   an empty row, or numbers that are not finite is refused: "cut after plane 3, line 7" names the
-///   last plane and line that are whole. Planes and lines count from 0.
+///   last plane and line that are complete. Planes and lines count from 0.
 /// - Errors: `FileError` with path and reason; `std::invalid_argument` for a table or a record that
 ///   no file can hold, before a file is touched; `std::bad_alloc`.
 /// - Threads: calls share nothing; of two that save the same path one wins as a whole.
@@ -54,9 +53,8 @@ KESTRANE_API PlaneTable read_table(const std::string& path);
 /// Saves a coefficient record.
 ///
 /// @throws std::invalid_argument  a pointer is null, the plane count is outside 1 to 100 or not
-/// that
-///                                of the coefficient table, a row is neither full (16 x 51) nor
-///                                empty, there are more than 20 ranges or less than none, or a
+///                                that of the coefficient table, a row is neither full (16 x 51)
+///                                nor empty, there are more than 20 ranges or less than none, or a
 ///                                number is not finite
 /// @throws FileError              the file could not be written; the old one is intact
 KESTRANE_API void save_coefficients(const _COMPENSATOR_COEFFS& record, const std::string& path);
