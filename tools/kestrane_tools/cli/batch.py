@@ -69,6 +69,7 @@ def command(
     from kestrane_tools.batch.plan import read_plan
     from kestrane_tools.cli.console import Summary
     from kestrane_tools.cli.files import make_folder
+    from kestrane_tools.cli.words import counted
 
     if plan_path is None and not patterns:
         raise click.UsageError("a plan or --glob is needed: which devices?")
@@ -82,7 +83,7 @@ def command(
         shown = Summary(not ctx.obj["quiet"] and json_target != "-")
         at_once = workers or len(os.sched_getaffinity(0))
         engine = _engine(at_once, address)
-        shown.line(f"{len(plan.jobs):,} devices   {engine}")
+        shown.line(f"{counted(len(plan.jobs), 'device')}   {engine}")
         orders = orders_of(plan, folder, **limits)
         outcomes = _outcomes(plan, orders, folder, at_once, address)
         return _Overview(output, outcomes, engine).tell(shown, json_target)

@@ -59,7 +59,7 @@ class Options:
               help="The refined table becomes table.txt. Not with --optimise.")  # fmt: skip
 @click.option("--raw", is_flag=True, help="No screening: the job gets every point as it is.")
 @click.option("--coefficients", metavar="OLD", type=options.FILE,
-              help="Bring these coefficients up to date; with --condition.")  # fmt: skip
+              help="Bring these up to date in DIR/coefficients.bin; with --condition.")  # fmt: skip
 @click.option("--condition", metavar="T", type=options.NUMBER,
               help="The condition, mostly a temperature, of this run.")  # fmt: skip
 @click.option("--compare", metavar="TABLE", type=options.FILE,
@@ -237,12 +237,13 @@ class _Run:
         for page in pages:
             with saving(page):
                 write_page(run, page)
+        others = [os.path.join(folder, str(item["name"])) for item in outputs[1:]]
         outcome = self._outcome(result, judgement, outputs)
         self._deliver(outcome)
         self._tell(result, judgement, failed)
         self.shown.line(
             f"{table_path} (rounded to 6 digits: x within {saved.largest_move:.2g})  "
-            f"{'  '.join([run_path, *pages])}"
+            f"{'  '.join([*others, run_path, *pages])}"
         )
         return Status.FOUND if judgement.worst == "bad" else Status.DONE
 

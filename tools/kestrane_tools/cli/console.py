@@ -18,7 +18,7 @@ if TYPE_CHECKING:
     import kestrane
     from rich.console import Console
 
-_HEADLINES = ("residuals", "field_motion", "direction")
+_HEADLINES = ("residuals", "field_motion", "direction", "drift")
 # The finding in which each limit is held.
 _JUDGED = {
     "rms": "residuals",

@@ -220,7 +220,7 @@ def test_compare_tells_how_far_the_device_is_from_a_table(kestrane, device, tmp_
     a = package.calibrate_factory(package.clouds.read(device / "factory.npz")).table
     b = package.calibrate_factory(package.clouds.read(tmp_path / "other.npz")).table
     assert told["difference"]["rms"] == package.compare(a, b).rms > 0.0
-    assert finding(told, "drift")
+    assert finding(told, "drift")["text"] in done.stdout
     assert run_file.read(tmp_path / "d/run.npz").difference.rms == told["difference"]["rms"]
 
 
@@ -237,6 +237,7 @@ def test_coefficients_are_brought_up_to_date(kestrane, device, tmp_path):
     expected = package.jobs.update_coefficients(result, 31.0, old)
     assert package.Coefficients.read(tmp_path / "d/coefficients.bin") == expected
     assert [o["name"] for o in result_of(tmp_path / "d")["outputs"]] == ["table.txt", "coefficients.bin"]
+    assert "d/coefficients.bin  d/run.npz" in done.stdout
 
 
 def test_several_files_are_one_device(kestrane, device, tmp_path):
