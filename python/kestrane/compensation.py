@@ -55,8 +55,8 @@ def compensate(
         As calibrated; only read.
     condition : Condition
     extrinsic_t : (3,) real
-        Translation of the extrinsic matrix, in the unit of the table. One of zero gives planes that
-        are not numbers.
+        Translation of the extrinsic matrix, of which only the direction counts. One of zero gives
+        planes that are not numbers.
     first, last : int
         The range, `last` not included; by default all planes.
 

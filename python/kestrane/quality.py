@@ -681,8 +681,8 @@ def calibrate_factory(
 ) -> FactoryQuality:
     """Screen the clouds of a device, calibrate it plane by plane and measure what came out.
 
-    A plane fails alone: its row is empty, its status and reason tell why, and the others are as they
-    would be. Only where no plane is left the whole is refused.
+    A plane fails alone: its row is empty, its status and reason tell why, and the other planes are not
+    affected. The whole is refused only if no plane is left.
 
     Parameters
     ----------

@@ -88,7 +88,7 @@ TEST_P(FactoryStack, IsSmall) {
   ASSERT_EQ(calibrator.set_optimize_flag(GetParam()), KESTRANE_OK);
   expect_stack("init", 8 * kKiB, [&] { EXPECT_EQ(calibrator.init(), KESTRANE_OK); });
   expect_stack(
-      GetParam() == KESTRANE_OPTIM_ON ? "factory_calib, optimised" : "factory_calib", 64 * kKiB,
+      GetParam() == KESTRANE_OPTIM_ON ? "factory_calib, optimised" : "factory_calib", 32 * kKiB,
       [&] { EXPECT_EQ(calibrator.factory_calib(0, simulation::record_of(cloud)), KESTRANE_OK); });
   expect_stack("get_indicators", 8 * kKiB,
                [&] { EXPECT_EQ(calibrator.get_indicators(0, indicators, corners), KESTRANE_OK); });
