@@ -9,6 +9,7 @@
 #include "kestrane/fast_calib.h"
 #include "kestrane/quality/factory.h"
 #include "kestrane/quality/field.h"
+#include "kestrane/quality/refinement.h"
 #include "kestrane/quality/screening.h"
 #include "quality/factory/plane_figures.h"
 #include "simulation/scanner.h"
@@ -131,6 +132,25 @@ void CalibrateDevice(benchmark::State& state) {
   state.counters["rms"] = rms;
 }
 BENCHMARK(CalibrateDevice)->ArgName("repeatability")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+void RefinePlane(benchmark::State& state) {
+  const simulation::Cloud cloud = bench_cloud(static_cast<int>(state.range(0)), 0.0);
+  double rms = 0.0;
+  for (auto _ : state) rms = kestrane::quality::refine_plane(cloud.points).cross_validated_rms;
+  per_point(state, state.range(0));
+  state.counters["rms"] = rms;
+}
+BENCHMARK(RefinePlane)->ArgName("points")->Arg(20000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// On two threads; the processor's time is that of both.
+void RefineDevice(benchmark::State& state) {
+  const auto few = device_clouds();
+  std::vector<kestrane::quality::PointList> clouds;
+  for (std::size_t p = 0; p < kDevicePlanes; ++p) clouds.push_back(few[p % few.size()]);
+  for (auto _ : state) benchmark::DoNotOptimize(kestrane::quality::refine(clouds, {}, 2));
+  per_point(state, kDevicePlanes * kDevicePoints);
+}
+BENCHMARK(RefineDevice)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 
 // A device in the field: its stored table, and frames measured since it was knocked.
 struct FieldScene {
