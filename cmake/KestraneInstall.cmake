@@ -48,6 +48,8 @@ install(FILES "${_work_folder}/kestrane.pc" DESTINATION "${_pc_folder}" COMPONEN
 install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Runtime)
 install(FILES README.md CHANGELOG.md
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Development)
+install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Development
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
 
 # The example programs with what they simulate their devices by; see examples/CMakeLists.txt.
 install(DIRECTORY examples/ simulation

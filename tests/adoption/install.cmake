@@ -42,6 +42,8 @@ endfunction()
 source_files(headers include include)
 source_files(examples examples "${DOC_FOLDER}/examples")
 source_files(simulation simulation "${DOC_FOLDER}/examples/simulation")
+source_files(documents docs "${DOC_FOLDER}/docs")
+list(FILTER documents EXCLUDE REGEX "Doxyfile$")
 set(python)
 if(PYTHON_FOLDER)
   source_files(python python/kestrane "${PYTHON_FOLDER}/kestrane")
@@ -62,7 +64,7 @@ endif()
 list(FILTER found EXCLUDE REGEX "kestrane(Quality)?Targets-[a-z]+\\.cmake$")  # named after the configuration
 list(TRANSFORM found REPLACE "\\.cpython-[^/]*\\.so$" ".so")  # named after the interpreter
 list(FILTER found EXCLUDE REGEX "^${PYTHON_FOLDER}/kestrane_tools|^bin/|^share/man/|^share/bash-completion/")
-expect_files("everything" "${found}" ${runtime} ${headers} ${examples} ${simulation} ${python}
+expect_files("everything" "${found}" ${runtime} ${headers} ${documents} ${examples} ${simulation} ${python}
   "${LIB_FOLDER}/libkestrane.so"
   "${LIB_FOLDER}/libkestrane-quality.so"
   "${LIB_FOLDER}/libkestrane-quality.so.${SOVERSION}"
