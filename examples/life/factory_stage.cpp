@@ -119,7 +119,7 @@ void report_factory(Life& life, const FactoryResult& plain_run,
   life.seen.table_error = life.options.optimise ? optimised.rms() : plain.rms();
 }
 
-// The refined table of the same points, which the device does not keep: the jobs that follow shall
+// The refined table of the same points, which the device does not keep: the jobs that follow are to
 // show what the factory job's own table gives them.
 void report_refinement(Life& life) {
   const kestrane::quality::RefinedDevice& refined = life.factory.refined;
@@ -136,8 +136,8 @@ void report_refinement(Life& life) {
   if (planes == 0) return;
   const bool within = error.rms() <= kRefinedBound;
   std::printf(
-      "  Refined from the same points, the table comes to rms %.4f, largest %.4f%s. It foretells\n"
-      "  %.4f on frames that it has not seen, which is their noise and little else.\n",
+      "  Refined from the same points, the table comes to rms %.4f, largest %.4f%s. On frames\n"
+      "  that it has not seen it expects an error of %.4f, hardly more than their noise.\n",
       error.rms(), error.largest, judged(life, within), std::sqrt(expected / planes));
 }
 

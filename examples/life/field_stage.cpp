@@ -172,7 +172,7 @@ bool recalibrate(Life& life, const FieldData& data) {
     ++life.troubles;
     return false;
   }
-  std::printf("  (above, in the library's own words: the report of its solver, once per solve)\n");
+  std::printf("  (above, from the library itself: the report of its solver, one line per solve)\n");
   std::printf("  displaced on purpose %d frames\n", data.bad_frames);
   report_use(field);
   report_directions(field);
