@@ -117,14 +117,11 @@ void write_table(const std::string& name, const PlaneTable& table) {
   write(name + ".whole", whole);
 }
 
-// The table that the plain job makes of the clouds.
-PlaneTable calibrate(const std::vector<PointList>& clouds, bool optimise) {
-  KESTRANE_LASER_FAC_CALIB job;
-  require(job.init(), "init");
-  require(job.set_optimize_flag(optimise ? KESTRANE_OPTIM_ON : KESTRANE_OPTIM_OFF), "flag");
+// Every cloud through the job, and what it hands out for each; returns how many they are.
+std::int32_t calibrate_all(KESTRANE_LASER_FAC_CALIB& job, const std::vector<PointList>& clouds,
+                           LASER_PLANE_INDICATOR_MANAGER& indicators,
+                           LASER_PLANE_GRID_CORNERS_MANAGER& corners) {
   const auto planes = static_cast<std::int32_t>(clouds.size());
-  LASER_PLANE_INDICATOR_MANAGER indicators;
-  LASER_PLANE_GRID_CORNERS_MANAGER corners;
   require(indicators.init(planes), "indicators");
   require(corners.init(planes), "corners");
   const auto records = clouds_of(clouds);
@@ -132,6 +129,17 @@ PlaneTable calibrate(const std::vector<PointList>& clouds, bool optimise) {
     require(job.factory_calib(p, records[static_cast<std::size_t>(p)]), "factory_calib");
     require(job.get_indicators(p, indicators, corners), "get_indicators");
   }
+  return planes;
+}
+
+// The table that the plain job makes of the clouds.
+PlaneTable calibrate(const std::vector<PointList>& clouds, bool optimise) {
+  KESTRANE_LASER_FAC_CALIB job;
+  require(job.init(), "init");
+  require(job.set_optimize_flag(optimise ? KESTRANE_OPTIM_ON : KESTRANE_OPTIM_OFF), "flag");
+  LASER_PLANE_INDICATOR_MANAGER indicators;
+  LASER_PLANE_GRID_CORNERS_MANAGER corners;
+  const std::int32_t planes = calibrate_all(job, clouds, indicators, corners);
   PlaneTable table(planes);
   _MRV_LASER_PLANE_BLOCK_INFOS record = table.record();
   require(job.get_laser_plane_infos(record), "get_laser_plane_infos");
@@ -235,19 +243,11 @@ void compensation() {
 }
 
 void coefficients() {
-  const std::vector<PointList> clouds = read_lists("cloud");
-  const auto planes = static_cast<std::int32_t>(clouds.size());
   KESTRANE_LASER_FAC_CALIB job;
   require(job.init(), "init");
   LASER_PLANE_INDICATOR_MANAGER indicators;
   LASER_PLANE_GRID_CORNERS_MANAGER corners;
-  require(indicators.init(planes), "indicators");
-  require(corners.init(planes), "corners");
-  const auto records = clouds_of(clouds);
-  for (std::int32_t p = 0; p < planes; ++p) {
-    require(job.factory_calib(p, records[static_cast<std::size_t>(p)]), "factory_calib");
-    require(job.get_indicators(p, indicators, corners), "get_indicators");
-  }
+  const std::int32_t planes = calibrate_all(job, read_lists("cloud"), indicators, corners);
   LASER_COMPENSATOR_COEFFS_MANAGER source;
   LASER_COMPENSATOR_COEFFS_MANAGER result;
   _COMPENSATOR_COEFFS* record = nullptr;
