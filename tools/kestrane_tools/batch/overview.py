@@ -16,7 +16,6 @@ from pathlib import Path
 from typing import Any
 from urllib.parse import quote
 
-import jinja2
 from markupsafe import Markup
 
 from kestrane_tools import report
@@ -33,7 +32,7 @@ from kestrane_tools.batch.job import (
 )
 from kestrane_tools.cli.words import length
 from kestrane_tools.files import write_bytes
-from kestrane_tools.report.render import POLICY
+from kestrane_tools.report.render import POLICY, template
 
 __all__ = ["counted", "ranked", "write_index", "write_summary"]
 
@@ -95,14 +94,7 @@ def write_index(path: str, outcomes: Sequence[Outcome], about: dict[str, str]) -
     FileOpenError
         The file could not be written.
     """
-    environment = jinja2.Environment(
-        loader=jinja2.FileSystemLoader(_FOLDER),
-        autoescape=True,
-        undefined=jinja2.StrictUndefined,
-        trim_blocks=True,
-        lstrip_blocks=True,
-    )
-    page = environment.get_template("index.html.j2").render(
+    page = template(_FOLDER, "index.html.j2").render(
         about=about,
         counts=counted(outcomes),
         good=OK,

@@ -24,7 +24,7 @@ from kestrane_tools.report.model import SCHEMA, model_of, unit_of, volume_of
 from kestrane_tools.results import difference_part, findings_of, judged, table_of
 from kestrane_tools.run_file import Run
 
-__all__ = ["joined", "judged_anew", "page_of", "read_page", "write_page"]
+__all__ = ["POLICY", "joined", "judged_anew", "page_of", "read_page", "template", "write_page"]
 
 POLICY = "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; img-src data:"
 
@@ -68,20 +68,25 @@ def page_of(run: Run, *, limits: Any = None, compare: Any = None) -> str:
         run = joined(run, compare)
     if limits is not None or compare is not None:
         run = judged_anew(run, limits)
+    with np.errstate(all="ignore"):  # figures may be infinite or none; a page shows them as none
+        return _filled(run)
+
+
+def template(folder: Path, name: str) -> jinja2.Template:
+    """A page's template, which escapes all text and refuses a name that it is not given."""
     environment = jinja2.Environment(
-        loader=jinja2.FileSystemLoader(_FOLDER),
+        loader=jinja2.FileSystemLoader(folder),
         autoescape=True,
         undefined=jinja2.StrictUndefined,
         trim_blocks=True,
         lstrip_blocks=True,
     )
-    with np.errstate(all="ignore"):  # figures may be infinite or none; a page shows them as none
-        return _filled(run, environment)
+    return environment.get_template(name)
 
 
-def _filled(run: Run, environment: jinja2.Environment) -> str:
+def _filled(run: Run) -> str:
     model = model_of(run)
-    return environment.get_template("report.html.j2").render(
+    return template(_FOLDER, "report.html.j2").render(
         run=run,
         maps=model.get("maps", []),
         words=words,
