@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 jobs=${JOBS:-$(nproc)}
 fuzz_seconds=${FUZZ_SECONDS:-15}
 logs=build/check
-steps=(format cppcheck tidy types asan coverage python threads memory fuzz abi)
+steps=(format lint cppcheck tidy types asan coverage python threads memory fuzz abi)
 
 sources() { git ls-files "${@/%//*.cpp}"; }
 
@@ -23,6 +23,15 @@ build() { # preset target...
 # Every source looks as the formatter leaves it.
 step_format() {
   git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
+}
+
+# The Python sources and the page's script, by .flake8, .pylintrc and tools/.eslintrc.json. Debian's
+# eslint finds its parts by itself with Debian's node alone.
+step_lint() {
+  git ls-files '*.py' | xargs flake8
+  git ls-files '*.js' | NODE_PATH=/usr/share/nodejs xargs eslint --format unix --max-warnings 0
+  git ls-files python/kestrane tools/kestrane_tools tools/man_pages.py scripts cmake | grep '\.py$' |
+    xargs pylint
 }
 
 # Tests are left out: cppcheck does not follow the macros of their framework.

@@ -28,7 +28,12 @@ for group in "$@"; do
       ;;
     browser) packages+=(chromium chromium-driver fonts-dejavu-core python3-selenium) ;;
     fuzz) packages+=(clang libclang-rt-dev) ;;
-    check) packages+=(git clang-format clang-tidy cppcheck valgrind libc6-dbg python3 python3-mypy) ;;
+    check)
+      packages+=(
+        git clang-format clang-tidy cppcheck valgrind libc6-dbg python3 python3-mypy flake8 pylint
+        python3-flake8-comprehensions eslint
+      )
+      ;;
     docs) packages+=(doxygen) ;;
     package) packages+=(git debhelper dh-python dpkg-dev fakeroot lintian) ;;
     abi) packages+=(abigail-tools) ;;

@@ -1,8 +1,8 @@
 """Calibration and compensation of a laser-line 3D scanner, over NumPy.
 
 A device throws up to 100 sheets of laser light. The factory calibration makes a table of 15 x 50
-local planes for each sheet from points that were measured on it; the field calibration finds how the
-device has moved since; the compensation brings the table to the present temperature.
+local planes for each sheet from points that were measured on it; the field calibration finds how
+the device has moved since; the compensation brings the table to the present temperature.
 
     >>> import numpy as np
     >>> import kestrane
@@ -21,8 +21,8 @@ Points
 The safe forms, which most callers want
     `calibrate_factory`, `calibrate_field`, `refine` screen what goes in and measure what comes out.
     Their results are frozen dataclasses of arrays; `judge` says in words what has to be known of
-    them, `compare` tells two tables apart. `screen_cloud` and `screen_frames` are the screens alone.
-    Bad measurements raise nothing: they are a refusal in the result, or a finding.
+    them, `compare` tells two tables apart. `screen_cloud` and `screen_frames` are the screens
+    alone. Bad measurements raise nothing: they are a refusal in the result, or a finding.
 
 The jobs
     `jobs` holds the four jobs as they are, without screening and without judgement: a plane that
@@ -34,14 +34,14 @@ Tables and coefficients
 
 Errors
     What a caller got wrong is a `ValueError`. What a job could not do is a `KestraneError`, one
-    class for each status of the library. A file is a `FileOpenError` (an `OSError`) where the system
-    refused it, and a `DamagedFile` (a `ValueError`) where what it holds is wrong.
+    class for each status of the library. A file is a `FileOpenError` (an `OSError`) where the
+    system refused it, and a `DamagedFile` (a `ValueError`) where what it holds is wrong.
 
 Units and threads
     Nothing is converted: lengths have the unit of the points, which fixed depths expect to be
     millimetres; angles are radians. All long calls run without the interpreter's lock, and planes
-    are worked on side by side; results are equal to the bit whatever the number of threads. Ctrl-C is
-    served between planes. No call changes an array that it is given.
+    are worked on side by side; results are equal to the bit whatever the number of threads. Ctrl-C
+    is served between planes. No call changes an array that it is given.
 """
 
 from __future__ import annotations

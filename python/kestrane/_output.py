@@ -21,8 +21,8 @@ __all__ = ["replacing"]
 def replacing(path: str | os.PathLike[str]) -> Iterator[BinaryIO]:
     """Open a file for writing that takes the place of `path` at the end of the block.
 
-    A target that is not a regular file (a pipe, a terminal, a device) is written to directly. A symbolic link
-    stays one: the file that it points to is replaced.
+    A target that is not a regular file (a pipe, a terminal, a device) is written to directly. A
+    symbolic link stays one: the file that it points to is replaced.
 
     Raises
     ------
@@ -56,7 +56,7 @@ def _beside(target: str) -> Iterator[BinaryIO]:
         beside = os.path.join(folder, f".{base[:200]}.{os.getpid()}.{attempt}.part")
         try:
             # x: fails where the file is there; 0666 less the mask, as every program's files
-            file = open(beside, "xb")  # noqa: SIM115 - closed below, before the rename
+            file = open(beside, "xb")  # closed below, before the rename
             break
         except FileExistsError:
             continue
@@ -76,7 +76,8 @@ def _beside(target: str) -> Iterator[BinaryIO]:
 
 
 def _sync_folder(folder: str) -> None:
-    # Some file systems know no sync of a folder; the file itself is safe then, its name perhaps not.
+    # Some file systems know no sync of a folder; the file itself is safe then, its name perhaps
+    # not.
     with contextlib.suppress(OSError):
         descriptor = os.open(folder, os.O_RDONLY | os.O_DIRECTORY)
         try:

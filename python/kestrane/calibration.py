@@ -45,8 +45,8 @@ class JobSettings:
 class FactoryResult:
     """What a factory calibration leaves; P is the number of planes.
 
-    A plane that failed has an empty row in the table (all 0), NaN in indicators and corners, and its
-    status.
+    A plane that failed has an empty row in the table (all 0), NaN in indicators and corners, and
+    its status.
     """
 
     table: PlaneTable
@@ -86,7 +86,9 @@ class FieldResult:
     """Half of their mean absolute deviation."""
 
     def __repr__(self) -> str:
-        return f"<{type(self).__name__}: t {self.t.round(4).tolist()}, mean distance {self.mean:.4g}>"
+        return (
+            f"<{type(self).__name__}: t {self.t.round(4).tolist()}, mean distance {self.mean:.4g}>"
+        )
 
 
 def factory_calibrate(

@@ -105,7 +105,9 @@ class Coefficients:
     def x_at(self, t: SupportsFloat) -> Floats:
         """x of every corner at condition t, -(a t + c) / b: (P, 16, 51) float64."""
         with np.errstate(divide="ignore", invalid="ignore"):
-            xs: Floats = -(self.models[..., 0] * float(t) + self.models[..., 2]) / self.models[..., 1]
+            xs: Floats = (
+                -(self.models[..., 0] * float(t) + self.models[..., 2]) / self.models[..., 1]
+            )
         return xs
 
     def slope(self) -> Floats:
@@ -127,9 +129,7 @@ class Coefficients:
 
     def copy(self) -> Coefficients:
         """Coefficients that share nothing with these."""
-        return Coefficients(
-            self.models.copy(), self.ranges.copy(), self.factory_to_user.copy()
-        )
+        return Coefficients(self.models.copy(), self.ranges.copy(), self.factory_to_user.copy())
 
     def __eq__(self, other: object) -> bool:
         """All numbers equal to the bit; NaN equals NaN."""
@@ -182,7 +182,10 @@ def update_coefficients(
     if not isinstance(source, Coefficients):
         raise ValueError(f"source: Coefficients expected, got {type(source).__name__}")
     found = _core.update_coefficients(
-        np.ascontiguousarray(result.indicators), np.ascontiguousarray(result.corners), float(condition), source
+        np.ascontiguousarray(result.indicators),
+        np.ascontiguousarray(result.corners),
+        float(condition),
+        source,
     )
     return Coefficients(**found)
 
@@ -249,7 +252,12 @@ def _ranges(ranges: ArrayLike | None) -> NDArray[np.int32]:
     array = np.asarray(ranges)
     if array.size == 0:
         return np.empty((0, 2), np.int32)
-    if array.ndim != 2 or array.shape[1] != 2 or array.shape[0] > 20 or array.dtype.kind not in "iu":
+    if (
+        array.ndim != 2
+        or array.shape[1] != 2
+        or array.shape[0] > 20
+        or array.dtype.kind not in "iu"
+    ):
         raise ValueError(f"ranges: (R, 2) whole numbers, at most 20, expected, got {array.shape}")
     if array.min() < 0 or array.max() >= MOST_PLANES:
         raise ValueError(f"ranges: planes 0 to {MOST_PLANES - 1}")

@@ -196,9 +196,7 @@ _KINDS: tuple[type[KestraneError], ...] = (
 )
 
 _CLASS_OF_STATUS: dict[int, type[KestraneError]] = {
-    kind.default_status: kind
-    for kind in _KINDS
-    if kind.default_status is not None
+    kind.default_status: kind for kind in _KINDS if kind.default_status is not None
 }
 
 _WHAT_IT_TELLS = {

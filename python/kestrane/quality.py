@@ -664,7 +664,7 @@ class Judgement:
         """The level of the worst finding; "ok" without findings."""
         return self.findings[0].level if self.findings else "ok"
 
-    def find(self, id: str) -> Finding | None:
+    def find(self, id: str) -> Finding | None:  # pylint: disable=redefined-builtin # as its field
         """The finding of that id; None where there is none."""
         return next((finding for finding in self.findings if finding.id == id), None)
 
@@ -970,11 +970,11 @@ def _check_setting(name: str, value: Any, default: Any) -> None:
 
 def _checked_factory(settings: FactorySettings) -> FactorySettings:
     try:
-        refine = Refine(settings.refine)
+        wanted = Refine(settings.refine)
     except ValueError:
         raise ValueError(f"refine: a Refine expected, got {settings.refine!r}") from None
     volume = None if settings.volume is None else _settings(WorkingVolume, settings.volume)
-    return replace(settings, refine=refine, volume=volume)
+    return replace(settings, refine=wanted, volume=volume)
 
 
 def _limits(limits: Limits | Mapping[str, float] | None) -> Limits:

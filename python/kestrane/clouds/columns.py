@@ -185,9 +185,7 @@ def rows_by_plane(planes: NDArray[np.int32]) -> dict[int, Any]:
 _BLOCK = 1 << 14
 
 
-def _records(
-    part: Part, rows: Any, frames: NDArray[np.int32] | None, unit: float
-) -> NDArray[Any]:
+def _records(part: Part, rows: Any, frames: NDArray[np.int32] | None, unit: float) -> NDArray[Any]:
     columns = part.columns
     begin, end = (0, columns["x"].size) if isinstance(rows, slice) else (0, rows.size)
     if isinstance(rows, slice):

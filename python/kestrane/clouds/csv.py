@@ -1,10 +1,11 @@
 """CSV and other text: one point per line, names of the columns in a header line or from the caller.
 
 Fields are separated by a comma, a semicolon, a tab or blanks, as the header (without one, the first
-row) shows. What follows a # is a comment, and so are lines that begin with // ahead of the first row;
-one of these may hold the names. `nan` in x is a dropped point. A comment ``# points 1200`` ahead of the header is a count that
-the file is held against: the format itself has none, so a file that is cut exactly at the end of a
-line can only be told from a whole one by it. `write` begins with it.
+row) shows. What follows a # is a comment, and so are lines that begin with // ahead of the first
+row; one of these may hold the names. `nan` in x is a dropped point. A comment ``# points 1200``
+ahead of the header is a count that the file is held against: the format itself has none, so a file
+that is cut exactly at the end of a line can only be told from a whole one by it. `write` begins
+with it.
 """
 
 from __future__ import annotations
@@ -95,7 +96,9 @@ def _read_head(data: bytes, path: str, columns: Sequence[str] | None) -> _Head:
                 return _Head(fields, delimiter, offset + len(raw), line + 1, count)
             if names is not None and len(names) != len(fields):
                 # "# x y z" above "1,2,3": the rows decide what separates them
-                raise DamagedFile(path, f"line {line}: {len(fields)} fields where {len(names)} belong")
+                raise DamagedFile(
+                    path, f"line {line}: {len(fields)} fields where {len(names)} belong"
+                )
             if names is None and columns is None:
                 raise ValueError(
                     f"{path}: line {line}: no header line; name the columns "

@@ -1,7 +1,8 @@
 """NumPy's files: one array (.npy), or a ZIP archive of arrays (.npz).
 
 The headers are read here and not by NumPy, whose own reader may try to evaluate an old one and
-leaves more than one kind of exception to whoever hands it a damaged file. Nothing is ever unpickled.
+leaves more than one kind of exception to whoever hands it a damaged file. Nothing is ever
+unpickled.
 """
 
 from __future__ import annotations
@@ -277,8 +278,9 @@ def _member(archive: zipfile.ZipFile, name: str, data: bytes, path: str) -> NDAr
 
 
 def _stored(entry: zipfile.ZipInfo, data: bytes) -> memoryview | None:
-    # The bytes of a member that is neither compressed nor encrypted, where they lie, after the check
-    # that the archive has for them. None for any other member: the archive's own reader takes it.
+    # The bytes of a member that is neither compressed nor encrypted, where they lie, after the
+    # check that the archive has for them. None for any other member: the archive's own reader takes
+    # it.
     if entry.compress_type != zipfile.ZIP_STORED or entry.flag_bits & 1:
         return None
     local = entry.header_offset

@@ -116,7 +116,7 @@ def _read_header(data: bytes, path: str) -> _Header:
             elif words[0] == "element" and order is not None:
                 elements.append(_element_of(words, elements))
             elif words[0] == "property" and elements:
-                elements[-1].properties.append(_property_of(words, elements[-1]))
+                elements[-1].properties.append(_property_of(words))
             else:
                 raise _Malformed("out of place")
         except _Malformed as error:
@@ -144,7 +144,7 @@ def _element_of(words: list[str], others: list[_Element]) -> _Element:
     return _Element(words[1], int(words[2]))
 
 
-def _property_of(words: list[str], element: _Element) -> _Property:
+def _property_of(words: list[str]) -> _Property:
     if len(words) == 3 and words[1] in _TYPES:
         return _Property(words[2], _TYPES[words[1]])
     if len(words) == 5 and words[1] == "list" and words[2] in _TYPES and words[3] in _TYPES:
@@ -283,8 +283,8 @@ def _parse_text(data: bytes, path: str, header: _Header, wanted: dict[str, int])
         if line + element.count > ends.size:
             raise DamagedFile(
                 path,
-                f"cut before line {header.lines + ends.size + 1}: {ends.size - line} of {element.count} "
-                f"rows of '{element.name}'",
+                f"cut before line {header.lines + ends.size + 1}: {ends.size - line} of "
+                f"{element.count} rows of '{element.name}'",
             )
         begin = int(ends[line - 1]) if line else 0
         end = int(ends[line + element.count - 1]) if line + element.count else 0
@@ -308,9 +308,7 @@ def _text_rows(
 ) -> dict[str, NDArray[Any]]:
     if element.has_list:
         return _walk_text_rows(rows, path, element, wanted, first_line)
-    columns = read_columns(
-        rows, len(element.properties), wanted, path=path, first_line=first_line
-    )
+    columns = read_columns(rows, len(element.properties), wanted, path=path, first_line=first_line)
     if columns["x"].size != element.count:  # blank lines among the rows
         return _walk_text_rows(rows, path, element, wanted, first_line)
     # A property of type float is what its text says, which may have more digits than the type.

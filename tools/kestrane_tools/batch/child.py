@@ -48,7 +48,7 @@ def main(arguments: list[str]) -> int:
             job = json.load(file)
         _limit_memory(job["memory"])
         return _calibrate(job["version"], job["base"], job["arguments"])
-    except Exception:
+    except Exception:  # pylint: disable=broad-exception-caught # see above
         traceback.print_exc()
         return _MISTAKE
 

@@ -55,7 +55,9 @@ class Folder:
             raise Stop(Status.FILE, f"{path}: another batch is at work here{who}") from None
         except OSError as error:
             os.close(self._number)
-            raise Stop(Status.FILE, f"{path}: no locks on this file system: {error.strerror}") from None
+            raise Stop(
+                Status.FILE, f"{path}: no locks on this file system: {error.strerror}"
+            ) from None
         self._write({"token": self.token, "host": socket.gethostname(), "process": os.getpid()})
 
     def stop(self) -> None:

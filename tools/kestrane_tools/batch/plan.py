@@ -97,7 +97,7 @@ def read_plan(path: str | None, patterns: Sequence[str], output: str) -> Plan:
     return Plan(base, options, list(jobs.values()))
 
 
-# --- the file ---------------------------------------------------------------------------------------
+# --- the file -------------------------------------------------------------------------------------
 
 
 def _name(value: Any) -> str:
@@ -122,7 +122,7 @@ def _paths(value: Any) -> tuple[str, ...]:
     if isinstance(value, str):
         return (_path(value),)
     if not isinstance(value, list) or not value:
-        raise Wrong("paths expected, [\"clouds.npz\"]")
+        raise Wrong('paths expected, ["clouds.npz"]')
     return tuple(_path(entry) for entry in value)
 
 
@@ -213,7 +213,7 @@ def _add(jobs: dict[str, Job], place: str, output: str, device: dict[str, Any]) 
     jobs[name] = Job(folder=os.path.join(output, name), **device)
 
 
-# --- patterns ---------------------------------------------------------------------------------------
+# --- patterns -------------------------------------------------------------------------------------
 
 
 def _found(base: str, pattern: str, output: str) -> Iterator[tuple[str, str]]:

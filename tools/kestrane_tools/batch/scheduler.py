@@ -89,7 +89,7 @@ def outcomes(
     return engine(iter(jobs), orders, folder, workers, address)
 
 
-# --- threads ------------------------------------------------------------------------------------------
+# --- threads --------------------------------------------------------------------------------------
 
 
 def _on_threads(
@@ -107,7 +107,7 @@ def _on_threads(
             raise
 
 
-# --- Dask ---------------------------------------------------------------------------------------------
+# --- Dask -----------------------------------------------------------------------------------------
 
 
 def _on_dask(
@@ -118,7 +118,9 @@ def _on_dask(
             client = stack.enter_context(_local_client(workers))
         else:
             client = stack.enter_context(_client_of(address))
-        stack.push(lambda kind, *_: folder.stop() if kind else None)  # before workers are waited for
+        stack.push(
+            lambda kind, *_: folder.stop() if kind else None
+        )  # before workers are waited for
         yield from _spread(client, jobs, orders)
 
 
@@ -132,12 +134,14 @@ def _spread(client: Any, jobs: Iterator[Job], orders: Orders) -> Iterator[Outcom
         return client.submit(watch, job, orders, key=key, pure=False, retries=0)
 
     width, asked = _width(client), time.monotonic()
-    out = _distributed().as_completed([submit(job) for job in islice(jobs, width)], loop=client.loop)
+    out = _distributed().as_completed(
+        [submit(job) for job in islice(jobs, width)], loop=client.loop
+    )
     for future in out:
         name = names.pop(future.key)
         try:
             outcome = future.result()
-        except Exception as error:  # noqa: BLE001 - the workers, or the scheduler, are gone
+        except Exception as error:  # pylint: disable=broad-exception-caught # the workers are gone
             outcome = Outcome(name, LOST, f"{type(error).__name__}: {error}"[:300])
         future.release()
         if client.status != "running":
@@ -165,7 +169,9 @@ def _width(client: Any) -> int:
 
 @contextlib.contextmanager
 def _local_client(workers: int) -> Iterator[Any]:
-    with tempfile.TemporaryDirectory(prefix="kestrane-batch-") as space, contextlib.ExitStack() as stack:
+    with tempfile.TemporaryDirectory(
+        prefix="kestrane-batch-"
+    ) as space, contextlib.ExitStack() as stack:
         with _unheard_interrupts():
             cluster = _distributed().LocalCluster(
                 n_workers=workers,
@@ -207,5 +213,3 @@ def _unheard_interrupts() -> Iterator[None]:
         yield
     finally:
         signal.pthread_sigmask(signal.SIG_SETMASK, before)
-
-

@@ -67,11 +67,11 @@ def watch(job: Job, orders: Orders) -> Outcome:
                 return kept
         os.makedirs(job.folder, exist_ok=True)
         return _tried(job, orders)
-    except Exception as error:  # noqa: BLE001 - no device may take another with it
+    except Exception as error:  # pylint: disable=broad-exception-caught # no device takes another along
         return Outcome(job.name, FAILED, _shortened(f"{type(error).__name__}: {error}"))
 
 
-# --- an earlier result --------------------------------------------------------------------------------
+# --- an earlier result ----------------------------------------------------------------------------
 
 
 def _earlier(job: Job, orders: Orders) -> Outcome | None:
@@ -129,7 +129,7 @@ def _refusal(result: dict[str, Any]) -> str:
     return _shortened("no table: " + ", ".join(failed))
 
 
-# --- a child ------------------------------------------------------------------------------------------
+# --- a child --------------------------------------------------------------------------------------
 
 
 def _tried(job: Job, orders: Orders) -> Outcome:
@@ -226,7 +226,7 @@ def _signal(number: int) -> str:
         return f"signal {number}"
 
 
-# --- how it went ----------------------------------------------------------------------------------------
+# --- how it went ----------------------------------------------------------------------------------
 
 
 def _judged(job: Job, status: str, code: int, seconds: float) -> Outcome:

@@ -138,7 +138,7 @@ def _run(arguments: Sequence[str] | None) -> int:
         return Status.FAILED
     except OSError:
         raise  # of standard output: told by `main`
-    except Exception:
+    except Exception:  # pylint: disable=broad-exception-caught # the last one to see it
         # Not with the interpreter's own status, which is 1: that one tells of a finding.
         traceback.print_exc()
         return Status.INTERNAL
@@ -156,7 +156,7 @@ def _complain(message: str) -> None:
 def _keep_standard_output() -> None:
     # A name or a text that the terminal's encoding lacks is escaped and stops nothing.
     if sys.stderr is None:  # closed by the caller, who does not need it
-        sys.stderr = open(os.devnull, "w")
+        sys.stderr = open(os.devnull, "w", encoding="utf-8")
     sys.stderr.reconfigure(errors="backslashreplace")  # type: ignore[attr-defined]
     nowhere = _above_standard(os.open(os.devnull, os.O_WRONLY))
     try:

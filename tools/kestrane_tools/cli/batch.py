@@ -32,7 +32,8 @@ _MOST_LINES = 20
 @click.option("-o", "--output", metavar="DIR", required=True, type=options.FILE,
               help="Folder of the results, one below it for each device.")  # fmt: skip
 @click.option("--glob", "patterns", metavar="PATTERN", multiple=True,
-              help="A device for each file or folder that fits; named by what the wildcards stand for.")  # fmt: skip
+              help="A device for each file or folder that fits; named by what the wildcards "
+              "stand for.")  # fmt: skip
 @click.option("--workers", type=click.IntRange(1, 1024), metavar="N",
               help="Devices at a time on this machine; one for each core.")  # fmt: skip
 @click.option("--scheduler", "address", metavar="tcp://...",
@@ -41,8 +42,9 @@ _MOST_LINES = 20
               metavar="S", help="Seconds after which a device is given up.")  # fmt: skip
 @click.option("--memory", type=click.IntRange(1, 1 << 24), default=2048, show_default=True,
               metavar="MB", help="Address space of each device's process.")  # fmt: skip
-@click.option("--retry-killed", "retries", type=click.IntRange(0, 100), default=0, show_default=True,
-              metavar="N", help="Begin a device again whose process was killed by a signal.")  # fmt: skip
+@click.option("--retry-killed", "retries", type=click.IntRange(0, 100), default=0, metavar="N",
+              show_default=True,
+              help="Begin a device again whose process was killed by a signal.")  # fmt: skip
 @click.option("--resume", is_flag=True,
               help="Keep results that are there already, of the same files and settings.")  # fmt: skip
 @options.json_option
@@ -191,7 +193,8 @@ class _Overview:
         from kestrane_tools.cli.words import printable
 
         rows = [
-            (printable(o.name), o.status, printable(o.cause or o.finding)) for o in bad[:_MOST_LINES]
+            (printable(o.name), o.status, printable(o.cause or o.finding))
+            for o in bad[:_MOST_LINES]
         ]
         shown.table(("device", "status", "cause"), rows, left=3)
         if len(bad) > _MOST_LINES:

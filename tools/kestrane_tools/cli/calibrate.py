@@ -15,7 +15,6 @@ from kestrane_tools.cli.stop import Status, Stop
 if TYPE_CHECKING:
     import kestrane
     from kestrane_tools.cli.inputs import Clouds
-    from kestrane_tools.cli.toml_files import Limits
     from kestrane_tools.run_file import Run
 
 
@@ -45,7 +44,9 @@ class Options:
     quiet: bool
 
 
-@click.command("calibrate", epilog=options.example("kestrane calibrate clouds.npz -o rig --limits limits.toml"))
+@click.command(
+    "calibrate", epilog=options.example("kestrane calibrate clouds.npz -o rig --limits limits.toml")
+)
 @click.argument("paths", metavar="CLOUDS...", nargs=-1, required=True, type=options.FILE)
 @click.option("-o", "--output", "folder", metavar="DIR", required=True, type=options.FILE,
               help="Folder of the results; made if it is not there.")  # fmt: skip
@@ -90,7 +91,9 @@ def check(wanted: Options) -> None:
         They do.
     """
     if wanted.refine and wanted.optimise:
-        raise click.UsageError("--refine and --optimise: the refined table has no optimised corners")
+        raise click.UsageError(
+            "--refine and --optimise: the refined table has no optimised corners"
+        )
     if (wanted.coefficients is None) != (wanted.condition is None):
         raise click.UsageError("--coefficients and --condition come together")
 
@@ -151,11 +154,10 @@ class _Run:
         self.device = read_device(wanted.device_path) if wanted.device_path else {}
         self.other = read_table(wanted.compare) if wanted.compare else None
         self.old = read_coefficients(wanted.coefficients) if wanted.coefficients else None
-        self.clouds: Clouds = read_clouds(
-            wanted.paths, wanted.plane, wanted.columns, wanted.unit
-        )
+        self.clouds: Clouds = read_clouds(wanted.paths, wanted.plane, wanted.columns, wanted.unit)
         count = sum(cloud.size for cloud in self.clouds.values())
         self.inputs = described(wanted.paths, count)
+        self.difference: kestrane.Difference | None = None
         make_folder(wanted.folder)
 
     def status(self) -> int:
@@ -199,7 +201,6 @@ class _Run:
         from kestrane_tools.cli.inputs import reading
 
         judgement = kestrane.judge(result, self.limits.limits)
-        self.difference = None
         if self.other is None or result.refused:
             return judgement
         with reading(str(self.wanted.compare)):

@@ -13,7 +13,6 @@ from kestrane_tools.cli.stop import Status, Stop
 
 if TYPE_CHECKING:
     import kestrane
-    from kestrane_tools.cli.toml_files import Parameters
     from kestrane_tools.run_file import CompensationPart
 
 _MOST_STEPS = 1000
@@ -91,7 +90,9 @@ def command(
         "difference": {n: getattr(difference, n) for n in ("rms", "max", "plane", "refused")},
         "curve": None
         if part is None
-        else {n: getattr(part, n) for n in ("temperature", "shift", "largest", "depth", "reference")},
+        else {
+            n: getattr(part, n) for n in ("temperature", "shift", "largest", "depth", "reference")
+        },
         "software": software(),
         "inputs": described([p for p in (table_path, params) if p]),
         "outputs": described([output]),
@@ -132,7 +133,9 @@ def _condition(
             raise Stop(Status.FILE, f"{params}: extrinsic_t is 0: growth has no direction")
         return condition, given.extrinsic_t
     if condition.scale_per_degree != 0.0:
-        raise Stop(Status.FILE, f"{params}: scale_per_degree needs extrinsic_t, the direction of growth")
+        raise Stop(
+            Status.FILE, f"{params}: scale_per_degree needs extrinsic_t, the direction of growth"
+        )
     return condition, _NO_GROWTH_ALONG
 
 

@@ -35,7 +35,8 @@ _STYLES = {"bad": "bold red", "warn": "yellow", "ok": "green"}
 class Advance(Protocol):
     """Called when a step is done."""
 
-    def __call__(self) -> None: ...
+    def __call__(self) -> None:
+        ...
 
 
 class Summary:

@@ -25,11 +25,16 @@ if TYPE_CHECKING:
 _CONDITIONS = (22.0, 31.0, 40.0)
 
 
-@click.command("diff", epilog=options.example("kestrane diff old.txt new.txt --tolerance 0.05 --volume 250:800"))
+@click.command(
+    "diff",
+    epilog=options.example("kestrane diff old.txt new.txt --tolerance 0.05 --volume 250:800"),
+)
 @click.argument("path_a", metavar="A", type=options.FILE)
 @click.argument("path_b", metavar="B", type=options.FILE)
-@click.option("--tolerance", metavar="MM", type=options.NOT_NEGATIVE, default=0.0, show_default=True,
-              help="Differences up to this are none; 0: to the last digit of a text table.")  # fmt: skip
+@click.option("--tolerance", metavar="MM", type=options.NOT_NEGATIVE, default=0.0,
+              show_default=True,
+              help="Differences up to this are none; 0: to the last digit of a text "
+              "table.")  # fmt: skip
 @click.option("--volume", metavar="Z0:Z1", type=options.DEPTHS, help="Depths to compare.")
 @click.option("--planes", type=options.PLANES, help="Planes to compare, both ends included.")
 @options.json_option
@@ -58,7 +63,10 @@ def command(
     kinds = kind_of(path_a), kind_of(path_b)
     if Kind.COEFFICIENTS in kinds:
         if kinds[0] is not kinds[1]:
-            raise Stop(Status.FILE, f"{path_a} and {path_b}: a {kinds[0].value} and a {kinds[1].value} file")
+            raise Stop(
+                Status.FILE,
+                f"{path_a} and {path_b}: a {kinds[0].value} and a {kinds[1].value} file",
+            )
         if report_path is not None:
             raise click.UsageError("--report: there is a page for tables and runs alone")
         outcome = _of_coefficients(path_a, path_b, tolerance, planes, shown)
@@ -96,8 +104,9 @@ def _of_tables(
     else:
         y, z = difference.place
         shown.line(
-            f"{counted(a.planes, 'plane')}, volume {depths[0]:g}:{depths[1]:g}   RMS {length(difference.rms)}   "
-            f"largest {length(difference.max)} (plane {number + difference.plane}, y {y:.0f}, z {z:.0f})"
+            f"{counted(a.planes, 'plane')}, volume {depths[0]:g}:{depths[1]:g}   "
+            f"RMS {length(difference.rms)}   largest {length(difference.max)} "
+            f"(plane {number + difference.plane}, y {y:.0f}, z {z:.0f})"
         )
         if difference.max > 0.0:
             shown.line(
@@ -105,7 +114,9 @@ def _of_tables(
                 f"{length(difference.rest)} left after it"
             )
         if difference.only_in_one:
-            shown.line(f"in one table alone: {counted(difference.only_in_one, 'block')} with a plane")
+            shown.line(
+                f"in one table alone: {counted(difference.only_in_one, 'block')} with a plane"
+            )
     for finding in judgement.findings:
         if differs:
             shown.line(finding.text)

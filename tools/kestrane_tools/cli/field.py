@@ -31,7 +31,8 @@ class Input:
 
 
 @click.command(
-    "field", epilog=options.example("kestrane field rig/table.txt field.npz -o moved --limits limits.toml")
+    "field",
+    epilog=options.example("kestrane field rig/table.txt field.npz -o moved --limits limits.toml"),
 )
 @click.argument("table_path", metavar="TABLE", type=options.FILE)
 @click.argument("paths", metavar="CLOUDS...", nargs=-1, required=True, type=options.FILE)
@@ -84,7 +85,7 @@ def command(
     judgement = kestrane.judge(result, given.limits.limits)
     outputs: list[dict[str, Any]] = []
     if not result.refused and old is not None and out is not None:
-        outputs.append(_move_coefficients(given, result, old, out))
+        outputs.append(_move_coefficients(given, old, out))
     outcome = _outcome(given, result, judgement, outputs)
     _tell(shown, paths, given, result, judgement)
     return _deliver(shown, given, result, outcome, folder, report_path, json_target)
@@ -122,9 +123,7 @@ def _read(
     return Input(table, clouds, limits, device, inputs, unit)
 
 
-def _move_coefficients(
-    given: Input, result: kestrane.FieldQuality, old: kestrane.Coefficients, out: str
-) -> dict[str, Any]:
+def _move_coefficients(given: Input, old: kestrane.Coefficients, out: str) -> dict[str, Any]:
     import kestrane
     from kestrane_tools.cli.files import saving
     from kestrane_tools.cli.inputs import sha256_of

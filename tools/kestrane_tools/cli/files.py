@@ -6,7 +6,6 @@ import contextlib
 import os
 from collections.abc import Iterator
 
-from kestrane.errors import FileOpenError
 from kestrane_tools.cli.stop import Status, Stop
 
 __all__ = ["make_folder", "saving"]

@@ -22,6 +22,7 @@ from kestrane_tools.cli.inputs import (
 )
 from kestrane_tools.cli.stop import Status, Stop
 
+
 @click.command("inspect", epilog=options.example("kestrane inspect rig/table.txt"))
 @click.argument("path", metavar="FILE", type=options.FILE)
 @options.cloud_options

@@ -101,7 +101,9 @@ def json_option(function: F) -> F:
 
 def report_option(function: F) -> F:
     """--report"""
-    return click.option("--report", "report_path", type=FILE, help="Write the page to this file.")(function)
+    return click.option("--report", "report_path", type=FILE, help="Write the page to this file.")(
+        function
+    )
 
 
 def judging_options(function: F) -> F:

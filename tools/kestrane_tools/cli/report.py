@@ -11,12 +11,17 @@ from kestrane_tools.cli import options
 from kestrane_tools.cli.stop import Status, Stop
 
 
-@click.command("report", epilog=options.example("kestrane report rig/run.npz -o page.html --limits limits.toml"))
+@click.command(
+    "report",
+    epilog=options.example("kestrane report rig/run.npz -o page.html --limits limits.toml"),
+)
 @click.argument("run_path", metavar="RUN", type=options.FILE)
 @click.option("-o", "--output", metavar="HTML", required=True, type=options.FILE, help="The page.")
 @click.option("--compare", metavar="FILE", type=options.FILE,
               help="A table: how far the run is from it. A run: both on one page.")  # fmt: skip
-@click.option("--limits", "limits_path", type=options.FILE, help="Judge again, by this limits.toml.")
+@click.option(
+    "--limits", "limits_path", type=options.FILE, help="Judge again, by this limits.toml."
+)
 @options.json_option
 @click.pass_context
 def command(
@@ -52,7 +57,9 @@ def command(
     except ValueError as error:
         raise Stop(Status.FILE, f"{compare or run_path}: {error}") from None
     shown = Summary(not ctx.obj["quiet"] and json_target != "-")
-    shown.line(f"{output}   {os.path.getsize(output):,} bytes" if os.path.isfile(output) else output)
+    shown.line(
+        f"{output}   {os.path.getsize(output):,} bytes" if os.path.isfile(output) else output
+    )
     emit(json_target, {"output": output, "inputs": described([p for p in (run_path, compare) if p]),
                        "software": software()})  # fmt: skip
     return Status.DONE

@@ -67,7 +67,9 @@ def command(
         motion=move,
     )
     if os.path.splitext(output)[1].lower() not in clouds.SUFFIXES:
-        raise click.BadParameter(f"'{output}': its suffix is not one of {' '.join(clouds.SUFFIXES)}")
+        raise click.BadParameter(
+            f"'{output}': its suffix is not one of {' '.join(clouds.SUFFIXES)}"
+        )
     try:
         clouds.write(output, made)
     except FileOpenError as error:

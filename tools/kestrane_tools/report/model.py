@@ -261,7 +261,7 @@ def _factory_maps(part: FactoryPart, limits: Json) -> list[Json]:
         _map(
             "rms",
             "RMS residual",
-            "Root mean square of the distances of a block's points from the" " block's plane.",
+            "Root mean square of the distances of a block's points from the block's plane.",
             part.block_rms,
             part.rms,
             pool="rms",
@@ -273,7 +273,7 @@ def _factory_maps(part: FactoryPart, limits: Json) -> list[Json]:
         _map(
             "max",
             "largest residual",
-            "Largest distance of a block's points from the block's plane," " outliers apart.",
+            "Largest distance of a block's points from the block's plane, outliers apart.",
             part.block_max,
             part.max,
             pool="max",

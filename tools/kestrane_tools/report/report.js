@@ -80,7 +80,7 @@
     const pixels = ramp.map(pixelOf), none = pixelOf(NONE), above = pixelOf(ABOVE);
     const isAbove = (v) => map.kind === "size" && known(map.limit) && v > map.limit;
     const css = (v) => (!known(v) ? NONE : isAbove(v) ? ABOVE : ramp[place(v)]);
-    return { css, pixel: (v) => (v !== v ? none : isAbove(v) ? above : pixels[place(v)]) };
+    return { css, pixel: (v) => (Number.isNaN(v) ? none : isAbove(v) ? above : pixels[place(v)]) };
   }
 
   // --- the fan in y and z ------------------------------------------------------------------------------
@@ -248,9 +248,9 @@
     if (!shares.length) return;
     says(plot, -8, from + height / 2 + 4, "origin", "end");
     const wide = 0.8 * Math.min(x.bandwidth(), 60);
-    const start = (kind, p) => from + height * d3.sum(shares.slice(0, kind), (share) => share[p]);
+    const top = (kind, p) => from + height * d3.sum(shares.slice(0, kind), (share) => share[p]);
     d3.cross(planeNumbers, d3.range(4)).forEach(([p, kind]) =>
-      bar(plot, x(p) + (x.bandwidth() - wide) / 2, start(kind, p), wide, shares[kind][p] * height, ORIGIN_COLOURS[kind]));
+      bar(plot, x(p) + (x.bandwidth() - wide) / 2, top(kind, p), wide, shares[kind][p] * height, ORIGIN_COLOURS[kind]));
   }
 
   function startGlance() {
@@ -292,7 +292,7 @@
   function drawDepth(map) {
     const { plot, wide, high } = figure(byId("depth-chart"), 180, [10, 14, 34, 46]);
     const single = state.plane !== "", box = extent();
-    const rows = map.band.map(([low, median, high], row) => ({ low, high, z: depthOf(row + 0.5),
+    const rows = map.band.map(([low, median, most], row) => ({ low, high: most, z: depthOf(row + 0.5),
       line: single ? map.depthValues[Number(state.plane) * CELLS + row] : median,
     })).filter((row) => known(row.high) && row.z >= box.near && row.z <= box.far);
     const words = map.kind === "class" ? "measured share" : map.title;
@@ -528,8 +528,8 @@
     const alive = d3.range(fan.x.length).filter((p) => fan.x[p]);
     const step = Math.ceil(alive.length / 16);
     const planes = alive.filter((p, i) => i % step === 0 || isBad(p));
-    const some = step > 1 ? `; every ${step}${{ 2: "nd", 3: "rd" }[step] || "th"} plane and those over the limit` : "";
-    byId("fan-words").textContent = `The sheets in space as the table has them${mapOf("rms") ? ", coloured by RMS residual" : ""}${some}. ` +
+    const fewer = step > 1 ? `; every ${step}${{ 2: "nd", 3: "rd" }[step] || "th"} plane and those over the limit` : "";
+    byId("fan-words").textContent = `The sheets in space as the table has them${mapOf("rms") ? ", coloured by RMS residual" : ""}${fewer}. ` +
       "Drag, or use the arrow keys, to turn.";
     const { canvas } = figure(byId("fan-frame"), (width) => Math.min(400, 0.8 * width), [0, 0, 0, 0], "The sheets in space");
     canvas.style.touchAction = "pan-y";
@@ -543,7 +543,7 @@
     canvas.onkeydown = (event) => {
       if (!ARROWS[event.key]) return;
       event.preventDefault();
-      turn(...ARROWS[event.key].map((step) => 0.1 * step));
+      turn(...ARROWS[event.key].map((angle) => 0.1 * angle));
     };
     turn(0, 0);
   }

@@ -569,11 +569,11 @@ def _factory_rows(part: FactoryPart, limits: dict[str, Any]) -> Table:
         columns.append(Column("refined", "refined", "error on unseen frames of the refined table"))
         columns.append(Column("plain", "plain", "error on unseen frames of the plain table"))
     rows = []
-    for p in range(len(part.status)):
+    for p, status in enumerate(part.status):
         screened = int(part.not_finite[p] + part.gross[p])
         outliers = part.outliers[p] / part.valid[p] if part.valid[p] else math.nan
         coverage = limits.get("coverage")
-        failed = bool(part.status[p] != 0 or part.reason[p])
+        failed = bool(status != 0 or part.reason[p])
         row = [
             Cell(str(p), float(p), failed),
             Cell(count(part.points[p]), float(part.points[p])),

@@ -3,7 +3,6 @@ from __future__ import annotations
 import dataclasses
 import errno
 import io
-import json
 import os
 import zipfile
 from pathlib import Path
