@@ -21,17 +21,18 @@ from kestrane_tools.cli.app import COMMANDS, cli
 from kestrane_tools.cli.stop import Status
 
 _STATUSES = {
-    Status.DONE: "Done, and within the limits where any are given.",
+    Status.DONE: "Done, and no finding is bad.",
     Status.FOUND: "Done, but a finding is bad, or a difference was found.",
     Status.USAGE: "The command line was not understood.",
     Status.FILE: "A file could not be read or written, or is damaged.",
     Status.FAILED: "A calibration failed, or its input was refused.",
+    Status.INTERNAL: "A mistake in the program, told with its traceback.",
     Status.INTERRUPTED: "Interrupted.",
 }
 
 _ENVIRONMENT = {
     "NO_COLOR": "Where it is set and not empty, nothing is coloured. Without a terminal nothing is.",
-    "SOURCE_DATE_EPOCH": "Seconds since 1970 that results and pages tell as their date.",
+    "SOURCE_DATE_EPOCH": "Seconds since 1970 that results and pages give as their date.",
 }
 
 

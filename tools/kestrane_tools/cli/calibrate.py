@@ -66,7 +66,7 @@ class Options:
 @click.option("--compare", metavar="TABLE", type=options.FILE,
               help="Tell how far the device is from this table.")  # fmt: skip
 @click.option("--threads", type=click.IntRange(1, 1024), help="Planes at a time; all cores.")
-@click.option("--partial", is_flag=True, help="Write a table although planes have failed.")
+@click.option("--partial", is_flag=True, help="Write a table even if planes have failed.")
 @options.cloud_options
 @options.json_option
 @options.report_option
@@ -74,8 +74,8 @@ class Options:
 def command(ctx: click.Context, **given: Any) -> int:
     """Calibrate a device from measured clouds and judge what came out.
 
-    DIR gets table.txt for the host, run.npz with all figures, report.html and result.json. A plane
-    that fails leaves result.json alone, unless --partial is given.
+    DIR gets table.txt for the host, run.npz with all figures, report.html and result.json. If a plane
+    fails, only result.json is written, unless --partial is given.
     """
     wanted = Options(quiet=ctx.obj["quiet"], **given)
     check(wanted)

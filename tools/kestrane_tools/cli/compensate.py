@@ -55,8 +55,8 @@ def command(
 ) -> int:
     """Bring TABLE to another temperature: growth of the device, and turn of its fan.
 
-    The numbers of the device come from --params; --temperature and --reference go before those of
-    the file.
+    The numbers of the device come from --params; --temperature and --reference take precedence over
+    those of the file.
     """
     import kestrane
     from kestrane_tools.cli.console import Summary

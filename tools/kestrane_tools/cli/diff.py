@@ -33,7 +33,7 @@ _CONDITIONS = (22.0, 31.0, 40.0)
 @click.argument("path_b", metavar="B", type=options.FILE)
 @click.option("--tolerance", metavar="MM", type=options.NOT_NEGATIVE, default=0.0,
               show_default=True,
-              help="Differences up to this are none; 0: to the last digit of a text "
+              help="Differences up to this do not count; 0: to the last digit of a text "
               "table.")  # fmt: skip
 @click.option("--volume", metavar="Z0:Z1", type=options.DEPTHS, help="Depths to compare.")
 @click.option("--planes", type=options.PLANES, help="Planes to compare, both ends included.")
