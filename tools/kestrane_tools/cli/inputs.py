@@ -219,7 +219,8 @@ def read_table(path: str) -> Any:
     if kind is Kind.RUN:
         return _table_of_run(path)
     if kind is not Kind.TABLE:
-        raise Stop(Status.FILE, f"{path}: a table is needed, this is a {kind.value} file")
+        found = "folder" if os.path.isdir(path) else f"{kind.value} file"
+        raise Stop(Status.FILE, f"{path}: a table is needed, this is a {found}")
     with reading(path):
         return stored.read_table(path)
 

@@ -134,6 +134,7 @@ def test_inputs_that_cannot_be_read_end_with_3(kestrane, device, tmp_path):
         (["calibrate", factory, "-o", "d", "--limits", toml], "did you mean 'rms'"),
         (["calibrate", factory, "-o", "d", "--compare", cut], "cut.txt"),
         (["field", cut, factory, "-o", "d"], "cut.txt"),
+        (["field", device / "rig", factory, "-o", "d"], "rig: a table is needed, this is a folder"),
         (["inspect", cut], "cut.txt"),
         (["inspect", bad], "bad.csv: line 2"),
         (["report", cut, "-o", "page.html"], "cut.txt"),
