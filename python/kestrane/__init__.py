@@ -14,8 +14,8 @@ the device has moved since; the compensation brings the table to the present tem
 
 Points
     `POINT` is the record of a measured point: x across the sheets, y along a laser line, z depth,
-    and the number of the capture frame. `points` makes an array of them from coordinates. A `POINT`
-    array in one piece is used as it is, also a read-only one; everything else is converted once.
+    and the number of the capture frame. `points` makes an array of them from coordinates. A
+    contiguous `POINT` array is used as it is, even a read-only one; everything else is converted once.
     `clouds` reads and writes them as CSV, NPY, NPZ, PLY and PCD.
 
 The safe forms, which most callers want

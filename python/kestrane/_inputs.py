@@ -1,8 +1,8 @@
 """What a caller hands in, brought to the very form that `_core` takes.
 
-In go clouds, tables' settings and paths as people write them; out come `POINT` arrays in one piece,
+In go clouds, tables' settings and paths as people write them; out come contiguous `POINT` arrays,
 numbers in range and paths as bytes. Validation happens here, once; what follows trusts it. A
-`POINT` array in one piece is taken as it is, read-only or not; all else is converted once.
+contiguous `POINT` array is taken as it is, read-only or not; all else is converted once.
 """
 
 from __future__ import annotations
@@ -108,7 +108,7 @@ def as_threads(threads: int | None) -> int:
 
 
 def as_numbers(values: ArrayLike, name: str, shape: tuple[int | None, ...]) -> NDArray[np.float64]:
-    """A float64 array in one piece of this shape; None stands for any length."""
+    """A contiguous float64 array of this shape; None stands for any length."""
     if isinstance(values, np.ma.MaskedArray):
         raise ValueError(f"{name}: a masked array")
     array = np.asarray(values)

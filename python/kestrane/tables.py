@@ -160,7 +160,7 @@ class PlaneTable:
     ----------
     cells : (P, 15, 50, 3) real
         The planes of the blocks, P of 0 to 100. A block with a == 0 has no plane. Taken as it is
-        where it is a writable float64 array in one piece; copied otherwise.
+        where it is a writable contiguous float64 array; copied otherwise.
     whole : (P, 3) real
         The whole planes, in the same form. Taken or copied likewise.
     grid : Grid, optional
