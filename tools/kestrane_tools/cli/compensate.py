@@ -18,8 +18,10 @@ if TYPE_CHECKING:
 _MOST_STEPS = 1000
 # Mid-fan at the middle of the field calibration's depths: where people look first.
 _CURVE_DEPTH = 285.0
-# Without growth the sheets keep their direction and place, whatever line the growth would go along.
-_NO_GROWTH_ALONG = (1.0, 0.0, 0.0)
+# Growth goes along the extrinsic translation, and the sheets turn about points on its line. Without
+# either they keep direction and place, whatever that line is.
+_ANY_LINE = (1.0, 0.0, 0.0)
+_NEEDS_LINE = ("scale_per_degree", "temperature_spread", "drift_spread")
 
 
 @click.command(
@@ -130,13 +132,15 @@ def _condition(
     condition = kestrane.Condition(**numbers)
     if given.extrinsic_t is not None:
         if not any(given.extrinsic_t):
-            raise Stop(Status.FILE, f"{params}: extrinsic_t is 0: growth has no direction")
+            raise Stop(Status.FILE, f"{params}: extrinsic_t is 0: it has no direction")
         return condition, given.extrinsic_t
-    if condition.scale_per_degree != 0.0:
+    needing = [name for name in _NEEDS_LINE if getattr(condition, name) != 0.0]
+    if needing:
         raise Stop(
-            Status.FILE, f"{params}: scale_per_degree needs extrinsic_t, the direction of growth"
+            Status.FILE,
+            f"{params}: {needing[0]} needs extrinsic_t, the line of growth and of the pivots",
         )
-    return condition, _NO_GROWTH_ALONG
+    return condition, _ANY_LINE
 
 
 def _steps(curve: tuple[float, float, float] | None) -> list[float] | None:

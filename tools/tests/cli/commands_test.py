@@ -144,8 +144,13 @@ def test_compensate_without_growth_or_fan_keeps_the_table(kestrane, device, tabl
     np.testing.assert_allclose(same.cells, table.cells, rtol=1e-5)
 
 
-def test_compensate_with_growth_needs_its_direction(kestrane, device, tmp_path):
-    for text in ("scale_per_degree = 1e-5\n", "scale_per_degree = 1e-5\nextrinsic_t = [0, 0, 0]\n"):
+def test_compensate_with_growth_or_fan_needs_their_line(kestrane, device, tmp_path):
+    for text in (
+        "scale_per_degree = 1e-5\n",
+        "scale_per_degree = 1e-5\nextrinsic_t = [0, 0, 0]\n",
+        "temperature_spread = 1e-6\n",
+        "drift_spread = 1e-6\n",
+    ):
         (tmp_path / "rig.toml").write_text(text)
         done = kestrane(
             "compensate", device / "rig/table.txt", "-o", "warm.txt", "--params", "rig.toml",
