@@ -16,7 +16,7 @@ py::dtype record_type(std::initializer_list<std::pair<const char*, py::object>> 
   }
   py::list places;
   for (const std::size_t offset : offsets) places.append(offset);
-  return py::dtype(names, formats, places, static_cast<py::ssize_t>(size));
+  return {names, formats, places, static_cast<py::ssize_t>(size)};
 }
 
 py::object row_of(const char* format, int count) {
@@ -79,6 +79,7 @@ py::array checked(py::handle value, const std::string& name, const py::dtype& ty
     throw py::value_error(name + " has the shape " + text_of(array.attr("shape")) + ", not " +
                           text_of(shape));
   }
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): only its remainder is looked at
   const auto address = reinterpret_cast<std::uintptr_t>(array.data());
   if ((array.flags() & py::array::c_style) == 0 || address % alignof(double) != 0) {
     throw py::value_error(name + " does not lie in one piece, row by row");

@@ -14,9 +14,7 @@ namespace py = pybind11;
 
 py::object errors(const char* name) { return py::module_::import("kestrane.errors").attr(name); }
 
-void set_error(const py::object& error) {
-  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.ptr())), error.ptr());
-}
+void set_error(const py::object& error) { PyErr_SetObject(py::type::of(error).ptr(), error.ptr()); }
 
 // A path comes from Python as its bytes, whatever encoding they are in, and goes back as it came.
 py::object text_of_path(const std::string& path) {
@@ -40,7 +38,7 @@ void translate_file_error(const quality::FileError& error) {
   }
 }
 
-void add_errors(py::module_&) {
+void add_errors(py::module_& /*module*/) {
   py::register_local_exception_translator([](std::exception_ptr thrown) {
     try {
       if (thrown) std::rethrow_exception(thrown);

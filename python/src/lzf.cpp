@@ -41,14 +41,14 @@ py::bytes decompress(const py::bytes& data, std::size_t size) {
 py::bytes compress(const py::bytes& data) {
   const std::string_view plain = data;
   const unsigned length = size_of(plain.size());
-  if (length < 2) return py::bytes();
+  if (length < 2) return {};
   std::string packed(plain.size() - 1, '\0');
   unsigned written = 0;
   {
     const py::gil_scoped_release unlocked;
     written = lzf_compress(plain.data(), length, packed.data(), length - 1);
   }
-  return py::bytes(packed.data(), written);
+  return {packed.data(), written};
 }
 
 }  // namespace

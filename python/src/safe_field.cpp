@@ -223,7 +223,7 @@ FieldResult field_result_of(const py::handle& source) {
                        source.attr("half_mean_deviation").cast<double>()};
   result.directions = directions_of(source.attr("directions"));
   const py::array centre = checked<double>(source.attr("centre"), "centre", {3});
-  const double* const c = data_of<double>(centre);
+  const auto* const c = data_of<double>(centre);
   result.centre = {c[0], c[1], c[2]};
   result.length = source.attr("length").cast<double>();
   result.residual = source.attr("residual").cast<double>();

@@ -89,7 +89,7 @@ py::array sheet_x(int planes, std::uint64_t seed, double bow, int plane, const p
 
 PYBIND11_MODULE(_simulation, module) {
   namespace py = pybind11;
-  using namespace pybind11::literals;
+  using py::literals::operator""_a;
   const std::vector<double> still(6, 0.0);
   module.doc() = R"(A simulated laser-line scanner with known truth.
 

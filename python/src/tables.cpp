@@ -19,7 +19,7 @@ const py::dtype& known_grid_type() {
 
 // The triples of an array, which are only read.
 _LASER_TRIPLE* cells_in(const py::array& array) {
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the record knows no constant cells
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-*-cast): the record knows no constant cells
   return reinterpret_cast<_LASER_TRIPLE*>(const_cast<double*>(data_of<double>(array)));
 }
 
@@ -83,7 +83,7 @@ py::array signed_distances(py::handle table, std::int32_t plane, py::handle xyz)
   {
     const py::gil_scoped_release unlocked;
     const PlaneTable row = view.row(plane);
-    const double* const p = data_of<double>(points);
+    const auto* const p = data_of<double>(points);
     for (std::size_t i = 0; i < count; ++i) {
       found[i] = row.distance(0, {p[3 * i], p[3 * i + 1], p[3 * i + 2]});
     }
