@@ -11,12 +11,14 @@ MUTANT_ARGS ?=
 GROUPS ?=
 TESTS ?=
 PREFIX ?= /usr/local
+SUITE ?= bookworm
+FORMER ?=
 
 needs := @scripts/install-dependencies.sh
 needs_python := @scripts/install-dependencies.sh python
 
 .PHONY: help dependencies build python test browser-test test-arm64 demo bench growth accuracy asan check fuzz docs mutants \
-  format install package abi abi-baseline clean
+  format install package test-packages abi abi-baseline clean
 
 help: ## list the targets
 	@grep -E '^[a-z0-9-]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
@@ -111,6 +113,10 @@ install: ## install library, headers and packages; PREFIX=/usr/local, DESTDIR=
 package: ## build the Debian packages twice, compare them, and have lintian look at them
 	$(needs_python) package
 	JOBS=$(JOBS) scripts/build-packages.sh build
+
+test-packages: ## as root: install them in a fresh SUITE=bookworm and test; FORMER=<folder> is upgraded from
+	$(needs) package
+	scripts/test-packages.sh $(SUITE) build/packages/first $(FORMER)
 
 abi: ## hold symbols and layouts against the baseline of the binary interface
 	$(needs) abi

@@ -35,7 +35,7 @@ for group in "$@"; do
       )
       ;;
     docs) packages+=(doxygen) ;;
-    package) packages+=(git debhelper dh-python dpkg-dev fakeroot lintian) ;;
+    package) packages+=(build-essential git debhelper dh-python dpkg-dev fakeroot lintian debootstrap) ;;
     abi) packages+=(abigail-tools) ;;
     mutants) packages+=(python3) ;;
     arm64) packages+=(g++-aarch64-linux-gnu qemu-user) ;;
