@@ -18,7 +18,7 @@ needs := @scripts/install-dependencies.sh
 needs_python := @scripts/install-dependencies.sh python
 
 .PHONY: help dependencies build python test browser-test test-arm64 demo bench growth accuracy asan check fuzz docs mutants \
-  format install package test-packages abi abi-baseline clean
+  format install uninstall package test-packages abi abi-baseline clean
 
 help: ## list the targets
 	@grep -E '^[a-z0-9-]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
@@ -109,6 +109,9 @@ install: ## install library, headers and packages; PREFIX=/usr/local, DESTDIR=
 	cmake --preset release
 	cmake --build --preset release -j $(JOBS) --target kestrane kestrane_quality kestrane_python kestrane_manual
 	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(PREFIX)"
+
+uninstall: ## remove what make install has put there; the same PREFIX and DESTDIR
+	DESTDIR="$(DESTDIR)" scripts/uninstall.sh build/release "$(PREFIX)"
 
 package: ## build the Debian packages twice, compare them, and have lintian look at them
 	$(needs_python) package
