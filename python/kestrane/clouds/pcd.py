@@ -230,12 +230,9 @@ def _decompressed(packed: bytes, size: int, path: str, begin: int) -> bytes:
     from kestrane import _core
 
     try:
-        plain = _core.lzf_decompress(packed, size)
+        return _core.lzf_decompress(packed, size)  # so many bytes or an error
     except ValueError as error:
         raise DamagedFile(path, f"byte {begin}: damaged compressed data ({error})") from None
-    if len(plain) != size:
-        raise DamagedFile(path, f"byte {begin}: {len(plain)} bytes unpacked where {size} belong")
-    return plain
 
 
 # ---------------------------------------------------------------------------------------------------
