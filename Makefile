@@ -18,7 +18,7 @@ needs := @scripts/install-dependencies.sh
 needs_python := @scripts/install-dependencies.sh python
 
 .PHONY: help dependencies build python test browser-test test-arm64 demo bench growth accuracy asan check fuzz docs mutants \
-  format install uninstall package test-packages abi abi-baseline clean
+  mutants-python format install uninstall package test-packages abi abi-baseline clean
 
 help: ## list the targets
 	@grep -E '^[a-z0-9-]+:.*##' $(MAKEFILE_LIST) | sed -E 's/:[^#]*## /\t/' | expand -t 16
@@ -100,6 +100,9 @@ docs: ## the reference of the public headers, in build/docs/html
 mutants: build ## one changed instruction at a time; MUTANT_ARGS="--unit fast/ --kind branch"
 	$(needs) mutants
 	python3 tests/mutants --jobs $(JOBS) $(MUTANT_ARGS)
+
+mutants-python: python ## one changed place of the Python modules at a time; MUTANT_ARGS="--module kestrane.clouds"
+	build/release/bin/python tests/mutants/python --jobs $(JOBS) $(MUTANT_ARGS)
 
 format: ## format all sources
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

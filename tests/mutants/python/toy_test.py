@@ -1,0 +1,63 @@
+"""The tool over a module whose mutants' fates are known: toy_test.py <folder to work in>."""
+
+import pathlib
+import shutil
+import subprocess
+import sys
+
+HERE = pathlib.Path(__file__).resolve().parent
+
+SAME = "value > LIMIT -> value >= LIMIT | return LIMIT if value > LIMIT else value"
+QUOTE = """\"'\" -> '' | raise ValueError(f"a name expected, got '{name}'")"""
+STEP = "1 -> 2 | count -= 1"
+UNTESTED = ["return -> return None | return a + b", "a + b -> a - b | return a + b"]
+ENDLESS = "toy:24  count -= 1 -> count += 1"
+
+
+def mutants(folder, *entries, arguments=()):
+    """Runs the tool with these explanations; returns its exit status and what it prints."""
+    explained = folder / "explained.txt"
+    explained.write_text("# A reason.\n" + "\n".join(entries) + "\n", encoding="utf-8")
+    done = subprocess.run(
+        [sys.executable, str(HERE), "--root", str(HERE / "toy"), "--work", str(folder / "work"),
+         "--sources", "package", "--modules", "*.py", "--tests", "tests/*_test.py", "--jobs", "2",
+         "--explained", str(explained), *arguments],
+        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    return done.returncode, done.stdout
+
+
+def expect(holds, output):
+    if not holds:
+        sys.exit(f"not as expected:\n{output}")
+
+
+def main():
+    folder = pathlib.Path(sys.argv[1])
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+
+    status, output = mutants(folder, arguments=["--list"])
+    expect(status == 0 and output.count("\n") == 19 and ENDLESS in output, output)
+
+    status, output = mutants(folder)
+    expect(status != 0 and "5 tests pass" in output, output)
+    expect("19 mutants, 17 to run" in output, output)  # two stand where no test passes
+    for survivor in (SAME, QUOTE, STEP, *UNTESTED):
+        expect(f"\n{survivor}\n" in output, output)
+    expect(output.count("(no test passes here)") == 2 and ENDLESS not in output, output)
+    expect("\ntoy" + 37 * " " + "       19     14   73.7 %          0\n" in output, output)
+
+    status, output = mutants(folder, SAME, QUOTE, STEP, *UNTESTED)
+    expect(status == 0 and "0 to run" in output and "          5\n" in output, output)
+
+    status, output = mutants(folder, SAME, QUOTE, STEP)
+    expect(status != 0, output)  # two of nineteen are more than one in ten
+
+    status, output = mutants(folder, SAME, QUOTE, STEP, *UNTESTED, "1 -> 2 | gone()")
+    expect(status != 0 and "explain nothing\n1 -> 2 | gone()" in output, output)
+
+    status, output = mutants(folder, arguments=["--module", "oy"])
+    expect(status == 0 and "0 mutants, 0 to run" in output, output)
+
+
+main()
