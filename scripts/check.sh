@@ -46,7 +46,7 @@ step_cppcheck() {
 step_tidy() {
   cmake --preset release
   sed 's/ -fno-tree-pre / /g' build/release/compile_commands.json >"$logs/compile_commands.json"
-  sources src quality simulation examples |
+  sources src quality simulation examples python/src |
     xargs -P "$jobs" -n 1 clang-tidy -p "$logs" --quiet 2>"$logs/tidy.counts"
 }
 
