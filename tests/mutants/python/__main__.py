@@ -44,7 +44,6 @@ MODULES = (
     "kestrane_tools/cli/factory_words.py",
     "kestrane_tools/cli/words.py",
     "kestrane_tools/files.py",
-    "kestrane_tools/report/model.py",
     "kestrane_tools/report/words.py",
     "kestrane_tools/results.py",
     "kestrane_tools/run_file.py",

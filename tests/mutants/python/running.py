@@ -41,6 +41,7 @@ BASELINE_SECONDS = 1200.0  # for a file of tests without a mutant
 FOREVER = 1e6
 LONGEST_SECONDS = 1.0  # a test that takes longer looks at no mutant: too few die by it alone
 MOST_SECONDS = 2.0  # of all tests that look at a mutant; the short ones come first
+LONG_TESTS = "not three_million and not changed_header and not any_bytes"  # known to take longer
 RECENT = 12  # tests that killed a mutant of the module lately are tried first
 
 Test = collections.namedtuple("Test", "file name seconds")
@@ -222,7 +223,7 @@ def measured(folder, configuration, trees, file):
     builtins.leave_mark = marks.add
     sys.meta_path.insert(0, Finder(trees))
     marking = Marking(marks)
-    status = run_pytest(configuration, [file], marking, folder)
+    status = run_pytest(configuration, [file], marking, folder, "-k", LONG_TESTS)
     said = "" if status == 0 else (folder / "output").read_text(errors="replace")
     return {"collected": marking.collected, "tests": marking.tests, "said": said}
 
