@@ -50,6 +50,7 @@ def _is_special(name: str) -> bool:
 
 
 def _beside(target: str) -> Iterator[BinaryIO]:
+    # target: a whole path, from the root on
     folder, base = os.path.split(target)
     # Process number and a counter: two writers of the same target do not meet.
     for attempt in range(1000):
@@ -72,7 +73,7 @@ def _beside(target: str) -> Iterator[BinaryIO]:
         with contextlib.suppress(OSError):
             os.unlink(beside)
         raise
-    _sync_folder(folder or ".")
+    _sync_folder(folder)
 
 
 def _sync_folder(folder: str) -> None:

@@ -89,13 +89,15 @@ def test_the_file_and_its_folder_are_synced(tmp_path, monkeypatch):
     real = os.fsync
 
     def noting(number):
-        synced.append(os.readlink(f"/proc/self/fd/{number}"))
+        size = os.fstat(number).st_size if stat.S_ISREG(os.fstat(number).st_mode) else None
+        synced.append((os.readlink(f"/proc/self/fd/{number}"), size))
         real(number)
 
     monkeypatch.setattr(os, "fsync", noting)
     open_before = len(os.listdir("/proc/self/fd"))
     written(tmp_path / "a.txt")
-    assert synced == [str(tmp_path / f".a.txt.{os.getpid()}.0.part"), str(tmp_path)]
+    beside = str(tmp_path / f".a.txt.{os.getpid()}.0.part")
+    assert synced == [(beside, len(b"new")), (str(tmp_path), None)]  # all of it is there by then
     assert len(os.listdir("/proc/self/fd")) == open_before
 
 
