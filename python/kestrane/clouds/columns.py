@@ -20,8 +20,8 @@ from kestrane.points import POINT, NotWhole, whole_numbers
 
 ROLES: Mapping[str, str] = {
     **{name: name for name in "xyz"},
-    **{name: "frame" for name in ("frame", "frame_id", "id", "image", "pose", "scan")},
-    **{name: "plane" for name in ("plane", "plane_id", "laser", "line", "label", "ring")},
+    **dict.fromkeys(("frame", "frame_id", "id", "image", "pose", "scan"), "frame"),
+    **dict.fromkeys(("plane", "plane_id", "laser", "line", "label", "ring"), "plane"),
 }
 """What a column is, by its name in lower case."""
 

@@ -169,7 +169,7 @@ def test_the_head_of_a_device_is_in_the_order_of_a_certificate():
 
 
 def test_each_limit_has_its_name():
-    limits = {name: 0.5 for name in words.LIMITS}
+    limits = dict.fromkeys(words.LIMITS, 0.5)
     assert told(Run(meta={"limits": limits}))["Limits"] == (
         "RMS of a plane 0.5 mm · 99 % of a plane's residuals 0.5 mm · measured share 50 % · "
         "95 % of the steps 0.5 mm · repeatability 0.5 mm · outliers 50 % · motion in the field 0.5 mm"
