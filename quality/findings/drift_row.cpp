@@ -3,6 +3,7 @@
 #include <string>
 
 #include "kestrane/quality/difference.h"
+#include "quality/findings/figures.h"
 #include "quality/findings/rows.h"
 #include "quality/findings/wording.h"
 
@@ -16,11 +17,11 @@ Finding drift_row(const Difference& difference, const Limits& limits) {
     finding.text = difference.refused + ": the tables cannot be compared";
     return finding;
   }
-  finding.figures = {{"rms", difference.rms},
-                     {"max", difference.max},
-                     {"plane", static_cast<double>(difference.plane)},
-                     {"rest", difference.rest},
-                     {"explained", difference.explained}};
+  finding.figures = figures_of({{"rms", difference.rms},
+                                {"max", difference.max},
+                                {"plane", difference.plane},
+                                {"rest", difference.rest},
+                                {"explained", difference.explained}});
   if (std::isnan(difference.explained)) {
     finding.text = "the tables are the same";
     return finding;

@@ -2,8 +2,11 @@
 #include <cmath>
 #include <cstddef>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "kestrane/quality/field.h"
+#include "quality/findings/figures.h"
 #include "quality/findings/rows.h"
 #include "quality/findings/wording.h"
 
@@ -14,13 +17,14 @@ bool is_weak(const MotionDirection& direction, const Limits& limits) {
   return direction.fixed && limits.rms && direction.sigma > *limits.rms / 3.0;
 }
 
+std::string sigma_text(double sigma) {
+  if (std::isinf(sigma)) return "moves no sheet";
+  return "sigma " + length_text(sigma);
+}
+
 // "shift along y (sigma 0.214)".
 std::string direction_text(const MotionDirection& direction) {
-  const std::string sigma =
-      std::isfinite(direction.sigma)
-          ? "sigma " + length_text(direction.sigma)
-          : (std::isnan(direction.sigma) ? "sigma not determined" : "moves no sheet");
-  return direction.name + " (" + sigma + ")";
+  return direction.name + " (" + sigma_text(direction.sigma) + ")";
 }
 
 template <class Asked>
@@ -34,16 +38,15 @@ std::vector<std::string> directions_where(const FieldResult& result, const Asked
 
 // "plane 1 frame -3; plane 4 frames 0, 7", of the frames that were left out.
 std::string dropped_text(const FieldUse& used) {
-  std::vector<std::string> places;
-  for (std::size_t i = 0; i < used.dropped.size();) {
-    const std::int32_t plane = used.dropped[i].plane;
-    std::vector<std::int32_t> frames;
-    for (; i < used.dropped.size() && used.dropped[i].plane == plane; ++i) {
-      frames.push_back(used.dropped[i].frame);
-    }
-    places.push_back("plane " + std::to_string(plane) +
-                     (frames.size() == 1 ? " frame " : " frames ") + list_text(frames));
+  std::vector<std::pair<std::int32_t, std::vector<std::int32_t>>> by_plane;
+  for (const DroppedFrame& dropped : used.dropped) {
+    if (by_plane.empty() || by_plane.back().first != dropped.plane)
+      by_plane.emplace_back(dropped.plane, std::vector<std::int32_t>());
+    by_plane.back().second.push_back(dropped.frame);
   }
+  std::vector<std::string> places;
+  places.reserve(by_plane.size());
+  for (const auto& [plane, frames] : by_plane) places.push_back(frames_text(plane, frames));
   return phrases_text(places);
 }
 
@@ -57,10 +60,8 @@ Finding field_motion_row(const FieldResult& result, const Limits& limits) {
   constexpr double kSure = 3.0;  // sigma
   const Displacement& moved = result.displacement;
   Finding finding{Level::kOk, "field_motion", {}, {}};
-  finding.figures = {{"max", moved.max},
-                     {"rms", moved.rms},
-                     {"sigma", moved.sigma},
-                     {"plane", static_cast<double>(moved.plane)}};
+  finding.figures = figures_of(
+      {{"max", moved.max}, {"rms", moved.rms}, {"sigma", moved.sigma}, {"plane", moved.plane}});
   const std::string figures = "the sheets moved by " + length_text(moved.max) + " on plane " +
                               std::to_string(moved.plane) + ", RMS " + length_text(moved.rms) +
                               ", sigma " + length_text(moved.sigma);
@@ -84,9 +85,8 @@ Finding direction_row(const FieldResult& result, const Limits& limits) {
   const std::vector<std::string> weak =
       directions_where(result, [&](const MotionDirection& d) { return is_weak(d, limits); });
   Finding finding{Level::kOk, "direction", {}, {}};
-  finding.figures = {{"not_fixed", static_cast<double>(loose.size())},
-                     {"weak", static_cast<double>(weak.size())},
-                     {"frames", static_cast<double>(result.frame_clusters)}};
+  finding.figures = figures_of(
+      {{"not_fixed", loose.size()}, {"weak", weak.size()}, {"frames", result.frame_clusters}});
   constexpr std::int32_t kFewestClusters = 8;
   if (result.frame_clusters < kFewestClusters) {
     finding.text =
@@ -108,12 +108,12 @@ Finding used_row(const FieldResult& result) {
   const StageCount& given = result.used.after(FieldStage::kGiven);
   const StageCount& used = result.used.after(FieldStage::kUsed);
   Finding finding{Level::kOk, "used", {}, {}};
-  finding.figures = {{"planes", static_cast<double>(used.planes)},
-                     {"planes_given", static_cast<double>(given.planes)},
-                     {"frames", static_cast<double>(used.frames)},
-                     {"frames_given", static_cast<double>(given.frames)},
-                     {"points", static_cast<double>(used.points)},
-                     {"points_given", static_cast<double>(given.points)}};
+  finding.figures = figures_of({{"planes", used.planes},
+                                {"planes_given", given.planes},
+                                {"frames", used.frames},
+                                {"frames_given", given.frames},
+                                {"points", used.points},
+                                {"points_given", given.points}});
   if (!result.refused.empty()) {
     finding.level = Level::kBad;
     finding.text = result.refused + ": no motion was found";
@@ -133,8 +133,11 @@ Finding used_row(const FieldResult& result) {
 
 Judgement judge(const FieldResult& result, const Limits& limits) {
   if (!result.refused.empty()) return conclude({used_row(result)}, limits);
-  return conclude(
-      {field_motion_row(result, limits), direction_row(result, limits), used_row(result)}, limits);
+  std::vector<Finding> findings;
+  findings.push_back(field_motion_row(result, limits));
+  findings.push_back(direction_row(result, limits));
+  findings.push_back(used_row(result));
+  return conclude(std::move(findings), limits);
 }
 
 }  // namespace kestrane::quality

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <string>
+#include <vector>
 
+#include "quality/findings/figures.h"
 #include "quality/findings/plane_lists.h"
 #include "quality/findings/rows.h"
 #include "quality/findings/wording.h"
@@ -68,9 +70,8 @@ Finding planes_row(const FactoryResult& result) {
   Finding finding{Level::kBad, "planes", {}, {}};
   const std::vector<std::int32_t> missing = planes_without_table(result);
   const std::vector<std::int32_t> gaps = planes_where(result, has_gap);
-  finding.figures = {{"planes", static_cast<double>(result.planes.size())},
-                     {"failed", static_cast<double>(missing.size())},
-                     {"with_gaps", static_cast<double>(gaps.size())}};
+  finding.figures = figures_of(
+      {{"planes", result.planes.size()}, {"failed", missing.size()}, {"with_gaps", gaps.size()}});
   if (!result.refused.empty()) {
     finding.text = result.refused + ": nothing was calibrated";
   } else if (!missing.empty()) {
@@ -93,11 +94,11 @@ Finding screened_row(const FactoryResult& result) {
   const DropCounts dropped = dropped_of(result);
   const Extreme worst = most_screened(result);
   Finding finding{Level::kOk, "screened", "no point had to be taken out", {}};
-  finding.figures = {{"points", static_cast<double>(dropped.screened())},
-                     {"not_finite", static_cast<double>(dropped.not_finite)},
-                     {"gross", static_cast<double>(dropped.gross)},
-                     {"largest_share", worst.value},
-                     {"plane", static_cast<double>(worst.plane)}};
+  finding.figures = figures_of({{"points", dropped.screened()},
+                                {"not_finite", dropped.not_finite},
+                                {"gross", dropped.gross},
+                                {"largest_share", worst.value},
+                                {"plane", worst.plane}});
   if (!result.settings.screen) finding.text = "not asked for: the job got every point as it is";
   if (dropped.screened() == 0) return finding;
   const bool many = worst.value > kMostScreened;
@@ -112,12 +113,10 @@ Finding screened_row(const FactoryResult& result) {
 }
 
 Finding frames_row(const FactoryResult& result) {
-  const auto frames_of_plane = [](const PlaneFigures& plane) {
-    return static_cast<double>(plane.poses.size());
-  };
-  const Extreme fewest = smallest(result, frames_of_plane);
+  const Extreme fewest =
+      smallest(result, [](const PlaneFigures& plane) { return real_of(plane.poses.size()); });
   Finding finding{Level::kOk, "frames", {}, {}};
-  finding.figures = {{"fewest", fewest.value}, {"plane", static_cast<double>(fewest.plane)}};
+  finding.figures = figures_of({{"fewest", fewest.value}, {"plane", fewest.plane}});
   const std::vector<std::int32_t> few = planes_where(
       result, [](const PlaneFigures& plane) { return plane.poses.size() < kFewestFrames; });
   const std::vector<std::int32_t> single =
@@ -128,7 +127,7 @@ Finding frames_row(const FactoryResult& result) {
     return finding;
   }
   finding.level = Level::kWarn;
-  if (single.size() == planes_where(result, [](const PlaneFigures&) { return true; }).size()) {
+  if (single.size() == count_tables(result)) {
     finding.text = "no frame numbers: poses cannot be judged; number the points by frame";
   } else {
     finding.text =

@@ -6,7 +6,9 @@
 namespace kestrane::quality {
 
 Judgement judge(const FactoryResult& result, const Limits& limits) {
-  std::vector<Finding> findings = {planes_row(result), screened_row(result)};
+  std::vector<Finding> findings;
+  findings.push_back(planes_row(result));
+  findings.push_back(screened_row(result));
   if (!result.refused.empty()) return conclude(std::move(findings), limits);
   findings.push_back(residuals_row(result, limits));
   findings.push_back(coverage_row(result, limits));

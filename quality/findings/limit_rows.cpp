@@ -1,7 +1,10 @@
 // The rows that hold one figure of each plane against a limit: residuals, coverage, seams,
 // outliers, repeatability.
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "quality/findings/figures.h"
 #include "quality/findings/plane_lists.h"
 #include "quality/findings/rows.h"
 #include "quality/findings/wording.h"
@@ -20,12 +23,19 @@ double repeatability_of(const PlaneFigures& plane) { return plane.repeatability;
 
 // Planes whose figure is above `factor` times a limit; none without the limit, and none where the
 // figure is not determined.
-template <class FigureOf>
-Planes above(const FactoryResult& result, const FigureOf& figure_of,
-             const std::optional<double>& limit, double factor = 1.0) {
+Planes above(const FactoryResult& result, FigureOf figure_of, const std::optional<double>& limit,
+             double factor = 1.0) {
   if (!limit) return {};
-  return planes_where(
-      result, [&](const PlaneFigures& plane) { return figure_of(plane) > factor * *limit; });
+  const double most = factor * *limit;
+  return planes_where(result, [=](const PlaneFigures& plane) { return figure_of(plane) > most; });
+}
+
+// Planes that are covered less than `factor` times the limit; none without the limit.
+Planes covered_below(const FactoryResult& result, const std::optional<double>& limit,
+                     double factor) {
+  if (!limit) return {};
+  const double least = factor * *limit;
+  return planes_where(result, [=](const PlaneFigures& plane) { return plane.coverage < least; });
 }
 
 Level level_of(const Planes& bad, const Planes& warn) {
@@ -34,16 +44,23 @@ Level level_of(const Planes& bad, const Planes& warn) {
 }
 
 std::string on_plane(const Extreme& extreme) {
-  return extreme.plane < 0 ? "" : " on plane " + std::to_string(extreme.plane);
+  if (extreme.plane < 0) return {};
+  return " on plane " + std::to_string(extreme.plane);
 }
 
-std::vector<Figure> figures_of(const char* name, const Extreme& worst) {
-  return {{name, worst.value}, {"plane", static_cast<double>(worst.plane)}};
+std::vector<Figure> figures_at(const char* name, const Extreme& worst) {
+  return figures_of({{name, worst.value}, {"plane", worst.plane}});
 }
 
 // ", within 0.300", or nothing without the limit.
 std::string within(const std::optional<double>& limit) {
-  return limit ? ", within " + length_text(*limit) : "";
+  if (!limit) return {};
+  return ", within " + length_text(*limit);
+}
+
+std::string disagreement_text(double limit, const Planes& planes, const std::string& worst) {
+  return "even and odd frames disagree by more than " + length_text(limit) + " on " +
+         planes_text(planes) + ", worst " + worst + ": take more poses";
 }
 
 }  // namespace
@@ -51,10 +68,12 @@ std::string within(const std::optional<double>& limit) {
 Finding residuals_row(const FactoryResult& result, const Limits& limits) {
   const Extreme rms = largest(result, rms_of);
   const Extreme q99 = largest(result, q99_of);
-  Finding finding{Level::kOk, "residuals", {}, figures_of("rms", rms)};
-  finding.figures.push_back({"q99", q99.value});
-  finding.figures.push_back({"q99_plane", static_cast<double>(q99.plane)});
-  finding.figures.push_back({"device_rms", result.device.rms});
+  Finding finding{Level::kOk, "residuals", {}, {}};
+  finding.figures = figures_of({{"rms", rms.value},
+                                {"plane", rms.plane},
+                                {"q99", q99.value},
+                                {"q99_plane", q99.plane},
+                                {"device_rms", result.device.rms}});
   const Planes bad_rms = above(result, rms_of, limits.rms);
   const Planes bad_q99 = above(result, q99_of, limits.p99);
   const Planes near = above(result, rms_of, limits.rms, 0.8);
@@ -79,14 +98,9 @@ Finding residuals_row(const FactoryResult& result, const Limits& limits) {
 
 Finding coverage_row(const FactoryResult& result, const Limits& limits) {
   const Extreme least = smallest(result, coverage_of);
-  Finding finding{Level::kOk, "coverage", {}, figures_of("coverage", least)};
-  const auto below = [&](double factor) {
-    return planes_where(result, [&](const PlaneFigures& plane) {
-      return limits.coverage && plane.coverage < factor * *limits.coverage;
-    });
-  };
-  const Planes bad = below(0.5);
-  const Planes warn = below(1.0);
+  Finding finding{Level::kOk, "coverage", {}, figures_at("coverage", least)};
+  const Planes bad = covered_below(result, limits.coverage, 0.5);
+  const Planes warn = covered_below(result, limits.coverage, 1.0);
   finding.level = level_of(bad, warn);
   const std::string worst = share_text(least.value) + on_plane(least);
   if (warn.empty()) {
@@ -102,7 +116,7 @@ Finding coverage_row(const FactoryResult& result, const Limits& limits) {
 
 Finding seams_row(const FactoryResult& result, const Limits& limits) {
   const Extreme worst = largest(result, seam_of);
-  Finding finding{Level::kOk, "seams", {}, figures_of("seam", worst)};
+  Finding finding{Level::kOk, "seams", {}, figures_at("seam", worst)};
   const Planes warn = above(result, seam_of, limits.seam);
   finding.level = level_of({}, warn);
   if (warn.empty()) {
@@ -118,15 +132,15 @@ Finding seams_row(const FactoryResult& result, const Limits& limits) {
 
 Finding outliers_row(const FactoryResult& result, const Limits& limits) {
   const Extreme worst = largest(result, outliers_of);
-  Finding finding{Level::kOk, "outliers", {}, figures_of("share", worst)};
+  Finding finding{Level::kOk, "outliers", {}, figures_at("share", worst)};
   const Planes bad = above(result, outliers_of, limits.outliers, 3.0);
   const Planes warn = above(result, outliers_of, limits.outliers);
   finding.level = level_of(bad, warn);
   const std::string share = share_text(worst.value) + on_plane(worst);
   if (warn.empty()) {
-    finding.text = "at most " + share_text(worst.value) + " of the points beyond 4 sigma" +
-                   on_plane(worst) +
-                   (limits.outliers ? ", within " + share_text(*limits.outliers) : "");
+    finding.text =
+        "at most " + share_text(worst.value) + " of the points beyond 4 sigma" + on_plane(worst);
+    if (limits.outliers) finding.text += ", within " + share_text(*limits.outliers);
   } else {
     finding.text = "more than " + share_text(*limits.outliers) +
                    " of the points beyond 4 sigma on " + planes_text(warn) + ", worst " + share +
@@ -137,18 +151,17 @@ Finding outliers_row(const FactoryResult& result, const Limits& limits) {
 
 Finding repeatability_row(const FactoryResult& result, const Limits& limits) {
   const Extreme worst = largest(result, repeatability_of);
-  Finding finding{Level::kOk, "repeatability", {}, figures_of("repeatability", worst)};
+  Finding finding{Level::kOk, "repeatability", {}, figures_at("repeatability", worst)};
   std::optional<double> warned = limits.repeatability;
   if (!warned && limits.rms) warned = *limits.rms / 3.0;
   const Planes bad = above(result, repeatability_of, limits.rms);
   const Planes warn = above(result, repeatability_of, warned);
   finding.level = level_of(bad, warn);
   const std::string figure = length_text(worst.value) + on_plane(worst);
-  if (!bad.empty() || !warn.empty()) {
-    finding.text = "even and odd frames disagree by more than " +
-                   length_text(bad.empty() ? *warned : *limits.rms) + " on " +
-                   planes_text(bad.empty() ? warn : bad) + ", worst " + figure +
-                   ": take more poses";
+  if (!bad.empty()) {
+    finding.text = disagreement_text(*limits.rms, bad, figure);
+  } else if (!warn.empty()) {
+    finding.text = disagreement_text(*warned, warn, figure);
   } else if (worst.plane < 0) {
     finding.text = result.settings.repeatability
                        ? "not determined: at least 4 frames are needed that each half can be "

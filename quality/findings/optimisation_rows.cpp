@@ -1,6 +1,8 @@
 // The rows on what the optimisation of the corners did: trade, optimise_idle, bound.
 #include <string>
+#include <vector>
 
+#include "quality/findings/figures.h"
 #include "quality/findings/plane_lists.h"
 #include "quality/findings/rows.h"
 #include "quality/findings/wording.h"
@@ -24,9 +26,8 @@ Finding trade_row(const FactoryResult& result) {
   const Extreme worst =
       largest(result, [](const PlaneFigures& plane) { return plane.median_seam; });
   Finding finding{planes.empty() ? Level::kOk : Level::kWarn, "trade", {}, {}};
-  finding.figures = {{"planes", static_cast<double>(planes.size())},
-                     {"median_seam", worst.value},
-                     {"plane", static_cast<double>(worst.plane)}};
+  finding.figures =
+      figures_of({{"planes", planes.size()}, {"median_seam", worst.value}, {"plane", worst.plane}});
   if (worst.plane >= 0) {
     const PlaneFigures& plane = result.planes[static_cast<std::size_t>(worst.plane)];
     finding.figures.push_back({"median_seam_without", plane.optimisation.median_seam_without});
@@ -52,12 +53,14 @@ Finding optimise_idle_row(const FactoryResult& result) {
   const Planes planes = planes_where(
       result, [](const PlaneFigures& plane) { return plane.optimisation.largest_move == 0.0; });
   Finding finding{planes.empty() ? Level::kOk : Level::kWarn, "optimise_idle", {}, {}};
-  finding.figures = {{"planes", static_cast<double>(planes.size())}};
-  finding.text = planes.empty()
-                     ? "the optimisation moved corners on every plane"
-                     : "on, but moved nothing: " + planes_text(planes) +
-                           ": these planes are as without it; look for cells with points that lie "
-                           "on their plane exactly or are not finite";
+  finding.figures = figures_of({{"planes", planes.size()}});
+  if (planes.empty()) {
+    finding.text = "the optimisation moved corners on every plane";
+  } else {
+    finding.text = "on, but moved nothing: " + planes_text(planes) +
+                   ": these planes are as without it; look for cells with points that lie on "
+                   "their plane exactly or are not finite";
+  }
   return finding;
 }
 
@@ -67,13 +70,14 @@ Finding bound_row(const FactoryResult& result) {
   std::int64_t corners = 0;
   for (const PlaneFigures& plane : result.planes) corners += plane.optimisation.at_bound;
   Finding finding{planes.empty() ? Level::kOk : Level::kWarn, "bound", {}, {}};
-  finding.figures = {{"corners", static_cast<double>(corners)},
-                     {"planes", static_cast<double>(planes.size())}};
-  finding.text = planes.empty()
-                     ? "no corner moved as far as the optimisation may"
-                     : count_text(corners, "corner") +
-                           " moved as far as the optimisation may, 0.5, on " + planes_text(planes) +
-                           ": look at the outliers and the bow of these sheets";
+  finding.figures = figures_of({{"corners", corners}, {"planes", planes.size()}});
+  if (planes.empty()) {
+    finding.text = "no corner moved as far as the optimisation may";
+  } else {
+    finding.text = count_text(corners, "corner") +
+                   " moved as far as the optimisation may, 0.5, on " + planes_text(planes) +
+                   ": look at the outliers and the bow of these sheets";
+  }
   return finding;
 }
 

@@ -1,12 +1,12 @@
-// The planes of a device that a row speaks of.
+// The planes of a device that a row speaks of: those that have a table.
 //
 // in    a factory result and what is asked of a plane
 // out   plane numbers, ascending, and the plane where a figure is worst
 #pragma once
 
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "kestrane/quality/factory.h"
@@ -15,41 +15,22 @@ namespace kestrane::quality {
 
 inline bool has_table(const PlaneFigures& plane) { return plane.reason.empty(); }
 
-// Planes that have a table and are as `asked`.
-template <class Asked>
-std::vector<std::int32_t> planes_where(const FactoryResult& result, const Asked& asked) {
-  std::vector<std::int32_t> planes;
-  for (std::size_t p = 0; p < result.planes.size(); ++p) {
-    if (has_table(result.planes[p]) && asked(result.planes[p])) {
-      planes.push_back(static_cast<std::int32_t>(p));
-    }
-  }
-  return planes;
-}
+std::size_t count_tables(const FactoryResult& result);
 
-// Where a figure is largest; plane -1 and not a number where no plane has it.
+// Planes that have a table and are as `asked`.
+std::vector<std::int32_t> planes_where(const FactoryResult& result,
+                                       const std::function<bool(const PlaneFigures&)>& asked);
+
+// Where a figure is worst; plane -1 and not a number where no plane has it.
 struct Extreme {
   std::int32_t plane = -1;
   double value = kNotDetermined;
 };
 
-template <class FigureOf>
-Extreme largest(const FactoryResult& result, const FigureOf& figure_of) {
-  Extreme found;
-  for (std::size_t p = 0; p < result.planes.size(); ++p) {
-    if (!has_table(result.planes[p])) continue;
-    const double value = figure_of(result.planes[p]);
-    if (std::isnan(value) || value <= found.value) continue;
-    found = {static_cast<std::int32_t>(p), value};
-  }
-  return found;
-}
+using FigureOf = double (*)(const PlaneFigures& plane);
 
-template <class FigureOf>
-Extreme smallest(const FactoryResult& result, const FigureOf& figure_of) {
-  Extreme found = largest(result, [&](const PlaneFigures& plane) { return -figure_of(plane); });
-  found.value = -found.value;
-  return found;
-}
+// The first of equal planes.
+Extreme largest(const FactoryResult& result, FigureOf figure_of);
+Extreme smallest(const FactoryResult& result, FigureOf figure_of);
 
 }  // namespace kestrane::quality

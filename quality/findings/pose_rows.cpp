@@ -3,7 +3,10 @@
 #include <cmath>
 #include <cstddef>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "quality/findings/figures.h"
 #include "quality/findings/plane_lists.h"
 #include "quality/findings/rows.h"
 #include "quality/findings/wording.h"
@@ -27,45 +30,40 @@ std::vector<std::int32_t> frames_off(const PlaneFigures& plane) {
 
 // The two frames whose medians lie farthest from the plane's, ascending.
 std::vector<std::int32_t> farthest_frames(const PlaneFigures& plane) {
-  std::vector<PoseFigures> poses;
+  std::vector<std::pair<double, std::int32_t>> ranks;  // farthest first, then by frame number
   for (const PoseFigures& pose : plane.poses) {
-    if (!std::isnan(pose.median)) poses.push_back(pose);
+    const double away = std::abs(pose.median - plane.median);
+    if (!std::isnan(away)) ranks.emplace_back(-away, pose.frame);
   }
-  std::sort(poses.begin(), poses.end(), [&](const PoseFigures& a, const PoseFigures& b) {
-    const double away[2] = {std::abs(a.median - plane.median), std::abs(b.median - plane.median)};
-    return away[0] > away[1] || (away[0] == away[1] && a.frame < b.frame);
-  });
-  poses.resize(std::min<std::size_t>(poses.size(), 2));
+  std::sort(ranks.begin(), ranks.end());
+  ranks.resize(std::min<std::size_t>(ranks.size(), 2));
   std::vector<std::int32_t> frames;
-  frames.reserve(poses.size());
-  for (const PoseFigures& pose : poses) frames.push_back(pose.frame);
+  frames.reserve(ranks.size());
+  for (const auto& rank : ranks) frames.push_back(rank.second);
   std::sort(frames.begin(), frames.end());
   return frames;
 }
 
 // "plane 0 frames 0, 7; plane 1 frames 0, 17".
-template <class FramesOf>
 std::string places_text(const FactoryResult& result, const Planes& planes,
-                        const FramesOf& frames_of) {
+                        std::vector<std::int32_t> (*frames_of)(const PlaneFigures& plane)) {
   std::vector<std::string> places;
+  places.reserve(planes.size());
   for (const std::int32_t p : planes) {
-    const std::vector<std::int32_t> frames = frames_of(plane_at(result, p));
-    places.push_back("plane " + std::to_string(p) + (frames.size() == 1 ? " frame " : " frames ") +
-                     list_text(frames));
+    places.push_back(frames_text(p, frames_of(plane_at(result, p))));
   }
   return phrases_text(places);
 }
 
 double share_off(const PlaneFigures& plane) {
   if (plane.poses.empty()) return 0.0;
-  return static_cast<double>(frames_off(plane).size()) / static_cast<double>(plane.poses.size());
+  return real_of(frames_off(plane).size()) / real_of(plane.poses.size());
 }
 
 bool differs_by_pose(const PlaneFigures& plane) { return plane.between_poses > plane.within_poses; }
 
 // Root of the mean square over the planes where the figure is determined.
-template <class FigureOf>
-double mean_over_planes(const FactoryResult& result, const FigureOf& figure_of) {
+double mean_over_planes(const FactoryResult& result, FigureOf figure_of) {
   double squares = 0.0;
   double count = 0.0;
   for (const PlaneFigures& plane : result.planes) {
@@ -83,12 +81,13 @@ Finding borrowed_row(const FactoryResult& result) {
   const Planes planes =
       planes_where(result, [](const PlaneFigures& plane) { return plane.borrowed_in_volume; });
   Finding finding{planes.empty() ? Level::kOk : Level::kWarn, "borrowed", {}, {}};
-  finding.figures = {{"planes", static_cast<double>(planes.size())}};
-  finding.text = planes.empty()
-                     ? "no borrowed sector reaches into the working volume"
-                     : "sectors without points of their own reach into the working volume on " +
-                           planes_text(planes) +
-                           ": measure the whole fan there, or narrow the volume";
+  finding.figures = figures_of({{"planes", planes.size()}});
+  if (planes.empty()) {
+    finding.text = "no borrowed sector reaches into the working volume";
+  } else {
+    finding.text = "sectors without points of their own reach into the working volume on " +
+                   planes_text(planes) + ": measure the whole fan there, or narrow the volume";
+  }
   return finding;
 }
 
@@ -100,33 +99,34 @@ Finding poses_off_row(const FactoryResult& result) {
   std::size_t off = 0;
   for (const std::int32_t p : planes) off += frames_off(plane_at(result, p)).size();
   Finding finding{Level::kOk, "poses_off", "no frame is off", {}};
-  finding.figures = {{"frames", static_cast<double>(off)},
-                     {"largest_share", worst.value},
-                     {"plane", static_cast<double>(worst.plane)}};
+  finding.figures =
+      figures_of({{"frames", off}, {"largest_share", worst.value}, {"plane", worst.plane}});
   if (off == 0) return finding;
-  const bool many = worst.value > kMostOff;
-  finding.level = many ? Level::kBad : Level::kWarn;
   finding.text = count_text(static_cast<std::int64_t>(off), "frame") +
-                 " off by more than 4 sigma: " + places_text(result, planes, frames_off) +
-                 (many ? ": more than a quarter of the frames of plane " +
-                             std::to_string(worst.plane) + ", measure it anew"
-                       : ": repeat or leave out these poses");
+                 " off by more than 4 sigma: " + places_text(result, planes, frames_off);
+  if (worst.value > kMostOff) {
+    finding.level = Level::kBad;
+    finding.text += ": more than a quarter of the frames of plane " + std::to_string(worst.plane) +
+                    ", measure it anew";
+  } else {
+    finding.level = Level::kWarn;
+    finding.text += ": repeat or leave out these poses";
+  }
   return finding;
 }
 
 Finding pose_noise_row(const FactoryResult& result) {
   const Planes planes = planes_where(result, differs_by_pose);
-  const std::size_t all = planes_where(result, [](const PlaneFigures&) { return true; }).size();
   const double between =
       mean_over_planes(result, [](const PlaneFigures& plane) { return plane.between_poses; });
   const double within =
       mean_over_planes(result, [](const PlaneFigures& plane) { return plane.within_poses; });
   Finding finding{Level::kOk, "pose_noise", {}, {}};
-  finding.figures = {
-      {"planes", static_cast<double>(planes.size())}, {"between", between}, {"within", within}};
+  finding.figures =
+      figures_of({{"planes", planes.size()}, {"between", between}, {"within", within}});
   const std::string figures =
       length_text(between) + " between poses, " + length_text(within) + " within";
-  if (2 * planes.size() > all) {
+  if (2 * planes.size() > count_tables(result)) {
     finding.level = Level::kWarn;
     finding.text = "the error is per pose, not per point: " + figures +
                    "; farthest: " + places_text(result, planes, farthest_frames) +

@@ -1,7 +1,9 @@
 // The row on what the refinement would gain.
 #include <cmath>
 #include <string>
+#include <vector>
 
+#include "quality/findings/figures.h"
 #include "quality/findings/plane_lists.h"
 #include "quality/findings/rows.h"
 #include "quality/findings/wording.h"
@@ -17,15 +19,14 @@ bool is_known(const PlaneFigures& plane) {
 }
 
 // Root mean square of a figure over some planes.
-template <class FigureOf>
 double pooled(const FactoryResult& result, const std::vector<std::int32_t>& planes,
-              const FigureOf& figure_of) {
+              double (*figure_of)(const RefinementFigures& refinement)) {
   double squares = 0.0;
   for (const std::int32_t p : planes) {
     const double value = figure_of(*result.planes[static_cast<std::size_t>(p)].refinement);
     squares += value * value;
   }
-  return std::sqrt(squares / static_cast<double>(planes.size()));
+  return std::sqrt(squares / real_of(planes.size()));
 }
 
 }  // namespace
@@ -33,7 +34,7 @@ double pooled(const FactoryResult& result, const std::vector<std::int32_t>& plan
 Finding refine_row(const FactoryResult& result) {
   const auto planes = planes_where(result, is_known);
   Finding finding{Level::kOk, "refine", {}, {}};
-  finding.figures = {{"planes", static_cast<double>(planes.size())}};
+  finding.figures = figures_of({{"planes", planes.size()}});
   if (planes.empty()) {
     finding.text =
         "what the refinement would gain is not determined: it takes at least 2 frames "

@@ -34,15 +34,15 @@ std::string joined(const std::vector<std::string>& parts, const char* between) {
 std::string length_text(double value) {
   if (std::isnan(value)) return kUnknown;
   const double size = std::abs(value);
-  const bool plain = size == 0.0 || (size >= 0.01 && size < 1e6);
-  return formatted(plain ? "%.3f" : "%.2g", value);
+  const bool small = size > 0.0 && size < 0.01;
+  return formatted(small || size >= 1e6 ? "%.2g" : "%.3f", value);
 }
 
 std::string share_text(double share) {
   if (std::isnan(share)) return kUnknown;
   const double percent = 100.0 * share;
-  if (percent > 0.0 && percent < 0.1) return formatted("%.2g %%", percent);
-  return formatted(percent >= 10.0 || percent == 0.0 ? "%.0f %%" : "%.1f %%", percent);
+  if (percent >= 0.0 && percent < 0.1) return formatted("%.2g %%", percent);
+  return formatted(percent >= 10.0 ? "%.0f %%" : "%.1f %%", percent);
 }
 
 std::string count_text(std::int64_t count, const std::string& what) {
@@ -58,6 +58,11 @@ std::string list_text(const std::vector<std::int32_t>& numbers) {
 
 std::string planes_text(const std::vector<std::int32_t>& planes) {
   return (planes.size() == 1 ? "plane " : "planes ") + list_text(planes);
+}
+
+std::string frames_text(std::int32_t plane, const std::vector<std::int32_t>& frames) {
+  return "plane " + std::to_string(plane) + (frames.size() == 1 ? " frame " : " frames ") +
+         list_text(frames);
 }
 
 std::string phrases_text(const std::vector<std::string>& phrases) { return joined(phrases, "; "); }

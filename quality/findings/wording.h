@@ -25,6 +25,9 @@ std::string list_text(const std::vector<std::int32_t>& numbers);
 // "plane 3", "planes 0, 1, 4".
 std::string planes_text(const std::vector<std::int32_t>& planes);
 
+// "plane 3 frame 7", "plane 3 frames 0, 7".
+std::string frames_text(std::int32_t plane, const std::vector<std::int32_t>& frames);
+
 // Phrases joined by "; ", at most six of them.
 std::string phrases_text(const std::vector<std::string>& phrases);
 
