@@ -12,10 +12,12 @@ namespace {
 using kestrane::quality::conclude;
 using kestrane::quality::count_text;
 using kestrane::quality::Finding;
+using kestrane::quality::frames_text;
 using kestrane::quality::Judgement;
 using kestrane::quality::length_text;
 using kestrane::quality::Level;
 using kestrane::quality::Limits;
+using kestrane::quality::phrases_text;
 using kestrane::quality::planes_text;
 using kestrane::quality::share_text;
 using kestrane_test::kNaN;
@@ -35,6 +37,13 @@ TEST(Conclude, RefusesLimitsThatAreNoSizes) {
   limits.rms = kNaN;
   EXPECT_THROW(conclude({}, limits), std::invalid_argument);
   limits.rms = 0.0;
+  EXPECT_NO_THROW(conclude({}, limits));
+}
+
+TEST(Conclude, LooksAtNoLimitThatWasTakenBack) {
+  Limits limits;
+  limits.rms = -0.1;
+  limits.rms.reset();
   EXPECT_NO_THROW(conclude({}, limits));
 }
 
@@ -93,6 +102,11 @@ TEST(LengthText, KeepsThreeDecimalsWhereTheyTellSomething) {
   EXPECT_EQ(length_text(0.0813), "0.081");
   EXPECT_EQ(length_text(-12.5), "-12.500");
   EXPECT_EQ(length_text(0.0), "0.000");
+  EXPECT_EQ(length_text(0.01), "0.010");
+  EXPECT_EQ(length_text(0.00996), "0.01");
+  EXPECT_EQ(length_text(-0.00042), "-0.00042");
+  EXPECT_EQ(length_text(999999.5), "999999.500");
+  EXPECT_EQ(length_text(1e6), "1e+06");
   EXPECT_EQ(length_text(0.00042), "0.00042");
   EXPECT_EQ(length_text(3e-9), "3e-09");
   EXPECT_EQ(length_text(1.5e8), "1.5e+08");
@@ -104,6 +118,11 @@ TEST(ShareText, IsPercent) {
   EXPECT_EQ(share_text(0.051), "5.1 %");
   EXPECT_EQ(share_text(0.0), "0 %");
   EXPECT_EQ(share_text(0.0004), "0.04 %");
+  EXPECT_EQ(share_text(0.00096), "0.096 %");
+  EXPECT_EQ(share_text(0.0012), "0.1 %");
+  EXPECT_EQ(share_text(0.0994), "9.9 %");
+  EXPECT_EQ(share_text(0.1), "10 %");
+  EXPECT_EQ(share_text(-0.02), "-2.0 %");  // a rigid part that explains less than nothing
   EXPECT_EQ(share_text(1.0), "100 %");
   EXPECT_EQ(share_text(kNaN), "not determined");
 }
@@ -117,6 +136,16 @@ TEST(PlanesText, NamesSixAtMost) {
   EXPECT_EQ(planes_text({3}), "plane 3");
   EXPECT_EQ(planes_text({0, 1, 2, 3, 4, 9}), "planes 0, 1, 2, 3, 4, 9");
   EXPECT_EQ(planes_text({0, 1, 2, 3, 4, 5, 6, 7}), "planes 0, 1, 2, 3, 4, 5 and 2 more");
+}
+
+TEST(FramesText, KnowsOneFromMany) {
+  EXPECT_EQ(frames_text(3, {-7}), "plane 3 frame -7");
+  EXPECT_EQ(frames_text(0, {0, 7}), "plane 0 frames 0, 7");
+}
+
+TEST(PhrasesText, NamesSixAtMost) {
+  EXPECT_EQ(phrases_text({"a"}), "a");
+  EXPECT_EQ(phrases_text({"a", "b", "c", "d", "e", "f", "g"}), "a; b; c; d; e; f and 1 more");
 }
 
 }  // namespace
