@@ -3,6 +3,7 @@
     python3 tests/mutants                      all units, both kinds
     python3 tests/mutants --unit fast/ --kind branch
     python3 tests/mutants --unit quality/      the units of kestrane::quality
+    python3 tests/mutants --unit fit/ fast/    of several rooms
     python3 tests/mutants --list               name the mutants, run nothing
     python3 tests/mutants --quotes             look for explanations of lines that are gone
 
@@ -23,7 +24,8 @@ neither a flag nor a register, and leads to the instruction as it was or to one 
 An environment variable picks one changed form in the whole program as it starts. So each unit is
 assembled and each test program is linked once for all mutants.
 
-First each test runs by itself without a mutant, which has to pass. A mark at each place tells the
+First each test runs by itself without a mutant, which has to pass; one that takes longer than
+--longest is left out, so that a survivor does not cost minutes. A mark at each place tells the
 tests that pass it, and their time. Then, for each mutant, the tests that pass its place run, short
 ones first, until one fails. A crash and an exceeded limit of time or memory count as dead.
 
@@ -58,13 +60,13 @@ def take_all_apart(jobs):
     return units
 
 
-def run_mutants(units, mutants, jobs):
+def run_mutants(units, mutants, longest, jobs):
     """Runs the mutants; returns those that live and whether a test passes a mutant's place."""
     programs = find_programs()
     objects = build_objects(units, jobs)
     for program in programs.values():
         program.build(objects)
-    coverage = baseline(units, programs, jobs)
+    coverage = baseline(units, programs, longest, jobs)
     first_marks = dict(zip((unit.name for unit in units), first_marks_of(units)))
 
     def reached(mutant):
@@ -75,11 +77,13 @@ def run_mutants(units, mutants, jobs):
 
 def main():
     parser = argparse.ArgumentParser(prog="mutants", description=__doc__.splitlines()[0])
-    parser.add_argument("--unit", default="", help="only units whose name begins with this")
+    parser.add_argument("--unit", nargs="+", help="only units whose name begins with one of these")
     parser.add_argument("--kind", choices=["branch", "arithmetic"], help="only this kind")
     parser.add_argument("--list", action="store_true", help="name the mutants, run nothing")
     parser.add_argument("--quotes", action="store_true",
                         help="fail where an explanation's source line is gone, run nothing")
+    parser.add_argument("--longest", type=float, default=2.0,
+                        help="seconds of processor time; tests that need more are left out")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="mutants at a time")
     parser.add_argument("--root", type=pathlib.Path, default=folders.ROOT, help="the sources")
     parser.add_argument("--build", type=pathlib.Path, help="default: build/release")
@@ -94,13 +98,13 @@ def main():
         sys.exit("mutants: lines that are gone\n" + "\n".join(gone) if gone else 0)
     (folders.WORK / "assembly").mkdir(parents=True, exist_ok=True)
     units = take_all_apart(options.jobs)
-    mutants = [mutant for unit in units if unit.name.startswith(options.unit)
+    mutants = [mutant for unit in units if unit.name.startswith(tuple(options.unit or [""]))
                for mutant in mutants_of(unit) if options.kind in (None, mutant.kind)]
     if options.list:
         for mutant in mutants:
             print(describe(mutant))
         return
-    living, reached = run_mutants(units, mutants, options.jobs)
+    living, reached = run_mutants(units, mutants, options.longest, options.jobs)
     whole = not options.unit and options.kind is None
     if not report(mutants, living, reached, read_explained(options.explained), whole):
         sys.exit("mutants: survivors and explanations do not agree")

@@ -25,7 +25,6 @@ TIME_FACTOR = 4  # a step may take this often its usual processor time before it
 WALL_SECONDS = 30  # for a process that waits instead of working; grows with the tests' time
 WALL_FACTOR = 100  # generous, as the processor may be shared
 FILE_BLOCKS = 1 << 18  # of 512 bytes; more than any test writes
-BASELINE_SECONDS = 10  # a generous guess, before the time of a test is known
 STEP_SECONDS = (0.01, 0.1, math.inf)  # tests below the first run before those below the second
 
 Test = collections.namedtuple("Test", "program name seconds")
@@ -61,24 +60,27 @@ def list_tests(program):
     return names
 
 
-def baseline(units, programs, jobs):
-    """The tests that pass a place, by the number of its mark.
+def baseline(units, programs, longest, jobs):
+    """The tests of at most `longest` seconds that pass a place, by the number of its mark.
 
     Kept in build/mutants/coverage.json for as long as neither a unit nor a test program changes.
     """
-    stamp = hashlib.sha256("".join([unit.digest for unit in units] + [
+    stamp = hashlib.sha256("".join([str(longest)] + [unit.digest for unit in units] + [
         program.digest for program in programs.values()]).encode()).hexdigest()
     store = folders.WORK / "coverage.json"
     known = json.loads(store.read_text()) if store.exists() else {}
     if known.get("stamp") != stamp:
-        known = {"stamp": stamp, **measure_coverage(programs, jobs)}
+        known = {"stamp": stamp, **measure_coverage(programs, longest, jobs)}
         store.write_text(json.dumps(known))
     tests = [Test(*entry) for entry in known["tests"]]
     return {int(mark): [tests[n] for n in numbers] for mark, numbers in known["marks"].items()}
 
 
-def measure_coverage(programs, jobs):
-    """Runs each test by itself without a mutant: its time, and the marks that it leaves."""
+def measure_coverage(programs, longest, jobs):
+    """Runs each test by itself without a mutant: its time, and the marks that it leaves.
+
+    Those that take longer than `longest` are left out.
+    """
     tests, marks_of = [], collections.defaultdict(list)
 
     def measure(item):
@@ -88,7 +90,9 @@ def measure_coverage(programs, jobs):
             marks = folder / "marks"
             marks.mkdir()
             status, seconds = run_tests(program, [name], {"KESTRANE_MARKS": str(marks)}, folder,
-                                        BASELINE_SECONDS)
+                                        longest)
+            if seconds > longest and status in (0, -signal.SIGXCPU, -signal.SIGKILL):
+                return None
             if status != 0:
                 raise RuntimeError(f"{program.name} fails without a mutant: {name}\n"
                                    + (folder / "output").read_text(errors="replace"))
@@ -98,7 +102,11 @@ def measure_coverage(programs, jobs):
 
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         items = [(program, name) for program in programs.values() for name in list_tests(program)]
-        for test, passed in pool.map(measure, items):
+        for item, measured in zip(items, pool.map(measure, items)):
+            if measured is None:
+                print(f"left out, too long: {item[1]} of {item[0].name}", flush=True)
+                continue
+            test, passed = measured
             for mark in passed:
                 marks_of[mark].append(len(tests))
             tests.append(test)

@@ -60,6 +60,9 @@ def main():
     expect(status == 0 and "1 mutants, 0 to run" in output, output)
     expect("arithmetic: 100.00 % dead" in output, output)
 
+    status, output = mutants(folder, arguments=["--unit", "quality/", "--longest", "0.1"])
+    expect(status == 0 and "left out, too long: Spread.TakesItsTime" in output, output)
+
     status, output = mutants(folder, UNTESTED, arguments=["--quotes"])
     expect(status == 0 and output == "", output)
 
