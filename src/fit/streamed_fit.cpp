@@ -347,8 +347,7 @@ std::optional<bool> StreamedRows::reject_beyond_sigmas(const StreamedPlane& plan
   RowBits kept(in_use_.size());
   PointMatrix3 copies(wanted_ == Wanted::kAll ? count() : 0, 3);
   double* const out = copies.rows() > 0 ? copies.data() : nullptr;
-  constexpr int kGuessAndBand = 2;
-  for (int pass = 0; pass < kGuessAndBand; ++pass) {
+  for (;;) {  // twice at most: then the guess is the band
     Rejection rejection;
     DistanceSums sums;
     passes_.reject_and_sum(
@@ -372,7 +371,6 @@ std::optional<bool> StreamedRows::reject_beyond_sigmas(const StreamedPlane& plan
     middle = sum;
     half = k * sigma;
   }
-  return std::nullopt;
 }
 
 template <class Keeps>
