@@ -103,18 +103,19 @@ void expect_cut_leaves_nothing_behind(Place place, long n, const Outcome& expect
 }
 
 // Every allocation at `place` fails once: the standard exception comes out, the same object then
-// gives what a fresh one gives, and no block is lost. Returns how many allocations there were.
+// gives what a fresh one gives, and no block is lost. Returns how many allocations there were,
+// within `step`, which leaves all but every step-th of them out.
 template <class Routine>
-long expect_every_cut_leaves_nothing_behind(Place place = Place::kOwn) {
+long expect_every_cut_leaves_nothing_behind(Place place = Place::kOwn, long step = 1) {
   Outcome expected;
   {
     Routine routine;
     expected = outcome_of_a_run(routine);
   }
   bool cut = true;
-  long n = 0;
+  long n = 1 - step;
   while (cut && !testing::Test::HasFailure()) {
-    ++n;
+    n += step;
     expect_cut_leaves_nothing_behind<Routine>(place, n, expected, cut);
   }
   return n - 1;

@@ -271,12 +271,19 @@ TEST(MemoryFaults, LeaveTheScreeningOfACloudRepeatable) {
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<CloudRefusal>(), 5);
 }
 
+// A whole calibration for each of hundreds of allocations takes a sanitizer minutes.
+constexpr long kStepOfLongRuns = kestrane_test::kSanitized ? 7 : 1;
+
 TEST(MemoryFaults, LeaveSafeCalibrationsRepeatable) {
-  EXPECT_GE(expect_every_cut_leaves_nothing_behind<SafeFactory>(), 100);
+  EXPECT_GE(
+      expect_every_cut_leaves_nothing_behind<SafeFactory>(faults::Place::kOwn, kStepOfLongRuns),
+      100);
 }
 
 TEST(MemoryFaults, LeaveRefinementsRepeatable) {
-  EXPECT_GE(expect_every_cut_leaves_nothing_behind<Refinement>(), 100);
+  EXPECT_GE(
+      expect_every_cut_leaves_nothing_behind<Refinement>(faults::Place::kOwn, kStepOfLongRuns),
+      100);
 }
 
 TEST(MemoryFaults, LeaveTheScreeningOfFramesRepeatable) {
