@@ -11,7 +11,7 @@ build=build/abi
 # Layouts are read from debug information, which needs no optimisation.
 cmake -S . -B "$build" -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=None \
   -DCMAKE_CXX_FLAGS="-g -O0 -DNDEBUG" -DKESTRANE_BUILD_TESTS=OFF -DKESTRANE_BUILD_BENCH=OFF \
-  -DKESTRANE_BUILD_EXAMPLES=OFF >/dev/null
+  -DKESTRANE_BUILD_EXAMPLES=OFF -DKESTRANE_PRECOMPILE=ON -DKESTRANE_UNITY=ON >/dev/null
 cmake --build "$build" -j "${JOBS:-$(nproc)}" --target kestrane kestrane_quality
 
 # check <library> <baseline> [--rewrite]

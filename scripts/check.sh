@@ -11,14 +11,15 @@ fuzz_seconds=${FUZZ_SECONDS:-15}
 logs=build/check
 steps=(format lint cppcheck tidy types asan coverage python threads memory fuzz abi)
 
-sources() { git ls-files "${@/%//*.cpp}"; }
-
 build() { # preset target...
   local preset=$1
   shift
   cmake --preset "$preset"
   cmake --build --preset "$preset" -j "$jobs" ${1+--target "$@"}
 }
+
+# The release build with each room as one source, in build/rooms.
+join_rooms() { cmake --preset release -B build/rooms -DKESTRANE_UNITY=ON -DKESTRANE_BUILD_BENCH=OFF; }
 
 # Every source looks as the formatter leaves it.
 step_format() {
@@ -41,18 +42,14 @@ step_cppcheck() {
     --quiet -j "$jobs" -Iinclude -Isrc -I. src quality include simulation examples bench fuzz
 }
 
-# The checks that .clang-tidy names, over the flags of the release build, less the one of g++ that
-# clang does not know.
+# The checks that .clang-tidy names, over the sources room by room.
 step_tidy() {
-  cmake --preset release
-  sed 's/ -fno-tree-pre / /g' build/release/compile_commands.json >"$logs/compile_commands.json"
-  sources src quality simulation examples python/src |
-    xargs -P "$jobs" -n 1 clang-tidy -p "$logs" --quiet 2>"$logs/tidy.counts"
+  join_rooms
+  scripts/tidy.py build/rooms "$jobs" src quality simulation examples python/src
 }
 
 # The annotations of the Python package, and those that a host sees of it.
 step_types() {
-  build release kestrane_python
   MYPYPATH=python:tools /usr/bin/python3 -m mypy --strict --cache-dir "$logs/mypy" \
     python/kestrane python/tests/typed_host.py tools/kestrane_tools tools/man_pages.py
 }
@@ -69,10 +66,10 @@ step_coverage() {
   scripts/coverage.py build/asan 98
 }
 
-# The Python package with preconditions checked: no call may end the process.
+# The Python package on the libraries of the step before the last: no call may end the process.
 step_python() {
-  build debug kestrane_python python_host
-  build/debug/bin/python -m pytest -c pytest.ini python/tests/{calls,host,memory,tables,threads}_test.py
+  printf 'python/tests/%s_test.py\n' calls host memory tables threads |
+    xargs -P "$jobs" -n 1 build/asan/bin/python -m pytest -c pytest.ini
 }
 
 # Two objects of every class and two jobs of each kind in two threads, under the thread sanitizer.
@@ -86,11 +83,12 @@ step_threads() {
 
 # The shared library as shipped, at work for the tests of its interface and for two threads.
 step_memory() {
-  build release interface_test threads_test
+  join_rooms
+  cmake --build build/rooms -j "$jobs" --target interface_test threads_test
   printf '%s\n' interface/interface_test threads/threads_test |
     xargs -P "$jobs" -I '{}' valgrind --quiet --fair-sched=try --leak-check=full --show-leak-kinds=definite,possible \
       --errors-for-leak-kinds=definite,possible --error-exitcode=1 \
-      --suppressions=tests/support/valgrind.supp build/release/tests/'{}'
+      --suppressions=tests/support/valgrind.supp build/rooms/tests/'{}'
 }
 
 # Any bytes into the file readers, side by side.
