@@ -51,7 +51,9 @@ fi
 echo "build-packages: both builds are equal"
 cat "$work/first.sums"
 
-said=$(lintian --pedantic --display-info --display-experimental --info "$work"/first/*.changes)
+# The packages name the standards of Debian 12; the lintian of a later release knows later ones.
+said=$(lintian --pedantic --display-info --display-experimental --info \
+  --suppress-tags out-of-date-standards-version "$work"/first/*.changes)
 if [ -n "$said" ]; then
   echo "$said" >&2
   exit 1
