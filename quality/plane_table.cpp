@@ -73,12 +73,16 @@ void copy_row(const _LASER_LINES_INFOS& from, _LASER_TRIPLE* to) {
   }
 }
 
+void check_parts(std::int32_t planes, const void* grids, const void* rows) {
+  if (planes < 0 || planes > PlaneTable::kMostPlanes)
+    refuse_record("has " + std::to_string(planes) + " planes");
+  if (grids == nullptr) refuse_record("has no grid record");
+  if (planes > 0 && rows == nullptr) refuse_record("has no rows");
+}
+
 template <class Record>
 PlaneTable copy_record(const Record& record) {
-  if (record.plane_count < 0 || record.plane_count > PlaneTable::kMostPlanes)
-    refuse_record("has " + std::to_string(record.plane_count) + " planes");
-  if (record.grids == nullptr) refuse_record("has no grid record");
-  if (record.plane_count > 0 && record.planes == nullptr) refuse_record("has no rows");
+  check_parts(record.plane_count, record.grids, record.planes);
   PlaneTable table(record.plane_count);
   table.grids() = *record.grids;
   for (std::int32_t p = 0; p < record.plane_count; ++p) {

@@ -42,12 +42,13 @@ double x_at(const _LASER_TRIPLE& model, double t) {
   return -((model.v[0] * t + model.v[2]) / model.v[1]);
 }
 
-std::string obstacle(const _LASER_TRIPLE& model, double t, std::int32_t p, std::int32_t j,
+// What keeps a corner's model from giving an x.
+std::string obstacle(const _LASER_TRIPLE& model, double x, std::int32_t p, std::int32_t j,
                      std::int32_t k) {
   const std::string place =
       "corner [" + std::to_string(j) + ", " + std::to_string(k) + "] of plane " + std::to_string(p);
   if (std::abs(model.v[1]) < kGuard) return place + " has no x: its b is 0";
-  if (!std::isfinite(x_at(model, t))) return place + " has an x that is not finite";
+  if (!std::isfinite(x)) return place + " has an x that is not finite";
   return {};
 }
 
@@ -71,9 +72,10 @@ DeviceCorners corners_at(const _COMPENSATOR_COEFFS& record, double condition) {
           continue;
         }
         const _LASER_TRIPLE& model = row.lines[j].cells[k];
-        std::string reason = obstacle(model, condition, p, j, k);
+        const double x = x_at(model, condition);
+        std::string reason = obstacle(model, x, p, j, k);
         if (!reason.empty()) return {{}, reason};
-        device.corners.push_back({{x_at(model, condition), at.y, at.z}});
+        device.corners.push_back({{x, at.y, at.z}});
       }
     }
   }

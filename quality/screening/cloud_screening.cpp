@@ -47,10 +47,10 @@ std::vector<Fate> take_usable(const _KESTRANE_ID_POINT3DS& points, const DepthBa
 }
 
 bool is_worse(const WorstPoint& a, const WorstPoint& b) {
-  const double sizes[2] = {size_of(a.residual), size_of(b.residual)};
-  return sizes[0] > sizes[1] || (sizes[0] == sizes[1] && a.index < b.index);
+  return size_of(a.residual) > size_of(b.residual);
 }
 
+// Points come by ascending index, so that of equally bad ones the first stand first.
 void remember(const WorstPoint& point, std::vector<WorstPoint>& worst) {
   const auto place = std::upper_bound(worst.begin(), worst.end(), point, is_worse);
   if (place == worst.end() && worst.size() == kMostWorst) return;

@@ -94,14 +94,19 @@ TEST(CornersAt, RefusesAModelWithoutX) {
 TEST(TableOf, RefusesAnotherNumberOfCorners) {
   EXPECT_THROW(table_of(std::vector<kestrane::_LASER_TRIPLE>()), std::invalid_argument);
   EXPECT_THROW(table_of(std::vector<kestrane::_LASER_TRIPLE>(815)), std::invalid_argument);
+  EXPECT_THROW(table_of(std::vector<kestrane::_LASER_TRIPLE>(817)), std::invalid_argument);
   EXPECT_THROW(table_of(std::vector<kestrane::_LASER_TRIPLE>(101 * 816)), std::invalid_argument);
 }
 
 TEST(TableOf, RefusesAPlaneThatIsNotFiniteThroughout) {
   Coefficients record(2);
-  DeviceCorners device = corners_at(*record, 25.0);
-  device.corners[816 + 5].v[0] = kNaN;
-  EXPECT_EQ(table_of(device).refused, "plane 1 has corners that are not finite");
+  for (int i = 0; i < 3; ++i) {
+    for (const double value : {kNaN, -kInf}) {
+      DeviceCorners device = corners_at(*record, 25.0);
+      device.corners[816 + 5].v[i] = value;
+      EXPECT_EQ(table_of(device).refused, "plane 1 has corners that are not finite") << i;
+    }
+  }
 }
 
 TEST(TableOf, RefusesAPlaneThroughTheOrigin) {

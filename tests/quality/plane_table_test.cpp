@@ -208,17 +208,48 @@ TEST(PlaneTableCopyOf, RefusesWhatIsNoTable) {
   refuses([](auto& record) { record.planes[1].block.lines[3].cells = nullptr; });
 }
 
+TEST(PlaneTableCopyOf, RefusesALibrarysRecordThatIsNoTable) {
+  const auto refuses = [](auto spoil) {
+    kestrane::LASER_PLANE_BLOCK_INFOS_GROUP group;
+    EXPECT_EQ(group.init(2), KESTRANE_OK);
+    kestrane::_LASER_PLANE_BLOCK_INFOS& record = group;
+    const kestrane::_LASER_PLANE_BLOCK_INFOS whole = record;
+    spoil(record);
+    EXPECT_THROW(PlaneTable::copy_of(record), std::invalid_argument);
+    record = whole;
+  };
+  refuses([](auto& record) { record.plane_count = -1; });
+  refuses([](auto& record) { record.plane_count = 101; });
+  refuses([](auto& record) { record.planes = nullptr; });
+  refuses([](auto& record) { record.grids = nullptr; });
+}
+
+TEST(PlaneTableCopyOf, NeedsNoRowsWithoutPlanes) {
+  PlaneTable table(0);
+  _MRV_LASER_PLANE_BLOCK_INFOS record = table.record();
+  record.planes = nullptr;
+  EXPECT_EQ(PlaneTable::copy_of(record), table);
+}
+
 // --- look-up ---------------------------------------------------------------------------------
 
 TEST(PlaneTable, EmptyCellsAreThoseThatGiveNoX) {
   PlaneTable table(1);
   const auto empty_as = [&](double a, double b, double c) {
     table.cell(0, {0, 0}) = {{a, b, c}};
-    return table.is_empty(0, {0, 0});
+    const bool empty = table.is_empty(0, {0, 0});
+    const FanPlace middle = table.block_middle({0, 0});
+    EXPECT_EQ(table.row_is_empty(0), empty);
+    EXPECT_EQ(std::isnan(table.x_at(0, middle.y, middle.z)), empty);
+    EXPECT_EQ(std::isnan(table.distance(0, {0.0, middle.y, middle.z})), empty);
+    return empty;
   };
   EXPECT_TRUE(empty_as(0.0, 0.0, 0.0));
   EXPECT_TRUE(empty_as(0.0, 1.0, 0.0));
   EXPECT_TRUE(empty_as(2e-16, 2e-16, -2e-16));
+  EXPECT_FALSE(empty_as(2e-16, 2e-16, -3e-16));
+  EXPECT_FALSE(empty_as(2e-16, 3e-16, -2e-16));
+  EXPECT_TRUE(empty_as(-kInf, 1.0, 1.0));
   EXPECT_TRUE(empty_as(kNaN, 1.0, 1.0));
   EXPECT_TRUE(empty_as(1.0, kInf, 1.0));
   EXPECT_TRUE(empty_as(1.0, 1.0, -kInf));

@@ -24,6 +24,24 @@ int error_to_give = 0;
 bool failed_unlink = false;
 bool writes_lie = false;  // a byte of each write becomes another one
 
+bool signals_come = false;  // every other call that waits ends with a signal
+bool signal_is_next = false;
+int folder_sync_error = 0;
+int renames_left = -1;  // until one fails; negative while none is to fail
+int open_descriptors = 0;
+
+bool is_interrupted() {
+  if (!signals_come) return false;
+  signal_is_next = !signal_is_next;
+  if (signal_is_next) errno = EINTR;
+  return signal_is_next;
+}
+
+bool is_folder(int descriptor) {
+  struct stat status {};
+  return ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 bool fails() {
   if (calls_left < 0 || calls_left-- > 0) return false;
   errno = error_to_give;
@@ -45,9 +63,14 @@ int __real_rename(const char* from, const char* to);
 int __real_unlink(const char* path);
 
 int __wrap_open(const char* path, int flags, mode_t mode) {
-  return fails() ? -1 : __real_open(path, flags, mode);
+  if (is_interrupted() || fails()) return -1;
+  const int descriptor = __real_open(path, flags, mode);
+  if (descriptor >= 0) ++open_descriptors;
+  return descriptor;
 }
 int __wrap_close(int descriptor) {
+  EXPECT_GE(descriptor, 0);
+  --open_descriptors;
   const int closed = __real_close(descriptor);  // a descriptor is gone even if its close fails
   return fails() ? -1 : closed;
 }
@@ -63,12 +86,23 @@ ssize_t __wrap_write(int descriptor, const void* from, size_t size) {
   bytes[digit == std::string::npos ? 900 : digit] ^= 1;
   return __real_write(descriptor, bytes.data(), size);
 }
-int __wrap_fsync(int descriptor) { return fails() ? -1 : __real_fsync(descriptor); }
+int __wrap_fsync(int descriptor) {
+  if (is_interrupted() || fails()) return -1;
+  if (folder_sync_error != 0 && is_folder(descriptor)) {
+    errno = folder_sync_error;
+    return -1;
+  }
+  return __real_fsync(descriptor);
+}
 int __wrap_fchmod(int descriptor, mode_t mode) {
   return fails() ? -1 : __real_fchmod(descriptor, mode);
 }
 int __wrap_link(const char* from, const char* to) { return fails() ? -1 : __real_link(from, to); }
 int __wrap_rename(const char* from, const char* to) {
+  if (renames_left >= 0 && renames_left-- == 0) {
+    errno = EIO;
+    return -1;
+  }
   return fails() ? -1 : __real_rename(from, to);
 }
 int __wrap_unlink(const char* path) {
@@ -101,6 +135,7 @@ bool save_with_failure(int n, int error, const std::string& old_bytes, const std
   const std::string path = folder.path("file");
   if (existed) folder.file("file", old_bytes);
   failed_unlink = false;
+  open_descriptors = 0;
   calls_left = n;
   error_to_give = error;
   bool thrown = false;
@@ -115,6 +150,7 @@ bool save_with_failure(int n, int error, const std::string& old_bytes, const std
   }
   const bool reached = calls_left < 0;
   calls_left = -1;
+  EXPECT_EQ(open_descriptors, 0) << reason;
   if (thrown) {
     EXPECT_EQ(path_named, path);
     EXPECT_NE(reason, "");
@@ -156,6 +192,73 @@ TEST(StorageFaults, LeaveTheOldCoefficientsOrTheNewOnes) {
   expect_whole_after_every_failure(bytes_of_coefficients(*record), [&](const std::string& path) {
     kestrane::quality::save_coefficients(*record, path);
   });
+}
+
+// The reason why a table could not be saved; empty where it could.
+std::string reason_of_saving(const PlaneTable& table, const std::string& path) {
+  try {
+    kestrane::quality::save_table(table, path);
+  } catch (const FileError& failure) {
+    return failure.reason();
+  }
+  return "";
+}
+
+bool begins(const std::string& text, const std::string& with) { return text.rfind(with, 0) == 0; }
+
+TEST(StorageFaults, OfASignalAreTriedAgain) {
+  const TemporaryFolder folder;
+  signals_come = true;
+  const std::string reason = reason_of_saving(odd_table(1), folder.path("file"));
+  signals_come = false;
+  EXPECT_EQ(reason, "");
+  EXPECT_EQ(files_in(folder), 1U);
+}
+
+TEST(StorageFaults, OfAFolderThatKnowsNoSyncAreNone) {
+  const TemporaryFolder folder;
+  for (const int error : {EINVAL, ENOTSUP}) {
+    folder_sync_error = error;
+    EXPECT_EQ(reason_of_saving(odd_table(1), folder.path("file")), "");
+  }
+  folder_sync_error = 0;
+}
+
+TEST(StorageFaults, BringTheOldFileBackWhereTheFolderCannotBeSynced) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", "old");
+  folder_sync_error = EIO;
+  const std::string reason = reason_of_saving(odd_table(1), path);
+  EXPECT_TRUE(begins(reason, "its folder cannot be synced")) << reason;
+  EXPECT_TRUE(bytes_of(path) == "old");
+  renames_left = 1;  // the one that brings it back
+  const std::string lasting = reason_of_saving(odd_table(1), path);
+  folder_sync_error = 0;
+  renames_left = -1;
+  EXPECT_TRUE(begins(lasting, "is written, but its folder cannot be synced")) << lasting;
+  EXPECT_FALSE(bytes_of(path) == "old");
+  EXPECT_EQ(files_in(folder), 1U);
+}
+
+TEST(StorageFaults, TouchNoFileThatIsNotTheirs) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", "old");
+  const auto take_names = [&](const std::string& kind) {
+    for (int n = 0; n < 1000; ++n)
+      folder.file("file" + kind + std::to_string(::getpid()) + "-" + std::to_string(n), "");
+  };
+  take_names(".old-");
+  folder_sync_error = EIO;
+  const std::string reason = reason_of_saving(odd_table(1), path);
+  folder_sync_error = 0;
+  EXPECT_TRUE(begins(reason, "is written, but its folder cannot be synced")) << reason;
+  EXPECT_FALSE(bytes_of(path) == "old");
+  EXPECT_EQ(files_in(folder), 1001U);
+  take_names(".new-");
+  const std::string before = bytes_of(path);
+  EXPECT_TRUE(begins(reason_of_saving(odd_table(2), path), "cannot write beside it"));
+  EXPECT_TRUE(bytes_of(path) == before);
+  EXPECT_EQ(files_in(folder), 2001U);
 }
 
 TEST(StorageFaults, AreSeenWhereTheDiskKeepsOtherBytes) {
