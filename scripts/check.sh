@@ -81,7 +81,7 @@ step_threads() {
   done
 }
 
-# The shared library as shipped, at work for the tests of its interface and for two threads.
+# The release library at work for the tests of its interface and for two threads.
 step_memory() {
   join_rooms
   cmake --build build/rooms -j "$jobs" --target interface_test threads_test

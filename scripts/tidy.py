@@ -39,7 +39,7 @@ class Text:
                    for source in self.sources)
 
     def write(self, folder):
-        """Joins the sources; returns the entry for the text. What an earlier source includes is blank."""
+        """Joins the sources and returns the text's entry; what an earlier one includes is blank."""
         lines, seen = [], set()
         for source in self.sources:
             mine = set()
