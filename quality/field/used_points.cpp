@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "quality/field/job_stages.h"
@@ -78,7 +79,7 @@ void sum_stages(FieldUse& use) {
 
 void sort_dropped(std::vector<DroppedFrame>& dropped) {
   std::sort(dropped.begin(), dropped.end(), [](const DroppedFrame& a, const DroppedFrame& b) {
-    return a.plane != b.plane ? a.plane < b.plane : a.frame < b.frame;
+    return std::pair(a.plane, a.frame) < std::pair(b.plane, b.frame);
   });
 }
 

@@ -55,6 +55,12 @@ TEST(Compare, RefusesTablesOfDifferentShape) {
   other = table_of({{100}});
   other.grids().grid_y_start[7] += 1.0;
   EXPECT_THROW(compare(table_of({{100}}), other), std::invalid_argument);
+  other = table_of({{100}});
+  other.grids().grid_y_step[49] *= 1.01;
+  EXPECT_THROW(compare(table_of({{100}}), other), std::invalid_argument);
+  other = table_of({{100}});
+  other.grids().z_start += 1.0;
+  EXPECT_THROW(compare(table_of({{100}}), other), std::invalid_argument);
 }
 
 TEST(Compare, TakesATableThatHasBeenThroughItsFile) {
@@ -213,6 +219,8 @@ TEST(Compare, HasNotANumberForAPlaneWithoutBlocks) {
   const Difference difference = compare(a, two);
   EXPECT_EQ(difference.planes[1].blocks, 0);
   EXPECT_TRUE(std::isnan(difference.planes[1].rms));
+  EXPECT_TRUE(std::isnan(difference.planes[1].max));
+  EXPECT_TRUE(std::isnan(difference.planes[1].rest));
   EXPECT_EQ(difference.planes[0].rms, 0.0);
 }
 
