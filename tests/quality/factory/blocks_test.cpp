@@ -47,6 +47,19 @@ TEST(SectorsWithPoints, HaveAnyIndicatorThatIsNotThreeZeros) {
   for (std::size_t j = 0; j < own.size(); ++j) EXPECT_EQ(own[j], j == 3 || j == 14) << j;
 }
 
+TEST(SectorsWithPoints, LookAtEveryPartOfEveryIndicator) {
+  for (int k = 0; k < 50; ++k) {
+    for (int i = 0; i < 3; ++i) {
+      for (const double mark : {-1e-300, kNaN}) {
+        std::vector<_LASER_TRIPLE> indicators(kAll, {{0.0, 0.0, 0.0}});
+        indicators[index_of(7, k)].v[i] = mark;
+        const OwnSectors own = kestrane::quality::sectors_with_points(indicators);
+        for (std::size_t j = 0; j < own.size(); ++j) EXPECT_EQ(own[j], j == 7) << j << " " << k;
+      }
+    }
+  }
+}
+
 TEST(BlockOrigins, FollowTheirPointsAndTheirSector) {
   std::vector<_LASER_TRIPLE> cells(kAll, plane_at(100, 0, 0));
   cells[5] = {{0.0, 1.0, 1.0}};
