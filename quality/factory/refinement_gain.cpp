@@ -94,9 +94,8 @@ RefinementFigures measure_gain(KESTRANE_LASER_FAC_CALIB& engine, Cloud given, Cl
 }
 
 bool is_estimated(std::size_t p, std::size_t planes) {
-  if (planes <= kEstimated) return true;
   for (std::size_t n = 0; n < kEstimated; ++n) {
-    // Rounded to the nearest plane.
+    // Rounded to the nearest plane: of no more than four planes each one.
     if (p == (2 * n * (planes - 1) + kEstimated - 1) / (2 * (kEstimated - 1))) return true;
   }
   return false;
