@@ -13,7 +13,6 @@ namespace {
 
 using simulation::Placement;
 using simulation::Sheet;
-using simulation::Vec3;
 
 void require(bool holds, const char* what) {
   if (!holds) throw py::value_error(what);
