@@ -5,7 +5,7 @@
 # leave nothing.
 #   test-packages.sh <suite> <folder of packages> [<folder of the former release's packages>]
 #
-# Needs root: debootstrap makes the roots from MIRROR, chroot enters them. They are below ROOTS
+# Needs root: debootstrap makes the roots, from MIRROR if set, chroot enters them. They are below ROOTS
 # (build/package-roots), where a pristine one and what was fetched are kept for the next run.
 set -euo pipefail
 suite=$1 packages=$(realpath "$2") former=${3:+$(realpath "$3")}
@@ -41,8 +41,8 @@ apt() { enter apt-get -q -y -o APT::Install-Recommends=false "$@" >>"$log" 2>&1;
 fresh() {
   if [ ! -e "$place/pristine/.complete" ]; then
     rm -rf "$place/pristine"
-    debootstrap --variant=minbase "$suite" "$place/pristine" \
-      "${MIRROR:-http://deb.debian.org/debian}" >>"$log" 2>&1 || fail "no root of $suite"
+    debootstrap --variant=minbase "$suite" "$place/pristine" ${MIRROR:+"$MIRROR"} \
+      >>"$log" 2>&1 || fail "no root of $suite"
     touch "$place/pristine/.complete"
   fi
   leave

@@ -67,9 +67,9 @@ class Finder(importlib.abc.MetaPathFinder):
     def find_spec(self, name, path, target=None):
         if name not in self.trees:
             return None
-        spec = importlib.machinery.PathFinder.find_spec(name, path)
-        spec.loader = Loader(name, spec.origin, self.trees[name])
-        return spec
+        found = importlib.machinery.PathFinder.find_spec(name, path)
+        found.loader = Loader(name, found.origin, self.trees[name])
+        return found
 
 
 class Marking:
