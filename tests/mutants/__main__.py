@@ -44,7 +44,8 @@ import sys
 
 import folders
 from assembly import assembly_of, find_units, mutants_of, take_apart
-from report import EXPLAINED, describe, read_explained, report, unquoted
+from explanations import read_explained
+from report import EXPLAINED, describe, report, unquoted
 from running import baseline, run_all
 from switched import build_objects, find_programs, first_marks_of
 

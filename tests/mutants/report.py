@@ -31,14 +31,6 @@ def entry_of(mutant):
     return f"{place.mnemonic} {mutant.change} | {line}"
 
 
-def read_explained(path):
-    """The entries of a file of explanations."""
-    if not path.exists():
-        return set()
-    lines = [line.strip() for line in path.read_text(encoding="utf-8").splitlines()]
-    return {line for line in lines if line and not line.startswith("#")}
-
-
 def unquoted(explained):
     """The entries whose source line stands in no file any more."""
     lines = {line.strip() for folder in folders.SOURCES

@@ -6,6 +6,8 @@ import shutil
 import subprocess
 import sys
 
+from toy_runs import expect, run_tool
+
 HERE = pathlib.Path(__file__).resolve().parent
 TOY = HERE / "toy"
 
@@ -15,19 +17,8 @@ UNTESTED = "addsd subsd | double untested_sum(double a, double b) { return a + b
 
 
 def mutants(folder, *entries, arguments=()):
-    """Runs the tool with these explanations; returns its exit status and what it prints."""
-    explained = folder / "explained.txt"
-    explained.write_text("# A reason.\n" + "\n".join(entries) + "\n", encoding="utf-8")
-    done = subprocess.run(
-        [sys.executable, str(HERE), "--root", str(TOY), "--build", str(folder / "release"),
-         "--explained", str(explained), *arguments],
-        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
-    return done.returncode, done.stdout
-
-
-def expect(holds, output):
-    if not holds:
-        sys.exit(f"not as expected:\n{output}")
+    return run_tool(HERE, folder, "--root", str(TOY), "--build", str(folder / "release"), *arguments,
+                    explained=entries)
 
 
 def main():

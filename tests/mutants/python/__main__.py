@@ -84,9 +84,12 @@ def main():
     os.environ["PYTEST_DISABLE_PLUGIN_AUTOLOAD"] = "1"  # only what the project itself asks for
     os.environ["OPENBLAS_NUM_THREADS"] = "1"  # a process that forks has one thread
 
+    sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))  # what both tools share
+
     import changes
     import report
     import running
+    from explanations import read_explained
 
     root = options.root.resolve()
     work = (options.work or root / "build" / "mutants").resolve()
@@ -109,7 +112,7 @@ def main():
     results = running.Results(work / "python.jsonl", texts)
     living = running.run_all(configuration, tests, mutants, trees, passed, finding, results,
                              options.jobs, work)
-    explained = report.read_explained(options.explained or report.EXPLAINED)
+    explained = read_explained(options.explained or report.EXPLAINED)
     if not report.report(mutants, living, lambda mutant: running.tests_for(mutant, passed),
                          explained, not options.module and options.every == 1):
         sys.exit("mutants: too many survivors, or explanations that do not agree with them")

@@ -15,14 +15,6 @@ EXPLAINED = pathlib.Path(__file__).resolve().parent / "explained.txt"
 LEAST = 90.0  # per cent of a module's mutants that have to die or to be explained
 
 
-def read_explained(path):
-    """The entries of a file of explanations."""
-    if not path.exists():
-        return set()
-    lines = [line.strip() for line in path.read_text(encoding="utf-8").splitlines()]
-    return {line for line in lines if line and not line.startswith("#")}
-
-
 def report(mutants, living, passed, explained, whole):
     """Prints the table and the survivors; returns whether each module reaches its share.
 

@@ -1,11 +1,12 @@
-"""The tool over a module whose mutants' fates are known: toy_test.py <folder to work in>."""
+"""The tool over a module whose mutants' fates are known: toy_module_test.py <folder to work in>."""
 
 import pathlib
 import shutil
-import subprocess
 import sys
 
-HERE = pathlib.Path(__file__).resolve().parent
+from toy_runs import expect, run_tool
+
+TOOL = pathlib.Path(__file__).resolve().parent / "python"
 
 SAME = "value > LIMIT -> value >= LIMIT | return LIMIT if value > LIMIT else value"
 QUOTE = """\"'\" -> '' | raise ValueError(f"a name expected, got '{name}'")"""
@@ -15,20 +16,9 @@ ENDLESS = "toy:24  count -= 1 -> count += 1"
 
 
 def mutants(folder, *entries, arguments=()):
-    """Runs the tool with these explanations; returns its exit status and what it prints."""
-    explained = folder / "explained.txt"
-    explained.write_text("# A reason.\n" + "\n".join(entries) + "\n", encoding="utf-8")
-    done = subprocess.run(
-        [sys.executable, str(HERE), "--root", str(HERE / "toy"), "--work", str(folder / "work"),
-         "--sources", "package", "--modules", "*.py", "--tests", "tests/*_test.py", "--jobs", "2",
-         "--explained", str(explained), *arguments],
-        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
-    return done.returncode, done.stdout
-
-
-def expect(holds, output):
-    if not holds:
-        sys.exit(f"not as expected:\n{output}")
+    return run_tool(TOOL, folder, "--root", str(TOOL / "toy"), "--work", str(folder / "work"),
+                    "--sources", "package", "--modules", "*.py", "--tests", "tests/*_test.py",
+                    "--jobs", "2", *arguments, explained=entries)
 
 
 def main():
