@@ -7,6 +7,7 @@
 
 #include "kestrane/quality/factory.h"
 #include "kestrane/quality/findings.h"
+#include "tests/quality/findings/expected_figures.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ using kestrane::quality::Limits;
 using kestrane::quality::Origin;
 using kestrane::quality::PlaneFigures;
 using kestrane::quality::PoseFigures;
+using quality_tests::expect_figures;
 
 double just_above(double value) {
   return std::nextafter(value, std::numeric_limits<double>::infinity());
@@ -160,11 +162,7 @@ TEST(PlanesRow, SaysWhatBecameOfThePlanes) {
   EXPECT_EQ(text(result, "planes"),
             "no table for planes 0, 3 (plane 0: no points; plane 3: no sector has 200 points): "
             "measure these planes anew");
-  const Finding found = row(result, "planes");
-  EXPECT_EQ(found.figures.size(), 3U);
-  EXPECT_EQ(found.figure("planes"), 4.0);
-  EXPECT_EQ(found.figure("failed"), 2.0);
-  EXPECT_EQ(found.figure("with_gaps"), 2.0);
+  expect_figures(row(result, "planes"), {{"planes", 4.0}, {"failed", 2.0}, {"with_gaps", 2.0}});
 }
 
 TEST(PlanesRow, NamesSixPlanesAtMost) {
@@ -203,13 +201,11 @@ TEST(ScreenedRow, SaysWhatWasTakenOut) {
   EXPECT_EQ(text(result, "screened"),
             "91 points taken out (80 not finite, 11 gross), most on plane 2: 7.0 % of its points: "
             "find out where they come from and measure it anew");
-  const Finding found = row(result, "screened");
-  EXPECT_EQ(found.figures.size(), 5U);
-  EXPECT_EQ(found.figure("points"), 91.0);
-  EXPECT_EQ(found.figure("not_finite"), 80.0);
-  EXPECT_EQ(found.figure("gross"), 11.0);
-  EXPECT_EQ(found.figure("largest_share"), 0.07);
-  EXPECT_EQ(found.figure("plane"), 2.0);
+  expect_figures(row(result, "screened"), {{"points", 91.0},
+                                           {"not_finite", 80.0},
+                                           {"gross", 11.0},
+                                           {"largest_share", 0.07},
+                                           {"plane", 2.0}});
 }
 
 TEST(ScreenedRow, SaysThatItWasNotAskedFor) {
@@ -259,13 +255,9 @@ TEST(ResidualsRow, SaysWhereTheyAreWorst) {
   limits.p99 = 0.3;
   EXPECT_EQ(text(result, "residuals", limits),
             "worst RMS 0.070 on plane 1, within 0.100; 99 % at 0.250 on plane 2, within 0.300");
-  const Finding found = row(result, "residuals", limits);
-  EXPECT_EQ(found.figures.size(), 5U);
-  EXPECT_EQ(found.figure("rms"), 0.07);
-  EXPECT_EQ(found.figure("plane"), 1.0);
-  EXPECT_EQ(found.figure("q99"), 0.25);
-  EXPECT_EQ(found.figure("q99_plane"), 2.0);
-  EXPECT_EQ(found.figure("device_rms"), 0.05);
+  expect_figures(
+      row(result, "residuals", limits),
+      {{"rms", 0.07}, {"plane", 1.0}, {"q99", 0.25}, {"q99_plane", 2.0}, {"device_rms", 0.05}});
 }
 
 TEST(ResidualsRow, SaysWhatToDo) {
@@ -313,9 +305,7 @@ TEST(CoverageRow, SaysHowMuchIsMeasured) {
   EXPECT_EQ(text(result, "coverage", limits),
             "measured in less than 90 % of the working volume: planes 2, 3, least 50 % on plane 3: "
             "measure more poses there, or narrow the volume");
-  EXPECT_EQ(row(result, "coverage", limits).figures.size(), 2U);
-  EXPECT_EQ(row(result, "coverage", limits).figure("coverage"), 0.5);
-  EXPECT_EQ(row(result, "coverage", limits).figure("plane"), 3.0);
+  expect_figures(row(result, "coverage", limits), {{"coverage", 0.5}, {"plane", 3.0}});
 }
 
 TEST(BorrowedRow, SaysWhere) {
@@ -360,10 +350,7 @@ TEST(PosesOffRow, NamesTheFramesOfEachPlane) {
             "3 frames off by more than 4 sigma: plane 1 frame 3; plane 2 frames 0, 7: repeat or "
             "leave out these poses");
   const Finding found = row(result, "poses_off");
-  EXPECT_EQ(found.figures.size(), 3U);
-  EXPECT_EQ(found.figure("frames"), 3.0);
-  EXPECT_EQ(found.figure("largest_share"), 0.25);
-  EXPECT_EQ(found.figure("plane"), 2.0);
+  expect_figures(found, {{"frames", 3.0}, {"largest_share", 0.25}, {"plane", 2.0}});
   result.planes[2].poses[1].off = true;
   EXPECT_EQ(text(result, "poses_off"),
             "4 frames off by more than 4 sigma: plane 1 frame 3; plane 2 frames 0, 1, 7: more than "
@@ -508,9 +495,7 @@ TEST(SeamsRow, SaysHowHighTheyAre) {
   EXPECT_EQ(text(result, "seams", limits),
             "95 % of the steps between blocks above 0.100 on plane 3, worst 0.200 on plane 3: take "
             "more points, or leave the optimisation off");
-  EXPECT_EQ(row(result, "seams", limits).figures.size(), 2U);
-  EXPECT_EQ(row(result, "seams", limits).figure("seam"), 0.2);
-  EXPECT_EQ(row(result, "seams", limits).figure("plane"), 3.0);
+  expect_figures(row(result, "seams", limits), {{"seam", 0.2}, {"plane", 3.0}});
 }
 
 TEST(SeamsRow, NamesNoPlaneWhereNoneHasSteps) {
@@ -531,14 +516,12 @@ TEST(TradeRow, TellsThePlaneWithTheHighestSteps) {
             "the optimisation bought its residuals with steps between blocks on plane 2; plane 2: "
             "RMS from 0.080 to 0.050, median step between blocks from 0.004 to 0.250: leave it "
             "off, or take more points");
-  const Finding found = row(result, "trade");
-  EXPECT_EQ(found.figures.size(), 6U);
-  EXPECT_EQ(found.figure("planes"), 1.0);
-  EXPECT_EQ(found.figure("median_seam"), 0.25);
-  EXPECT_EQ(found.figure("plane"), 2.0);
-  EXPECT_EQ(found.figure("median_seam_without"), 0.004);
-  EXPECT_EQ(found.figure("rms"), 0.05);
-  EXPECT_EQ(found.figure("rms_without"), 0.08);
+  expect_figures(row(result, "trade"), {{"planes", 1.0},
+                                        {"median_seam", 0.25},
+                                        {"plane", 2.0},
+                                        {"median_seam_without", 0.004},
+                                        {"rms", 0.05},
+                                        {"rms_without", 0.08}});
 }
 
 TEST(TradeRow, HasNothingToTellWithoutSteps) {
@@ -630,9 +613,7 @@ TEST(OutliersRow, SaysHowManyThereAre) {
   EXPECT_EQ(text(result, "outliers", limits),
             "more than 5.0 % of the points beyond 4 sigma on planes 1, 2, worst 7.0 % on plane 1: "
             "look for reflections and badly taken poses");
-  EXPECT_EQ(row(result, "outliers", limits).figures.size(), 2U);
-  EXPECT_EQ(row(result, "outliers", limits).figure("share"), 0.07);
-  EXPECT_EQ(row(result, "outliers", limits).figure("plane"), 1.0);
+  expect_figures(row(result, "outliers", limits), {{"share", 0.07}, {"plane", 1.0}});
 }
 
 TEST(RepeatabilityRow, SaysHowFarTheHalvesAreApart) {
@@ -651,9 +632,7 @@ TEST(RepeatabilityRow, SaysHowFarTheHalvesAreApart) {
   EXPECT_EQ(text(result, "repeatability", limits),
             "even and odd frames disagree by more than 0.200 on plane 1, worst 0.250 on plane 1: "
             "take more poses");
-  EXPECT_EQ(row(result, "repeatability", limits).figures.size(), 2U);
-  EXPECT_EQ(row(result, "repeatability", limits).figure("repeatability"), 0.25);
-  EXPECT_EQ(row(result, "repeatability", limits).figure("plane"), 1.0);
+  expect_figures(row(result, "repeatability", limits), {{"repeatability", 0.25}, {"plane", 1.0}});
 }
 
 TEST(RepeatabilityRow, WarnsAboveItsLimitAndIsBadAboveTheRmsLimit) {
@@ -839,8 +818,7 @@ TEST(RefineRow, SaysWhereNothingIsDetermined) {
       EXPECT_EQ(text(result, "refine"),
                 "what the refinement would gain is not determined: it takes at least 2 frames on a "
                 "plane, and sectors of 200 points without any of them");
-      EXPECT_EQ(row(result, "refine").figures.size(), 1U);
-      EXPECT_EQ(row(result, "refine").figure("planes"), 0.0);
+      expect_figures(row(result, "refine"), {{"planes", 0.0}});
     }
   }
 }

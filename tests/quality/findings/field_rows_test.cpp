@@ -9,6 +9,7 @@
 #include "kestrane/quality/difference.h"
 #include "kestrane/quality/field.h"
 #include "kestrane/quality/findings.h"
+#include "tests/quality/findings/expected_figures.h"
 #include "tests/support/bits.h"
 
 namespace {
@@ -25,6 +26,7 @@ using kestrane::quality::MotionDirection;
 using kestrane::quality::StageCount;
 using kestrane_test::kInf;
 using kestrane_test::kNaN;
+using quality_tests::expect_figures;
 
 double just_above(double value) { return std::nextafter(value, kInf); }
 double just_below(double value) { return std::nextafter(value, 0.0); }
@@ -117,12 +119,8 @@ TEST(FieldMotionRow, SaysWhatToDo) {
 }
 
 TEST(FieldMotionRow, GivesTheNumbersOfItsText) {
-  const Finding found = row(judge(moved()), "field_motion");
-  EXPECT_EQ(found.figures.size(), 4U);
-  EXPECT_EQ(found.figure("max"), 0.3);
-  EXPECT_EQ(found.figure("rms"), 0.1);
-  EXPECT_EQ(found.figure("sigma"), 0.01);
-  EXPECT_EQ(found.figure("plane"), 2.0);
+  expect_figures(row(judge(moved()), "field_motion"),
+                 {{"max", 0.3}, {"rms", 0.1}, {"sigma", 0.01}, {"plane", 2.0}});
 }
 
 TEST(FieldMotionRow, IsBadAboveTheLimit) {
@@ -200,11 +198,8 @@ TEST(DirectionRow, CountsWhatIsNotFixedAndWhatIsWeak) {
   result.directions[2].sigma = 0.25;
   result.directions[4].fixed = result.directions[5].fixed = false;
   result.directions[5].sigma = 0.25;  // what is not fixed is not weak as well
-  const Finding found = row(judge(result, limits()), "direction");
-  EXPECT_EQ(found.figures.size(), 3U);
-  EXPECT_EQ(found.figure("not_fixed"), 2.0);
-  EXPECT_EQ(found.figure("weak"), 3.0);
-  EXPECT_EQ(found.figure("frames"), 40.0);
+  expect_figures(row(judge(result, limits()), "direction"),
+                 {{"not_fixed", 2.0}, {"weak", 3.0}, {"frames", 40.0}});
 }
 
 TEST(DirectionRow, FindsNothingWeakWithoutALimit) {
@@ -246,13 +241,12 @@ TEST(UsedRow, SaysWhatTookPart) {
   stage(result, FieldStage::kUsed) = {900, 38, 7};
   const Finding found = row(judge(result), "used");
   EXPECT_EQ(found.text, "7 of 8 planes and 38 of 40 frames took part");
-  EXPECT_EQ(found.figures.size(), 6U);
-  EXPECT_EQ(found.figure("planes"), 7.0);
-  EXPECT_EQ(found.figure("planes_given"), 8.0);
-  EXPECT_EQ(found.figure("frames"), 38.0);
-  EXPECT_EQ(found.figure("frames_given"), 40.0);
-  EXPECT_EQ(found.figure("points"), 900.0);
-  EXPECT_EQ(found.figure("points_given"), 1000.0);
+  expect_figures(found, {{"planes", 7.0},
+                         {"planes_given", 8.0},
+                         {"frames", 38.0},
+                         {"frames_given", 40.0},
+                         {"points", 900.0},
+                         {"points_given", 1000.0}});
   stage(result, FieldStage::kUsed) = {900, 19, 7};
   EXPECT_EQ(row(judge(result), "used").text,
             "7 of 8 planes and 19 of 40 frames took part, fewer than half: check that table, plane "
@@ -301,12 +295,8 @@ TEST(DriftRow, SaysHowTheTablesDiffer) {
   EXPECT_EQ(found.text,
             "the tables differ by 0.500 RMS, most by 1.000 on plane 3; a rigid motion explains "
             "75 % and leaves 0.200: the shape has changed: calibrate anew");
-  EXPECT_EQ(found.figures.size(), 5U);
-  EXPECT_EQ(found.figure("rms"), 0.5);
-  EXPECT_EQ(found.figure("max"), 1.0);
-  EXPECT_EQ(found.figure("plane"), 3.0);
-  EXPECT_EQ(found.figure("rest"), 0.2);
-  EXPECT_EQ(found.figure("explained"), 0.75);
+  expect_figures(found,
+                 {{"rms", 0.5}, {"max", 1.0}, {"plane", 3.0}, {"rest", 0.2}, {"explained", 0.75}});
 }
 
 TEST(DriftRow, IsOkWithoutAnyDifference) {
