@@ -27,6 +27,7 @@ from numpy.lib.format import read_array
 from numpy.typing import NDArray
 
 from kestrane.errors import DamagedFile
+from kestrane.quality import Limits
 from kestrane_tools.files import read_bytes, write_bytes
 
 __all__ = [
@@ -394,10 +395,6 @@ _META_TYPES: dict[str, type] = {
 }
 
 
-# The limits that something is held against.
-_LIMITS = ("rms", "p99", "coverage", "seam", "repeatability", "outliers", "field_motion")
-
-
 def _check_meta(meta: dict[str, Any]) -> None:
     for name, kind in _META_TYPES.items():
         if name in meta and not isinstance(meta[name], kind):
@@ -408,10 +405,10 @@ def _check_meta(meta: dict[str, Any]) -> None:
     for finding in meta.get("findings", ()):
         if not all(isinstance(finding.get(key), str) for key in ("level", "id", "text")):
             raise ValueError("meta: a finding without level, id and text")
-    for name in _LIMITS:
-        limit = meta.get("limits", {}).get(name, 0.0)
+    for known in fields(Limits):
+        limit = meta.get("limits", {}).get(known.name, 0.0)
         if isinstance(limit, bool) or not isinstance(limit, (int, float)):
-            raise ValueError(f"meta: the limit {name} is not a number")
+            raise ValueError(f"meta: the limit {known.name} is not a number")
 
 
 def read(path: str | os.PathLike[str]) -> Run:

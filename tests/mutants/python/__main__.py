@@ -43,6 +43,7 @@ MODULES = (
     "kestrane/points.py",
     "kestrane_tools/cli/factory_words.py",
     "kestrane_tools/cli/words.py",
+    "kestrane_tools/counted.py",
     "kestrane_tools/files.py",
     "kestrane_tools/report/words.py",
     "kestrane_tools/results.py",

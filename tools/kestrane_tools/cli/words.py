@@ -7,6 +7,8 @@ import math
 import os
 from collections.abc import Iterable, Sequence
 
+from kestrane_tools.counted import counted
+
 __all__ = ["counted", "length", "listed", "nearest", "printable", "readable", "runs", "share"]
 
 
@@ -41,11 +43,6 @@ def listed(names: Sequence[object], most: int = 6) -> str:
     """``"a, b, c and 4 more"``."""
     shown = ", ".join(map(str, names[:most]))
     return shown if len(names) <= most else f"{shown} and {len(names) - most} more"
-
-
-def counted(count: int, what: str) -> str:
-    """``"1 frame"``, ``"2,000 frames"``."""
-    return f"{count:,} {what}" if count == 1 else f"{count:,} {what}s"
 
 
 def length(value: float) -> str:

@@ -13,6 +13,7 @@ from typing import Any
 
 import numpy as np
 
+from kestrane_tools.counted import counted
 from kestrane_tools.report.model import Array, unit_of, volume_of
 from kestrane_tools.run_file import FactoryPart, FieldPart, Run
 
@@ -164,10 +165,6 @@ def share(value: float, digits: int = 0) -> str:
 
 def count(value: int | float) -> str:
     return f"{int(value):,}"
-
-
-def counted(number: int, noun: str) -> str:
-    return f"{number:,} {noun}" + ("" if number == 1 else "s")
 
 
 def _short(value: Any) -> str:
