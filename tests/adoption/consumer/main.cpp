@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "checks.h"
 #include "kestrane/buffers.h"
 #include "kestrane/compensator.h"
 #include "kestrane/export.h"
@@ -31,20 +32,6 @@ constexpr double kRounding = 1e-8;
 // Points alternate by this much about their sheet, two at a time, so that the mean distances of all
 // frames are alike, and those of every second point as well.
 constexpr double kRipple = 0.02;
-
-int failures = 0;
-
-void check(bool holds, const char* what) {
-  if (holds) return;
-  std::printf("wrong: %s\n", what);
-  ++failures;
-}
-
-void check_near(double value, double expected, double tolerance, const char* what) {
-  if (std::abs(value - expected) <= tolerance) return;
-  std::printf("wrong: %s is %.17g instead of %.17g\n", what, value, expected);
-  ++failures;
-}
 
 // A sheet x = at + tilt z, as a x + b y + c z + 1 = 0.
 struct Sheet {

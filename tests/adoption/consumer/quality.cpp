@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "checks.h"
 #include "kestrane/buffers.h"
 #include "kestrane/quality/coefficients.h"
 #include "kestrane/quality/difference.h"
@@ -33,20 +34,6 @@ constexpr std::int32_t kFrames = 10;
 constexpr double kRounding = 1e-8;
 // A coefficient of a table file has six digits; -1/a is x then, some 120.
 constexpr double kSixDigits = 2e-3;
-
-int failures = 0;
-
-void check(bool holds, const char* what) {
-  if (holds) return;
-  std::printf("wrong: %s\n", what);
-  ++failures;
-}
-
-void check_near(double value, double expected, double tolerance, const char* what) {
-  if (std::abs(value - expected) <= tolerance) return;
-  std::printf("wrong: %s is %.17g instead of %.17g\n", what, value, expected);
-  ++failures;
-}
 
 // A sheet x = at + tilt z.
 struct Sheet {
