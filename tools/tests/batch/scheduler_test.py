@@ -1,5 +1,6 @@
 """Batches on Dask's workers and on threads: bad devices among good ones, and workers that die."""
 
+import json
 import os
 import signal
 import subprocess
@@ -104,13 +105,20 @@ def cluster(tmp_path):
             **quiet,
         ),
     ]  # fmt: skip
-    import json
+    try:
+        yield wait_for(lambda: address_in(where)), processes
+    finally:
+        for process in processes:
+            process.kill()
+            process.wait()
 
-    wait_for(where.exists)
-    yield json.loads(where.read_text())["address"], processes
-    for process in processes:
-        process.kill()
-        process.wait()
+
+def address_in(path):
+    """The address that a scheduler's file tells, or None while the scheduler has not written all of it."""
+    try:
+        return json.loads(path.read_text())["address"]
+    except (FileNotFoundError, json.JSONDecodeError):
+        return None
 
 
 def test_workers_of_another_scheduler_do_the_same(devices, tmp_path, cluster):
