@@ -12,6 +12,7 @@ exit status of 70 tells of a mistake in this program or in its surroundings.
 from __future__ import annotations
 
 import ctypes
+import importlib
 import json
 import os
 import resource
@@ -19,8 +20,21 @@ import signal
 import sys
 import traceback
 
-_MISTAKE = 70  # Status.INTERNAL, which cannot be imported before the memory is limited
+_MISTAKE = 70  # Status.INTERNAL, which may be what cannot be loaded
 _PR_SET_PDEATHSIG = 1
+# What the command loads when it needs it. Where memory ends while a module is loaded, the interpreter
+# may crash, or fail without a word of memory.
+_LOADED_FIRST = (
+    "kestrane_tools.cli.app",
+    "kestrane_tools.cli.calibrate",
+    "kestrane_tools.cli.console",
+    "kestrane_tools.cli.inputs",
+    "kestrane_tools.cli.json_results",
+    "kestrane_tools.cli.settings",
+    "kestrane_tools.cli.stored",
+    "kestrane_tools.cli.toml_files",
+    "kestrane_tools.report.render",
+)
 
 
 def main(arguments: list[str]) -> int:
@@ -46,6 +60,8 @@ def main(arguments: list[str]) -> int:
     try:
         with open(arguments[0], "rb") as file:
             job = json.load(file)
+        for name in _LOADED_FIRST:
+            importlib.import_module(name)
         _limit_memory(job["memory"])
         return _calibrate(job["version"], job["base"], job["arguments"])
     except Exception:  # pylint: disable=broad-exception-caught # see above
@@ -64,6 +80,10 @@ def _limit_memory(size: int) -> None:
     _, most = resource.getrlimit(resource.RLIMIT_AS)
     if most != resource.RLIM_INFINITY:
         size = min(size, most)
+    with open("/proc/self/statm", encoding="ascii") as file:
+        taken = int(file.read().split()[0]) * resource.getpagesize()
+    if taken > size:
+        raise MemoryError(f"the program itself takes {taken >> 20} MiB")
     resource.setrlimit(resource.RLIMIT_AS, (size, most))
 
 

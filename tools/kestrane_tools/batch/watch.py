@@ -50,7 +50,8 @@ _SHOWN = ("report.html", "result.json", "log.txt")
 # How the interpreter, the linker, the system and the library say that memory is used up.
 _NO_MEMORY = re.compile(
     r"(not enough memory|out of memory|Cannot allocate memory|std::bad_alloc'?"
-    r"|failed to map segment from shared object|can't start new thread)$"
+    r"|failed to map segment from shared object|can't start new thread"
+    r"|cannot allocate memory for thread-local data: ABORT)$"
     r"|MemoryError\b",
     re.MULTILINE,
 )

@@ -37,6 +37,9 @@ def faulty(version, base, arguments):
             print("terminate called after throwing an instance of 'std::bad_alloc'", flush=True)
             print("  what():  std::bad_alloc", flush=True)
             os.abort()
+        case "threadless":  # as the C library does when a thread has no room for its variables
+            print("cannot allocate memory for thread-local data: ABORT", file=sys.stderr, flush=True)
+            os._exit(127)
         case "raises":
             raise RuntimeError("the board is upside down")
         case "vanishes":

@@ -4,6 +4,7 @@ import dataclasses
 import fcntl
 import json
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -46,11 +47,19 @@ def test_a_child_that_does_not_start_has_failed_and_not_found_anything(batch):
     assert "No module named kestrane_tools.gone" in found.cause
 
 
-def test_memory_that_the_library_lacks_is_told_as_such(batch):
-    assert batch("throws", FAULTY).status == "out of memory"
+@pytest.mark.parametrize("name", ["throws", "threadless"])
+def test_memory_that_a_library_lacks_is_told_as_such(batch, name):
+    assert batch(name, FAULTY).status == "out of memory"
 
 
-@pytest.mark.parametrize("megabytes", [30, 80, 130, 180])
+def test_a_limit_below_the_program_itself_is_told_with_what_it_takes(batch):
+    for _ in range(5):  # the addresses, and with them what fits, differ from run to run
+        found = batch("K-1", memory=40)
+        assert found.status == "out of memory"
+        assert re.fullmatch(r"MemoryError: the program itself takes \d+ MiB", found.cause)
+
+
+@pytest.mark.parametrize("megabytes", [30, 80, 90, 100, 130, 180])
 def test_too_little_memory_for_the_program_itself_is_told_as_such(batch, megabytes):
     found = batch("K-1", memory=megabytes)
     assert found.status in ("out of memory", "ok"), found
