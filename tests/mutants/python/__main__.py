@@ -95,6 +95,8 @@ def main():
     root = options.root.resolve()
     work = (options.work or root / "build" / "mutants").resolve()
     work.mkdir(parents=True, exist_ok=True)
+    sys.pycache_prefix = str(work / "compiled")  # no child compiles what another one has
+    sys.dont_write_bytecode = False
     paths = find_modules(root, options.sources, options.modules)
     texts = {name: path.read_text(encoding="utf-8") for name, path in paths.items()}
     trees = {name: changes.parsed(text) for name, text in texts.items()}

@@ -451,6 +451,7 @@ def run_all(configuration, files, mutants, trees, passed, finding, results, jobs
     left += [name for name, (mutant, tests, _) in waiting.items()
              if name not in left and results.find(mutant, tests) == ""
              and f"{mutant.module}:{mutant.statement}" in finding]
+    count = len(waiting) - len(left)  # the child has counted for itself
     anew = [(name, tried_anew, (configuration, trees[mutant.module], mutant, tests), seconds)
             for name in left for mutant, tests, seconds in [waiting[name]]]
     for name, status, killer in in_children(anew, jobs, work):
