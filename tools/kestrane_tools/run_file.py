@@ -56,23 +56,20 @@ def _array(dtype: str, *shape: int | str, optional: bool = False) -> Any:
     return field(default=None, metadata=metadata) if optional else field(metadata=metadata)
 
 
-def _number(default: Any = ...) -> Any:
-    metadata = {"dtype": "f8", "shape": (), "optional": False}
-    return field(metadata=metadata) if default is ... else field(default=default, metadata=metadata)
+def _number() -> Any:
+    return _array("f8")
 
 
-def _count(default: Any = ...) -> Any:
-    metadata = {"dtype": "i8", "shape": (), "optional": False}
-    return field(metadata=metadata) if default is ... else field(default=default, metadata=metadata)
+def _count() -> Any:
+    return _array("i8")
 
 
-def _flag(default: Any = ...) -> Any:
-    metadata = {"dtype": "?", "shape": (), "optional": False}
-    return field(metadata=metadata) if default is ... else field(default=default, metadata=metadata)
+def _flag() -> Any:
+    return _array("?")
 
 
-def _text(default: Any = "") -> Any:
-    return field(default=default, metadata={"dtype": "U", "shape": (), "optional": False})
+def _text() -> Any:
+    return field(default="", metadata={"dtype": "U", "shape": (), "optional": False})
 
 
 class _Part:
@@ -94,8 +91,6 @@ def _as_array(name: str, value: Any, dtype: str) -> Array:
     if array.dtype.kind not in {"f8": "fiu", "U": "U", "?": "b"}.get(dtype, "iub"):
         if array.size or dtype == "U":
             raise ValueError(f"{name}: {array.dtype} does not fit {np.dtype(dtype).name}")
-    if dtype == "U":
-        return array
     return np.ascontiguousarray(array, dtype) if array.ndim else array.astype(dtype)
 
 
@@ -454,8 +449,7 @@ def _add_part(archive: zipfile.ZipFile, name: str, part: _Part) -> None:
 
 def _stored(value: Any, dtype: str) -> Array:
     # Little endian whatever the machine, so that a file means the same bytes everywhere.
-    array = np.asarray(value) if dtype == "U" else np.asarray(value, dtype)
-    return array.astype(array.dtype.newbyteorder("<"), copy=False)
+    return np.asarray(value, np.dtype(dtype).newbyteorder("<"))
 
 
 def _members(archive: zipfile.ZipFile) -> dict[str, bytes]:

@@ -115,7 +115,6 @@ def _lines(body: bytes) -> io.TextIOWrapper:
 def _rows(body: bytes, first_line: int, comments: str | None) -> Iterator[tuple[int, str]]:
     for line, text in enumerate(_lines(body), first_line):
         row = text.split(comments, 1)[0] if comments else text
-        row = row.rstrip("\n")
         if row.strip():
             yield line, row
 
