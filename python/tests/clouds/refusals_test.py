@@ -131,6 +131,25 @@ def test_rows_are_written_in_blocks_that_lose_none():
         assert b"".join(pieces) == expected and len(pieces) == -(-7 // block)
 
 
+def test_a_number_beside_text_may_be_written_in_any_case():
+    body = b"1E2,NaN,a\n-INF,+Infinity,b\n"
+    found = read_columns(body, 3, {"u": 0, "v": 1}, path="p", first_line=1, delimiter=",")
+    assert found["u"].tolist() == [100.0, -np.inf]
+    assert np.isnan(found["v"][0]) and found["v"][1] == np.inf
+
+
+def test_rows_of_another_width_are_refused_even_where_they_are_as_many():
+    with pytest.raises(DamagedFile) as caught:
+        read_columns(b"1 2 3 4\n" * 3, 3, {"a": 0}, path="p", first_line=7)
+    assert str(caught.value) == "p: line 7: 4 fields where 3 belong"
+
+
+def test_numbers_alone_are_read_without_a_look_at_single_fields(monkeypatch):
+    monkeypatch.setattr("kestrane.clouds.text._read_plainly", None)
+    found = read_columns(b"1 2\n3 4\n5 6\n", 2, {"b": 1}, path="p", first_line=1)
+    assert found["b"].tolist() == [2.0, 4.0, 6.0]
+
+
 def test_columns_of_a_body_without_rows_are_empty():
     for body in (b"", b"\n  \n", b"# 1 2\n"):
         found = read_columns(body, 2, {"a": 1}, path="p", first_line=1, comments="#")

@@ -326,6 +326,8 @@ def test_members_have_one_date_and_common_rights(tmp_path):
             assert member.date_time == (1980, 1, 1, 0, 0, 0)
             assert member.external_attr == 0o644 << 16
             assert member.compress_type == zipfile.ZIP_DEFLATED
+        zeros = archive.getinfo("factory/corners.npy")
+        assert zeros.compress_size < zeros.file_size / 100
 
 
 def changed(tmp_path: Path, member: str, data: bytes) -> str:
