@@ -40,11 +40,11 @@ WALL_FACTOR = 20.0
 BASELINE_SECONDS = 1200.0  # for a file of tests without a mutant
 FOREVER = 1e6
 LONGEST_SECONDS = 1.0  # a test that takes longer looks at no mutant: too few die by it alone
-MOST_SECONDS = 2.0  # of all tests that look at a mutant; the short ones come first
+MOST_SECONDS = 2.0  # of all tests that look at a mutant: those that pass the least else
 LONG_TESTS = "not three_million and not changed_header and not any_bytes"  # known to take longer
 RECENT = 12  # tests that killed a mutant of the module lately are tried first
 
-Test = collections.namedtuple("Test", "file name seconds")
+Test = collections.namedtuple("Test", "file name seconds passes")  # how many statements it passes
 
 
 class Loader(importlib.machinery.SourceFileLoader):
@@ -237,14 +237,15 @@ def _name_marks(tree, module):
 
 
 def baseline(configuration, trees, files, jobs, work):
-    """The tests that pass a statement, by ``module:number``, short ones first; and the statements
-    that are passed while tests are found.
+    """The tests that pass a statement, by ``module:number``, those that pass the fewest statements
+    first; and the statements that are passed while tests are found.
 
     A statement that is passed while a file's tests are found belongs to all tests of the file that
     pass a statement of its module. Kept in passed.json for as long as no module and no test changes.
     """
     stamp = _digest(" ".join(
-        [changes.ast.unparse(tree) for tree in trees.values()]
+        [pathlib.Path(__file__).read_text(encoding="utf-8")]
+        + [changes.ast.unparse(tree) for tree in trees.values()]
         + [path.read_text(encoding="utf-8") for file in files
            for path in sorted(pathlib.Path(file).parent.glob("*.py"))]))
     store = work / "passed.json"
@@ -270,7 +271,7 @@ def measure(configuration, trees, files, jobs, work):
         of_module = collections.defaultdict(list)
         for test_name, seconds, marks in answer["tests"]:
             count += 1
-            test = Test(file, test_name, seconds)
+            test = Test(file, test_name, seconds, len(marks))
             for mark in marks:
                 passed[mark].append(test)
             for module in {mark.partition(":")[0] for mark in marks}:
@@ -279,7 +280,7 @@ def measure(configuration, trees, files, jobs, work):
             passed[mark] += of_module[mark.partition(":")[0]]
         finding.update(answer["collected"])
     print(f"{count} tests pass without a mutant", flush=True)
-    return {mark: sorted(set(tests), key=lambda test: (test.seconds, test.name))
+    return {mark: sorted(set(tests), key=lambda test: (test.passes, test.seconds, test.name))
             for mark, tests in passed.items()}, finding
 
 
@@ -360,14 +361,15 @@ def try_inside(folder, configuration, files, trees, tasks, jobs, done):
 
 
 def tests_for(mutant, passed):
-    """The tests that look at a mutant: those that pass its statement, short ones first."""
+    """The tests that look at a mutant, short ones first: of those that pass its statement the ones
+    that pass the least else, which are the likeliest to look at what it does.
+    """
     chosen, total = [], 0.0
     for test in passed.get(f"{mutant.module}:{mutant.statement}", ()):
-        total += test.seconds
-        if test.seconds > LONGEST_SECONDS or total > MOST_SECONDS:
-            break
-        chosen.append(test)
-    return chosen
+        if test.seconds <= LONGEST_SECONDS and total + test.seconds <= MOST_SECONDS:
+            chosen.append(test)
+            total += test.seconds
+    return sorted(chosen, key=lambda test: (test.seconds, test.name))
 
 
 class Results:
