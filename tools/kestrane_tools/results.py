@@ -179,6 +179,7 @@ def factory_of(part: FactoryPart, table: TablePart | None) -> quality.FactoryQua
         plane_table = kestrane.PlaneTable(np.zeros((0, *_BLOCKS, 3)), np.zeros((0, 3)))
     else:
         plane_table = table_of(table)
+    indicators = part.indicators if not part.refused else np.zeros((0, *_BLOCKS, 3))
     optimisation = None
     if part.asked_optimise and part.corner_moves is not None:
         optimisation = quality.OptimisationFigures(
@@ -187,9 +188,9 @@ def factory_of(part: FactoryPart, table: TablePart | None) -> quality.FactoryQua
     return quality.FactoryQuality(
         table=plane_table,
         status=part.status,
-        indicators=part.indicators if not part.refused else np.zeros((0, *_BLOCKS, 3)),
+        indicators=indicators,
         corners=part.corners if not part.refused else np.zeros((0, 16, 51, 3)),
-        sectors_own=(part.indicators != 0.0).any(axis=(2, 3)),
+        sectors_own=(np.abs(indicators) > 0.0).any(axis=(2, 3)),  # not of a failed plane: NaN
         settings=quality.FactorySettings(
             far=part.asked_far,
             optimise=part.asked_optimise,

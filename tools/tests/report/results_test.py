@@ -14,6 +14,7 @@ from kestrane_tools.report.model import model_of
 from kestrane_tools.run_file import Run
 
 LIMITS = {"rms": 0.15, "p99": 0.45, "coverage": 0.8, "seam": 0.05, "field_motion": 1.0}
+SCREENED = ("points", "kept", "not_finite", "depth", "gross")
 
 
 def measured(**changes: Any) -> list[Any]:
@@ -66,6 +67,7 @@ def test_a_field_part_is_judged_as_its_result(
     field: quality.FieldQuality, limits: dict[str, float]
 ) -> None:
     back = results.field_of(results.field_part(field))
+    assert all(getattr(back.used.screening, name).size == 0 for name in SCREENED)
     assert_judged_alike(quality.judge(back, limits), quality.judge(field, limits))
 
 
@@ -79,6 +81,57 @@ def test_a_difference_part_is_judged_as_its_result(device: quality.FactoryQualit
     assert_judged_alike(
         quality.judge(results.difference_of(part), LIMITS), quality.judge(found, LIMITS)
     )
+
+
+def test_a_result_comes_back_with_every_figure(device: quality.FactoryQuality) -> None:
+    with np.errstate(all="raise"):
+        back = results.factory_of(results.factory_part(device), results.table_part(device.table))
+    for name in ("planes", "blocks", "poses", "optimisation", "refinement", "device", "histogram"):
+        one, other = getattr(back, name), getattr(device, name)
+        for item in dataclasses.fields(other):
+            assert equal(getattr(one, item.name), getattr(other, item.name)), item.name
+    for name in ("status", "indicators", "corners", "sectors_own", "reasons"):
+        assert equal(getattr(back, name), getattr(device, name)), name
+    assert not back.sectors_own[1].any()  # the plane that failed
+    assert back.table == device.table and back.volume == device.volume
+
+
+def test_a_share_of_outliers_needs_a_valid_point(device: quality.FactoryQuality) -> None:
+    part = dataclasses.replace(
+        results.factory_part(device), outliers=np.array([1, 0, 1]), valid=np.array([4, 0, 1])
+    )
+    with np.errstate(all="raise"):
+        shares = results.factory_of(part, None).planes.outlier_share
+    assert equal(shares, [0.25, np.nan, 1.0])
+
+
+def test_moves_of_corners_belong_to_an_optimisation(device: quality.FactoryQuality) -> None:
+    part = results.factory_part(device)
+    assert results.factory_of(part, None).optimisation is not None
+    for changes in ({"asked_optimise": False}, {"corner_moves": None}):
+        changed = dataclasses.replace(part, **changes)
+        assert results.factory_of(changed, None).optimisation is None
+
+
+def test_a_gain_stands_at_the_planes_that_it_was_measured_on(device: quality.FactoryQuality) -> None:
+    gain = quality.RefinementGain(
+        plane=np.array([0, 2], np.int32),
+        plane_only=np.array([False, True]),
+        refined_rms=np.array([0.5, np.nan]),
+        plain_rms=np.array([0.75, 0.25]),
+        refused=["", "too few frames"],
+    )
+    part = results.factory_part(dataclasses.replace(device, refinement=gain))
+    assert part.refinement.tolist() == [True, False, True]
+    assert part.refinement_plane_only.tolist() == [False, False, True]
+    assert equal(part.refined_rms, [0.5, np.nan, np.nan])
+    assert equal(part.plain_rms, [0.75, np.nan, 0.25])
+    assert part.refinement_refused.tolist() == ["", "", "too few frames"]
+    for refine in (quality.Refine.ESTIMATE, quality.Refine.ALL):
+        back = results.factory_of(dataclasses.replace(part, asked_refine=int(refine)), None)
+        for item in dataclasses.fields(gain):
+            assert equal(getattr(back.refinement, item.name), getattr(gain, item.name)), item.name
+    assert results.factory_of(dataclasses.replace(part, asked_refine=0), None).refinement is None
 
 
 def test_a_table_comes_back_to_the_bit(device: quality.FactoryQuality) -> None:
@@ -186,6 +239,8 @@ def test_a_refused_device_is_a_part_too() -> None:
     assert part.refused and part.indicators.shape == (2, 15, 50, 3)
     back = results.factory_of(part, results.table_part(refused.table))
     assert_judged_alike(quality.judge(back, LIMITS), quality.judge(refused, LIMITS))
+    for name in ("indicators", "corners", "sectors_own"):
+        assert equal(getattr(back, name), getattr(refused, name)), name
 
 
 def test_a_refused_field_calibration_is_a_part_too(device: quality.FactoryQuality) -> None:
@@ -211,3 +266,7 @@ def test_a_run_is_judged_in_all_its_parts(
     levels = [("ok", "warn", "bad").index(finding.level) for finding in judgement.findings]
     assert levels == sorted(levels, reverse=True)
     assert judgement.verdict == "not fit for use as it stands"
+    assert results.findings_of(judgement) == [
+        {"level": f.level, "id": f.id, "text": f.text, "figures": f.figures}
+        for f in judgement.findings
+    ]
