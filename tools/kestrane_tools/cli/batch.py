@@ -168,16 +168,18 @@ class _Overview:
         from kestrane_tools.batch.overview import write_index, write_summary
         from kestrane_tools.cli.files import saving
         from kestrane_tools.cli.json_results import created, emit, software
+        from kestrane_tools.report.words import date
 
+        moment = created()
         index, summary = (os.path.join(self.output, n) for n in ("index.html", "summary.csv"))
-        about = {"kestrane": software()["version"], "ended": created(), "engine": self.engine}
+        about = {"kestrane": software()["version"], "ended": date(moment), "engine": self.engine}
         with saving(summary):
             write_summary(summary, self.outcomes)
         with saving(index):
             write_index(index, self.outcomes, about)
         emit(json_target, {
             "kind": "batch",
-            "created": about["ended"],
+            "created": moment,
             "counts": self.counts,
             "devices": self.outcomes,
             "engine": self.engine,

@@ -25,6 +25,7 @@ __all__ = [
     "Table",
     "Verdict",
     "cards",
+    "date",
     "field_table",
     "files",
     "findings",
@@ -185,7 +186,8 @@ def title(run: Run) -> str:
     return TITLES.get(kind, "Calibration report")
 
 
-def _date(text: str) -> str:
+def date(text: str) -> str:
+    """Date and time in ISO form as people read it, to the minute; any other text as it is."""
     try:
         moment = datetime.fromisoformat(text)
     except ValueError:
@@ -271,7 +273,7 @@ def head(run: Run) -> list[tuple[str, str]]:
         ("Serial number", str(device.pop("serial", "not given"))),
         (
             "Calibrated" if meta.get("kind") != "difference" else "Compared",
-            _date(str(meta.get("created", "not given"))),
+            date(str(meta.get("created", "not given"))),
         ),
         ("Operator", str(device.pop("operator", "not given"))),
     ]

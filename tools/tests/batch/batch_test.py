@@ -4,6 +4,7 @@ import csv
 import html.parser
 import json
 import os
+import re
 import subprocess
 from urllib.parse import unquote
 
@@ -100,6 +101,9 @@ def test_the_page_says_the_same_links_to_files_that_are_there_and_needs_nothing_
     policy = [a["content"] for tag, a in page.elements if "Content-Security-Policy" in a.values()]
     assert policy == [POLICY]
     assert "//" not in text.split("<body>")[1]
+    assert re.search(r"<dt>ended</dt><dd>\d{4}-\d\d-\d\d \d\d:\d\d UTC</dd>", text)
+    counts = re.findall(r'<dt>(\w+)</dt><dd( class="bad")?>(\d+)</dd>', text)
+    assert counts == [("failed", ' class="bad"', "2"), ("limits", ' class="bad"', "1"), ("ok", "", "2")]
 
 
 def test_the_terminal_and_the_json_say_the_same(mixed):
@@ -221,6 +225,13 @@ def test_text_of_users_stays_text(tmp_path):
     assert unquote(page.links[-1], "utf-8", "surrogateescape") == f"{name}/log.txt"
     overview.write_summary(str(tmp_path / "summary.csv"), [Outcome(name, "failed", name)])
     assert rows_of(tmp_path / "summary.csv")[0]["name"] == name.replace("\udcff", "\\udcff")
+
+
+def test_only_a_long_name_is_broken_into_lines(tmp_path):
+    outcomes = [Outcome("K-" + 22 * "1", "ok"), Outcome("K-" + 23 * "2", "ok")]
+    overview.write_index(str(tmp_path / "index.html"), outcomes, {})
+    text = (tmp_path / "index.html").read_text("utf-8")
+    assert '<th scope="row">K-1' in text and '<th scope="row" class="long">K-2' in text
 
 
 def test_a_page_of_very_many_devices_has_the_worst_and_says_so(tmp_path, monkeypatch):
