@@ -7,4 +7,4 @@ __all__ = ["counted"]
 
 def counted(count: int, what: str) -> str:
     """``"1 frame"``, ``"2,000 frames"``."""
-    return f"{count:,} {what}" if count == 1 else f"{count:,} {what}s"
+    return f"{count:,} {what}{'' if count == 1 else 's'}"
