@@ -40,7 +40,7 @@ WALL_FACTOR = 20.0
 BASELINE_SECONDS = 1200.0  # for a file of tests without a mutant
 FOREVER = 1e6
 LONGEST_SECONDS = 1.0  # a test that takes longer looks at no mutant: too few die by it alone
-MOST_SECONDS = 2.0  # of all tests that look at a mutant: those that pass the least else
+MOST_SECONDS = 2.0  # of all tests that look at a mutant
 LONG_TESTS = "not three_million and not changed_header and not any_bytes"  # known to take longer
 RECENT = 12  # tests that killed a mutant of the module lately are tried first
 
@@ -295,8 +295,8 @@ def tried_anew(folder, configuration, tree, mutant, tests):
     chosen = Chosen(tests)
     limit_time(0.0)  # until the tests are found
     files = list(dict.fromkeys(test.file for test in tests))
-    run_pytest(configuration, files, chosen, folder, "--tb=no")
-    return chosen.killer or ""
+    status = run_pytest(configuration, files, chosen, folder, "--tb=no")
+    return chosen.killer or ("" if status == 0 else "no test could be found")
 
 
 def tried_inside(folder, session, functions, trees, recent, mutant, tests):
@@ -361,14 +361,19 @@ def try_inside(folder, configuration, files, trees, tasks, jobs, done):
 
 
 def tests_for(mutant, passed):
-    """The tests that look at a mutant, short ones first: of those that pass its statement the ones
-    that pass the least else, which are the likeliest to look at what it does.
+    """The tests that look at a mutant, short ones first. Of those that pass its statement, half of
+    the time is for the ones that pass the least else, which are the likeliest to look at what it
+    does, and half for the shortest.
     """
-    chosen, total = [], 0.0
-    for test in passed.get(f"{mutant.module}:{mutant.statement}", ()):
-        if test.seconds <= LONGEST_SECONDS and total + test.seconds <= MOST_SECONDS:
-            chosen.append(test)
-            total += test.seconds
+    found = [test for test in passed.get(f"{mutant.module}:{mutant.statement}", ())
+             if test.seconds <= LONGEST_SECONDS]
+    chosen = set()
+    for order in (found, sorted(found, key=lambda test: (test.seconds, test.name))):
+        total = 0.0
+        for test in order:
+            if test not in chosen and total + test.seconds <= MOST_SECONDS / 2:
+                chosen.add(test)
+                total += test.seconds
     return sorted(chosen, key=lambda test: (test.seconds, test.name))
 
 

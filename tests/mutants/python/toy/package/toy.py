@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-LIMIT: int = 3
+LIMIT: int = int("3")
 
 
 def clamped(value: int) -> int:

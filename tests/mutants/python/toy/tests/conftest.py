@@ -1,0 +1,3 @@
+"""Without the module no test is found."""
+
+import toy  # noqa: F401
