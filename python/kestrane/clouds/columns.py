@@ -226,10 +226,8 @@ def first_refused(records: NDArray[Any]) -> int | None:
 
 
 def _why(record: Any) -> str:
-    for name in "xyz":
-        if not np.isfinite(record[name]):
-            return f"{name} is {record[name]}; only an x that is nan is a dropped point"
-    return "finite"
+    name = next(name for name in "xyz" if not np.isfinite(record[name]))
+    return f"{name} is {record[name]}; only an x that is nan is a dropped point"
 
 
 def _whole(part: Part, role: str) -> NDArray[np.int32]:

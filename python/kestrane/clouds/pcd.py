@@ -188,8 +188,9 @@ _LARGEST_PAGE = 1 << 16
 def _check_size(data: bytes, path: str, offset: int, size: int, row: int) -> None:
     end, have = offset + size, len(data)
     if have < end:
+        things = "points" if row > 1 else "bytes"  # a point has three coordinates at least
         raise DamagedFile(
-            path, f"cut at byte {have}: {(have - offset) // row} of {size // row} points"
+            path, f"cut at byte {have}: {(have - offset) // row} of {size // row} {things}"
         )
     if have - end > _LARGEST_PAGE or any(data[end:]):
         raise DamagedFile(path, f"byte {end}: {have - end} bytes after the data")

@@ -194,6 +194,7 @@ def test_an_array_is_read_in_every_version_with_a_header_of_any_length():
         (b"\x93NUMPY", "cut at byte 6, in the header"),
         (header(GOOD)[:11], "cut at byte 11, in the header"),
         (header(GOOD)[:12], "cut at byte 12, in the header"),
+        (header(GOOD, 2)[:11], "cut at byte 11, in the header"),
         (header(GOOD)[:-1], f"cut at byte {len(header(GOOD)) - 1}, in the header"),
         (b"\x93NUMPY\0\0" + bytes(20), "byte 6: version 0 of the format is not known"),
         (b"\x93NUMPY\4\0" + bytes(20), "byte 6: version 4 of the format is not known"),
@@ -255,6 +256,11 @@ def test_an_array_of_objects_is_told():
     assert said(npy.parse, data, damaged=False) == "an array of Python objects; numbers expected"
 
 
+def test_an_array_of_nothing_holds_no_numbers():
+    data = header(GOOD.replace("<f8", "|V0"))
+    assert said(npy.parse, data, damaged=False) == "x is |V0; real numbers expected"
+
+
 def test_columns_of_an_array_of_any_width_may_be_named():
     six = np.arange(6.0).reshape(1, 6)
     names = ["-", "z", "y", "x", "frame", "-"]
@@ -295,6 +301,9 @@ def test_arrays_that_leave_points_open_are_told(arrays, words):
 def test_an_array_that_stands_twice_is_told():
     data = files.npz({"7": XYZ, "8": XYZ, "9": XYZ}).replace(b"8.npy", b"7.npy")
     assert said(npy.parse_archive, data, damaged=False) == "the array '7' stands twice"
+    both = files.npz({"7": XYZ, "8": XYZ, "2": XYZ, "3": XYZ})
+    both = both.replace(b"8.npy", b"7.npy").replace(b"3.npy", b"2.npy")
+    assert said(npy.parse_archive, both, damaged=False) == "the array '2' stands twice"
     with pytest.raises(ValueError, match="^p: an array stands twice$"):
         npy.arrays_in(data, "p")
 
@@ -340,6 +349,11 @@ def test_what_deflate_cannot_have_made_is_not_unpacked():
         words = said(npy.parse_archive, bytes(data))
         too_much = size > 1040 * packed + (1 << 16)
         assert (words == f"7: {size} bytes out of {packed}") == too_much
+    struct.pack_into("<I", data, place - 4, 0)  # a claim of nothing counts as one byte
+    for size, too_much in ((1040 + (1 << 16), False), (1041 + (1 << 16), True)):
+        struct.pack_into("<I", data, place, size)
+        words = said(npy.parse_archive, bytes(data))
+        assert (words == f"7: {size} bytes out of 0") == too_much
 
 
 # --- PLY ------------------------------------------------------------------------------------------
@@ -419,6 +433,7 @@ def test_damaged_ply_text_with_lists_is_told_with_its_line():
         ("4 5 6 0 7", "5 fields where 4 belong"),
         ("4 5 6 -1", "a list of -1 items"),
         ("4 5 6 1.0 7", "a list of 1.0 items"),
+        (f"4 5 6 1.{'0' * 30} 7", f"a list of 1.{'0' * 22} items"),
         ("4 5 6", "'n' is '', not a number"),
         (f"4 {'b' * 30} 6 0", f"'y' is '{'b' * 24}', not a number"),
     ):
@@ -449,6 +464,20 @@ def test_a_binary_ply_with_lists_that_is_cut_tells_how_many_rows_are_whole(order
         assert said(ply.parse, data[:-left]) == (
             f"cut at byte {len(data) - left}: {whole} of 2 rows of 'vertex'"
         )
+
+
+def test_lists_of_a_binary_ply_that_differ_keep_its_rows_apart():
+    # The first list has one item in each row, the second none and then two.
+    rows = struct.pack("<3fBhB3fBhB2h", 1, 2, 3, 1, 7, 0, 4, 5, 6, 1, 8, 2, 9, 9)
+    lists = "property list uchar short n\nproperty list uchar short m\n"
+    assert read_by(ply.parse, binary(rows, count=2, more=lists)) == {
+        0: [(1.0, 2.0, 3.0, 0), (4.0, 5.0, 6.0, 0)]
+    }
+
+
+def test_a_ply_text_may_begin_with_an_element_without_rows():
+    text = HEAD.replace("element", "element face 0\nproperty int a\nelement")
+    assert read_by(ply.parse, text + COORDINATES + "end_header\n1 2 3\n") == ONE
 
 
 def test_a_list_of_a_negative_length_is_told_with_its_byte():
@@ -552,6 +581,10 @@ def test_a_binary_pcd_that_is_cut_tells_how_many_points_are_whole():
     two = BINARY.replace(b"WIDTH 1", b"WIDTH 2").replace(b"POINTS 1", b"POINTS 2") + bytes(12)
     assert said(pcd.parse, two[:-1]) == f"cut at byte {len(two) - 1}: 1 of 2 points"
     assert said(pcd.parse, two[:-13]) == f"cut at byte {len(two) - 13}: 0 of 2 points"
+    bytewise = PCD.replace("SIZE 4 4 4", "SIZE 1 1 1").replace("TYPE F F F", "TYPE I I I")
+    head = bytewise.replace("ascii", "binary").replace("1.0 2.0 3.0\n", "").encode()
+    assert read_by(pcd.parse, head + b"\1\2\3") == ONE
+    assert said(pcd.parse, head + b"\1\2") == f"cut at byte {len(head) + 2}: 0 of 1 points"
 
 
 def test_a_pcd_may_end_with_a_page_of_zeros():
@@ -573,7 +606,7 @@ def test_compressed_data_of_another_size_is_told_with_its_byte():
     )
     other = data[: head + 4] + struct.pack("<I", 13) + data[head + 8 :]
     assert said(pcd.parse, other) == f"byte {head + 4}: 13 bytes of data where 1 points have 12"
-    assert said(pcd.parse, data[:-1]) == f"cut at byte {len(data) - 1}: 12 of 13 points"
+    assert said(pcd.parse, data[:-1]) == f"cut at byte {len(data) - 1}: 12 of 13 bytes"
     for packed in (b"\x02abc", b"\xff\xff\xff"):
         broken = data[:head] + struct.pack("<II", len(packed), 12) + packed
         assert said(pcd.parse, broken).startswith(f"byte {head + 8}: damaged compressed data (")
@@ -585,6 +618,18 @@ def test_compressed_data_that_cannot_hold_its_size_asks_for_no_memory():
         head = head.replace("WIDTH 1", f"WIDTH {count}").replace("POINTS 1", f"POINTS {count}")
         data = head.encode() + struct.pack("<II", 3, 12 * count) + b"\xff\xff\xff"
         assert said(pcd.parse, data).startswith(f"byte {len(head) + 8}: {words}")
+
+
+@pytest.mark.parametrize(("size", "fits"), [((1 << 32) - 1, True), (1 << 32, False)])
+def test_four_gigabytes_are_too_many_to_be_compressed(monkeypatch, size, fits):
+    monkeypatch.setattr(pcd, "len", lambda plain: size, raising=False)
+    pieces = pcd.encode(points(np.zeros((0, 3))), np.zeros(0, np.int32), "compressed")
+    next(pieces)
+    if fits:
+        assert next(pieces) == struct.pack("<II", size, size)
+    else:
+        with pytest.raises(ValueError, match="^0 points are too many for compressed PCD; use binary$"):
+            next(pieces)
 
 
 @pytest.mark.parametrize("form", ["binary", "ascii", "compressed"])
