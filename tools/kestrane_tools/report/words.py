@@ -317,13 +317,13 @@ def findings(run: Run) -> list[Finding]:
     shown = _sections(run)
     listed = []
     for item in run.meta.get("findings") or []:
-        ident = str(item.get("id", ""))
+        ident = item["id"]
         place, chosen = PLACES.get(ident, ("", ""))
         listed.append(
             Finding(
-                level=str(item.get("level", "ok")),
+                level=item["level"],
                 label=LABELS.get(ident, ident.replace("_", " ").capitalize()),
-                text=_sentence(str(item.get("text", ""))),
+                text=_sentence(item["text"]),
                 place=place if place in shown else "",
                 map=chosen,
             )
@@ -528,7 +528,7 @@ def field_table(part: FieldPart) -> Table:
 def dropped_frames(part: FieldPart) -> str:
     """Frames without a used point, by plane; at most forty are listed."""
     places: dict[int, list[int]] = {}
-    for plane, frame in zip(part.dropped_plane[:40], part.dropped_frame[:40]):
+    for plane, frame in zip(part.dropped_plane[:40], part.dropped_frame):
         places.setdefault(int(plane), []).append(int(frame))
     words = "; ".join(f"plane {p}: {', '.join(map(str, frames))}" for p, frames in places.items())
     more = len(part.dropped_plane) - 40

@@ -10,6 +10,7 @@ import numpy as np
 import pytest
 import synthetic_runs as runs
 
+from kestrane.quality import Limits
 from kestrane_tools.report import words
 from kestrane_tools.report.words import Card, Cell, Column
 from kestrane_tools.run_file import FactoryPart, Run
@@ -169,7 +170,9 @@ def test_the_head_of_a_device_is_in_the_order_of_a_certificate():
 
 
 def test_each_limit_has_its_name():
-    limits = dict.fromkeys(words.LIMITS, 0.5)
+    names = [item.name for item in dataclasses.fields(Limits)]
+    limits = dict.fromkeys(names, 0.5)
+    assert set(words.LIMITS) == set(names)
     assert told(Run(meta={"limits": limits}))["Limits"] == (
         "RMS of a plane 0.5 mm · 99 % of a plane's residuals 0.5 mm · measured share 50 % · "
         "95 % of the steps 0.5 mm · repeatability 0.5 mm · outliers 50 % · motion in the field 0.5 mm"
@@ -244,6 +247,7 @@ def test_the_working_volume_is_the_one_that_was_chosen():
     for volume, text in (
         ({"depth": [200, 800], "half_angle_deg": 30.0}, "depth 200–800, whole fan"),
         ({"depth": [200, 800], "half_angle_deg": 29.5}, "depth 200–800, ±29.5°"),
+        ({"depth": [200, 800], "half_angle_deg": 25.0}, "depth 200–800, ±25°"),
         ({"depth": [200.5, 800]}, "depth 200.5–800, whole fan"),
         ({}, "depth 100–1000, whole fan (the band of the fit)"),
     ):
