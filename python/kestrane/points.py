@@ -48,7 +48,7 @@ def points(xyz: ArrayLike, frames: ArrayLike = 0) -> NDArray[Any]:
     if coordinates.dtype.kind not in "iuf":
         raise ValueError(f"xyz: real numbers expected, got {coordinates.dtype}")
     numbers = np.asarray(frames)
-    if numbers.ndim > 1 or (numbers.ndim == 1 and numbers.shape[0] != coordinates.shape[0]):
+    if numbers.shape not in ((), coordinates.shape[:1]):
         raise ValueError(
             f"frames: one number, or one for each of the {coordinates.shape[0]} points, expected, "
             f"got shape {numbers.shape}"

@@ -12,6 +12,7 @@ from kestrane.points import POINT, points, whole_numbers
 def test_a_record_is_laid_out_as_three_doubles_and_a_number():
     assert POINT.itemsize == 32
     assert {name: POINT.fields[name][1] for name in POINT.names} == {"x": 0, "y": 8, "z": 16, "id": 24}
+    assert [POINT[name].str for name in POINT.names] == ["<f8", "<f8", "<f8", "<i4"]
 
 
 @pytest.mark.parametrize(

@@ -96,6 +96,17 @@ def test_a_result_comes_back_with_every_figure(device: quality.FactoryQuality) -
     assert back.table == device.table and back.volume == device.volume
 
 
+def test_a_sector_without_an_indicator_has_no_points_of_its_own(
+    device: quality.FactoryQuality,
+) -> None:
+    part = results.factory_part(device)
+    indicators = np.array(part.indicators)
+    indicators[0] = 0.0
+    indicators[0, 4, 7, 1] = -0.25
+    own = results.factory_of(dataclasses.replace(part, indicators=indicators), None).sectors_own
+    assert own[0].tolist() == [sector == 4 for sector in range(15)]
+
+
 def test_a_share_of_outliers_needs_a_valid_point(device: quality.FactoryQuality) -> None:
     part = dataclasses.replace(
         results.factory_part(device), outliers=np.array([1, 0, 1]), valid=np.array([4, 0, 1])

@@ -369,6 +369,25 @@ def test_a_member_that_stands_twice_is_told(tmp_path):
     )
 
 
+def test_an_array_of_objects_is_not_unpickled(tmp_path):
+    stream = io.BytesIO()
+    np.save(stream, np.array([Unpickled()], object), allow_pickle=True)
+    text = changed(tmp_path, "factory/rms.npy", stream.getvalue())
+    assert text.startswith("not a whole run file: factory/rms.npy: ") and Unpickled.times == 0
+
+
+class Unpickled:
+    times = 0
+
+    def __reduce__(self):
+        return Unpickled._made, ()
+
+    @staticmethod
+    def _made():
+        Unpickled.times += 1
+        return Unpickled()
+
+
 @pytest.mark.parametrize(("beyond", "fits"), [(0, True), (1, False)])
 def test_a_member_beyond_a_gigabyte_is_not_unpacked(tmp_path, monkeypatch, beyond, fits):
     path = tmp_path / "a.npz"
