@@ -292,7 +292,86 @@ def test_diff_of_coefficients(kestrane, device, tmp_path):
     assert done.returncode == 3
 
 
+def test_diff_draws_a_page_of_the_difference(kestrane, device, table, tmp_path):
+    shifted(table, tmp_path / "moved.txt", 0.4)
+    done = kestrane(
+        "diff", device / "rig/table.txt", "moved.txt", "--volume", "250:800", "--report", "d.html",
+        cwd=tmp_path,
+    )  # fmt: skip
+    assert done.returncode == 1, done.stderr
+    page = read_page(tmp_path / "d.html")
+    assert page["meta"]["kind"] == "difference"
+    assert page["meta"]["inputs"][1]["name"] == "moved.txt"
+    assert (page["volume"]["near"], page["volume"]["far"], page["volume"]["half_angle"]) == (250, 800, 30)
+    other = package.PlaneTable.read(tmp_path / "moved.txt")
+    expected = package.compare(table, other, package.WorkingVolume(250, 800))
+    drift = next(item for item in page["maps"] if item["id"] == "drift")
+    assert drift["planes"] == pytest.approx(expected.planes.rms.tolist(), rel=1e-6)
+    assert [finding["text"] for finding in page["meta"]["findings"]] == [
+        finding.text for finding in package.judge(expected, {"rms": 0.0}).findings
+    ]
+    assert "Comparison of two tables" in (tmp_path / "d.html").read_text("utf-8")
+
+
+def test_diff_refuses_planes_that_are_not_there(kestrane, device, table, tmp_path):
+    first = device / "rig/table.txt"
+    done = kestrane("diff", first, first, "--planes", "1-3")
+    assert done.returncode == 3 and f"{first}: has 3 planes, no plane 3" in done.stderr
+    for count, name in ((1, "a.bin"), (2, "b.bin")):
+        models = np.full((count, 16, 51, 3), -5.0)
+        package.Coefficients(models, [[0, count - 1]]).save(tmp_path / name)
+    done = kestrane("diff", "a.bin", "b.bin", cwd=tmp_path)
+    assert done.returncode == 3 and "b.bin: 2 planes, a.bin has 1" in done.stderr
+    done = kestrane("diff", "a.bin", "a.bin", "--planes", "0-1", cwd=tmp_path)
+    assert done.returncode == 3 and "a.bin: has 1 planes, no plane 1" in done.stderr
+    done = kestrane("diff", "a.bin", "a.bin", "--report", "d.html", cwd=tmp_path)
+    assert done.returncode == 2 and "there is a page for tables and runs alone" in done.stderr
+
+
+def test_diff_tells_other_ranges_of_coefficients(kestrane, tmp_path):
+    models = np.full((2, 16, 51, 3), -5.0)
+    package.Coefficients(models, [[0, 1]]).save(tmp_path / "a.bin")
+    package.Coefficients(models, [[0, 0], [1, 1]]).save(tmp_path / "b.bin")
+    done = kestrane("diff", "a.bin", "b.bin", "--tolerance", 1, cwd=tmp_path)
+    assert done.returncode == 1 and "  ranges differ\n" in done.stdout
+
+
+@pytest.mark.parametrize(
+    ("option", "value", "words"),
+    [
+        ("--planes", "2-1", "'2-1': planes are 0 to 99, the first one first"),
+        ("--planes", "0-100", "'0-100': planes are 0 to 99, the first one first"),
+        ("--planes", "a", "'a' is not a range of planes like 0-9"),
+        ("--volume", "1", "'1' is not Z0:Z1"),
+        ("--volume", "1:nan", "'1:nan' is not Z0:Z1"),
+        ("--volume", "a:b", "'a:b' is not Z0:Z1"),
+        ("--volume", "800:250", "the nearest depth first, then the farthest"),
+        ("--tolerance", "a", "'a' is not a number"),
+        ("--tolerance", "inf", "'inf' is not a number"),
+        ("--tolerance", "-1", "'-1' is not at least 0"),
+    ],
+)
+def test_a_value_that_an_option_cannot_take_is_told(kestrane, device, option, value, words):
+    table = device / "rig/table.txt"
+    done = kestrane("diff", table, table, f"{option}={value}")
+    assert done.returncode == 2 and words in " ".join(done.stderr.split())
+
+
 # --- convert --------------------------------------------------------------------------------------
+
+
+def test_convert_refuses_what_a_format_cannot_hold(kestrane, device, tmp_path):
+    cloud, table = device / "factory.npz", device / "rig/table.txt"
+    for source, target, more, status, words in (
+        (table, "a.txt", ("--form", "binary"), 2, "--form is for clouds"),
+        (table, "a.ply", (), 2, "'a.ply': a table is written as .txt, .npz or .json"),
+        (cloud, "a.stl", (), 2, "'a.stl': its suffix is not one of"),
+        (cloud, "a.npy", ("--form", "ascii"), 2, "form"),
+        (device / "rig/report.html", "a.json", (), 3, "a report file has no other format"),
+    ):
+        done = kestrane("convert", source, target, *more, cwd=tmp_path)
+        assert done.returncode == status and words in " ".join(done.stderr.split()), done.stderr
+        assert not (tmp_path / target).exists()
 
 
 def test_convert_keeps_tables_to_the_bit(kestrane, device, tmp_path):
