@@ -195,6 +195,7 @@ def test_an_array_is_read_in_every_version_with_a_header_of_any_length():
         (header(GOOD)[:11], "cut at byte 11, in the header"),
         (header(GOOD)[:12], "cut at byte 12, in the header"),
         (header(GOOD, 2)[:11], "cut at byte 11, in the header"),
+        (header("{}"), "byte 10: a malformed header ('shape')"),
         (header(GOOD)[:-1], f"cut at byte {len(header(GOOD)) - 1}, in the header"),
         (b"\x93NUMPY\0\0" + bytes(20), "byte 6: version 0 of the format is not known"),
         (b"\x93NUMPY\4\0" + bytes(20), "byte 6: version 4 of the format is not known"),
@@ -283,7 +284,9 @@ XYZ = np.array([[1.0, 2.0, 3.0]])
         ({}, "an archive without an array"),
         ({"meta": XYZ}, "the array 'meta' is neither 'points' nor named after a plane (plane_007)"),
         ({"plane_1": XYZ, "01": XYZ}, "two arrays of plane 1"),
-        ({"points": XYZ, "7": XYZ}, "holds 'points' and '7': which one are the points?"),
+        ({"points": XYZ, "7": XYZ, "8": XYZ}, "holds 'points' and '7': which one are the points?"),
+        ({"points": np.zeros((1, 3), bool)}, "points: x is bool; real numbers expected"),
+        ({"7": np.zeros((1, 3), bool)}, "7: x is bool; real numbers expected"),
         (
             {"points": np.zeros((1, 4)), "frame": np.zeros(1)},
             "'points' has a column frame, and there is 'frame' as well",
@@ -311,11 +314,33 @@ def test_an_array_that_stands_twice_is_told():
 def test_an_archive_that_is_damaged_is_told():
     data = files.npz({"7": XYZ})
     assert said(npy.parse_archive, b"P" + data) == "byte 0: not a ZIP archive"
-    assert said(npy.parse_archive, data[:-1]).startswith("a damaged archive (")
+    assert said(npy.parse_archive, data[:-1]) == "a damaged archive (File is not a zip file)"
     assert said(npy.parse_archive, data + b"xy") == f"byte {len(data)}: 2 bytes after the archive"
     place = data.index(DATA)
     flipped = data[:place] + bytes([data[place] ^ 1]) + data[place + 1 :]
     assert said(npy.parse_archive, flipped) == "7: a damaged archive (its checksum is another one)"
+    other = data.replace(b"PK\3\4", b"PK\3\5")
+    assert said(npy.parse_archive, other).startswith("7: a damaged archive (Bad magic number")
+    encrypted = bytearray(data)
+    for flags in (6, data.index(b"PK\1\2") + 8):
+        encrypted[flags] |= 1
+    assert "encrypted" in said(npy.parse_archive, bytes(encrypted))
+
+
+def test_what_is_not_compressed_in_an_archive_is_not_copied():
+    data = files.npz({"7": XYZ, "8": XYZ})
+    for array in npy.arrays_in(data, "p").values():
+        assert np.shares_memory(array, np.frombuffer(data, np.uint8))
+
+
+def test_a_written_archive_holds_three_arrays_of_any_size():
+    stream = io.BytesIO()
+    npy.write_archive(stream, points([[1.0, 2.0, 3.0]], 5), np.array([7], np.int32))
+    with zipfile.ZipFile(stream) as archive:
+        assert archive.namelist() == ["points.npy", "frame.npy", "plane.npy"]
+    # After its name a member has room for both of its sizes in 64 bits.
+    assert struct.unpack_from("<H", stream.getvalue(), 28) == (20,)
+    assert struct.unpack_from("<HH", stream.getvalue(), 30 + len("points.npy")) == (1, 16)
 
 
 def test_a_comment_of_an_archive_is_no_damage(tmp_path):
@@ -342,13 +367,16 @@ def test_points_of_an_archive_have_frames_and_planes_beside_them():
 def test_what_deflate_cannot_have_made_is_not_unpacked():
     # 1040 times its size and 64 KiB are the most that a member may claim.
     data = bytearray(files.npz({"7": np.zeros((3000, 3))}, zipfile.ZIP_DEFLATED))
-    packed = zipfile.ZipFile(io.BytesIO(bytes(data))).getinfo("7.npy").compress_size
+    member = zipfile.ZipFile(io.BytesIO(bytes(data))).getinfo("7.npy")
+    packed, plain = member.compress_size, member.file_size
     place = data.rindex(b"PK\1\2") + 24
     for size in (1040 * packed + (1 << 16), 1040 * packed + (1 << 16) + 1):
         struct.pack_into("<I", data, place, size)
         words = said(npy.parse_archive, bytes(data))
         too_much = size > 1040 * packed + (1 << 16)
-        assert (words == f"7: {size} bytes out of {packed}") == too_much
+        assert words == (
+            f"7: {size} bytes out of {packed}" if too_much else f"7: {plain} bytes where {size} belong"
+        )
     struct.pack_into("<I", data, place - 4, 0)  # a claim of nothing counts as one byte
     for size, too_much in ((1040 + (1 << 16), False), (1041 + (1 << 16), True)):
         struct.pack_into("<I", data, place, size)
@@ -475,14 +503,49 @@ def test_lists_of_a_binary_ply_that_differ_keep_its_rows_apart():
     }
 
 
+@pytest.mark.parametrize("count", [1, 2])
+def test_rows_with_lists_of_one_length_are_not_walked(monkeypatch, count):
+    monkeypatch.setattr(ply, "_walk_rows", None)
+    rows = struct.pack("<B2h3fHiB", 2, 8, 9, 1, 2, 3, 1, 7, 0) * count
+    head = binary(rows, count=count, more="property list ushort int m\nproperty list uchar char n\n")
+    data = head.replace(b"property float x", b"property list uchar short l\nproperty float x")
+    assert read_by(ply.parse, data) == {0: [(1.0, 2.0, 3.0, 0)] * count}
+    rows = struct.pack("<3fB2h", 1, 2, 3, 2, 8, 9) * count
+    data = binary(rows, count=count, more="property list uchar short n\n")
+    assert read_by(ply.parse, data) == {0: [(1.0, 2.0, 3.0, 0)] * count}
+
+
+def test_a_binary_ply_skips_an_element_of_nothing():
+    data = binary(struct.pack("<3f", 1, 2, 3), count=1)
+    assert read_by(ply.parse, data.replace(b"element", b"element nothing 7\nelement")) == ONE
+
+
 def test_a_ply_text_may_begin_with_an_element_without_rows():
-    text = HEAD.replace("element", "element face 0\nproperty int a\nelement")
-    assert read_by(ply.parse, text + COORDINATES + "end_header\n1 2 3\n") == ONE
+    text = HEAD.replace("element", "element face 0\nproperty int a\nelement").replace("x 1", "x 2")
+    assert read_by(ply.parse, text + COORDINATES + "end_header\n1 2 3\n1 2 3\n") == {0: ONE[0] * 2}
+
+
+def test_rows_of_elements_follow_one_another():
+    face = HEAD.replace("element", "element face 1\nproperty int a\nelement")
+    head = face + COORDINATES + "end_header\n"  # nine lines
+    assert read_by(ply.parse, head + "7\n1 2 3\n") == ONE
+    for rows, words in (
+        ("x\n1 2 3\n", "line 10: 'a' is 'x', not a number"),
+        ("7\n1 2 x\n", "line 11: z is 'x', not a number"),
+        ("7\n1 2 3\n4\n", "line 12: text after the last element"),
+    ):
+        assert said(ply.parse, head + rows) == words
+    two = head.replace("vertex 1", "vertex 2")
+    assert said(ply.parse, two + "7\n1 2 3\n") == "cut before line 12: 1 of 2 rows of 'vertex'"
+    none = HEAD.replace("vertex 1", "vertex 0") + COORDINATES + "end_header\n"
+    assert said(ply.parse, none + "7\n") == "line 8: text after the last element"
 
 
 def test_a_list_of_a_negative_length_is_told_with_its_byte():
     rows = struct.pack("<3fb3fb", 1, 2, 3, 0, 4, 5, 6, -1)
     data = binary(rows, count=2, more="property list char short n\n")
+    assert said(ply.parse, data) == f"byte {len(data) - 1}: a list of -1 items"
+    data = binary(struct.pack("<3fb", 1, 2, 3, -1), count=1, more="property list char short n\n")
     assert said(ply.parse, data) == f"byte {len(data) - 1}: a list of -1 items"
 
 
