@@ -187,9 +187,10 @@ _BLOCK = 1 << 14
 
 def _records(part: Part, rows: Any, frames: NDArray[np.int32] | None, unit: float) -> NDArray[Any]:
     columns = part.columns
-    begin, end = (0, columns["x"].size) if isinstance(rows, slice) else (0, rows.size)
     if isinstance(rows, slice):
-        begin, end, _ = rows.indices(end)
+        begin, end, _ = rows.indices(columns["x"].size)
+    else:
+        begin, end = 0, rows.size
     records = np.empty(end - begin, POINT)
     # The record ends with four bytes that no field covers; equal points are equal bytes.
     padding = records.view(np.int32).reshape(-1, POINT.itemsize // 4)[:, -1]

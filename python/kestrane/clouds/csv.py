@@ -82,7 +82,7 @@ def _read_head(data: bytes, path: str, columns: Sequence[str] | None) -> _Head:
     names_delimiter: str | None = None
     offset = 0
     for line, raw in enumerate(_raw_lines(data), 1):
-        text = raw.decode("latin-1").rstrip("\r\n")
+        text = raw.decode("latin-1")
         if text.lstrip().startswith(("#", "//")):
             if told := _COUNT.fullmatch(text.strip()):
                 count = int(told[1])

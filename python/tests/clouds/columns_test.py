@@ -163,6 +163,24 @@ def test_points_are_laid_out_alike_in_any_number(count, alternating):
     assert sum(cloud.size for cloud in found.values()) == count
 
 
+def test_points_after_those_of_another_plane_are_laid_out_in_blocks(monkeypatch):
+    empty = np.empty
+
+    def full(shape, dtype=float, **more):
+        made = empty(shape, dtype, **more)
+        if made.dtype == POINT:
+            made.view(np.uint8)[:] = 255
+        return made
+
+    n = np.arange(40000)
+    given = part(np.stack([n, n, n], axis=1), plane=(n >= 7) * 1, frame=n)
+    monkeypatch.setattr(columns.np, "empty", full)
+    for plane, cloud in clouds_of(given, None, 1.0).items():
+        assert cloud["id"].tolist() == list(range(7, 40000) if plane else range(7))
+        assert cloud["x"].tolist() == cloud["id"].tolist()
+        assert not cloud.view(np.uint8).reshape(-1, 32)[:, 28:].any()
+
+
 @pytest.mark.parametrize("row", [0, 16383, 16384, 20001])
 @pytest.mark.parametrize("alternating", [False, True])
 def test_a_number_that_is_refused_is_told_with_its_row(row, alternating):
@@ -235,6 +253,7 @@ def test_parts_of_a_plane_are_laid_together_in_their_order():
 def test_a_frame_in_two_parts_of_a_plane_is_refused():
     parts = [("a", {1: cloud(1)}), ("b", {1: cloud(2, 2)}), ("c", {1: cloud(3, 2)})]
     assert refused(merged, parts) == "c: frame 2 of plane 1 stands in b as well"
+    assert refused(merged, parts[1:]) == "c: frame 2 of plane 1 stands in b as well"
     assert list(merged([("a", {1: cloud(2)}), ("b", {2: cloud(2)})])) == [1, 2]
 
 

@@ -608,6 +608,7 @@ BINARY = files.pcd({"x": [1.0], "y": [2.0], "z": [3.0]}, dict.fromkeys("xyz", "f
         ("POINTS 1", "POINTS 2", "POINTS 2 is not WIDTH 1 x HEIGHT 1"),
         ("POINTS 1", "POINTS 1.0", "POINTS 1.0: whole numbers expected"),
         ("DATA ascii", "DATA text", "line 11: DATA text is not known"),
+        ("DATA ascii", "DATA asc ii", "line 11: DATA asc ii is not known"),
         ("DATA ascii", "DATA " + "t" * 70, f"line 11: DATA {'t' * 60} is not known"),
         ("1.0 2.0 3.0\n", "", "0 points where its header tells 1"),
         ("1.0 2.0 3.0\n", "1 2 3\n4 5 6\n", "2 points where its header tells 1"),
@@ -620,7 +621,32 @@ def test_a_damaged_pcd_is_told_with_its_place(old, new, words):
     assert said(pcd.parse, PCD.replace(old, new)) == words
 
 
+@pytest.mark.parametrize(
+    ("kind", "size", "code"),
+    [("I", 1, "b"), ("I", 2, "h"), ("I", 4, "i"), ("I", 8, "q"), ("F", 4, "f"), ("F", 8, "d"),
+     ("U", 1, "B"), ("U", 2, "H"), ("U", 4, "I"), ("U", 8, "Q")],
+)  # fmt: skip
+def test_a_field_of_a_pcd_has_any_of_ten_types(kind, size, code):
+    value = 1 << 8 * size - 1 if kind == "U" else -5  # beyond the largest with a sign
+    head = BINARY[:-12].replace(b"SIZE 4 ", f"SIZE {size} ".encode())
+    head = head.replace(b"TYPE F ", f"TYPE {kind} ".encode())
+    data = struct.pack(f"<{code}", value)
+    assert read_by(pcd.parse, head + data + BINARY[-8:]) == {0: [(value, 2.0, 3.0, 0)]}
+
+
+def test_a_field_of_a_pcd_holds_a_million_numbers_at_most():
+    for count, fits in ((1 << 20, True), ((1 << 20) + 1, False)):
+        head = BINARY[:-12].replace(b"x y z", b"x y z w").replace(b"SIZE 4 4 4", b"SIZE 4 4 4 1")
+        head = head.replace(b"TYPE F F F", b"TYPE F F F U")
+        data = head.replace(b"COUNT 1 1 1", b"COUNT 1 1 1 %d" % count) + BINARY[-12:] + bytes(count)
+        if fits:
+            assert read_by(pcd.parse, data) == ONE
+        else:
+            assert said(pcd.parse, data) == f"the field 'w': type U1, count {count}"
+
+
 def test_a_pcd_header_that_does_not_end_is_cut():
+    assert read_by(pcd.parse, "\n" + PCD) == ONE
     assert said(pcd.parse, PCD[:20]) == "cut at byte 20, in the header"
     endless = "# " + "a" * (1 << 20)
     assert said(pcd.parse, endless + "\n" + PCD).startswith("cut at byte ")
@@ -681,6 +707,14 @@ def test_compressed_data_that_cannot_hold_its_size_asks_for_no_memory():
         head = head.replace("WIDTH 1", f"WIDTH {count}").replace("POINTS 1", f"POINTS {count}")
         data = head.encode() + struct.pack("<II", 3, 12 * count) + b"\xff\xff\xff"
         assert said(pcd.parse, data).startswith(f"byte {len(head) + 8}: {words}")
+        assert (said(pcd.parse, data)[-1] == ")") == (words == "damaged compressed data")
+    # Three bytes make 264 at most: 53 points of five bytes are one byte more.
+    head = PCD.replace("ascii", "binary_compressed").replace("1.0 2.0 3.0\n", "")
+    head = head.replace("x y z", "x y z w").replace("SIZE 4 4 4", "SIZE 1 1 1 2")
+    head = head.replace("TYPE F F F", "TYPE U U U U").replace("COUNT 1 1 1", "COUNT 1 1 1 1")
+    head = head.replace("WIDTH 1", "WIDTH 53").replace("POINTS 1", "POINTS 53")
+    data = head.encode() + struct.pack("<II", 3, 265) + b"\xff\xff\xff"
+    assert said(pcd.parse, data) == f"byte {len(head) + 8}: 3 bytes cannot hold 265"
 
 
 @pytest.mark.parametrize(("size", "fits"), [((1 << 32) - 1, True), (1 << 32, False)])
