@@ -59,6 +59,17 @@ def test_infinities_and_gaps_have_no_figure() -> None:
     assert np.isnan(back[[0, 2, 3]]).all() and back[1] == 1.5
 
 
+def test_the_largest_numbers_are_still_figures() -> None:
+    assert model.unpack(model.pack(np.array([0.0, 65535.0])))[1] == pytest.approx(65535.0, rel=1e-4)
+    assert model.unpack(model.pack(np.array([1e12])))[0] == 1e12
+    assert np.isnan(model.unpack(model.pack(np.array([np.nextafter(1e12, 2e12)])))).all()
+
+
+def test_a_long_unit_is_cut() -> None:
+    assert model.unit_of(Run(meta={"unit": "hundredths of an inch"})) == "hundredths o"
+    assert model.unit_of(Run(meta={})) == "mm"
+
+
 def test_nothing_but_gaps_can_be_packed() -> None:
     assert np.isnan(model.unpack(model.pack(np.full((2, 3), NAN)))).all()
 
