@@ -27,7 +27,8 @@ assembled and each test program is linked once for all mutants.
 First each test runs by itself without a mutant, which has to pass; one that takes longer than
 --longest is left out, so that a survivor does not cost minutes. A mark at each place tells the
 tests that pass it, and their time. Then, for each mutant, the tests that pass its place run, short
-ones first, until one fails. A crash and an exceeded limit of time or memory count as dead.
+ones first, until one fails; with --most, as many as fit into that time, those of the unit and of its
+room before others. A crash and an exceeded limit of time or memory count as dead.
 
 Results stay in build/mutants/results.jsonl: a dead mutant is run again when its unit's assembly
 changes, a survivor also when the tests that pass its place or other units change.
@@ -38,6 +39,7 @@ without a survivor, make the run fail.
 
 import argparse
 import concurrent.futures
+import math
 import os
 import pathlib
 import sys
@@ -61,7 +63,7 @@ def take_all_apart(jobs):
     return units
 
 
-def run_mutants(units, mutants, longest, jobs):
+def run_mutants(units, mutants, longest, most, jobs):
     """Runs the mutants; returns those that live and whether a test passes a mutant's place."""
     programs = find_programs()
     objects = build_objects(units, jobs)
@@ -73,7 +75,7 @@ def run_mutants(units, mutants, longest, jobs):
     def reached(mutant):
         return first_marks[mutant.place.unit.name] + mutant.place.index in coverage
 
-    return run_all(mutants, coverage, units, programs, jobs), reached
+    return run_all(mutants, coverage, units, programs, most, jobs), reached
 
 
 def main():
@@ -85,6 +87,8 @@ def main():
                         help="fail where an explanation's source line is gone, run nothing")
     parser.add_argument("--longest", type=float, default=2.0,
                         help="seconds of processor time; tests that need more are left out")
+    parser.add_argument("--most", type=float, default=math.inf,
+                        help="seconds of processor time of all tests that one mutant meets")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="mutants at a time")
     parser.add_argument("--root", type=pathlib.Path, default=folders.ROOT, help="the sources")
     parser.add_argument("--build", type=pathlib.Path, help="default: build/release")
@@ -105,7 +109,8 @@ def main():
         for mutant in mutants:
             print(describe(mutant))
         return
-    living, reached = run_mutants(units, mutants, options.longest, options.jobs)
+    living, reached = run_mutants(units, mutants, options.longest, options.most,
+                                  options.jobs)
     whole = not options.unit and options.kind is None
     if not report(mutants, living, reached, read_explained(options.explained), whole):
         sys.exit("mutants: survivors and explanations do not agree")

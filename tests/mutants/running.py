@@ -114,13 +114,29 @@ def measure_coverage(programs, longest, jobs):
     return {"tests": tests, "marks": marks_of}
 
 
+def farness(unit, program):
+    """0 for a test program of the unit or of its room, by the names, 1 for one of its library."""
+    *rooms, stem = unit.name.split("/")
+    if stem in program or (rooms and rooms[-1] in program):
+        return 0
+    return 1 if rooms and rooms[0] in program else 2
+
+
+def chosen_for(tests, unit, most):
+    """Those of the tests for which `most` seconds suffice, near and short ones first."""
+    chosen, seconds = [], 0.0
+    for test in sorted(tests, key=lambda test: (farness(unit, test.program), test.seconds)):
+        if seconds + test.seconds <= most:
+            chosen.append(test)
+            seconds += test.seconds
+    return chosen
+
+
 def steps_for(tests, unit):
     """The order in which a mutant meets its tests: (program, tests) with short tests first.
 
     The programs of the unit's own room come first, as they look at it most closely.
     """
-    parts = unit.name.split("/")
-    room, stem = parts[0], parts[-1]
     steps = []
     for least, most in zip((0.0, *STEP_SECONDS), STEP_SECONDS):
         groups = collections.defaultdict(list)
@@ -128,8 +144,7 @@ def steps_for(tests, unit):
             if least <= test.seconds < most:
                 groups[test.program].append(test)
         steps += sorted(groups.items(), key=lambda item: (
-            stem not in item[0] and room not in item[0],
-            sum(test.seconds for test in item[1])))
+            farness(unit, item[0]), sum(test.seconds for test in item[1])))
     return steps
 
 
@@ -179,15 +194,19 @@ def digest_of(tests, programs, units):
     return hashlib.sha256(" ".join(parts).encode()).hexdigest()[:16]
 
 
-def run_all(mutants, coverage, units, programs, jobs):
-    """Runs the mutants whose result is not known; returns the set of those that live."""
+def run_all(mutants, coverage, units, programs, most, jobs):
+    """Runs the mutants whose result is not known; returns the set of those that live.
+
+    Each meets tests of at most `most` seconds in all.
+    """
     results = Results()
     numbers = {unit.name: n for n, unit in enumerate(units)}
     first_marks = first_marks_of(units)
     living, waiting = set(), []
     for mutant in mutants:
         number = numbers[mutant.place.unit.name]
-        tests = coverage.get(first_marks[number] + mutant.place.index, [])
+        tests = chosen_for(coverage.get(first_marks[number] + mutant.place.index, []),
+                           mutant.place.unit, most)
         digest = digest_of(tests, programs, units)
         died = results.find(mutant, digest)
         if died is None and tests:

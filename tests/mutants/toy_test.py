@@ -54,6 +54,13 @@ def main():
     status, output = mutants(folder, arguments=["--unit", "quality/", "--longest", "0.1"])
     expect(status == 0 and "left out, too long: Spread.TakesItsTime" in output, output)
 
+    (folder / "mutants" / "results.jsonl").unlink()
+    status, output = mutants(folder, arguments=["--unit", "quality/", "--most", "0"])
+    expect(status != 0 and "1 mutants, 0 to run" in output, output)
+    expect("arithmetic: 0.00 % dead" in output and "no test passes" not in output, output)
+    status, output = mutants(folder, arguments=["--unit", "quality/", "--most", "0.1"])
+    expect(status == 0 and "1 mutants, 1 to run" in output, output)
+
     status, output = mutants(folder, UNTESTED, arguments=["--quotes"])
     expect(status == 0 and output == "", output)
 
