@@ -9,7 +9,7 @@ import numpy as np
 import pytest
 
 import kestrane
-from kestrane import Coefficients, Condition, FactorySettings, PlaneTable, Refine, jobs
+from kestrane import Coefficients, Condition, FactorySettings, PlaneTable, Refine, _core, jobs
 from kestrane.quality import conclude
 
 MOTION_R = np.array([[0.0, -1, 0], [1, 0, 0], [0, 0, 1]])
@@ -118,8 +118,11 @@ def assert_figures(same, left: dict[str, Any], prefix: str, figures: Any) -> int
     return len(names)
 
 
-@pytest.mark.parametrize("optimise", [False, True])
-@pytest.mark.parametrize("threads", [1, 2])
+# Sanitizers need a quarter of a minute for each.
+ALL = [(optimise, threads) for optimise in (False, True) for threads in (1, 2)]
+
+
+@pytest.mark.parametrize("optimise, threads", ALL if _core.release_build else ALL[::3])
 def test_every_figure_of_a_safe_factory_calibration(host, same, clouds, optimise, threads):
     bad = [cloud.copy() for cloud in clouds]
     bad[0]["x"][::500] += 40.0  # gross outliers

@@ -11,6 +11,7 @@
 
 #include "tests/support/bits.h"
 #include "tests/support/fault_heap.h"
+#include "tests/support/sanitized.h"
 
 namespace faults {
 
@@ -75,6 +76,9 @@ Ending run_cut(Place place, long n, Work&& work) {
   return threw ? Ending::kThrew : Ending::kSwallowed;
 }
 
+// A whole calibration for each of hundreds of allocations takes a sanitizer minutes.
+inline constexpr long kStepOfLongRuns = kestrane_test::kSanitized ? 19 : 1;
+
 // A routine under test is a class with
 //   operate()  the call whose allocations are refused; what it needs stands ready before
 //   outcome()  what the call has left behind
@@ -119,6 +123,12 @@ long expect_every_cut_leaves_nothing_behind(Place place = Place::kOwn, long step
     expect_cut_leaves_nothing_behind<Routine>(place, n, expected, cut);
   }
   return n - 1;
+}
+
+// The same for a routine that takes long.
+template <class Routine>
+long expect_cuts_of_a_long_run_leave_nothing_behind() {
+  return expect_every_cut_leaves_nothing_behind<Routine>(Place::kOwn, kStepOfLongRuns);
 }
 
 // For routines that live on what their caller hands them.

@@ -81,7 +81,7 @@ void expect_cut_problems_lose_little() {
   const Outcome expected = expected_outcome<Routine>();
   const long total = counts_of_a_run<Routine>().problem;
   EXPECT_GT(total, 100);
-  for (long n = 1; n <= total; ++n) {
+  for (long n = 1; n <= total; n += faults::kStepOfLongRuns) {
     const fault_heap::LostByDesign lost_by_the_solver;
     const Trial trial = try_cut<Routine>(Place::kProblem, n, expected);
     EXPECT_EQ(trial.ending, Ending::kThrew) << "allocation " << n;

@@ -27,6 +27,7 @@ namespace {
 
 using namespace kestrane::quality;  // NOLINT: everything under test stands there
 using faults::append;
+using faults::expect_cuts_of_a_long_run_leave_nothing_behind;
 using faults::expect_every_cut_leaves_nothing_behind;
 using faults::Outcome;
 using kestrane::TemporaryFolder;
@@ -271,19 +272,12 @@ TEST(MemoryFaults, LeaveTheScreeningOfACloudRepeatable) {
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<CloudRefusal>(), 5);
 }
 
-// A whole calibration for each of hundreds of allocations takes a sanitizer minutes.
-constexpr long kStepOfLongRuns = kestrane_test::kSanitized ? 7 : 1;
-
 TEST(MemoryFaults, LeaveSafeCalibrationsRepeatable) {
-  EXPECT_GE(
-      expect_every_cut_leaves_nothing_behind<SafeFactory>(faults::Place::kOwn, kStepOfLongRuns),
-      100);
+  EXPECT_GE(expect_cuts_of_a_long_run_leave_nothing_behind<SafeFactory>(), 100);
 }
 
 TEST(MemoryFaults, LeaveRefinementsRepeatable) {
-  EXPECT_GE(
-      expect_every_cut_leaves_nothing_behind<Refinement>(faults::Place::kOwn, kStepOfLongRuns),
-      100);
+  EXPECT_GE(expect_cuts_of_a_long_run_leave_nothing_behind<Refinement>(), 100);
 }
 
 TEST(MemoryFaults, LeaveTheScreeningOfFramesRepeatable) {
@@ -291,7 +285,7 @@ TEST(MemoryFaults, LeaveTheScreeningOfFramesRepeatable) {
 }
 
 TEST(MemoryFaults, LeaveCoefficientsRepeatable) {
-  EXPECT_GE(expect_every_cut_leaves_nothing_behind<TableFromCoefficients>(), 10);
+  EXPECT_GE(expect_cuts_of_a_long_run_leave_nothing_behind<TableFromCoefficients>(), 10);
 }
 
 TEST(MemoryFaults, LeaveFilesRepeatableAndNothingBesideThem) {

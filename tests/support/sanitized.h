@@ -18,7 +18,7 @@ inline constexpr bool kSanitized = false;
 #endif
 
 // How many seeds a test over `all` of them draws: a sanitizer looks at the same code with each.
-constexpr int seeds_to_draw(int all) { return kSanitized ? std::min(all, 3) : all; }
+constexpr int seeds_to_draw(int all) { return kSanitized ? std::min(all, 2) : all; }
 
 }  // namespace kestrane_test
 
