@@ -2,12 +2,12 @@
 # All checks, one line each, up to the first that fails.
 #   check.sh            every step, in this order
 #   check.sh step...    these steps alone
-# What a step printed is in build/check/<step>.log. JOBS=2 tasks at a time, FUZZ_SECONDS=15 a reader.
+# What a step printed is in build/check/<step>.log. JOBS=2 tasks at a time, FUZZ_SECONDS=10 a reader.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 jobs=${JOBS:-$(nproc)}
-fuzz_seconds=${FUZZ_SECONDS:-15}
+fuzz_seconds=${FUZZ_SECONDS:-10}
 logs=build/check
 steps=(format lint cppcheck tidy types asan coverage python threads memory fuzz abi)
 
@@ -32,7 +32,7 @@ step_lint() {
   git ls-files '*.py' | xargs flake8
   git ls-files '*.js' | NODE_PATH=/usr/share/nodejs xargs eslint --format unix --max-warnings 0
   git ls-files python/kestrane tools/kestrane_tools tools/man_pages.py scripts cmake | grep '\.py$' |
-    xargs pylint
+    xargs pylint -j "$jobs"
 }
 
 # Tests are left out: cppcheck does not follow the macros of their framework.
@@ -54,7 +54,8 @@ step_types() {
     python/kestrane python/tests/typed_host.py tools/kestrane_tools tools/man_pages.py
 }
 
-# All tests under the address, undefined-behaviour and float-cast-overflow sanitizers, leaks too.
+# All tests of libraries under the address, undefined-behaviour and float-cast-overflow sanitizers,
+# leaks too.
 step_asan() {
   build asan
   find build/asan -name '*.gcda' -delete
@@ -96,7 +97,7 @@ step_fuzz() {
   build fuzz
   cd build/fuzz/fuzz
   printf '%s\n' coefficient plane_block checked_reader |
-    xargs -P "$jobs" -I '{}' env ./'{}'_fuzz -max_total_time="$fuzz_seconds" -max_len=4096 \
+    xargs -P 3 -I '{}' env ./'{}'_fuzz -max_total_time="$fuzz_seconds" -max_len=4096 \
       -print_final_stats=1 '{}'_corpus '{}'_seeds
 }
 
