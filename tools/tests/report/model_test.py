@@ -113,6 +113,61 @@ def test_a_depth_of_the_origin_is_its_measured_share() -> None:
     assert shares[0, 31] == 0.0
 
 
+# --- what a map shows -----------------------------------------------------------------------------
+
+
+def extent_of(points: list[tuple[int, int, int]], refused: str = "", **parts) -> model.Json:
+    """The extent of a run of two planes with points in these blocks: plane, line, row."""
+    counts = np.zeros((2, 15, 50), np.int64)
+    for place in points:
+        counts[place] = 1
+    rms = np.where(counts > 0, 0.1, NAN)
+    part = dataclasses.replace(
+        runs.factory(2), block_points=counts, block_rms=rms, refused=refused
+    )
+    return model.model_of(Run(meta={}, table=runs.table(2), factory=part, **parts))["extent"]
+
+
+def test_maps_show_the_blocks_with_figures_and_one_around_them() -> None:
+    one, other = (0, 4, 10), (1, 6, 20)
+    assert extent_of([one, other]) == {"lines": [3, 8], "rows": [9, 22]}
+    assert extent_of([(0, 0, 0), (1, 14, 49)]) == {"lines": [0, 15], "rows": [0, 50]}
+    assert extent_of([(0, 1, 1), (1, 13, 48)]) == {"lines": [0, 15], "rows": [0, 50]}
+    assert extent_of([(0, 2, 2), (1, 12, 47)]) == {"lines": [1, 14], "rows": [1, 49]}
+    whole = {"lines": [0, 15], "rows": [0, 50]}
+    assert extent_of([]) == whole and extent_of([one], refused="no plane") == whole
+    values = np.full((2, 15, 50), NAN)
+    values[1, 9, 30] = 0.0
+    difference = dataclasses.replace(runs.difference(2), values=values)
+    assert extent_of([one], difference=difference) == {"lines": [3, 11], "rows": [9, 32]}
+    refused = dataclasses.replace(difference, refused="other grids")
+    assert extent_of([one], difference=refused) == {"lines": [3, 6], "rows": [9, 12]}
+
+
+def test_each_quantity_has_its_name_its_scale_and_its_worse_end() -> None:
+    run = runs.full_run(3)
+    part = dataclasses.replace(run.factory, refined_sigma=np.full((3, 16, 51), 0.01))
+    built = model.model_of(dataclasses.replace(run, factory=part))
+    names = ("id", "title", "kind", "worse", "plane_words")
+    assert [tuple(item[name] for name in names) for item in built["maps"]] == [
+        ("rms", "RMS residual", "size", "high", "RMS of the plane"),
+        ("max", "largest residual", "size", "high", "largest of the plane"),
+        ("bias", "bias (signed mean)", "signed", "high", "mean of the plane"),
+        ("repeatability", "repeatability", "size", "high", "RMS over the plane's blocks"),
+        ("seam", "seams", "size", "high", "95 % of the plane's steps"),
+        ("points", "points", "count", "low", "points of the plane"),
+        ("origin", "origin of the plane", "class", "low", "share of the working volume measured"),
+        ("move", "corner move", "signed", "high", "farthest corner"),
+        ("sigma", "σ of the refined x", "size", "high", "largest in a measured block"),
+        ("drift", "drift", "signed", "high", "RMS of the plane"),
+        ("rest", "drift without the rigid motion", "signed", "high", "RMS of the plane"),
+    ]
+    top = {item["id"]: item["top"] for item in built["maps"]}
+    assert (top["origin"], top["move"], top["sigma"]) == (4, 0.5, 0.02)
+    assert top["rest"] == top["drift"]  # to be compared by eye
+    assert all(item["words"].endswith(".") for item in built["maps"])
+
+
 # --- the whole ------------------------------------------------------------------------------------
 
 
