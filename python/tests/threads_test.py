@@ -98,8 +98,10 @@ def test_planes_are_reported_in_order_and_a_callback_can_stop_the_run(clouds, th
 
 
 INTERRUPTED = """
-import kestrane, sys
+import kestrane, signal, sys
 from kestrane import _simulation, jobs
+# Where a shell runs the tests in the background, interrupts are ignored from the start.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 clouds = _simulation.measure(planes=1, points=20000) * 100
 def ready(plane, status):
     if plane == 0:
