@@ -261,7 +261,7 @@ TEST(HostileClouds, OfOnePlaneLeaveTheOthersAsTheyAre) {
     }
     if (how == 3) cloud.resize(40);
   };
-  for (std::size_t seed = 0; seed < (kestrane_test::kSanitized ? 1 : 3); ++seed) {
+  for (std::size_t seed = 0; seed < kestrane_test::seeds_to_draw(3); ++seed) {
     for (int how = 0; how < 4; ++how) {
       for (const std::size_t plane : {0U, 4U, 7U}) {
         std::vector<PointList> clouds = clean().clouds[seed];

@@ -333,7 +333,7 @@ TEST(CalibrateField, SheetsWithOneCommonDirectionLeaveExactlyThatOneFree) {
 TEST(CalibrateField, TheSmallestMotionHasNoPartAlongWhatIsNotFixed) {
   for (const int planes : {2, 8}) {
     for (const double bow : {0.0, 0.4}) {
-      for (std::uint64_t seed = 1; seed <= (kestrane_test::kSanitized ? 1 : 5); ++seed) {
+      for (std::uint64_t seed = 1; seed <= kestrane_test::seeds_to_draw(5); ++seed) {
         field_scene::Settings settings;
         settings.planes = planes;
         settings.bow = bow;
