@@ -408,13 +408,16 @@ TEST(Storage, NamesPathAndReason) {
   }
 }
 
-TEST(Storage, TakesNoFolderAndNoDeviceForAFile) {
+// No device is written to here: where the library errs, its file would take the device's place.
+TEST(Storage, TakesNoFolderNoPipeAndNoDeviceForAFile) {
   const TemporaryFolder folder;
   EXPECT_EQ(reason([&] { read_table(folder.path()); }), "cannot be opened: Is a directory");
   EXPECT_EQ(reason([&] { read_coefficients(folder.path()); }), "cannot be opened: Is a directory");
   EXPECT_EQ(reason([&] { save_table(odd_table(1), folder.path()); }),
             "cannot be written: Is a directory");
-  EXPECT_EQ(reason([&] { save_table(odd_table(1), "/dev/null"); }), "is not a file");
+  const std::string pipe = folder.path() + "/pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(reason([&] { save_table(odd_table(1), pipe); }), "is not a file");
   EXPECT_THAT(reason([&] { read_table("/dev/null"); }), StartsWith("cut "));
 }
 
