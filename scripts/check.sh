@@ -8,8 +8,9 @@ cd "$(dirname "$0")/.."
 
 jobs=${JOBS:-$(nproc)}
 fuzz_seconds=${FUZZ_SECONDS:-10}
-logs=build/check
-steps=(format lint cppcheck tidy types asan coverage python threads memory fuzz abi)
+logs=$PWD/build/check
+# Those of one entry run side by side.
+steps=(format "types lint cppcheck" tidy asan coverage python threads memory fuzz abi)
 
 build() { # preset target...
   local preset=$1
@@ -106,22 +107,33 @@ step_abi() {
   make abi
 }
 
-run() { # step
-  local log=$logs/$1.log started=$SECONDS status=0
-  (step_"$1") >"$log" 2>&1 &
-  wait $! || status=$?
-  printf '%-10s %-6s %4d s\n' "$1" "$([ $status -eq 0 ] && echo ok || echo FAILED)" \
-    $((SECONDS - started))
-  [ $status -eq 0 ] && return
-  tail -n 40 "$log"
-  echo "check: $1 failed, all of its output is in $log"
-  exit 1
+run() { # step...
+  local -A processes=()
+  local step started=$SECONDS status
+  for step; do
+    (
+      trap 'echo "$SECONDS" >"$logs/$step.ended"' EXIT
+      step_"$step"
+    ) >"$logs/$step.log" 2>&1 &
+    processes[$step]=$!
+  done
+  for step; do
+    status=0
+    wait "${processes[$step]}" || status=$?
+    printf '%-10s %-6s %4d s\n' "$step" "$([ $status -eq 0 ] && echo ok || echo FAILED)" \
+      $(($(<"$logs/$step.ended") - started))
+    [ $status -eq 0 ] && continue
+    tail -n 40 "$logs/$step.log"
+    echo "check: $step failed, all of its output is in $logs/$step.log"
+    wait
+    exit 1
+  done
 }
 
 mkdir -p "$logs"
 [ $# -gt 0 ] && steps=("$@")
-for step in "${steps[@]}"; do
+for step in ${steps[*]}; do
   declare -F "step_$step" >/dev/null || { echo "check: no step named $step" >&2; exit 2; }
 done
-for step in "${steps[@]}"; do run "$step"; done
+for entry in "${steps[@]}"; do run $entry; done
 printf '%-10s %-6s %4d s\n' all ok "$SECONDS"
