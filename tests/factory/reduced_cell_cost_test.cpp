@@ -11,6 +11,7 @@
 
 #include "ceres/autodiff_cost_function.h"
 #include "simulation/random.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -242,17 +243,21 @@ Cell hostile_cell(Random& random, int kind) {
 
 constexpr int kHostileKinds = 12;
 
-// In shares, each of which a search for changed instructions can afford.
+// In shares, each of which a search for changed instructions can afford; fewer cells show the
+// sanitizers the same code.
+constexpr int kScannerCells = kestrane_test::kSanitized ? 1000 : 12500;
+constexpr int kHostileCells = kestrane_test::kSanitized ? 400 : 4200;
+
 class ReducedCellCostInShares : public testing::TestWithParam<int> {};
 
 TEST_P(ReducedCellCostInShares, AgreesWithTheFunctorOnCellsOfAScanner) {
   Random random(51 + 1000 * static_cast<std::uint64_t>(GetParam()));
-  for (int n = 0; n < 12500; ++n) ASSERT_TRUE(agree(random_cell(random))) << "cell " << n;
+  for (int n = 0; n < kScannerCells; ++n) ASSERT_TRUE(agree(random_cell(random))) << "cell " << n;
 }
 
 TEST_P(ReducedCellCostInShares, AgreesWithTheFunctorOnHostileCells) {
   Random random(52 + 1000 * static_cast<std::uint64_t>(GetParam()));
-  for (int n = 0; n < 4200; ++n) {
+  for (int n = 0; n < kHostileCells; ++n) {
     ASSERT_TRUE(agree(hostile_cell(random, GetParam()))) << "cell " << n;
   }
 }
