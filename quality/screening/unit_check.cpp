@@ -20,14 +20,13 @@ std::string sentence(const char* unit, const char* factor) {
 void UnitCheck::add(const _KESTRANE_ID_POINT3D* points, std::size_t count) {
   points_ += static_cast<std::int64_t>(count);
   for (std::size_t i = 0; i < count; ++i) {
-    as_they_are_ += hits(points[i].z) ? 1 : 0;
     from_metres_ += hits(points[i].z * kMetre) ? 1 : 0;
     from_inches_ += hits(points[i].z * kInch) ? 1 : 0;
   }
 }
 
+// No depth hits in two units: where most hit in another one, most miss as they are.
 std::string UnitCheck::hint() const {
-  if (2 * as_they_are_ >= points_) return {};
   if (2 * from_metres_ > points_) return sentence("metres", "1000");
   if (2 * from_inches_ > points_) return sentence("inches", "25.4");
   return {};

@@ -20,7 +20,6 @@ class UnitCheck {
 
  private:
   std::int64_t points_ = 0;
-  std::int64_t as_they_are_ = 0;
   std::int64_t from_metres_ = 0;
   std::int64_t from_inches_ = 0;
 };
