@@ -191,6 +191,40 @@ TEST(ScreenCloud, NamesTheSixWorst) {
   }
 }
 
+TEST(ScreenCloud, NamesTheSixWorstInWhateverOrderTheyCome) {
+  PointList points = bowed_cloud();
+  for (int n = 0; n < 8; ++n) {
+    points[static_cast<std::size_t>(100 * n + 50)].x += 10.0 * ((5 * n) % 8 + 1);
+  }
+  const ScreenedCloud screened = screen_cloud(points);
+  ASSERT_EQ(screened.account.worst.size(), 6U);
+  for (int w = 0; w < 6; ++w) {
+    EXPECT_NEAR(screened.account.worst[static_cast<std::size_t>(w)].residual, 10.0 * (8 - w),
+                kRounding);
+  }
+}
+
+// A strip of half a unit, as its scale has it, puts y beyond all numbers, and the sheet of first
+// degree makes no number of that. Nothing is worse.
+TEST(ScreenCloud, NamesAPointFirstWhoseResidualIsNoNumber) {
+  PointList points;
+  for (int i = 0; i < 400; ++i) {
+    const double y = -0.25 + 0.00125 * i;
+    const double z = 400.0 + 0.1 * y + 1e-7 * ((i * 7919) % 13 - 6) / 6.0;
+    points.push_back({flat_x(y, z), y, z, 5});
+  }
+  points[100].x += 40.0;
+  points[200].y = 1.7e308;
+  points[300].x += 50.0;
+  const ScreenedCloud screened = screen_cloud(points);
+  ASSERT_EQ(screened.sheet.degree, 1);
+  ASSERT_EQ(screened.account.worst.size(), 3U);
+  EXPECT_TRUE(std::isnan(screened.account.worst[0].residual));
+  EXPECT_EQ(screened.account.worst[0].index, 200);
+  EXPECT_EQ(screened.account.worst[1].index, 300);
+  EXPECT_EQ(screened.account.worst[2].index, 100);
+}
+
 TEST(ScreenCloud, IsNotLedAstrayByPointsFarBesideTheFan) {
   PointList points = bowed_cloud();
   for (int n = 0; n < 300; ++n) points.push_back({500.0, 1e6 * n, 500.0, 0});

@@ -53,7 +53,14 @@ TEST(ScreenFrames, RefusesAHostsMistakes) {
   for (const std::int32_t first : {-1, 1}) {
     FrameSettings settings;
     settings.first_plane = first;
-    EXPECT_THROW(screen_frames(lists, table, settings), std::invalid_argument);
+    try {
+      screen_frames(lists, table, settings);
+      ADD_FAILURE() << first;
+    } catch (const std::invalid_argument& refused) {
+      EXPECT_EQ(std::string(refused.what()), "the table has 2 planes, the lists want planes " +
+                                                 std::to_string(first) + " to " +
+                                                 std::to_string(first + 1));
+    }
   }
   FrameSettings farthest;
   farthest.first_plane = std::numeric_limits<std::int32_t>::max();
@@ -71,6 +78,14 @@ TEST(ScreenFrames, RefusesAPlaneWithoutPoints) {
     EXPECT_EQ(screened.accounts.size(), 3U);
     EXPECT_TRUE(screened.left_out.empty());
   }
+}
+
+TEST(ScreenFrames, NamesAllThatIsInTheWay) {
+  std::vector<PointList> lists(4, list_of({0}));
+  lists[1].clear();
+  lists[3].clear();
+  EXPECT_EQ(screen_frames(lists, full_table(4)).refused,
+            "plane 1 has no points; plane 3 has no points");
 }
 
 TEST(ScreenFrames, RefusesAPlaneWhosePointsAllGo) {
