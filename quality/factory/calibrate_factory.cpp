@@ -60,25 +60,21 @@ WorkingVolume volume_of(const FactorySettings& settings) {
   return volume;
 }
 
-// Which points the screening has left of a cloud; all of them where it was not asked.
+// Which points the screening has left of a cloud; all of them where it was not asked, or found no
+// sheet to judge them by.
 class Survivors {
  public:
   Survivors() = default;
-  Survivors(const ScreeningSheet& sheet, FitBand band)
-      : screened_(true), sheet_(sheet), band_(band) {}
+  explicit Survivors(const ScreeningSheet& sheet) : sheet_(sheet) {}
 
-  // Of points that are finite.
+  // Of points that are finite and inside the depth band.
   bool hold(const _KESTRANE_ID_POINT3D& point) const {
-    if (!screened_) return true;
-    if (!(point.z >= band_.nearest && point.z <= band_.farthest)) return false;
     if (sheet_.degree < 0) return true;
     return std::abs(residual(sheet_.c.data(), sheet_point(sheet_, point))) <= sheet_.limit;
   }
 
  private:
-  bool screened_ = false;
   ScreeningSheet sheet_;
-  FitBand band_{};
 };
 
 using Engine = KESTRANE_LASER_FAC_CALIB;
@@ -153,7 +149,7 @@ class Device {
     screening.laser_type = settings_.type;
     ScreenedCloud screened = screen_cloud(clouds_[p], screening);
     plane.screening = std::move(screened.account);
-    survivors_[p] = Survivors(screened.sheet, measure_.band);
+    survivors_[p] = Survivors(screened.sheet);
     if (!screened.refused.empty()) {
       plane.reason = screened.refused;
       return;
