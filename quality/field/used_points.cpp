@@ -22,8 +22,8 @@ using Numbers = std::vector<std::int32_t>;  // ascending
 // The numbers of the frames in a list, whose points mostly come frame by frame.
 Numbers numbers_in(const PointList& list) {
   Numbers numbers;
-  for (std::size_t i = 0; i < list.size(); ++i) {
-    if (i == 0 || list[i].id != list[i - 1].id) numbers.push_back(list[i].id);
+  for (const _KESTRANE_ID_POINT3D& point : list) {
+    if (numbers.empty() || numbers.back() != point.id) numbers.push_back(point.id);
   }
   std::sort(numbers.begin(), numbers.end());
   numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
