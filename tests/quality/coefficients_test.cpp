@@ -116,6 +116,14 @@ TEST(TableOf, RefusesAPlaneThroughTheOrigin) {
   EXPECT_EQ(table_of(device).refused, "plane 1 passes through the origin");
 }
 
+TEST(TableOf, RefusesOneCellThroughTheOrigin) {
+  Coefficients record(2);
+  DeviceCorners device = corners_at(*record, 25.0);
+  for (const std::size_t i : {51 * 3 + 20, 51 * 3 + 21, 51 * 4 + 20, 51 * 4 + 21})
+    device.corners[i].v[0] = 0.0;
+  EXPECT_EQ(table_of(device).refused, "plane 0 passes through the origin");
+}
+
 // --- corners ---------------------------------------------------------------------------------
 
 TEST(CornersAt, EvaluatesEachModelOnTheNominalRays) {

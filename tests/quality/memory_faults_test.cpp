@@ -12,6 +12,7 @@
 #include "kestrane/factory_calib.h"
 #include "kestrane/quality/coefficients.h"
 #include "kestrane/quality/factory.h"
+#include "kestrane/quality/field.h"
 #include "kestrane/quality/findings.h"
 #include "kestrane/quality/refinement.h"
 #include "kestrane/quality/screening.h"
@@ -262,6 +263,36 @@ class Refinement {
   PointList cloud_;
   RefinedDevice device_;
 };
+
+// The engine of a calibration that the host gives none is refused its block, too; what is
+// calibrated has no points.
+class OwnEngines {
+ public:
+  void factory() { told_ = calibrate_factory(clouds_).refused; }
+  void field() { told_ = calibrate_field(table_, lists_).refused; }
+  const std::string& told() const { return told_; }
+
+ private:
+  std::vector<_KESTRANE_ID_POINT3DS> clouds_ = {{nullptr, 0}};
+  PlaneTable table_ = odd_table(1);
+  std::vector<PointList> lists_ = std::vector<PointList>(1);
+  std::string told_;
+};
+
+TEST(MemoryFaults, ShowInTheEnginesOfACalibration) {
+  for (const auto operation : {&OwnEngines::factory, &OwnEngines::field}) {
+    OwnEngines engines;
+    (engines.*operation)();
+    EXPECT_FALSE(engines.told().empty());
+    faults::Ending ending = faults::Ending::kThrew;
+    long cuts = 0;
+    while (ending != faults::Ending::kWentThrough) {
+      ending = faults::run_cut(faults::Place::kOwn, ++cuts, [&] { (engines.*operation)(); });
+      EXPECT_NE(ending, faults::Ending::kSwallowed) << cuts;
+    }
+    EXPECT_GT(cuts, 3);
+  }
+}
 
 TEST(MemoryFaults, LeaveTablesWhole) {
   EXPECT_GE(expect_every_cut_leaves_nothing_behind<TableCopy>(), 9);

@@ -64,6 +64,12 @@ TEST(BlockOrigins, FollowTheirPointsAndTheirSector) {
   std::vector<_LASER_TRIPLE> cells(kAll, plane_at(100, 0, 0));
   cells[5] = {{0.0, 1.0, 1.0}};
   cells[6] = {{kNaN, 0.0, 0.0}};
+  cells[7] = {{-0.01, kNaN, 0.0}};
+  cells[8] = {{-0.01, 0.0, kNaN}};
+  cells[9] = {{1e-17, -1e-17, 1e-17}};  // too small to be told from zero
+  cells[10] = {{1e-17, 0.01, 0.0}};
+  cells[11] = {{1e-17, 0.0, 0.01}};
+  cells[12] = {{0.01, 0.0, 0.0}};
   std::vector<std::int64_t> points(kAll, 0);
   points[0] = 10;
   points[1] = 9;
@@ -77,7 +83,8 @@ TEST(BlockOrigins, FollowTheirPointsAndTheirSector) {
   EXPECT_EQ(origins[2], Origin::kThin);
   EXPECT_EQ(origins[3], Origin::kExtended);
   EXPECT_EQ(origins[5], Origin::kEmpty);
-  EXPECT_EQ(origins[6], Origin::kEmpty);
+  for (std::size_t b = 6; b <= 9; ++b) EXPECT_EQ(origins[b], Origin::kEmpty) << b;
+  for (std::size_t b = 10; b <= 12; ++b) EXPECT_EQ(origins[b], Origin::kExtended) << b;
   EXPECT_EQ(origins[50], Origin::kBorrowed);
 }
 

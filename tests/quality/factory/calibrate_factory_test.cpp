@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -94,11 +95,23 @@ literal::Scene scene_of(const FactoryResult& result, int plane, const PointList&
 
 // --- refusals -----------------------------------------------------------------------------------
 
+// What a host is told that asks for what it may not.
+std::string told_of(const std::vector<_KESTRANE_ID_POINT3DS>& clouds) {
+  try {
+    calibrate_factory(clouds);
+  } catch (const std::invalid_argument& refused) {
+    return refused.what();
+  }
+  return "nothing";
+}
+
 TEST(CalibrateFactory, RefusesWhatAHostMayNotAskFor) {
-  EXPECT_THROW(calibrate_factory({}), std::invalid_argument);
-  EXPECT_THROW(calibrate_factory(std::vector<_KESTRANE_ID_POINT3DS>(101)), std::invalid_argument);
-  EXPECT_THROW(calibrate_factory({{nullptr, 3}}), std::invalid_argument);
-  EXPECT_THROW(calibrate_factory({{nullptr, -1}}), std::invalid_argument);
+  EXPECT_EQ(told_of({}), "no clouds");
+  EXPECT_EQ(told_of(std::vector<_KESTRANE_ID_POINT3DS>(101)),
+            "a device has at most 100 planes, not 101");
+  EXPECT_EQ(told_of(std::vector<_KESTRANE_ID_POINT3DS>(100)), "nothing");
+  EXPECT_EQ(told_of({{nullptr, 0}, {nullptr, 3}}), "the cloud of plane 1 has no points array");
+  EXPECT_EQ(told_of({{nullptr, -1}, {nullptr, 0}}), "the cloud of plane 0 has a negative count");
   FactorySettings settings;
   for (const double gross : {0.0, -1.0, kInf, std::numeric_limits<double>::quiet_NaN()}) {
     settings.gross = gross;
@@ -117,6 +130,14 @@ TEST(CalibrateFactory, IsRefusedWithAReasonWhereNoPlaneIsLeft) {
   EXPECT_TRUE(result.corners.empty());
   ASSERT_EQ(result.planes.size(), 2U);
   EXPECT_EQ(result.planes[0].status, KESTRANE_ERR_INVALID_PARAM);
+}
+
+TEST(CalibrateFactory, SaysWhetherAllPlanesAreRefusedForTheSameReason) {
+  const PointList few(5, {100.0, 0.0, 300.0, 0});
+  EXPECT_EQ(calibrate({{}, few}).refused,
+            "no plane could be calibrated: no points (plane 0; other planes for other reasons)");
+  EXPECT_EQ(calibrate({few, few}).refused,
+            "no plane could be calibrated: no sector has 200 points (5 of 5 points are left)");
 }
 
 TEST(CalibrateFactory, TellsMetresFromMillimetres) {
@@ -265,17 +286,41 @@ TEST(CalibrateFactory, GivesTheSameBitsFromAnyNumberOfEngines) {
   }
 }
 
+// A plane is reported when it is done, and not before.
 TEST(CalibrateFactory, ReportsPlanesInOrderOnTheCallingThread) {
-  const DeviceCloud device = device_of(6, framed(2000));
+  const DeviceCloud device = device_of(6, framed(4000));
   std::vector<kestrane::KESTRANE_LASER_FAC_CALIB> engines(3);
   std::vector<std::int32_t> reported;
   const auto caller = std::this_thread::get_id();
   calibrate_factory(ready(engines), kestrane::quality::clouds_of(device.clouds), plain_settings(),
-                    [&](std::int32_t plane, _KESTRANE_STATUS) {
+                    [&](std::int32_t plane, _KESTRANE_STATUS status) {
                       EXPECT_EQ(std::this_thread::get_id(), caller);
+                      EXPECT_EQ(status, KESTRANE_OK);
                       reported.push_back(plane);
                     });
   EXPECT_EQ(reported, (std::vector<std::int32_t>{0, 1, 2, 3, 4, 5}));
+}
+
+// Screened and as they are, which makes another table of clouds with outliers.
+TEST(CalibrateFactory, AddsUpWhatSeveralEnginesHaveDone) {
+  simulation::CloudSettings cloud = framed(4000);
+  cloud.outlier_share = 0.02;
+  const DeviceCloud device = device_of(12, cloud);
+  const auto clouds = kestrane::quality::clouds_of(device.clouds);
+  for (const bool screen : {true, false}) {
+    FactorySettings settings = plain_settings();
+    settings.screen = screen;
+    std::vector<kestrane::KESTRANE_LASER_FAC_CALIB> engines(3);
+    const FactoryResult expected = calibrate_factory(clouds, settings);
+    const FactoryResult found = calibrate_factory(ready(engines), clouds, settings);
+    EXPECT_TRUE(found.table == expected.table) << screen;
+    EXPECT_EQ(found.planes[0].screening.dropped.gross > 0, screen);
+    EXPECT_EQ(found.device.points, expected.device.points);
+    EXPECT_EQ(found.device.q95, expected.device.q95);
+    EXPECT_EQ(found.device.q99, expected.device.q99);
+    EXPECT_EQ(found.device.max, expected.device.max);
+    EXPECT_EQ(found.histogram.counts, expected.histogram.counts);
+  }
 }
 
 TEST(CalibrateFactory, StopsAllEnginesWhereTheCallbackThrows) {
@@ -309,6 +354,24 @@ TEST(CalibrateFactory, TakesTheBandOfTheLaserType) {
   EXPECT_EQ(result.volume.depth_near, 220.0);
   EXPECT_EQ(result.planes[0].blocks[7 * 50].residuals.points, 0);  // depths 150 to 177
   EXPECT_GT(result.planes[0].blocks[7 * 50 + 4].residuals.points, 0);
+}
+
+// Unscreened, so that the job has to choose the points of its band by itself.
+TEST(CalibrateFactory, TellsTheJobItsLaserType) {
+  DeviceCloud device = device_of(1, framed(), 2.0);
+  PointList& cloud = device.clouds[0];
+  FactorySettings settings = plain_settings();
+  settings.screen = false;
+  settings.type = kestrane::LASER_TYPE_FAR;
+  kestrane::KESTRANE_LASER_FAC_CALIB job;
+  ASSERT_EQ(job.init(), KESTRANE_OK);
+  job.set_laser_type(kestrane::LASER_TYPE_FAR);
+  ASSERT_EQ(job.factory_calib(0, {cloud.data(), static_cast<std::int32_t>(cloud.size())}),
+            KESTRANE_OK);
+  PlaneTable expected(1);
+  auto record = expected.record();
+  ASSERT_EQ(job.get_laser_plane_infos(record), KESTRANE_OK);
+  EXPECT_TRUE(calibrate(device.clouds, settings).table == expected);
 }
 
 // --- figures ------------------------------------------------------------------------------------
@@ -461,6 +524,59 @@ TEST(FactoryFigures, OfTheDeviceAreThoseOfAllPlanesTogether) {
   expect_histogram_of(result.histogram, pooled, result.device.rms);
 }
 
+std::int64_t counted(const kestrane::quality::ResidualHistogram& histogram) {
+  return std::accumulate(histogram.counts.begin(), histogram.counts.end(),
+                         histogram.below + histogram.above);
+}
+
+// Points that the job leaves out lie on the table's blocks all the same, and without the screening
+// nothing else has taken them out before the second look: nearer and farther than the band, and
+// with an x that is not a number.
+TEST(FactoryFigures, CountEachResidualOnceInTheSecondLook) {
+  simulation::CloudSettings cloud = framed();
+  cloud.depth_low = 130.0;
+  cloud.depth_high = 1400.0;
+  cloud.dropped_share = 0.02;
+  DeviceCloud device = device_of(2, cloud, 0.0);
+  for (PointList& list : device.clouds) {
+    for (auto& point : list) {
+      // A little off, and no outliers.
+      if (point.z < 220.0 || point.z > 1000.0) point.x += 0.1;
+    }
+  }
+  FactorySettings settings = plain_settings();
+  settings.screen = false;
+  settings.type = kestrane::LASER_TYPE_FAR;
+  const FactoryResult result = calibrate(device.clouds, settings);
+  ASSERT_EQ(result.refused, "");
+  EXPECT_GT(result.device.points, 4000);
+  EXPECT_EQ(counted(result.histogram), result.device.points);
+  std::vector<double> pooled;
+  for (int p = 0; p < 2; ++p) {
+    literal::Scene scene = scene_of(result, p, device.clouds[static_cast<std::size_t>(p)]);
+    scene.band_near = 220.0;
+    const auto valid = literal::valid_points(scene);
+    const auto all = literal::kept(valid, literal::middle_of(literal::residuals_of(valid)), -1);
+    pooled.insert(pooled.end(), all.begin(), all.end());
+  }
+  expect_equal_figures(result.device, literal::figures(pooled));
+}
+
+// A cloud along one line fixes no sheet, and none of its points is gross; the job takes it.
+TEST(FactoryFigures, AreOfAllPointsWhereTheScreeningHasNoSheet) {
+  PointList line;
+  for (int i = 0; i < 400; ++i) {
+    const double z = 200.0 + 1.5 * i;
+    line.push_back({120.0 - 0.25 * z, 0.01 * z, z, i / 100});
+  }
+  line[7].x = kestrane_test::kNaN;
+  const FactoryResult result = calibrate({line}, plain_settings());
+  ASSERT_EQ(result.refused, "");
+  EXPECT_EQ(result.planes[0].screening.kept, 399);
+  EXPECT_EQ(result.device.points, 399);
+  EXPECT_EQ(counted(result.histogram), 399);
+}
+
 // A bad frame of 0.8 among 20: found, and no other.
 TEST(FactoryFigures, NameAPlantedBadFrameAndNoOther) {
   DeviceCloud device = device_of(1, framed());
@@ -521,6 +637,40 @@ TEST(Repeatability, IsNotDeterminedWhereAHalfFails) {
   const FactoryResult result = calibrate(device_of(1, cloud).clouds);
   EXPECT_EQ(result.planes[0].reason, "");
   EXPECT_TRUE(std::isnan(result.planes[0].repeatability));
+}
+
+TEST(Repeatability, IsNotDeterminedWhereOneHalfFails) {
+  for (const int thin : {0, 1}) {
+    DeviceCloud device = device_of(1, framed(12000));
+    PointList& cloud = device.clouds[0];
+    int left = 0;
+    cloud.erase(
+        std::remove_if(cloud.begin(), cloud.end(),
+                       [&](const auto& point) { return point.id % 2 == thin && left++ % 30 != 0; }),
+        cloud.end());
+    const FactoryResult result = calibrate(device.clouds);
+    EXPECT_EQ(result.planes[0].reason, "");
+    EXPECT_TRUE(std::isnan(result.planes[0].repeatability)) << thin;
+    EXPECT_TRUE(std::isnan(result.planes[0].blocks[7 * 50 + 5].repeatability)) << thin;
+  }
+}
+
+// A sheet across the axis, whose planes have a part in y and z that cannot be told from zero.
+TEST(Repeatability, IsDeterminedForAFlatSheet) {
+  simulation::CloudSettings exact = framed(12000);
+  exact.noise = 0.0;
+  const simulation::Sheet flat = {128.0, 0.0, 0.0, 0.0, 0.0};
+  PointList cloud = simulation::measure(flat, exact).points;
+  // Sectors whose points have no distance at all would count as empty.
+  for (std::size_t i = 0; i < cloud.size(); i += 7) cloud[i].x += i % 2 == 0 ? 1e-11 : -1e-11;
+  const FactoryResult result = calibrate({cloud});
+  const PlaneFigures& plane = result.planes[0];
+  const double* abc = result.table.cell(0, {7, 10}).v;
+  EXPECT_LT(std::max(std::abs(abc[1]), std::abs(abc[2])), 2e-16);
+  EXPECT_LT(plane.repeatability, kRounding);
+  for (const auto& block : plane.blocks) {
+    EXPECT_EQ(std::isnan(block.repeatability), block.origin != Origin::kMeasured);
+  }
 }
 
 TEST(Repeatability, LeavesOutSectorsThatAHalfBorrows) {

@@ -87,10 +87,30 @@ TEST(PointsOnBlocks, LeaveOutWhatIsNotFiniteOutsideTheBandOrWithoutABlock) {
             2U);
 }
 
+TEST(PointsOnBlocks, BeginWhereTheBandBegins) {
+  const std::vector<_KESTRANE_ID_POINT3D> cloud = {
+      {100, 0, 219.9, 0}, {100, 0, 220, 0}, {100, 0, 899, 0}, {100, 0, 899.1, 0}};
+  const auto points =
+      points_on_blocks(cloud, {0}, flat_cells(), PlaneTable().grids(), {220.0, 899.0});
+  EXPECT_EQ(points.size(), 2U);
+}
+
 TEST(PointsOnBlocks, LeaveOutBlocksWithoutAPlane) {
   for (const double a : {0.0, kNaN, kInf}) {
     EXPECT_EQ(points_of({{100, 0, 300, 0}}, flat_cells(a)).size(), 0U) << a;
   }
+  using kestrane::_LASER_TRIPLE;
+  const auto count = [](const _LASER_TRIPLE& cell) {
+    return points_of({{100, 0, 300, 0}}, std::vector<_LASER_TRIPLE>(750, cell)).size();
+  };
+  for (const double bad : {kNaN, kInf, -kInf}) {
+    EXPECT_EQ(count({{-0.01, bad, 0.0}}), 0U) << bad;
+    EXPECT_EQ(count({{-0.01, 0.0, bad}}), 0U) << bad;
+  }
+  // Three numbers too small to be told from zero are none; one that is large enough suffices.
+  EXPECT_EQ(count({{1e-17, -1e-17, 1e-17}}), 0U);
+  EXPECT_EQ(count({{1e-17, 0.01, 1e-17}}), 1U);
+  EXPECT_EQ(count({{1e-17, 1e-17, -0.01}}), 1U);
 }
 
 }  // namespace

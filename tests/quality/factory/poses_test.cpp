@@ -59,6 +59,21 @@ TEST(PoseFigures, CallAFrameOffBeyondFourSigma) {
   EXPECT_TRUE(result.poses[3].off);
 }
 
+TEST(PoseFigures, CallAFrameOffByItsDistanceFromTheMedianOfAll) {
+  const PoseSpread result = pose_figures(points_of({{3.0}, {2.5}, {0.5}}), {0, 1, 2}, {3.0, 0.25});
+  EXPECT_FALSE(result.poses[0].off);
+  EXPECT_FALSE(result.poses[1].off);
+  EXPECT_TRUE(result.poses[2].off);
+}
+
+// Plus and minus 1 beside an outlier of 9 in each frame: the scatter is that of the others.
+TEST(PoseFigures, LeaveOutliersOutOfTheScatter) {
+  const PoseSpread result =
+      pose_figures(points_of({{1.0, 9.0, -1.0}, {9.0, 3.0, 1.0}}), {0, 1}, {0.0, 1.0});
+  EXPECT_NEAR(result.within, 1.0, kRounding);
+  EXPECT_NEAR(result.between, std::sqrt(1.0 - 0.5), kRounding);
+}
+
 // The median of a frame is that of all its points, the outliers too: else a bad frame would be left
 // without points to show it by.
 TEST(PoseFigures, FindAPlantedBadFrameByItsOutliers) {

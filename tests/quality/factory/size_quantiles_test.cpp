@@ -66,6 +66,9 @@ TEST(SizeQuantiles, AreThoseOfSizesOfAllDecades) {
     huge.push_back(std::pow(10.0, random.uniform(8.0, 300.0)));
     all.push_back(std::pow(10.0, random.uniform(-20.0, 20.0)));
   }
+  std::vector<double> tiny_and_others(50, 1e-14);
+  for (int i = 1; i <= 50; ++i) tiny_and_others.push_back(i);
+  expect_those_of_sorted(tiny_and_others);
   expect_those_of_sorted(tiny);
   expect_those_of_sorted(huge);
   expect_those_of_sorted(all);

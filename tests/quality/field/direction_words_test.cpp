@@ -57,6 +57,12 @@ TEST(DirectionWords, LeavesOutAComponentOfExactly035) {
             "turn about y (with turn about x)");
 }
 
+TEST(DirectionWords, NamesAllSixWhereNoneStandsOut) {
+  EXPECT_EQ(direction_words(Vector6::Constant(0.408)),
+            "turn about x (with turn about y, turn about z, shift along x, shift along y, "
+            "shift along z)");
+}
+
 TEST(DirectionWords, TakesTheFirstOfComponentsThatAreEqualButForRounding) {
   const double half = std::sqrt(0.5);
   EXPECT_EQ(direction_words(vector_of(0, half, 0, 0, half + 1e-14, 0)),

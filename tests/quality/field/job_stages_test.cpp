@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "quality/field/used_points.h"
 #include "tests/quality/field/field_scene.h"
 
 namespace {
@@ -30,6 +31,15 @@ TEST(Recognise, FindsEachColumnsPointInTheOrderOfTheColumns) {
       8, 2, 2,         //
       9, 3, 4;
   EXPECT_EQ(ids(recognise(list, columns)), (std::vector<std::int32_t>{12, 10, 13}));
+}
+
+TEST(Recognise, TellsPointsApartByEachOfTheirNumbers) {
+  const PointList list = {{1, 2, 3, 10}, {4, 2, 3, 11}, {4, 5, 3, 12}, {4, 5, 6, 13}};
+  Matrix columns(3, 4);
+  columns << 4, 4, 4, 1,  //
+      5, 5, 2, 2,         //
+      6, 3, 3, 3;
+  EXPECT_EQ(ids(recognise(list, columns)), (std::vector<std::int32_t>{13, 12, 11, 10}));
 }
 
 TEST(Recognise, FindsEachOfSeveralPointsAtOnePlaceOnce) {
@@ -114,6 +124,33 @@ TEST(JobStages, MeasureUsedPointsFromTheTableAfterTheMotion) {
   kestrane::quality::RigidMotion motion;
   motion.t.x() = 1.0;
   EXPECT_EQ(run_job_stages(lists, flat_table(), 0, motion).used[0].size(), 79u);
+}
+
+// Of two planes, 0.5 above the table and 1 below it, the motion by 1 leaves the points of the first
+// alone near it: the other plane is no cluster, and its frames are none.
+TEST(UsedPoints, ArePutIntoClustersOfWhatHasUsedPoints) {
+  PlaneTable table(2);
+  for (std::int32_t p = 0; p < 2; ++p) {
+    for (std::int32_t j = 0; j < 15; ++j) {
+      for (std::int32_t k = 0; k < 50; ++k) table.cell(p, {j, k}) = {{-0.0078125, 0, 0}};
+    }
+  }
+  const std::vector<PointList> lists = {frames_at({-1.0, -1.0, -1.0, -1.0})[0],
+                                        frames_at({0.5, 0.5, 0.5})[0]};
+  const kestrane::quality::ScreenedFrames screened = screen_frames(lists, table);
+  ASSERT_EQ(screened.refused, "");
+  kestrane::quality::FieldUse use;
+  kestrane::quality::count_screening(screened, 0, use);
+  kestrane::quality::RigidMotion motion;
+  motion.t.x() = 1.0;
+  const kestrane::quality::UsedPoints used =
+      kestrane::quality::collect_used_points(screened, table, motion, use);
+  EXPECT_EQ(used.points.size(), 60u);
+  EXPECT_EQ(used.planes, 1);
+  EXPECT_EQ(used.frames, 3);
+  for (const auto& point : used.points) EXPECT_EQ(point.plane, 0);
+  EXPECT_EQ(use.after(kestrane::quality::FieldStage::kUsed).planes, 1);
+  EXPECT_EQ(use.after(kestrane::quality::FieldStage::kInteriorPlanes).planes, 2);
 }
 
 TEST(JobStages, KeepTheNumberOfEachPointsFrame) {

@@ -11,6 +11,7 @@
 #include "quality/field/direction_words.h"
 #include "simulation/random.h"
 #include "tests/literal/field_figures.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -18,7 +19,9 @@ using Eigen::Vector3d;
 using kestrane::quality::direction_words;
 using kestrane::quality::DirectionFigures;
 using kestrane::quality::lengths_of;
+using kestrane::quality::Matrix6;
 using kestrane::quality::motion_figures;
+using kestrane::quality::motion_frame;
 using kestrane::quality::motion_of;
 using kestrane::quality::MotionFigures;
 using kestrane::quality::MotionFrame;
@@ -137,6 +140,26 @@ TEST(MotionFigures, SheetsThatShareOneDirectionLeaveExactlyThatOneFree) {
   EXPECT_LE((figures.directions[0].vector - Vector6::Unit(4)).cwiseAbs().maxCoeff(), 1e-6);
 }
 
+// Of three free directions each has a component of its own, however the sheets lean.
+TEST(MotionFigures, FreeDirectionsOfLeaningSheetsLieAlongAxes) {
+  const std::vector<UnitPlane> sheets = {sheet_of({1, 0.4, -0.3}, {100, 0, 0}),
+                                         sheet_of({1, 0.4, -0.3}, {130, 0, 0})};
+  const MotionFigures figures = motion_figures(measure({sheets, {}}), {});
+  ASSERT_EQ(free_directions(figures).size(), 3u);
+  for (std::size_t own = 0; own < 3; ++own) {
+    const auto is_own = [&](Eigen::Index k) {
+      for (std::size_t other = 0; other < 3; ++other) {
+        const double part = std::abs(figures.directions[other].vector[k]);
+        if (other == own ? part < 0.1 : part > 1e-9) return false;
+      }
+      return true;
+    };
+    int components = 0;
+    for (Eigen::Index k = 0; k < 6; ++k) components += is_own(k) ? 1 : 0;
+    EXPECT_GE(components, 1) << own;
+  }
+}
+
 TEST(MotionFigures, SheetsInAllDirectionsLeaveNoneFree) {
   const MotionFigures figures = motion_figures(measure({leaning_sheets(), {}}), {});
   EXPECT_TRUE(free_directions(figures).empty());
@@ -182,6 +205,7 @@ TEST(MotionFigures, FewerThanEightFramesFixNothing) {
   const MotionFigures figures = motion_figures(measure(scene), scene.motion);
   EXPECT_EQ(free_directions(figures).size(), 6u);
   EXPECT_FALSE(figures.covariance.by_frame_known);
+  EXPECT_TRUE(figures.covariance.by_frame.isZero(0.0));
   EXPECT_TRUE(std::isnan(figures.directions[5].sigma));
   EXPECT_TRUE(figures.smallest.R.isIdentity(0.0));
   EXPECT_EQ(figures.smallest.t.norm(), 0.0);
@@ -388,7 +412,34 @@ TEST(SmallestMotion, IsWorkedOutOnceUpToOneDegree) {
   EXPECT_GT(apart(small.smallest, small.again), 1e-6);
 }
 
+// --- where motions are counted from -------------------------------------------------------------
+
+TEST(MotionFrame, HasTheCentreAndTheMeanDistance) {
+  const MotionFrame frame = motion_frame({{1, 0, 300}, {1, 6, 300}, {1, 3, 296}, {1, 3, 304}});
+  EXPECT_LE((frame.centre - Vector3d(1, 3, 300)).norm(), 1e-12);
+  EXPECT_NEAR(frame.length, std::sqrt(12.5), 1e-12);
+}
+
+TEST(MotionFrame, CountsInUnitsOf1WherePointsHaveNoExtent) {
+  const MotionFrame one = motion_frame({{4, 5, 300}, {4, 5, 300}});
+  EXPECT_EQ(one.centre, Vector3d(4, 5, 300));
+  EXPECT_EQ(one.length, 1.0);
+  const MotionFrame none = motion_frame({});
+  EXPECT_EQ(none.centre, Vector3d(0, 0, 0));
+  EXPECT_EQ(none.length, 1.0);
+}
+
+TEST(MotionSpectrum, OfNothingIsFreeThroughout) {
+  EXPECT_EQ(kestrane::quality::motion_spectrum(Matrix6::Zero()).free, 6);
+}
+
 // --- the six lengths ----------------------------------------------------------------------------
+
+TEST(MotionLengths, ThatAreNoNumbersMakeNoMotion) {
+  const RigidMotion motion = motion_of(Vector6::Constant(kestrane_test::kNaN), MotionFrame());
+  EXPECT_FALSE(motion.R.allFinite());
+  EXPECT_FALSE(motion.t.allFinite());
+}
 
 TEST(MotionLengths, GoThereAndBack) {
   MotionFrame frame;

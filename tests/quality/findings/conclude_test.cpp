@@ -5,6 +5,7 @@
 
 #include "kestrane/quality/findings.h"
 #include "quality/findings/wording.h"
+#include "tests/quality/findings/expected_figures.h"
 #include "tests/support/bits.h"
 
 namespace {
@@ -42,9 +43,10 @@ TEST(Conclude, RefusesLimitsThatAreNoSizes) {
 
 TEST(Conclude, LooksAtNoLimitThatWasTakenBack) {
   Limits limits;
-  limits.rms = -0.1;
-  limits.rms.reset();
-  EXPECT_NO_THROW(conclude({}, limits));
+  for (const auto limit : {&Limits::rms, &Limits::field_motion}) {
+    quality_tests::take_back(limits.*limit, -0.1);
+    EXPECT_NO_THROW(conclude({}, limits));
+  }
 }
 
 TEST(Conclude, PutsTheWorstFirstAndKeepsTheOrderOfALevel) {

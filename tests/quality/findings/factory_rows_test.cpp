@@ -22,6 +22,7 @@ using kestrane::quality::Origin;
 using kestrane::quality::PlaneFigures;
 using kestrane::quality::PoseFigures;
 using quality_tests::expect_figures;
+using quality_tests::take_back;
 
 double just_above(double value) {
   return std::nextafter(value, std::numeric_limits<double>::infinity());
@@ -206,6 +207,14 @@ TEST(ScreenedRow, SaysWhatWasTakenOut) {
                                            {"gross", 11.0},
                                            {"largest_share", 0.07},
                                            {"plane", 2.0}});
+}
+
+// No plane of a factory calibration has any, but its record has a place for them.
+TEST(ScreenedRow, CountsPointsWithoutACell) {
+  FactoryResult result = device();
+  result.planes[2].screening.dropped.not_finite = 10;
+  result.planes[2].screening.dropped.no_cell = 20;
+  EXPECT_EQ(row(result, "screened").figure("largest_share"), 0.03);
 }
 
 TEST(ScreenedRow, SaysThatItWasNotAskedFor) {
@@ -701,11 +710,9 @@ TEST(RowsThatNameALimit, AreFactsWhenItIsTakenBack) {
   Limits limits = wide_limits();
   for (const auto limit :
        {&Limits::rms, &Limits::p99, &Limits::seam, &Limits::repeatability, &Limits::outliers}) {
-    limits.*limit = 0.0;
-    (limits.*limit).reset();
+    take_back(limits.*limit, 0.0);
   }
-  limits.coverage = 2.0;
-  limits.coverage.reset();
+  take_back(limits.coverage, 2.0);
   result.planes[1].outliers = 999;
   for (const char* id : {"residuals", "coverage", "seams", "outliers", "repeatability"}) {
     EXPECT_EQ(level(result, id, limits), Level::kOk) << id;
