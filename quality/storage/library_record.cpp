@@ -22,9 +22,4 @@ LibraryRecord::LibraryRecord(const PlaneTable& table)
 }
 // NOLINTEND(cppcoreguidelines-pro-type-const-cast)
 
-void LibraryRecord::set_counts(std::int32_t count) {
-  for (_LASER_PLANE_BLOCK_INFO& row : rows_) row.block.count = count;
-  for (_LASER_LINE_INFOS& line : lines_) line.count = count;
-}
-
 }  // namespace kestrane::quality

@@ -18,9 +18,6 @@ class LibraryRecord {
 
   _LASER_PLANE_BLOCK_INFOS& record() { return record_; }
 
-  // Gives every row and every line the same count.
-  void set_counts(std::int32_t count);
-
  private:
   std::vector<_LASER_LINE_INFOS> lines_;
   std::vector<_LASER_PLANE_BLOCK_INFO> rows_;

@@ -21,7 +21,6 @@ namespace kestrane::quality {
 namespace {
 
 constexpr double kUnread = std::numeric_limits<double>::quiet_NaN();  // no number text leaves it
-constexpr std::int32_t kUncounted = -1;
 constexpr int kGridNumbers = 51 + 51 + 51 + 2;
 
 void check(const PlaneTable& table) {
@@ -67,27 +66,23 @@ std::int32_t read_plane_count(const std::string& path) {
   return planes;
 }
 
-bool is_unread(const double* abc) {
-  return std::isnan(abc[0]) || std::isnan(abc[1]) || std::isnan(abc[2]);
-}
+// Numbers are filled in their order, so that the last of three tells.
+bool is_unread(const double* abc) { return std::isnan(abc[2]); }
 
 // Refuses a row with anything that the file should have filled, and empties one without lines.
-// `end` says how the reading ended where it did so too early.
+// Counts that the file did not reach are full. `end` says how the reading ended where it did so too
+// early.
 void check_row(const std::string& path, const std::string& end, std::int32_t p,
                _LASER_PLANE_BLOCK_INFO& row) {
-  if (row.block.count == kUncounted) throw FileError(path, end + after(p, 0));
   if (row.block.count != 0 && row.block.count != PlaneTable::kLines)
     throw FileError(path, "plane " + std::to_string(p) + " has " + std::to_string(row.block.count) +
                               " lines instead of 15");
   for (std::int32_t j = 0; j < row.block.count; ++j) {
     const _LASER_LINE_INFOS& line = row.block.lines[j];
-    if (line.count == kUncounted) throw FileError(path, end + after(p, j));
     if (line.count != PlaneTable::kCells)
       throw FileError(path,
                       at(p, j) + " has " + std::to_string(line.count) + " cells instead of 50");
-    for (std::int32_t k = 0; k < PlaneTable::kCells; ++k) {
-      if (is_unread(line.cells[k].v)) throw FileError(path, end + after(p, j));
-    }
+    if (is_unread(line.cells[PlaneTable::kCells - 1].v)) throw FileError(path, end + after(p, j));
   }
   if (is_unread(row.laser_plane_R)) throw FileError(path, end + after(p, row.block.count));
   if (row.block.count == 0)
@@ -199,7 +194,6 @@ PlaneTable read_table(const std::string& path) {
   PlaneTable table(read_plane_count(path));
   std::fill_n(table.data(), table.size(), kUnread);
   LibraryRecord over(table);
-  over.set_counts(kUncounted);
   _LASER_PLANE_BLOCK_INFOS& record = over.record();
   for (std::int32_t p = 0; p < table.planes(); ++p)
     std::fill_n(record.planes[p].laser_plane_R, 3, kUnread);

@@ -6,12 +6,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "kestrane/files.h"
 #include "tests/files/temporary_folder.h"
@@ -108,6 +113,31 @@ TEST(StoredTable, TellsHowFarSixDigitsMoveX) {
   EXPECT_EQ(saved.plane, 1);
   EXPECT_EQ(saved.block.line, 3);
   EXPECT_EQ(saved.block.cell, 4);
+  // The largest move, whether the block comes first or last.
+  table.cell(1, {3, 5}) = {{-0.00833331, 0.0, 0.0}};
+  table.cell(1, {14, 49}) = {{-0.008000001, 0.0, 0.0}};
+  EXPECT_EQ(save_table(table, folder.path("table")).block.cell, 4);
+}
+
+TEST(StoredTable, NamesABlockWhereSixDigitsMoveNothing) {
+  const TemporaryFolder folder;
+  PlaneTable table(1);
+  table.cell(0, {1, 2}) = {{-0.008, 0.0, 0.0}};
+  const SavedTable saved = save_table(table, folder.path("table"));
+  EXPECT_EQ(saved.largest_move, 0.0);
+  EXPECT_EQ(saved.plane, 0);
+  EXPECT_EQ(saved.block.line, 1);
+  EXPECT_EQ(saved.block.cell, 2);
+}
+
+// 2.220446e-16 is below the size under which a cell is empty, its text 2.22045e-16 is not.
+TEST(StoredTable, ComparesNoCellThatIsEmptyBeforeItIsRounded) {
+  const TemporaryFolder folder;
+  PlaneTable table(1);
+  table.cell(0, {1, 2}) = {{2.220446e-16, 0.0, 0.0}};
+  ASSERT_TRUE(table.is_empty(0, {1, 2}));
+  EXPECT_EQ(save_table(table, folder.path("table")).plane, -1);
+  EXPECT_FALSE(read_table(folder.path("table")).is_empty(0, {1, 2}));
 }
 
 // b alone is rounded, so that x moves most at the block's far corner.
@@ -119,6 +149,48 @@ TEST(StoredTable, SeesTheMoveAtTheCornersOfABlock) {
   const double y = std::tan(0.5235987755982988) * 1473.0;
   EXPECT_NEAR(save_table(table, folder.path("table")).largest_move,
               std::abs(0.00123457 - b) * y / 0.008, 1e-9);
+}
+
+// The number that six digits leave.
+double six_digits(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.6g", value);
+  return std::strtod(text, nullptr);
+}
+
+double x_of(const double (&abc)[3], double y, double z) {
+  return -(abc[1] * y + abc[2] * z + 1.0) / abc[0];
+}
+
+// Cells whose x moves most at each of the four corners, and in places between.
+TEST(StoredTable, LooksAtTheMiddleAndTheCornersOfEveryBlock) {
+  const TemporaryFolder folder;
+  const double slope = std::tan(0.5235987755982988);
+  for (const double b_sign : {1.0, -1.0}) {
+    for (const double c_sign : {1.0, -1.0}) {
+      for (const std::int32_t cell : {0, 49}) {
+        for (const std::int32_t line : {0, 14}) {
+          PlaneTable table(1);
+          const double abc[3] = {-1.0 / 119.0, b_sign / 4567.0, c_sign / 678.9};
+          const double stored[3] = {six_digits(abc[0]), six_digits(abc[1]), six_digits(abc[2])};
+          table.cell(0, {line, cell}) = {{abc[0], abc[1], abc[2]}};
+          const double z = 150.0 + 27.0 * cell;
+          const double width = 2.0 * slope * z / 15.0;
+          const double y = -slope * z + line * width;
+          double largest = 0.0;
+          for (const auto& [across, along] :
+               {std::pair(0.5, 0.5), std::pair(0.0, 0.0), std::pair(1.0, 0.0), std::pair(0.0, 1.0),
+                std::pair(1.0, 1.0)}) {
+            const double at_y = y + across * width;
+            const double at_z = z + along * 27.0;
+            largest = std::max(largest, std::abs(x_of(abc, at_y, at_z) - x_of(stored, at_y, at_z)));
+          }
+          EXPECT_NEAR(save_table(table, folder.path("table")).largest_move, largest, 1e-10)
+              << line << ", " << cell;
+        }
+      }
+    }
+  }
 }
 
 TEST(StoredTable, IsRefusedWhereNoFileCanHoldIt) {
@@ -172,7 +244,15 @@ TEST(StoredTable, NamesTheLastPlaneAndLineThatAreWhole) {
     EXPECT_EQ(cut_at(place),
               p == 0 ? "cut before plane 0" : "cut after plane " + std::to_string(p - 1));
     for (std::int32_t j = 0; j < 15; ++j) {
-      for (int line = 0; line < 51; ++line) place = text.find('\n', place) + 1;
+      place = text.find('\n', place) + 1;  // 50 cells
+      const std::string before =
+          j > 0   ? "cut after plane " + plane + ", line " + std::to_string(j - 1)
+          : p > 0 ? "cut after plane " + std::to_string(p - 1)
+                  : "cut before plane 0";
+      EXPECT_EQ(cut_at(place), before);
+      for (int line = 0; line < 49; ++line) place = text.find('\n', place) + 1;
+      EXPECT_EQ(cut_at(text.find(' ', place) + 1), before);  // in the last cell
+      place = text.find('\n', place) + 1;
       EXPECT_EQ(cut_at(place), "cut after plane " + plane + ", line " + std::to_string(j));
     }
     place = text.find('\n', place) + 1;
@@ -198,6 +278,7 @@ TEST(StoredTable, IsRefusedWhereItGoesOn) {
   EXPECT_EQ(reason([&] { read_table(file.hold(text + "\n")); }), "");
   EXPECT_EQ(reason([&] { read_table(file.hold(text + std::string(70000, ' ') + "x\n")); }),
             "goes on after the last plane");
+  EXPECT_EQ(reason([&] { read_table(file.hold(text + std::string(70000, ' ') + "\n")); }), "");
 }
 
 TEST(StoredTable, IsRefusedWithCountsThatNoTableHas) {
@@ -213,7 +294,8 @@ TEST(StoredTable, IsRefusedWithCountsThatNoTableHas) {
   EXPECT_EQ(with("101\n15\n50\n"), "holds 101 planes instead of 1 to 100");
   EXPECT_EQ(with("1\n14\n50\n"), "plane 0 has 14 lines instead of 15");
   EXPECT_EQ(with("1\n16\n50\n"), "has a count that no table has before plane 0");
-  EXPECT_EQ(with("1\n-1\n50\n"), "cut before plane 0");
+  EXPECT_EQ(with("1\n-1\n50\n"), "plane 0 has -1 lines instead of 15");
+  EXPECT_EQ(with("1\n15\n-1\n"), "plane 0, line 0 has -1 cells instead of 50");
   EXPECT_EQ(with("1\n15\n49\n"), "plane 0, line 0 has 49 cells instead of 50");
   EXPECT_EQ(with("1\n15\n51\n"), "has a count that no table has before plane 0");
   EXPECT_EQ(with("1\n15\nfifty\n"), "cut before plane 0");
@@ -290,6 +372,7 @@ TEST(StoredCoefficients, AreRefusedWhereNoFileCanHoldThem) {
   refuses([](auto& record) { record.opt_coeffs->planes = nullptr; });
   refuses([](auto& record) { record.Mbs_factory_to_user = nullptr; });
   refuses([](auto& record) { record.plane_count = 0; });
+  refuses([](auto& record) { record.plane_count = record.opt_coeffs->plane_count = 0; });
   refuses([](auto& record) { record.plane_count = 1; });
   refuses([](auto& record) { record.plane_count = record.opt_coeffs->plane_count = 101; });
   refuses([](auto& record) { record.range_count = 21; });
@@ -310,6 +393,20 @@ TEST(StoredCoefficients, AreRefusedCutAtEveryByte) {
     ASSERT_THAT(reason([&] { read_coefficients(path); }), StartsWith("cut ")) << size;
   }
   EXPECT_EQ(reason([&] { read_coefficients(file.hold(bytes)); }), "");
+  EXPECT_EQ(reason([&] { read_coefficients(file.hold(bytes + " ")); }),
+            "goes on after the last transform");
+  EXPECT_EQ(reason([&] { read_coefficients(file.hold(bytes + std::string(5000, ' '))); }),
+            "goes on after the last transform");
+}
+
+// 12 + 49 (4 + 96) + 2 * 8 bytes and one full row of 16 (4 + 51 * 24): two windows of a reader.
+TEST(StoredCoefficients, AreReadToTheEndWhereThatIsTheEndOfAWindow) {
+  OddCoefficients record(49);
+  for (std::int32_t p = 1; p < 49; ++p) record->opt_coeffs->planes[p].count = 0;
+  const std::string bytes = bytes_of_coefficients(*record);
+  ASSERT_EQ(bytes.size(), 2U * 12288);
+  const MemoryFile file;
+  EXPECT_EQ(bytes_of_coefficients(*read_coefficients(file.hold(bytes))), bytes);
   EXPECT_EQ(reason([&] { read_coefficients(file.hold(bytes + " ")); }),
             "goes on after the last transform");
 }
@@ -333,6 +430,25 @@ TEST(StoredCoefficients, NameTheLastPlaneAndLineThatAreWhole) {
   EXPECT_EQ(cut_at(4 + 4 * row), "cut after plane 3");
   EXPECT_EQ(cut_at(4 + 4 * row + 4), "cut in the ranges or transforms");
   EXPECT_EQ(cut_at(bytes.size() - 1), "cut in the ranges or transforms");
+}
+
+// A number that is not finite stands before the place where the file ends.
+TEST(StoredCoefficients, AreNotFiniteBeforeTheyAreCut) {
+  OddCoefficients record(2);
+  const std::string bytes = bytes_of_coefficients(*record);
+  const MemoryFile file;
+  const std::size_t line = 4 + 51 * 24;
+  const std::size_t row = 4 + 16 * line;
+  const auto reason_with = [&](std::size_t j, std::size_t size) {
+    std::string changed = bytes;
+    std::memcpy(&changed[8 + j * line + 4], &kNaN, sizeof kNaN);
+    const std::string path = file.hold(changed.substr(0, size));
+    return reason([&] { read_coefficients(path); });
+  };
+  EXPECT_EQ(reason_with(3, 8 + 5 * line), "plane 0, line 3 is not finite");
+  EXPECT_EQ(reason_with(3, 8 + 4 * line), "cut after plane 0, line 2");  // where both may be
+  EXPECT_EQ(reason_with(15, 4 + row + 4 + 3 * line), "plane 0, line 15 is not finite");
+  EXPECT_EQ(reason_with(15, 4 + row), "cut after plane 0, line 14");
 }
 
 // Every number of the format, one at a time.
@@ -453,6 +569,13 @@ TEST(Storage, TakesAPathWithoutAFolder) {
   save_table(odd_table(1), "table");
   EXPECT_EQ(read_table("table").planes(), 1);
   std::filesystem::current_path(before);
+}
+
+// No file of this name can be made anywhere, but its folder is there.
+TEST(Storage, OpensTheRootAsTheFolderOfAFileInIt) {
+  const std::string path = "/" + std::string(300, 'n');
+  EXPECT_EQ(reason([&] { save_table(odd_table(1), path); }),
+            "cannot write beside it: File name too long");
 }
 
 TEST(Storage, DoesNotTouchWhatLiesBesideTheTarget) {
