@@ -110,8 +110,8 @@ void check_read_row(const std::string& path, const std::string& end, std::int32_
       throw FileError(path,
                       at(p, j) + " has " + std::to_string(line.count) + " cells instead of 51");
     if (all_finite(line.cells->v, kLineReals)) continue;
-    throw FileError(path,
-                    ends_after(p, j, record) ? end + after(p, j) : at(p, j) + " is not finite");
+    if (ends_after(p, j, record)) throw FileError(path, end + after(p, j));
+    throw FileError(path, at(p, j) + " is not finite");
   }
 }
 
