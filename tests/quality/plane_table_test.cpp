@@ -5,6 +5,7 @@
 #include <cmath>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "kestrane/buffers.h"
@@ -198,8 +199,6 @@ TEST(PlaneTableCopyOf, RefusesWhatIsNoTable) {
     spoil(record);
     EXPECT_THROW(PlaneTable::copy_of(record), std::invalid_argument);
   };
-  refuses([](auto& record) { record.plane_count = -1; });
-  refuses([](auto& record) { record.plane_count = 101; });
   refuses([](auto& record) { record.planes = nullptr; });
   refuses([](auto& record) { record.grids = nullptr; });
   refuses([](auto& record) { record.planes[1].block.count = 14; });
@@ -218,10 +217,32 @@ TEST(PlaneTableCopyOf, RefusesALibrarysRecordThatIsNoTable) {
     EXPECT_THROW(PlaneTable::copy_of(record), std::invalid_argument);
     record = whole;
   };
-  refuses([](auto& record) { record.plane_count = -1; });
-  refuses([](auto& record) { record.plane_count = 101; });
   refuses([](auto& record) { record.planes = nullptr; });
   refuses([](auto& record) { record.grids = nullptr; });
+}
+
+// By its own words, before a table is made for the count.
+TEST(PlaneTableCopyOf, RefusesARecordOfMorePlanesThanADeviceHas) {
+  PlaneTable table(2);
+  kestrane::LASER_PLANE_BLOCK_INFOS_GROUP group;
+  ASSERT_EQ(group.init(2), KESTRANE_OK);
+  const auto reason = [](const auto& record) {
+    try {
+      PlaneTable::copy_of(record);
+    } catch (const std::invalid_argument& error) {
+      return std::string(error.what());
+    }
+    return std::string();
+  };
+  for (const std::int32_t planes : {-1, 101}) {
+    _MRV_LASER_PLANE_BLOCK_INFOS of_host = table.record();
+    of_host.plane_count = planes;
+    kestrane::_LASER_PLANE_BLOCK_INFOS of_library = group;
+    of_library.plane_count = planes;
+    const std::string expected = "a plane table's record has " + std::to_string(planes) + " planes";
+    EXPECT_EQ(reason(of_host), expected);
+    EXPECT_EQ(reason(of_library), expected);
+  }
 }
 
 TEST(PlaneTableCopyOf, NeedsNoRowsWithoutPlanes) {
@@ -271,6 +292,23 @@ TEST(PlaneTable, LooksBlocksUpByTruncation) {
   EXPECT_FALSE(block_at(kNaN, 300.0));
   EXPECT_FALSE(block_at(0.0, kNaN));
   EXPECT_FALSE(block_at(kInf, 300.0));
+  EXPECT_FALSE(block_at(-kInf, 300.0));
+  // At depth 420 a block is 2 * 420 / 15 slopes wide; the first begins 420 slopes below the middle.
+  const double width = 56.0 * kSlope;
+  EXPECT_EQ(block_at(-420.0 * kSlope - 0.999 * width, 420.0)->line, 0);  // toward zero again
+  EXPECT_FALSE(block_at(-420.0 * kSlope - 1.001 * width, 420.0));
+  EXPECT_EQ(block_at(420.0 * kSlope - 0.001 * width, 420.0)->line, 14);
+  EXPECT_FALSE(block_at(420.0 * kSlope + 0.001 * width, 420.0));
+}
+
+TEST(PlaneTable, GivesNoNumberOutsideThoughEveryCellHasAPlane) {
+  const PlaneTable table = numbered_table(2);
+  ASSERT_FALSE(std::isnan(table.x_at(1, 40.0, 433.0)));
+  EXPECT_TRUE(std::isnan(table.x_at(1, 40.0, 2000.0)));
+  EXPECT_TRUE(std::isnan(table.x_at(1, -400.0, 433.0)));
+  ASSERT_FALSE(std::isnan(table.distance(1, {1.0, 40.0, 433.0})));
+  EXPECT_TRUE(std::isnan(table.distance(1, {1.0, 40.0, 2000.0})));
+  EXPECT_TRUE(std::isnan(table.distance(1, {1.0, -400.0, 433.0})));
 }
 
 TEST(PlaneTable, EveryBlockHoldsItsMiddle) {
@@ -331,6 +369,7 @@ TEST(PlaneTableEquality, SeesEveryNumber) {
   EXPECT_TRUE(differs([](PlaneTable& t) { t.grids().z_step = 0.5; }));
   EXPECT_TRUE(differs([](PlaneTable& t) { t = PlaneTable(1); }));
   EXPECT_FALSE(differs([](PlaneTable&) {}));
+  EXPECT_NE(PlaneTable(1), PlaneTable(2));  // which begin alike
 }
 
 TEST(PlaneTableEquality, TakesAllNaNForEqualAndTheZerosForDifferent) {
@@ -343,6 +382,21 @@ TEST(PlaneTableEquality, TakesAllNaNForEqualAndTheZerosForDifferent) {
   EXPECT_NE(a, b);
   a.cell(0, {0, 0}).v[0] = -0.0;
   EXPECT_NE(a, b);
+}
+
+TEST(PlaneTableEquality, TakesAllNaNForEqualInTheBoundsToo) {
+  const auto with = [](double z_start, double z_step, double z) {
+    PlaneTable table(1);
+    table.grids().z_start = z_start;
+    table.grids().z_step = z_step;
+    table.grids().grid_z[50] = z;
+    return table;
+  };
+  EXPECT_EQ(with(kNaN, 27.0, 1500.0), with(-kNaN, 27.0, 1500.0));
+  EXPECT_EQ(with(150.0, kNaN, 1500.0), with(150.0, -kNaN, 1500.0));
+  EXPECT_EQ(with(150.0, 27.0, kNaN), with(150.0, 27.0, -kNaN));
+  EXPECT_NE(with(kNaN, 27.0, 1500.0), with(150.0, 27.0, 1500.0));
+  EXPECT_NE(with(150.0, kNaN, 1500.0), with(150.0, 27.0, 1500.0));
 }
 
 }  // namespace

@@ -6,11 +6,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "kestrane/quality/storage.h"
 #include "tests/files/temporary_folder.h"
@@ -22,11 +26,14 @@ namespace {
 int calls_left = -1;
 int error_to_give = 0;
 bool failed_unlink = false;
-bool writes_lie = false;  // a byte of each write becomes another one
+bool writes_lie = false;                  // a byte of each write becomes another one
+std::optional<std::string> kept_instead;  // of all that is written
 
 bool signals_come = false;  // every other call that waits ends with a signal
 bool signal_is_next = false;
 int folder_sync_error = 0;
+int file_sync_error = 0;
+int permission_error = 0;
 int renames_left = -1;  // until one fails; negative while none is to fail
 int open_descriptors = 0;
 
@@ -79,6 +86,11 @@ ssize_t __wrap_read(int descriptor, void* to, size_t size) {
 }
 ssize_t __wrap_write(int descriptor, const void* from, size_t size) {
   if (fails()) return -1;
+  if (kept_instead) {
+    const std::string bytes = std::exchange(*kept_instead, {});
+    const ssize_t done = __real_write(descriptor, bytes.data(), bytes.size());
+    return done < 0 ? done : static_cast<ssize_t>(size);
+  }
   if (!writes_lie || size < 1000) return __real_write(descriptor, from, size);
   std::string bytes(static_cast<const char*>(from), size);
   // An odd digit becomes the one below it: still a number.
@@ -88,14 +100,16 @@ ssize_t __wrap_write(int descriptor, const void* from, size_t size) {
 }
 int __wrap_fsync(int descriptor) {
   if (is_interrupted() || fails()) return -1;
-  if (folder_sync_error != 0 && is_folder(descriptor)) {
-    errno = folder_sync_error;
-    return -1;
-  }
-  return __real_fsync(descriptor);
+  const int error = is_folder(descriptor) ? folder_sync_error : file_sync_error;
+  if (error == 0) return __real_fsync(descriptor);
+  errno = error;
+  return -1;
 }
 int __wrap_fchmod(int descriptor, mode_t mode) {
-  return fails() ? -1 : __real_fchmod(descriptor, mode);
+  if (fails()) return -1;
+  if (permission_error == 0) return __real_fchmod(descriptor, mode);
+  errno = permission_error;
+  return -1;
 }
 int __wrap_link(const char* from, const char* to) { return fails() ? -1 : __real_link(from, to); }
 int __wrap_rename(const char* from, const char* to) {
@@ -106,6 +120,7 @@ int __wrap_rename(const char* from, const char* to) {
   return fails() ? -1 : __real_rename(from, to);
 }
 int __wrap_unlink(const char* path) {
+  EXPECT_EQ(::access(path, F_OK), 0) << path;  // nothing else is removed
   if (!fails()) return __real_unlink(path);
   failed_unlink = true;
   return -1;
@@ -153,7 +168,9 @@ bool save_with_failure(int n, int error, const std::string& old_bytes, const std
   EXPECT_EQ(open_descriptors, 0) << reason;
   if (thrown) {
     EXPECT_EQ(path_named, path);
-    EXPECT_NE(reason, "");
+    EXPECT_TRUE(reason.find(std::generic_category().message(error)) != std::string::npos ||
+                reason.find("cannot be opened") != std::string::npos)  // told by a second look
+        << reason;
     EXPECT_EQ(std::filesystem::exists(path), existed) << reason;
     if (existed) {
       EXPECT_TRUE(bytes_of(path) == old_bytes) << reason;
@@ -224,6 +241,21 @@ TEST(StorageFaults, OfAFolderThatKnowsNoSyncAreNone) {
   folder_sync_error = 0;
 }
 
+TEST(StorageFaults, OfTheNewFileLeaveTheOldOne) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", "old");
+  file_sync_error = EIO;
+  const std::string unsynced = reason_of_saving(odd_table(1), path);
+  file_sync_error = 0;
+  EXPECT_EQ(unsynced, "cannot be written: Input/output error");
+  permission_error = EPERM;
+  const std::string forbidden = reason_of_saving(odd_table(1), path);
+  permission_error = 0;
+  EXPECT_EQ(forbidden, "cannot be given its permissions: Operation not permitted");
+  EXPECT_EQ(bytes_of(path), "old");
+  EXPECT_EQ(files_in(folder), 1U);
+}
+
 TEST(StorageFaults, BringTheOldFileBackWhereTheFolderCannotBeSynced) {
   const TemporaryFolder folder;
   const std::string path = folder.file("file", "old");
@@ -240,6 +272,19 @@ TEST(StorageFaults, BringTheOldFileBackWhereTheFolderCannotBeSynced) {
   EXPECT_EQ(files_in(folder), 1U);
 }
 
+TEST(StorageFaults, BringTheOldFileBackFromTheNextNameWhereOneIsInUse) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", "old");
+  const std::string used = folder.file("file.old-" + std::to_string(::getpid()) + "-0", "mine");
+  folder_sync_error = EIO;
+  const std::string reason = reason_of_saving(odd_table(1), path);
+  folder_sync_error = 0;
+  EXPECT_TRUE(begins(reason, "its folder cannot be synced")) << reason;
+  EXPECT_EQ(bytes_of(path), "old");
+  EXPECT_EQ(bytes_of(used), "mine");
+  EXPECT_EQ(files_in(folder), 2U);
+}
+
 TEST(StorageFaults, TouchNoFileThatIsNotTheirs) {
   const TemporaryFolder folder;
   const std::string path = folder.file("file", "old");
@@ -253,6 +298,8 @@ TEST(StorageFaults, TouchNoFileThatIsNotTheirs) {
   folder_sync_error = 0;
   EXPECT_TRUE(begins(reason, "is written, but its folder cannot be synced")) << reason;
   EXPECT_FALSE(bytes_of(path) == "old");
+  EXPECT_EQ(files_in(folder), 1001U);
+  EXPECT_EQ(reason_of_saving(odd_table(1), path), "");
   EXPECT_EQ(files_in(folder), 1001U);
   take_names(".new-");
   const std::string before = bytes_of(path);
@@ -281,6 +328,71 @@ TEST(StorageFaults, AreSeenWhereTheDiskKeepsOtherBytes) {
   EXPECT_EQ(reason([&] { kestrane::quality::save_coefficients(*record, path); }), expected);
   EXPECT_EQ(bytes_of(path), "old");
   EXPECT_EQ(files_in(folder), 1U);
+}
+
+const char* const kOtherNumbers = "what was written does not read back: other numbers";
+
+TEST(StorageFaults, AreSeenWhereTheDiskKeepsAnotherWholeTable) {
+  const TemporaryFolder folder;
+  const PlaneTable table = odd_table(2);
+  const auto reason_with = [&](auto change) {
+    PlaneTable other = table;
+    change(other);
+    kestrane::quality::save_table(other, folder.path("other"));
+    kept_instead = bytes_of(folder.path("other"));
+    const std::string reason = reason_of_saving(table, folder.path("file"));
+    kept_instead.reset();
+    return reason;
+  };
+  EXPECT_EQ(reason_with([](PlaneTable&) {}), "");
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.grids().grid_z[50] = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.grids().grid_y_start[50] = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.grids().grid_y_step[0] = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.grids().z_start = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.grids().z_step = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.cell(0, {0, 0}).v[0] = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.cell(1, {14, 49}).v[2] = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.whole_plane(0)[0] = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t.whole_plane(1)[2] = 1.0; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t = odd_table(3); }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](PlaneTable& t) { t = odd_table(1); }), kOtherNumbers);
+}
+
+TEST(StorageFaults, AreSeenWhereTheDiskKeepsOtherWholeCoefficients) {
+  const TemporaryFolder folder;
+  OddCoefficients record(2);
+  const auto reason_of_keeping = [&](const kestrane::_COMPENSATOR_COEFFS& other) {
+    kept_instead = bytes_of_coefficients(other);
+    std::string reason;
+    try {
+      kestrane::quality::save_coefficients(*record, folder.path("file"));
+    } catch (const FileError& failure) {
+      reason = failure.reason();
+    }
+    kept_instead.reset();
+    return reason;
+  };
+  const auto reason_with = [&](auto change) {
+    OddCoefficients other(2);
+    change(*other);
+    return reason_of_keeping(*other);
+  };
+  EXPECT_EQ(reason_with([](auto&) {}), "");
+  EXPECT_EQ(reason_with([](auto& r) { r.range_count = 1; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](auto& r) { r.range_count = 3; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](auto& r) { r.range_first[1] = 4; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](auto& r) { r.range_last[0] = 1; }), kOtherNumbers);
+  EXPECT_EQ(reason_with([](auto& r) { r.opt_coeffs->planes[1].count = 0; }), kOtherNumbers);
+  for (const int p : {0, 1}) {
+    EXPECT_EQ(reason_with([&](auto& r) { r.opt_coeffs->planes[p].lines[15].cells[50].v[2] = 1.0; }),
+              kOtherNumbers);
+  }
+  EXPECT_EQ(reason_with([](auto& r) { r.Mbs_factory_to_user[23] = 1.0; }), kOtherNumbers);
+  OddCoefficients more(3);  // begins as the record does
+  std::copy_n(record->Mbs_factory_to_user, 24, more->Mbs_factory_to_user);
+  EXPECT_EQ(reason_of_keeping(*more), kOtherNumbers);
+  record->opt_coeffs->planes[0].count = 0;
+  EXPECT_EQ(reason_with([](auto&) {}), kOtherNumbers);
 }
 
 TEST(StorageFaults, OfAReadAreNotTakenForTheEndOfTheFile) {
