@@ -7,11 +7,13 @@
 #include <limits>
 
 #include "simulation/random.h"
+#include "tests/quality/refinement/dense.h"
 #include "tests/support/bits.h"
 
 namespace {
 
 using namespace kestrane::quality::refinement;
+using quality_tests::dense;
 
 constexpr double kRelative = 1e-12;
 
@@ -23,14 +25,6 @@ BandedMatrix random_band(int rows, int width, std::uint64_t seed) {
     a.row(r)[0] = 2.0 * width + random.uniform(1.0, 2.0);  // dominant, so definite
   }
   return a;
-}
-
-Eigen::MatrixXd dense(const BandedMatrix& band) {
-  Eigen::MatrixXd full = Eigen::MatrixXd::Zero(band.rows(), band.rows());
-  for (int r = 0; r < band.rows(); ++r)
-    for (int d = 0; d <= band.width() && r + d < band.rows(); ++d)
-      full(r, r + d) = full(r + d, r) = band.row(r)[d];
-  return full;
 }
 
 struct Shape {

@@ -5,20 +5,17 @@
 #include <Eigen/Dense>
 #include <cmath>
 #include <functional>
+#include <vector>
+
+#include "simulation/random.h"
+#include "tests/quality/refinement/dense.h"
 
 namespace {
 
 using namespace kestrane::quality::refinement;
+using quality_tests::dense;
 
 using Function = std::function<double(double y, double z)>;
-
-Eigen::MatrixXd dense(const BandedMatrix& band) {
-  Eigen::MatrixXd full = Eigen::MatrixXd::Zero(band.rows(), band.rows());
-  for (int r = 0; r < band.rows(); ++r)
-    for (int d = 0; d <= band.width() && r + d < band.rows(); ++d)
-      full(r, r + d) = full(r + d, r) = band.row(r)[d];
-  return full;
-}
 
 Eigen::VectorXd at_nodes(const FanNodes& nodes, const ActiveNodes& active, const Function& f) {
   Eigen::VectorXd values(active.count());
@@ -131,6 +128,66 @@ TEST(Penalty, OfOrderThreeIsTheIntegralOfTheSquaredDerivatives) {
   const BandedMatrix s = penalty(nodes, whole, 3);
   const auto z3 = at_nodes(nodes, whole, [](double, double z) { return z * z * z; });
   EXPECT_NEAR(form(s, z3) / (36.0 * std::pow(450.0, 6)), 0.98, 0.08);
+}
+
+// f[x_0, ...] of Newton's divided differences.
+double divided(const std::vector<double>& x, const std::vector<double>& f) {
+  std::vector<double> rest = f;
+  for (std::size_t order = 1; order < x.size(); ++order)
+    for (std::size_t n = 0; n + order < x.size(); ++n)
+      rest[n] = (rest[n + 1] - rest[n]) / (x[n + order] - x[n]);
+  return rest[0];
+}
+
+// The form of one family: differences of order `q` along the ray of derivatives of order `p`
+// across, squared, times the areas of their stencils.
+double plain_family(const FanNodes& nodes, const ActiveNodes& a, const Eigen::VectorXd& f, int p,
+                    int q) {
+  double sum = 0.0;
+  for (int j = 0; j + q < a.along; ++j) {
+    for (int i = 0; i + p < a.across; ++i) {
+      const auto u = [&](int n) { return nodes.u[static_cast<std::size_t>(a.first_u + n)]; };
+      const auto z = [&](int n) { return nodes.z[static_cast<std::size_t>(a.first_z + n)]; };
+      std::vector<double> rows;  // the derivative across at each depth
+      for (int s = 0; s <= q; ++s) {
+        std::vector<double> y, values;
+        for (int t = 0; t <= p; ++t) {
+          y.push_back(u(i + t) * z(j + s));
+          values.push_back(f[a.across * (j + s) + i + t]);
+        }
+        rows.push_back(std::tgamma(p + 1.0) * divided(y, values));
+      }
+      std::vector<double> depths;
+      for (int s = 0; s <= q; ++s) depths.push_back(27.0 * s);
+      const double derivative = std::tgamma(q + 1.0) * divided(depths, rows);
+      const double width = p > 0               ? (u(i + p) - u(i)) / p
+                           : i == 0            ? u(1) - u(0)
+                           : i + 1 == a.across ? u(i) - u(i - 1)
+                                               : 0.5 * (u(i + 1) - u(i - 1));
+      sum += derivative * derivative * 27.0 * 0.5 * (z(j) + z(j + q)) * width;
+    }
+  }
+  const double area = std::tan(M_PI / 6.0) * (1500.0 * 1500.0 - 150.0 * 150.0);
+  return sum * std::pow(450.0, 2 * (p + q)) / area;
+}
+
+TEST(Penalty, IsTheSumOfItsFamilies) {
+  const FanNodes nodes = fan_nodes();
+  simulation::Random random(1);
+  for (const ActiveNodes& active : {kPart, ActiveNodes{0, 4, 0, 4}, ActiveNodes{11, 5, 44, 7}}) {
+    for (int n = 0; n < 3; ++n) {
+      Eigen::VectorXd f(active.count());
+      for (double& value : f) value = random.uniform(-1.0, 1.0);
+      const double two = plain_family(nodes, active, f, 0, 2) +
+                         2.0 * plain_family(nodes, active, f, 1, 1) +
+                         plain_family(nodes, active, f, 2, 0);
+      const double three =
+          plain_family(nodes, active, f, 0, 3) + 3.0 * plain_family(nodes, active, f, 1, 2) +
+          3.0 * plain_family(nodes, active, f, 2, 1) + plain_family(nodes, active, f, 3, 0);
+      EXPECT_NEAR(form(penalty(nodes, active, 2), f) / two, 1.0, 1e-10);
+      EXPECT_NEAR(form(penalty(nodes, active, 3), f) / three, 1.0, 1e-10);
+    }
+  }
 }
 
 TEST(Penalty, StaysWithinTheBandOfTheNodes) {

@@ -1,0 +1,242 @@
+#include "quality/refinement/choice.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <set>
+#include <utility>
+
+#include "quality/refinement/penalty.h"
+#include "quality/refinement/validation.h"
+#include "tests/quality/refinement/dense.h"
+#include "tests/quality/refinement/small_problem.h"
+
+namespace {
+
+using namespace kestrane::quality::refinement;
+using quality_tests::bent;
+using quality_tests::dense;
+using quality_tests::SmallProblem;
+
+using Errors = std::vector<double>;
+
+// --- one comparison --------------------------------------------------------------------------
+
+TEST(Caution, GrowsWithFewGroups) {
+  EXPECT_EQ(caution(4), 1.3);
+  EXPECT_EQ(caution(5), 1.3);
+  EXPECT_EQ(caution(6), 1.1);
+  EXPECT_EQ(caution(10), 1.1);
+  EXPECT_EQ(caution(11), 1.0);
+}
+
+// By how many standard errors, caution included, the roots of the second errors are smaller.
+double gain_of(const Errors& held, const Errors& other) {
+  const auto n = static_cast<double>(held.size());
+  double mean = 0.0, squares = 0.0;
+  const auto difference = [&](std::size_t g) { return std::sqrt(held[g]) - std::sqrt(other[g]); };
+  for (std::size_t g = 0; g < held.size(); ++g) mean += difference(g) / n;
+  for (std::size_t g = 0; g < held.size(); ++g) squares += std::pow(difference(g) - mean, 2);
+  return mean * std::sqrt(n) / std::sqrt(squares / (n - 1.0)) / caution(held.size());
+}
+
+TEST(SignificantlyBetter, IsSoByStandardErrorsOfTheRoots) {
+  simulation::Random random(1);
+  for (const std::size_t groups : {5U, 6U, 7U, 10U, 11U, 20U}) {
+    Errors held, other;
+    for (std::size_t g = 0; g < groups; ++g) {
+      held.push_back(std::pow(random.uniform(1.0, 2.0), 2));
+      other.push_back(std::pow(random.uniform(0.5, 1.5), 2));
+    }
+    const double gain = gain_of(held, other);
+    ASSERT_GT(gain, 0.0);
+    EXPECT_TRUE(is_significantly_better(held, other, gain * (1.0 - 1e-9))) << groups;
+    EXPECT_FALSE(is_significantly_better(held, other, gain * (1.0 + 1e-9))) << groups;
+    EXPECT_FALSE(is_significantly_better(other, held, 1e-9)) << groups;
+  }
+}
+
+// Nine groups gain half of their error, one loses three times it: better in the mean of the roots,
+// worse in that of the squares.
+TEST(SignificantlyBetter, IsNothingThatIsWorseInTheMeanSquare) {
+  const Errors held(10, 1.0);
+  Errors other(10, 0.25);
+  other[4] = 16.0;
+  ASSERT_GT(gain_of(held, other), 0.0);
+  EXPECT_FALSE(is_significantly_better(held, other, 1e-9));
+  other[4] = 4.0;
+  EXPECT_TRUE(is_significantly_better(held, other, 1e-9));
+}
+
+TEST(SignificantlyBetter, IsNothingBelowRounding) {
+  EXPECT_FALSE(is_significantly_better({1e-19, 2e-19, 1e-19, 1e-19, 3e-19}, Errors(5, 0.0), 1e-9));
+}
+
+TEST(SignificantlyBetter, IsNothingWhereAnErrorIsUnknown) {
+  Errors other = {0.1, 0.2, 0.1, 0.2, 0.1};
+  EXPECT_TRUE(is_significantly_better(Errors(5, 1.0), other, 1.0));
+  other[2] = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_FALSE(is_significantly_better(Errors(5, 1.0), other, 1.0));
+  EXPECT_FALSE(is_significantly_better(other, Errors(5, 0.01), 1.0));
+}
+
+// --- the choice ------------------------------------------------------------------------------
+
+struct Tried {
+  Damping damping;
+  double degrees;
+  Errors errors;
+  bool beaten;
+};
+
+// All dampings whose system has a factor: the one with fewer degrees of freedom of the next of
+// either order, one after the other.
+std::vector<Tried> plain_candidates(const NormalEquations& all,
+                                    const BandedMatrix (&penalties)[2]) {
+  std::vector<Tried> queues[2];
+  for (const int order : {2, 3}) {
+    const BandedMatrix& s = penalties[order - 2];
+    for (int power = 5; power >= -5; --power) {
+      const double lambda = std::stod("1e" + std::to_string(power));
+      BandedMatrix factor;
+      std::vector<double> values;
+      if (!solve_damped(all, nullptr, s, lambda, factor, values)) continue;
+      const Eigen::MatrixXd a = dense(all.matrix);
+      const double degrees = (a + lambda * dense(s)).ldlt().solve(a).trace();
+      queues[order - 2].push_back({{order, lambda}, degrees, {}, false});
+    }
+  }
+  std::vector<Tried> candidates;
+  auto second = queues[0].begin();
+  auto third = queues[1].begin();
+  while (second != queues[0].end() || third != queues[1].end()) {
+    const bool takes_third =
+        second == queues[0].end() || (third != queues[1].end() && third->degrees < second->degrees);
+    candidates.push_back(takes_third ? *third++ : *second++);
+  }
+  return candidates;
+}
+
+class PlainChoice {
+ public:
+  PlainChoice(const SmallProblem& scene, std::int32_t folds)
+      : problem_(scene.problem()),
+        all_(equations_of(problem_)),
+        groups_(group_frames(problem_, scene.samples.frames.size(), folds)),
+        penalties_{penalty(scene.nodes, scene.active, 2), penalty(scene.nodes, scene.active, 3)} {
+    const std::size_t count = groups_.members.size();
+    const std::size_t step = (count + 4) / 5;
+    for (std::size_t g = 0; g < count; g += step) scouts_.push_back(g);
+    choose_scouted();
+  }
+
+  Damping choice(double significance) const {
+    if (groups_.members.size() < 5 || worth_.empty()) return kPlaneDamping;
+    const Tried* held = &worth_.front();
+    for (const Tried& other : worth_)
+      if (is_significantly_better(held->errors, other.errors, significance)) held = &other;
+    return held->damping;
+  }
+  Damping chosen(double significance) const {
+    return choose_damping(problem_, all_, groups_, penalties_, significance);
+  }
+  // The significances at which the first candidate gives way to some other one.
+  std::vector<double> edges() const {
+    std::vector<double> edges;
+    for (std::size_t n = 1; n < worth_.size(); ++n)
+      edges.push_back(gain_of(worth_.front().errors, worth_[n].errors));
+    return edges;
+  }
+
+ private:
+  double error(const Tried& tried, std::size_t group) const {
+    Validation validation(problem_, all_, groups_);
+    const Squares squares =
+        validation.errors_of(group, validation.equations_of_group(group),
+                             penalties_[tried.damping.order - 2], tried.damping.lambda);
+    return squares.sum / static_cast<double>(squares.count);
+  }
+  // Student's t of the scouted groups.
+  double advantage(const Tried& held, const Tried& other) const {
+    const auto n = static_cast<double>(scouts_.size());
+    double mean = 0.0, squares = 0.0;
+    for (const std::size_t g : scouts_) mean += (held.errors[g] - other.errors[g]) / n;
+    for (const std::size_t g : scouts_)
+      squares += std::pow(held.errors[g] - other.errors[g] - mean, 2);
+    return mean / std::sqrt(squares / (n - 1.0) / n);
+  }
+  void choose_scouted() {
+    std::vector<Tried> tried;
+    int beaten = 0;
+    for (Tried& next : plain_candidates(all_, penalties_)) {
+      if (beaten == 4) break;
+      next.errors.assign(groups_.members.size(), std::numeric_limits<double>::quiet_NaN());
+      for (const std::size_t g : scouts_) next.errors[g] = error(next, g);
+      for (const Tried& simpler : tried)
+        if (!(advantage(simpler, next) > 1.0)) next.beaten = true;
+      beaten = next.beaten ? beaten + 1 : 0;
+      tried.push_back(next);
+    }
+    for (std::size_t n = 0; n < tried.size(); ++n) {
+      bool passed = false;
+      for (std::size_t later = n; later < tried.size(); ++later)
+        passed = passed || (!tried[later].beaten && advantage(tried[n], tried[later]) > 5.0);
+      if (!tried[n].beaten && !(passed && n > 0)) worth_.push_back(tried[n]);
+    }
+    for (Tried& candidate : worth_)
+      for (std::size_t g = 0; g < candidate.errors.size(); ++g)
+        if (std::isnan(candidate.errors[g])) candidate.errors[g] = error(candidate, g);
+  }
+
+  Problem problem_;
+  NormalEquations all_;
+  Groups groups_;
+  BandedMatrix penalties_[2];
+  std::vector<std::size_t> scouts_;
+  std::vector<Tried> worth_;
+};
+
+double rippled(double u, double z) { return bent(u, z) + 0.3 * std::sin(0.15 * z + 8.0 * u); }
+double flat(double u, double z) { return 3.0 + 0.02 * z * u - 0.01 * z; }
+
+// In problems of every kind, at significances on both sides of every change of the choice.
+TEST(ChooseDamping, TakesTheSimplestSurfaceThatTheFramesSupport) {
+  struct Case {
+    SmallProblem::Settings settings;
+    double (*surface)(double, double);
+    std::int32_t folds;
+  };
+  const Case cases[] = {
+      {{240, 7, 0.05, 0.0, 1}, flat, 20},     {{240, 7, 0.05, 0.0, 2}, bent, 20},
+      {{300, 12, 0.02, 0.0, 3}, rippled, 20}, {{300, 12, 0.3, 0.0, 4}, bent, 20},
+      {{300, 16, 0.05, 0.1, 5}, bent, 11},    {{300, 6, 0.01, 0.02, 6}, rippled, 5},
+      {{400, 25, 0.1, 0.05, 7}, rippled, 20}};
+  std::set<std::pair<int, double>> seen;
+  for (const Case& c : cases) {
+    const SmallProblem scene(c.settings, c.surface);
+    const PlainChoice plain(scene, c.folds);
+    std::vector<double> significances = {1e-3, 1.0, 2.5, 10.0, 1e9};
+    for (const double edge : plain.edges())
+      for (const double side : {1.0 - 1e-5, 1.0 + 1e-5})
+        if (edge > 0.0) significances.push_back(edge * side);
+    for (const double significance : significances) {
+      const Damping expected = plain.choice(significance);
+      const Damping chosen = plain.chosen(significance);
+      EXPECT_EQ(chosen.order, expected.order) << c.settings.seed << ", " << significance;
+      EXPECT_EQ(chosen.lambda, expected.lambda) << c.settings.seed << ", " << significance;
+      seen.insert({expected.order, expected.lambda});
+    }
+  }
+  EXPECT_GE(seen.size(), 4U);
+}
+
+TEST(ChooseDamping, KeepsAPlaneWithFewerThanFiveGroups) {
+  const SmallProblem scene({240, 12, 0.001}, rippled);
+  EXPECT_EQ(PlainChoice(scene, 4).chosen(1e-3).lambda, 1e5);
+  EXPECT_EQ(PlainChoice(scene, 4).chosen(1e-3).order, 2);
+  EXPECT_LT(PlainChoice(scene, 5).chosen(1e-3).lambda, 1e5);
+}
+
+}  // namespace
