@@ -820,6 +820,10 @@ KESTRANE_ROW_PASSES(avx2, Quad, __attribute__((target("avx2"))))
 
 }  // namespace
 
+double summation_depth(double rows) { return 64.0 + 64.0 + rows / 16384.0 + 4.0; }
+
+double dropped_depth(double rows) { return 256.0 + 64.0 + rows / 16384.0; }
+
 RowVectors best_row_vectors() {
 #ifdef KESTRANE_WIDE_VECTORS
   if (__builtin_cpu_supports("avx2")) return RowVectors::kAvx2;

@@ -23,9 +23,8 @@ constexpr std::int64_t words_for(std::int64_t rows) { return (rows + kWordRows -
 
 // Additions that a row passes through on its way into a sum: its lane within 256 rows, 64 such
 // chunks, the remaining levels, and the four lanes.
-constexpr double summation_depth(double rows) { return 64.0 + 64.0 + rows / 16384.0 + 4.0; }
-
-constexpr double dropped_depth(double rows) { return 256.0 + 64.0 + rows / 16384.0; }
+double summation_depth(double rows);
+double dropped_depth(double rows);
 
 // The first `count` rows of a cloud.
 struct CloudRows {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fit/plane_decomposition.h"
+#include "records/guard.h"
 #include "tests/fit/plane_clouds.h"
 #include "tests/literal/plane_fit.h"
 
