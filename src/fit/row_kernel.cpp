@@ -411,7 +411,6 @@ struct OrderedSums {
         for (int k = 0; k < 3; ++k) total[k] += xyz[k];
       }
     }
-    copy.take(row, use.words);
   }
 };
 
@@ -690,6 +689,7 @@ struct RejectedChunks {
   }
 };
 
+// Only with sums are rows copied.
 template <class V, bool kSums>
 KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::uint64_t* in_use,
                             std::uint64_t* kept, Rejection& rejection, DistanceSums* sums,
@@ -708,10 +708,10 @@ KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::
     std::uint64_t word[kChunkWords];
     load_words(in_use, start / kWordRows, words, word);
     ChunkUse& use = uses[now];
-    if (chunks.in_order.copy.has_room_for_a_chunk()) {
+    if (kSums && chunks.in_order.copy.has_room_for_a_chunk()) {
       chunks.template reject<true>(xyz, word, use);
     } else {
-      chunks.in_order.copy.take(chunks.in_order.row, uses[now ^ 1].words);
+      if (kSums) chunks.in_order.copy.take(chunks.in_order.row, uses[now ^ 1].words);
       chunks.template reject<false>(xyz, word, use);
     }
     store_words(use.words, start / kWordRows, words, kept);
@@ -722,6 +722,7 @@ KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::
     now ^= 1;
   }
   chunks.in_order.finish(uses[now ^ 1], rejection.sum);
+  if (kSums) chunks.in_order.copy.take(chunks.in_order.row, uses[now ^ 1].words);
   dropped_rows.finish(rejection.dropped);
   rejection.nearest = smallest_of(chunks.nearest);
   if (kSums) chunks.distances.finish(*sums);
