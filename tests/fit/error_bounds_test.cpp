@@ -566,6 +566,153 @@ TEST(NormalBound, SaysNothingWhereTheSecondSpreadIsTheThird) {
   EXPECT_TRUE(std::isinf(kestrane::turned_by_moments(1.0, {9.0, 2.0, 1.5})));
 }
 
+// ---- the formulas themselves -------------------------------------------------------------------
+
+constexpr Real kU = 0x1p-53L;
+constexpr Real kGuard = 0x1p-52L;  // to 1e-16 of it
+
+Real gamma(Real n) { return n * kU / (1.0L - n * kU); }
+
+// As derived, in long numbers. Inputs of any size, so that every part of a sum is the largest one
+// in some run.
+class EachBound : public testing::Test {
+ protected:
+  static constexpr int kTimes = 400;
+
+  double any() { return std::pow(10.0, random.uniform(-20.0, 20.0)); }
+  double number(double most) { return std::floor(std::pow(10.0, random.uniform(0.0, most))); }
+  Eigen::Vector3d any_vector() { return {any(), -any(), any()}; }
+
+  CloudShape any_shape() {
+    return {number(6), number(9), {}, any(), any_vector().cwiseAbs(), any_vector(), any(), any()};
+  }
+
+  static Real common(Real heights) { return 11.011L * kU * heights + 2.0L * kGuard; }
+
+  static Real levers(const CloudShape& cloud, const Eigen::Vector3d& normal, Real normal_error) {
+    Real sum = 0.0L;
+    for (int k = 0; k < 3; ++k) sum += (std::abs(Real{normal[k]}) + normal_error) * cloud.rms[k];
+    return sum;
+  }
+
+  static void expect_equal(double value, Real expected) {
+    EXPECT_LE(std::abs(value - expected), 1e-13L * expected) << value;
+  }
+
+  Random random{15};
+};
+
+TEST_F(EachBound, OfTheNormalEqualsItsFormula) {
+  for (int run = 0; run < kTimes; ++run) {
+    const double count = number(6), trace = any(), depth = number(6), size = any();
+    expect_equal(kestrane::decomposition_change(count, size), (5.0L * count + 1000.0L) * kU * size);
+    int levels = 0;  // of blocks of 256 rows, and two blocks more
+    while (256.0 * std::ldexp(1.0, levels) < count + 512.0) ++levels;
+    expect_equal(kestrane::reflections_change(count, size),
+                 (1550.0L + 160.0L * static_cast<Real>(levels)) * kU * size);
+    const kestrane::MomentErrors of{any(), any()}, dropped{any(), any()};
+    const kestrane::MomentErrors alone = kestrane::moment_errors(count, trace, depth);
+    const Real root = std::sqrt(Real{count} * trace);
+    expect_equal(alone.sum, gamma(depth + 1.0L) * root);
+    expect_equal(alone.products, gamma(depth + 3.0L) * trace);
+    const kestrane::MomentErrors rest = kestrane::errors_without(of, count, trace, dropped);
+    expect_equal(rest.sum, Real{of.sum} + dropped.sum + 1.001L * kU * root);
+    expect_equal(rest.products, Real{of.products} + dropped.products + 1.001L * kU * trace);
+    const double sum = any(), sizes = any();
+    const Real off_mean = gamma(count + 2.0L) * sizes;
+    expect_equal(kestrane::mean_error(count, sizes), off_mean);
+    const Real shift = Real{sum} / count;
+    expect_equal(kestrane::scatter_change(of, count, trace, sum, sizes),
+                 of.products + 2.0L * shift * of.sum + Real{of.sum} * of.sum / count +
+                     8.0L * kU * shift * sum + count * off_mean * off_mean + 100.0L * kU * trace);
+  }
+}
+
+TEST_F(EachBound, OfATurnEqualsItsFormula) {
+  const Real root = std::sqrt(2.0L);
+  for (int run = 0; run < kTimes; ++run) {
+    const double second = any(), third = random.uniform(0.0, 0.5) * second;
+    const double change = random.uniform(0.0, 0.4) * second;
+    expect_equal(kestrane::turned_by(change, second, third),
+                 root * change / (Real{second} - third - change));
+    const double of_squares = random.uniform(0.0, 0.2) * second * second;
+    expect_equal(
+        kestrane::turned_by_moments(of_squares, {any(), second, third}),
+        root * of_squares / (Real{second} * second - Real{third} * third - 3.0L * of_squares));
+  }
+}
+
+TEST_F(EachBound, OfCentroidAndDistanceEqualsItsFormula) {
+  for (int run = 0; run < kTimes; ++run) {
+    const CloudShape cloud = any_shape();
+    const double sum = any(), sizes = any(), error = any(), heights = any(), limit = any();
+    const kestrane::MomentErrors of{any(), any()};
+    expect_equal(kestrane::centroid_change(of, cloud.count, sum, sizes),
+                 of.sum / Real{cloud.count} + 3.0L * kU * (sum / Real{cloud.count} + sizes) +
+                     gamma(cloud.count + 2.0L) * sizes);
+    const Eigen::Vector3d normal = any_vector();
+    Real own = 0.0L;
+    for (int k = 0; k < 3; ++k) {
+      own += (std::abs(Real{normal[k]}) + error) *
+             (std::abs(Real{cloud.centroid[k]}) + cloud.centroid_error);
+    }
+    expect_equal(kestrane::heights_of(cloud, normal, error), own);
+    const Real reach = cloud.reach, centroid_error = cloud.centroid_error;
+    expect_equal(
+        kestrane::distance_error(cloud, error, heights),
+        (error + 150.8L * kU) * (reach + centroid_error) + centroid_error + common(heights));
+    const Real from_origin = cloud.centroid.cast<Real>().norm();
+    expect_equal(kestrane::height_error(cloud, error, heights),
+                 error * (from_origin + reach) + 2.0L * centroid_error +
+                     8.0L * kU * (heights + reach) + kGuard);
+    expect_equal(kestrane::limit_error(error, heights, limit),
+                 error + 10.0L * kU * heights + 8.0L * kU * limit);
+  }
+}
+
+TEST_F(EachBound, OfTheSumEqualsItsFormula) {
+  for (int run = 0; run < kTimes; ++run) {
+    const CloudShape cloud = any_shape();
+    const Eigen::Vector3d normal = any_vector();
+    const double error = any(), heights = any(), row_error = any();
+    const DistanceSums sums{any(), any(), any()};
+    const Real n = cloud.count;
+    const Real additions = 132.0L + cloud.rows / 16384.0L;
+    const Real off_centre = gamma(n + 2.0L) * (cloud.centroid.cwiseAbs().cast<Real>().sum() +
+                                               cloud.rms.cast<Real>().sum());
+    const Real each = common(heights) + 9.009L * kU * levers(cloud, normal, error) +
+                      (140.8L * kU + gamma(additions)) * (std::sqrt(sums.squares / n) + row_error) +
+                      error * off_centre;
+    expect_equal(kestrane::sum_error(cloud, normal, error, heights, sums, row_error),
+                 n * each + 1.001L * kU * (sums.walk + n * (256.0L + n) * row_error));
+  }
+}
+
+TEST_F(EachBound, OfTheBandEqualsItsFormula) {
+  for (int run = 0; run < kTimes; ++run) {
+    const CloudShape cloud = any_shape();
+    const Eigen::Vector3d normal = any_vector();
+    const double error = any(), heights = any(), of_sum = any();
+    const double sum = run % 2 == 0 ? any() : -any();
+    const double sigma = run % 10 == 0 ? 0.0 : any();
+    const Real n = cloud.count;
+    const Real lever = error * Real{cloud.size} / std::sqrt(n);
+    Real turned = lever, pull = 1.0L;
+    if (sigma > 0.0) {
+      turned = std::min(lever, 4.0L * lever * lever / sigma);
+      pull = std::min(1.0L, (2.1L * std::abs(Real{sum}) + of_sum) / sigma);
+    }
+    const Real relative = gamma(n + 140.0L + cloud.rows / 16384.0L) + 140.8L * kU;
+    expect_equal(kestrane::deviation_error(cloud, normal, error, heights, sum, of_sum, sigma),
+                 common(heights) + 9.009L * kU * levers(cloud, normal, error) + turned +
+                     pull * of_sum + relative * sigma);
+    const double of_distance = any(), of_deviation = any(), k = number(1);
+    expect_equal(kestrane::band_error(of_distance, of_sum, of_deviation, k, sum, sigma),
+                 Real{of_distance} + of_sum + k * Real{of_deviation} +
+                     8.0L * kU * (std::abs(Real{sum}) + k * Real{sigma}));
+  }
+}
+
 TEST(Accumulated, IsGamma) {
   EXPECT_EQ(kestrane::accumulated(0.0), 0.0);
   EXPECT_EQ(kestrane::accumulated(4.0), 4.0 * kUnitRoundoff / (1.0 - 4.0 * kUnitRoundoff));

@@ -1,11 +1,14 @@
 #include "fit/row_kernel.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <new>
 #include <vector>
 
 #include "tests/fit/plane_clouds.h"
@@ -228,6 +231,13 @@ TEST_P(RowPassesOf, TellHowNearARowLiesToABound) {
       passes.reject(rows_of(points), job, in_use.data(), kept.data(), rejection);
       EXPECT_NEAR(rejection.nearest, 0.02, 1e-15) << off << ' ' << row;
       EXPECT_EQ(is_set(kept, row), std::abs(off) < 2.0);
+      PointMatrix3 copies(700, 3);
+      for (double* const out : {copies.data(), static_cast<double*>(nullptr)}) {
+        DistanceSums sums;
+        passes.reject_and_sum(rows_of(points), job, in_use.data(), kept.data(), rejection, sums,
+                              out, out != nullptr ? copies.rows() : 0);
+        EXPECT_NEAR(rejection.nearest, 0.02, 1e-15) << off << ' ' << row << ", with sums";
+      }
       in_use[static_cast<std::size_t>(row / 64)] &= ~(std::uint64_t{1} << (row % 64));
       passes.reject(rows_of(points), job, in_use.data(), kept.data(), rejection);
       EXPECT_EQ(rejection.nearest, 1.5) << "a row that is not in use";
@@ -348,7 +358,256 @@ TEST_P(RowPassesOf, MeasureSizesAboutAGuess) {
   }
 }
 
+// ---- sums to the last bit ----------------------------------------------------------------------
+
+// A lane of a sum: chunks of 256 rows, 64 of those, the rest.
+class LaneSum {
+ public:
+  void add(double value) { chunk_ += value; }
+  double of_chunk() const { return chunk_; }
+
+  void end_chunk() {
+    level_ += chunk_;
+    chunk_ = 0.0;
+    if (++chunks_ % 64 == 0) end_level();
+  }
+
+  double total() {
+    end_level();
+    return total_;
+  }
+
+ private:
+  void end_level() {
+    total_ += level_;
+    level_ = 0.0;
+  }
+
+  double chunk_ = 0.0;
+  double level_ = 0.0;
+  double total_ = 0.0;
+  int chunks_ = 0;
+};
+
+// Row i in lane i mod 4.
+class RowSum {
+ public:
+  void add(Eigen::Index row, double value) { lanes_[row % 4].add(value); }
+  double of_chunk() const {
+    return (lanes_[0].of_chunk() + lanes_[2].of_chunk()) +
+           (lanes_[1].of_chunk() + lanes_[3].of_chunk());
+  }
+  void end_chunk() {
+    for (LaneSum& lane : lanes_) lane.end_chunk();
+  }
+  double total() {
+    double t[4];
+    for (int l = 0; l < 4; ++l) t[l] = lanes_[l].total();
+    return (t[0] + t[2]) + (t[1] + t[3]);
+  }
+
+ private:
+  LaneSum lanes_[4];
+};
+
+bool ends_chunk(Eigen::Index row, Eigen::Index count) {
+  return row % 256 == 255 || row + 1 == count;
+}
+
+// In the order in which three coordinates stand beside each other in two lanes.
+double distance_in_lane(const PointMatrix3& points, Eigen::Index i, const PointAndNormal& plane) {
+  double part[3];
+  for (int k = 0; k < 3; ++k) part[k] = (points(i, k) - plane.point[k]) * plane.normal[k];
+  return i % 2 == 0 ? (part[0] + part[1]) + part[2] : (part[2] + part[1]) + part[0];
+}
+
+// One level is full and another has begun.
+constexpr Eigen::Index kLevelAndMore = 64 * 256 + 3 * 256 + 77;
+
+// Four lanes are added up in the end, and that may hide the last bit of one of them.
+constexpr std::uint64_t kSeeds = 8;
+
+TEST_P(RowPassesOf, AddUpMomentsInFourLanesAndThreeLevels) {
+  for (std::uint64_t seed = 0; seed < kSeeds; ++seed) {
+    Random random(seed);
+    const PointMatrix3 points = sheet(random, kLevelAndMore);
+    const DepthJob job{200.0, 900.0, {60.0, 3.0, 500.0}};
+    RowSum sums[3], products[6];
+    for (Eigen::Index i = 0; i < points.rows(); ++i) {
+      if (points(i, 2) >= job.lowest && points(i, 2) <= job.highest) {
+        int q = 0;
+        for (int k = 0; k < 3; ++k) {
+          const double a = points(i, k) - job.point[k];
+          sums[k].add(i, a);
+          for (int l = k; l < 3; ++l) products[q++].add(i, a * (points(i, l) - job.point[l]));
+        }
+      }
+      if (!ends_chunk(i, points.rows())) continue;
+      for (RowSum& sum : sums) sum.end_chunk();
+      for (RowSum& sum : products) sum.end_chunk();
+    }
+    Bits in_use(static_cast<std::size_t>(words_for(points.rows())));
+    RowMoments moments;
+    double reach;
+    passes.select(rows_of(points), job, in_use.data(), moments, reach);
+    for (int k = 0; k < 3; ++k) EXPECT_TRUE(same_bits(moments.sum[k], sums[k].total())) << k;
+    for (int q = 0; q < 6; ++q)
+      EXPECT_TRUE(same_bits(moments.products[q], products[q].total())) << q;
+  }
+}
+
+TEST_P(RowPassesOf, AddUpDistancesInFourLanesAndThreeLevels) {
+  for (std::uint64_t seed = 0; seed < kSeeds; ++seed) {
+    Random random(seed);
+    const PointMatrix3 points = sheet(random, kLevelAndMore);
+    Bits in_use = random_bits(random, points.rows());
+    in_use[3] = 0;
+    RowSum sum, squares;
+    double used = 0.0, room = 0.0, walked = 0.0, walk = 0.0;
+    for (Eigen::Index i = 0; i < points.rows(); ++i) {
+      if (is_set(in_use, i)) {
+        const double d = distance_in_lane(points, i, kPlane);
+        sum.add(i, d);
+        squares.add(i, d * d);
+        used += 1.0;
+      }
+      if (!ends_chunk(i, points.rows())) continue;
+      walk += used * (std::abs(walked) + std::sqrt(used * squares.of_chunk()));
+      walked += sum.of_chunk();
+      room += used;
+      used = 0.0;
+      sum.end_chunk();
+      squares.end_chunk();
+    }
+    const double in_all = sum.total(), in_squares = squares.total();
+    PointMatrix3 copies(static_cast<Eigen::Index>(room), 3);
+    for (double* const out : {copies.data(), static_cast<double*>(nullptr)}) {
+      Bits kept(in_use.size());
+      Rejection rejection;
+      DistanceSums sums;
+      passes.reject_and_sum(rows_of(points), {kPlane, 0.25, 30.0, {}}, in_use.data(), kept.data(),
+                            rejection, sums, out, out != nullptr ? copies.rows() : 0);
+      EXPECT_TRUE(same_bits(sums.sum, in_all));
+      EXPECT_TRUE(same_bits(sums.squares, in_squares));
+      EXPECT_TRUE(same_bits(sums.walk, walk));
+    }
+  }
+}
+
+TEST_P(RowPassesOf, AddUpDroppedRowsOneAfterAnotherAndInThreeLevels) {
+  for (std::uint64_t seed = 0; seed < kSeeds; ++seed) {
+    Random random(seed);
+    const PointMatrix3 points = sheet(random, kLevelAndMore);
+    const Bits in_use(static_cast<std::size_t>(words_for(points.rows())), ~std::uint64_t{0});
+    const RejectionJob job{kPlane, 0.25, 60.0, {50.0, -2.0, 490.0}};
+    LaneSum sums[3], products[6];
+    for (Eigen::Index i = 0; i < points.rows(); ++i) {
+      if (std::abs(distance(points, i, kPlane) - 0.25L) > 60.0L) {
+        int q = 0;
+        for (int k = 0; k < 3; ++k) {
+          const double a = points(i, k) - job.moments_point[k];
+          sums[k].add(a);
+          for (int l = k; l < 3; ++l) products[q++].add(a * (points(i, l) - job.moments_point[l]));
+        }
+      }
+      if (!ends_chunk(i, points.rows())) continue;
+      for (LaneSum& sum : sums) sum.end_chunk();
+      for (LaneSum& sum : products) sum.end_chunk();
+    }
+    Bits kept(in_use.size());
+    Rejection rejection;
+    Bits all = in_use;
+    all.back() = (std::uint64_t{1} << (kLevelAndMore % 64)) - 1;
+    passes.reject(rows_of(points), job, all.data(), kept.data(), rejection);
+    const RowMoments& dropped = rejection.dropped;
+    EXPECT_GT(dropped.count, kLevelAndMore / 10);
+    for (int k = 0; k < 3; ++k) EXPECT_TRUE(same_bits(dropped.sum[k], sums[k].total())) << k;
+    for (int q = 0; q < 6; ++q)
+      EXPECT_TRUE(same_bits(dropped.products[q], products[q].total())) << q;
+  }
+}
+
+TEST_P(RowPassesOf, AddUpFiguresInFourLanesAndThreeLevels) {
+  for (std::uint64_t seed = 0; seed < kSeeds; ++seed) {
+    Random random(seed);
+    const PointMatrix3 points = sheet(random, kLevelAndMore);
+    RowSum sum, squares;
+    for (Eigen::Index i = 0; i < points.rows(); ++i) {
+      const double off = std::abs(distance_in_lane(points, i, kPlane)) - 9.0;
+      sum.add(i, off);
+      squares.add(i, off * off);
+      if (!ends_chunk(i, points.rows())) continue;
+      sum.end_chunk();
+      squares.end_chunk();
+    }
+    DistanceFigures figures;
+    passes.measure(rows_of(points), kPlane, 9.0, figures);
+    EXPECT_TRUE(same_bits(figures.sum, sum.total()));
+    EXPECT_TRUE(same_bits(figures.squares, squares.total()));
+  }
+}
+
+// ---- memory ------------------------------------------------------------------------------------
+
+// Memory whose end cannot be stepped over: the page that follows it is closed.
+template <class T>
+class Fenced {
+ public:
+  explicit Fenced(std::size_t count) {
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t open = (count * sizeof(T) + page - 1) / page * page;
+    size_ = open + page;
+    start_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (start_ == MAP_FAILED) throw std::bad_alloc();
+    char* const end = static_cast<char*>(start_) + open;
+    EXPECT_EQ(::mprotect(end, page, PROT_NONE), 0);
+    data_ = reinterpret_cast<T*>(end) - count;
+  }
+  ~Fenced() { ::munmap(start_, size_); }
+  Fenced(const Fenced&) = delete;
+  Fenced& operator=(const Fenced&) = delete;
+
+  T* data() const { return data_; }
+
+ private:
+  void* start_;
+  std::size_t size_;
+  T* data_;
+};
+
+TEST_P(RowPassesOf, TouchNothingBeyondRowsBitsAndCopies) {
+  Random random(12);
+  for (const Eigen::Index count : {1, 63, 64, 65, 255, 256, 257, 320, 511, 512, 513, 1000}) {
+    const PointMatrix3 points = sheet(random, count);
+    const auto words = static_cast<std::size_t>(words_for(count));
+    const Fenced<double> cloud(static_cast<std::size_t>(3 * count));
+    std::copy_n(points.data(), 3 * count, cloud.data());
+    const CloudRows rows{cloud.data(), count};
+    const Fenced<std::uint64_t> in_use(words), kept(words);
+    RowMoments moments;
+    double reach;
+    passes.select(rows, {-kInf, kInf, {}}, in_use.data(), moments, reach);
+    EXPECT_EQ(moments.count, count);
+    Rejection rejection;
+    passes.reject(rows, {kPlane, 0.0, kInf, {}}, in_use.data(), kept.data(), rejection);
+    EXPECT_EQ(rejection.count, count);
+    const Fenced<double> copies(static_cast<std::size_t>(3 * count));
+    DistanceSums sums;
+    passes.reject_and_sum(rows, {kPlane, 0.0, kInf, {}}, in_use.data(), kept.data(), rejection,
+                          sums, copies.data(), count);
+    EXPECT_TRUE(std::equal(copies.data(), copies.data() + 3 * count, points.data()));
+    DistanceFigures figures;
+    passes.measure(rows, kPlane, 0.0, figures);
+    EXPECT_NEAR(figures.squares, sums.squares, 1e-12 * sums.squares);
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(EachVectorSet, RowPassesOf, testing::ValuesIn(vector_sets()));
+
+TEST(RowSums, GoThroughLanesAndLevels) {
+  EXPECT_EQ(kestrane::summation_depth(32768.0), 64.0 + 64.0 + 2.0 + 4.0);
+  EXPECT_EQ(kestrane::dropped_depth(49152.0), 256.0 + 64.0 + 3.0);
+}
 
 // Values to the last bit; a NaN equals a NaN.
 TEST(RowPasses, GiveTheSameValuesWithEveryVectorSet) {

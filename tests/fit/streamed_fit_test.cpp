@@ -321,6 +321,86 @@ TEST(StreamedPlaneFit, GoesThroughTheCentroidOfItsLiteralForm) {
   EXPECT_TRUE(same_to_rounding({fit->plane, fit->stats, expected.inliers}, expected));
 }
 
+// The same with thin clouds, whose width the moments tell with few digits.
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormWhereRoundingDecidesInThinClouds) {
+  Random random(16);
+  for (int run = 0; run < 40; ++run) {
+    const double height = std::pow(10.0, random.uniform(-4.0, -1.0));
+    expect_literal_rows(rows_on_both_bounds(random, 20 + random.index(100), height), kEverywhere);
+    ASSERT_FALSE(HasFailure()) << run;
+  }
+}
+
+// Quads of rows at (x, +-y, +-z), of which none turns the others' plane.
+PointMatrix3 quads_at(const std::vector<double>& x) {
+  PointMatrix3 points(4 * static_cast<Eigen::Index>(x.size()), 3);
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    points.middleRows<4>(4 * static_cast<Eigen::Index>(i)) << x[i], 300, 200, x[i], -300, 200, x[i],
+        300, -200, x[i], -300, -200;
+  }
+  return points;
+}
+
+// Rows far from the plane on either side, and two whose distance is the limit but for rounding.
+TEST(FitInBand, FailsWhereRoundingDecidesAndTooFewRowsAreLeft) {
+  std::vector<double> x;
+  for (int i = 0; i < 20; ++i) x.push_back(i % 2 == 0 ? 150.0 : -50.0);
+  PointMatrix3 points(82, 3);
+  points << quads_at(x), 52.5, 0.0, 0.0, 47.5, 0.0, 0.0;
+  const RobustFit robust = expect_literal_fit(points, kEverywhere);
+  EXPECT_FALSE(robust.complete);
+  EXPECT_GE(robust.decompositions, 1);
+}
+
+// The decomposed plane's constant term is the guard's opposite: every distance is a division by 0,
+// and not a number keeps its row.
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormWhereTheGuardVanishes) {
+  for (const double off : {0x1p-46, -0x1p-46}) {
+    for (const double far : {3.0, 2.25}) {  // beyond the first limit, and beyond the sigma band
+      std::vector<double> x = {far, -far};
+      for (int i = 0; i < 14; ++i) x.push_back((far > 2.5 ? far : 0.125) * (i % 2 == 0 ? 1 : -1));
+      PointMatrix3 points = quads_at(x);
+      points.row(0) << far + off, 0.0, 0.0;
+      points.row(4) << -far, 0.0, 0.0;
+      expect_literal_rows(points, kEverywhere);
+      EXPECT_FALSE(HasFailure()) << off << ' ' << far;
+    }
+  }
+}
+
+// Nothing is left of the plane before, which stood elsewhere.
+TEST(FitInBand, DecomposesASinglePointAfterAPlane) {
+  Random random(17);
+  const Box box{random_rotation(random), {100.0, 80.0, 0.5}, {0.0, 0.0, 1000.0}};
+  const PointMatrix3 plane = box_cloud(random, 100, box);
+  const PointMatrix3 point = PointMatrix3::Constant(100, 3, 8.0);
+  for (int run = 0; run < 3; ++run) {
+    EXPECT_EQ(fit_in_band(plane, kEverywhere, kestrane::Wanted::kAll).decompositions, 0);
+    const RobustFit robust = fit_in_band(point, kEverywhere, kestrane::Wanted::kAll);
+    EXPECT_EQ(robust.decompositions, 3);
+    EXPECT_EQ(robust.inliers, point);
+  }
+}
+
+// A few more rows lie behind the origin, all but as far from the plane as it is from the origin.
+TEST(StreamedPlaneFit, TurnsTowardsMostOfItsRows) {
+  constexpr Eigen::Index kRows = 20001;
+  constexpr double kFront = 10.0, kBack = kFront * 10000.0 / 10001.0;
+  PointMatrix3 points(kRows, 3);
+  for (Eigen::Index i = 0; i < kRows; ++i) {
+    const double y = static_cast<double>(i * 37 % 401) - 200.0;
+    const double z = static_cast<double>(i * 53 % 397) - 198.0;
+    points.row(i) << 0.9995 * kFront + (i % 2 == 1 ? kFront : -kBack), y, z;
+  }
+  const auto fit = kestrane::streamed_plane_fit(points);
+  ASSERT_TRUE(fit);
+  PlaneAbcd expected;
+  PlaneFitStats stats;
+  ASSERT_TRUE(literal::fit_plane_svd(points, expected, stats));
+  EXPECT_GT(fit->plane.head<3>().dot(expected.head<3>()), 0.99);
+  EXPECT_LT(fit->plane[0], 0.0);
+}
+
 TEST(FitInBand, FailsWithoutAFitForFewerThanThreeRows) {
   Random random(14);
   for (const Eigen::Index count : {0, 1, 2, 100}) {

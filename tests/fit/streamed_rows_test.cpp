@@ -1,0 +1,228 @@
+// What is known of the rows in use, worked out again from the passes and the bounds by themselves.
+#include "fit/streamed_rows.h"
+
+#include <gtest/gtest.h>
+
+#include <Eigen/Eigenvalues>
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "fit/plane_decomposition.h"
+#include "records/guard.h"
+#include "tests/fit/plane_clouds.h"
+
+namespace {
+
+using namespace plane_clouds;
+using kestrane::CloudShape;
+using kestrane::Moments;
+using kestrane::StreamedPlane;
+using kestrane::StreamedRows;
+using For = StreamedRows::For;
+using Eigen::Vector3d;
+
+const kestrane::RowPasses& passes() { return row_passes(kestrane::best_row_vectors()); }
+
+StreamedRows rows_of_all(const PointMatrix3& points) {
+  StreamedRows rows(kestrane::rows_of(points), false, kestrane::best_row_vectors());
+  rows.select(-kInf, kInf);
+  return rows;
+}
+
+Vector3d sum_of(const PointMatrix3& points) {
+  Vector3d sum = Vector3d::Zero();
+  for (Eigen::Index i = 0; i < points.rows(); ++i) sum += points.row(i).transpose();
+  return sum;
+}
+
+Moments moments_about(const PointMatrix3& points, const Vector3d& point) {
+  std::vector<std::uint64_t> in_use(static_cast<std::size_t>(kestrane::words_for(points.rows())));
+  kestrane::RowMoments moments;
+  double reach;
+  passes().select({points.data(), points.rows()}, {-kInf, kInf, {point[0], point[1], point[2]}},
+                  in_use.data(), moments, reach);
+  const auto all = static_cast<double>(points.rows());
+  return Moments(moments, point, kestrane::summation_depth(all));
+}
+
+void expect_equal(double actual, double expected) {
+  constexpr double kUnits = 8.0 * kestrane::kUnitRoundoff;
+  EXPECT_LE(std::abs(actual - expected), kUnits * expected) << actual << " for " << expected;
+}
+
+// Of rows whose moments are known.
+void expect_known_as(const StreamedPlane& plane, const Moments& moments, const PointMatrix3& points,
+                     bool settled, For purpose) {
+  const CloudShape& cloud = plane.cloud;
+  const double n = moments.rows_in_use();
+  const Eigen::Matrix3d scatter = moments.products - moments.sum * moments.sum.transpose() / n;
+  const double trace = scatter.trace();
+  const double sum = moments.sum.norm();
+  const Vector3d m = settled ? Vector3d(sum_of(points) / n) : moments.mean();
+  const double sizes =
+      std::abs(m[0]) + std::abs(m[1]) + std::abs(m[2]) + std::sqrt(3.0 * trace / n);
+  const double off = kestrane::scatter_change(moments.errors, n, trace, sum, sizes);
+  EXPECT_EQ(cloud.count, n);
+  EXPECT_EQ(cloud.rows, static_cast<double>(points.rows()));
+  EXPECT_EQ(cloud.centroid, m);
+  expect_equal(cloud.centroid_error,
+               settled ? 0.0 : kestrane::centroid_change(moments.errors, n, sum, sizes));
+  expect_equal(cloud.size, std::sqrt(trace + 3.0 * off));
+  for (int k = 0; k < 3; ++k) expect_equal(cloud.rms[k], std::sqrt((scatter(k, k) + off) / n));
+  const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> solver(scatter);
+  const Vector3d squares = solver.eigenvalues().reverse();
+  double own = kestrane::turned_by_moments(off, squares.cwiseSqrt());
+  const double change = kestrane::decomposition_change(n, cloud.size);
+  double decomposed =
+      kestrane::turned_by(change, std::sqrt(squares[1] - off), std::sqrt(squares[2] + off));
+  const bool narrow = std::sqrt(squares[1]) < 0.1 * std::sqrt(squares[0]);
+  if (purpose == For::kResult ? narrow : own > decomposed) {
+    const kestrane::ThinDirection thin =
+        thin_direction_of(reduce_centred(kestrane::rows_of(points), {m[0], m[1], m[2]}));
+    EXPECT_EQ(cloud.spreads, thin.spreads);
+    const double by_reflections = kestrane::reflections_change(n, cloud.size);
+    const double second = thin.spreads[1] - by_reflections;
+    const double third = thin.spreads[2] + by_reflections;
+    own = kestrane::turned_by(by_reflections, second, third);
+    decomposed = kestrane::turned_by(change, second, third);
+  }
+  expect_equal(plane.normal_error, own + decomposed + kestrane::kUnitNormal);
+  expect_equal(plane.heights, kestrane::heights_of(cloud, plane.normal(), plane.normal_error));
+  expect_equal(std::abs(plane.abcd[3]), std::abs(plane.normal().dot(m)));
+}
+
+// Up to 127 rows are all sampled for the first centre.
+TEST(StreamedRows, KnowTheirPlaneAsWellAsTheBoundsTell) {
+  Random random(1);
+  for (const Vector3d& spreads : {Vector3d(100.0, 80.0, 0.5), Vector3d(100.0, 13.0, 0.3),
+                                  Vector3d(100.0, 8.0, 0.3), Vector3d(100.0, 1e-3, 1e-4)}) {
+    for (const For purpose : {For::kRejection, For::kResult}) {
+      for (const bool settled : {false, true}) {
+        const Box box{random_rotation(random), spreads, {50.0, -20.0, 400.0}};
+        const PointMatrix3 points = box_cloud(random, 100, box);
+        StreamedRows rows = rows_of_all(points);
+        if (settled) rows.settle_centroid();
+        const auto plane = rows.plane(purpose);
+        ASSERT_TRUE(plane);
+        expect_known_as(*plane, moments_about(points, sum_of(points) / 100.0), points, settled,
+                        purpose);
+        ASSERT_FALSE(HasFailure()) << spreads.transpose() << ' ' << settled;
+      }
+    }
+  }
+}
+
+double farthest_row(const StreamedRows& rows, const Vector3d& from) {
+  double farthest = 0.0;
+  rows.for_each([&](const double* row) {
+    farthest = std::max(farthest, (Vector3d(row[0], row[1], row[2]) - from).norm());
+  });
+  return farthest;
+}
+
+// Two rows far out and opposite, on which the first centre has fallen; the rest far from it.
+TEST(StreamedRows, ReachAsFarAsTheFarthestRow) {
+  Random random(2);
+  for (int run = 0; run < 20; ++run) {
+    PointMatrix3 points =
+        box_cloud(random, 6400, {random_rotation(random), {100.0, 80.0, 0.5}, {0, 0, 400}});
+    for (Eigen::Index i = 0; i < points.rows(); i += 100) {  // the rows that are sampled
+      points.row(i) << 0.0, 0.0, 3000.0;
+    }
+    StreamedRows rows = rows_of_all(points);
+    const auto plane = rows.plane(For::kRejection);
+    ASSERT_TRUE(plane);
+    const double farthest = farthest_row(rows, plane->cloud.centroid);
+    EXPECT_GE(plane->cloud.reach, farthest);
+    EXPECT_LE(plane->cloud.reach, 1.01 * farthest) << "of rows that stand far out";
+  }
+}
+
+TEST(StreamedRows, ReachAsFarAsRowsOnALine) {
+  PointMatrix3 points(64, 3);
+  for (Eigen::Index i = 0; i < 64; ++i) points.row(i) << 0.0, 0.0, 256.0 + static_cast<double>(i);
+  points.row(63) << 0.0, 0.0, 255.0;  // the mean is 286.5 but for 64 / 64
+  StreamedRows rows = rows_of_all(points);
+  const auto plane = rows.plane(For::kRejection);
+  ASSERT_TRUE(plane);
+  const double farthest = farthest_row(rows, plane->cloud.centroid);
+  EXPECT_GT(plane->cloud.reach, farthest);
+  EXPECT_LE(plane->cloud.reach, farthest * (1.0 + 64.0 * kestrane::kUnitRoundoff));
+}
+
+// Once a rejection is done no row lies further from a plane than the limit, but for what the plane
+// has moved.
+TEST(StreamedRows, KnowHowFarFromAPlaneTheyLie) {
+  Random random(3);
+  PointMatrix3 points =
+      box_cloud(random, 500, {random_rotation(random), {100.0, 80.0, 2.0}, {50.0, 0.0, 400.0}});
+  StreamedRows rows = rows_of_all(points);
+  auto plane = rows.plane(For::kRejection);
+  ASSERT_TRUE(plane);
+  EXPECT_EQ(rows.farthest_from(*plane), plane->cloud.reach);
+  ASSERT_EQ(rows.reject_beyond(*plane, 1.5), true);
+  rows.settle_centroid();
+  plane = rows.plane(For::kRejection);
+  ASSERT_TRUE(plane);
+  double farthest = 0.0;
+  rows.for_each([&](const double* row) {
+    const Vector3d off = Vector3d(row[0], row[1], row[2]) - plane->cloud.centroid;
+    farthest = std::max(farthest, std::abs(plane->normal().dot(off)));
+  });
+  EXPECT_GE(rows.farthest_from(*plane), farthest);
+  EXPECT_LE(rows.farthest_from(*plane), 3.0);
+}
+
+// Every distance is 1/8 but for a millionth, which squares about a poor guess of their mean would
+// blur.
+TEST(StreamedRows, MeasureDistancesThatAreNearlyAlike) {
+  PointMatrix3 points(256, 3);
+  for (Eigen::Index i = 0; i < 256; ++i) {
+    const double distance = 0.125 + (i / 2 % 2 == 0 ? 0x1p-20 : -0x1p-20);
+    points.row(i) << 64.0 + (i % 2 == 0 ? distance : -distance), static_cast<double>(i / 4 % 8),
+        300.0 + static_cast<double>(i / 32);
+  }
+  StreamedRows rows = rows_of_all(points);
+  rows.settle_centroid();
+  const auto plane = rows.plane(For::kResult);
+  ASSERT_TRUE(plane);
+  const PlaneFitStats stats = rows.measure(kestrane::rows_of(points), *plane);
+  EXPECT_NEAR(stats.mean_distance, 0.125, 1e-15);
+  EXPECT_NEAR(stats.max_distance, 0.125 + 0x1p-20, 1e-15);
+  EXPECT_NEAR(stats.std_distance, 0x1p-20, 0x1p-20 * 1e-9);
+}
+
+TEST(Moments, TellTheScatterInsideTheCloudOnly) {
+  Moments moments;
+  moments.count = 4;
+  moments.sum = {2.0, 0.0, 0.0};
+  moments.products.diagonal() << 1.0, 0.5, 0.5;
+  EXPECT_TRUE(moments.good_for_scatter(10.0));
+  moments.products(2, 2) = 0.499;
+  EXPECT_FALSE(moments.good_for_scatter(10.0));
+  moments.products(2, 2) = kNaN;
+  EXPECT_FALSE(moments.good_for_scatter(10.0));
+}
+
+TEST(Moments, TellTheScatterWhereTheyHaveKeptTheirDigits) {
+  Moments moments;
+  moments.count = 4;
+  moments.products.diagonal() << 1.0, 0.5, 0.5;
+  moments.errors.products = 2.0 * kestrane::moment_errors(4.0, 2.0, 10.0).products;
+  EXPECT_TRUE(moments.good_for_scatter(10.0));
+  moments.errors.products *= 1.001;
+  EXPECT_FALSE(moments.good_for_scatter(10.0));
+}
+
+TEST(StreamedPlane, IsClearOfTheOriginBeyondItsHeightError) {
+  StreamedPlane plane{CloudShape{}, PlaneAbcd::Zero(), 0.0, 0.0};
+  plane.cloud.centroid.setZero();
+  EXPECT_FALSE(plane.clear_of_origin());
+  plane.abcd[3] = kestrane::kGuard;  // an error of the guard alone
+  EXPECT_TRUE(plane.clear_of_origin());
+  plane.abcd[3] = -kestrane::kGuard;
+  EXPECT_FALSE(plane.clear_of_origin());
+}
+
+}  // namespace
