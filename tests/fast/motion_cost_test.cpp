@@ -1,7 +1,11 @@
 #include "fast/motion_cost.h"
 
 #include <Eigen/Dense>
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <iterator>
+#include <new>
 
 #include "simulation/random.h"
 #include "tests/fast/fast_support.h"
@@ -192,6 +196,17 @@ TEST(MotionCost, CountsAPointWithoutACellAsTenAway) {
     EXPECT_EQ(seen.gradient, Vector6::Zero());
     EXPECT_EQ(seen.squares, Matrix6::Zero());
   }
+  std::vector<Eigen::Vector3d> around;  // every second one counts
+  for (int cells = 1; cells <= 60; ++cells) {
+    for (const double y : {-1900.0, -190.0, 0.0, 190.0, 1900.0}) {
+      around.insert(around.end(), 2, Eigen::Vector3d(128.0, y, 150.0 - 27.0 * (cells + 0.5)));
+      around.insert(around.end(), 2, Eigen::Vector3d(128.0, y, 1500.0 + 27.0 * (cells - 0.5)));
+    }
+  }
+  const auto lost = static_cast<double>(around.size() / 2);
+  EXPECT_NEAR(cost_at_zero({columns(around)}, flat_standard(1)), lost * half_rho(10),
+              lost * kRounding)
+      << "nearer than the fan and farther";
   const PointSets both = {columns({{129, 0, 300}}), outside, columns({{131, 0, 300}})};
   EXPECT_NEAR(cost_at_zero(both, flat_standard(3)), half_rho(1) + half_rho(10) + half_rho(3),
               kRounding);
@@ -206,6 +221,29 @@ TEST(MotionCost, TakesLogarithmsOneByOneWhereTheirProductOverflows) {
     const double expected = 300 * half_rho(128 + away - 128);
     EXPECT_NEAR(cost_at_zero({points}, standard), expected, kRounding * expected) << away;
   }
+}
+
+// Sixteen products run side by side over a chunk of points, and one logarithm is taken of each.
+TEST(MotionCost, TakesOneLogarithmForEachSixteenthTerm) {
+  constexpr double kWidth = kestrane::kLossScale * kestrane::kLossScale;
+  const fast_scene::Standard standard = flat_standard(1);
+  PlanePoints points(3, 2 * 40);
+  double products[16];
+  std::fill(std::begin(products), std::end(products), 1.0);
+  for (int i = 0; i < 40; ++i) {
+    const double away = 0.25 * (i + 1);
+    points.col(2 * i) << 128 + away, 0, 300;
+    points.col(2 * i + 1) << kNaN, kNaN, kNaN;  // takes no part
+    products[i % 16] *= 1.0 + away * away * (1.0 / kWidth);
+  }
+  double logs = 0.0;
+  for (const double product : products) logs += std::log(product);
+  const MotionCost cost({points}, standard.table(), 0);
+  const double zeros[3] = {0, 0, 0};
+  const double* at[2] = {zeros, zeros};
+  double residuals[7];
+  ASSERT_TRUE(cost.Evaluate(at, residuals, nullptr));
+  EXPECT_TRUE(same_bits(cost.sum_of_losses(), kWidth * logs));
 }
 
 bool evaluates(const PointSets& points, const fast_scene::Standard& standard, double shift = 0) {
@@ -245,6 +283,89 @@ TEST(MotionCost, HasAnInfiniteCostWhereOnlySquaresOverflow) {
   EXPECT_TRUE(cost.Evaluate(at, residuals, nullptr));
   EXPECT_EQ(cost.sum_of_losses(), kInf);
   EXPECT_FALSE(cost.pulls_every_way());
+}
+
+// The planes of the cells of line 7 one after another, from depth 150 on.
+fast_scene::Standard standard_of(const std::vector<kestrane::_LASER_TRIPLE>& cells) {
+  fast_scene::Standard standard = flat_standard(1);
+  int k = 0;
+  for (const kestrane::_LASER_TRIPLE& cell : cells) standard.cell(0, 7, k++) = cell;
+  return standard;
+}
+
+// A point of each given x, in the cell of that number; every second column counts.
+PlanePoints in_cells(const std::vector<double>& x) {
+  PlanePoints points = PlanePoints::Zero(3, 2 * static_cast<Eigen::Index>(x.size()));
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    points.col(2 * static_cast<Eigen::Index>(i)) << x[i], 0.0,
+        163.5 + 27.0 * static_cast<double>(i);
+  }
+  return points;
+}
+
+bool evaluates_at(const PlanePoints& points, const fast_scene::Standard& standard,
+                  const Eigen::Vector3d& translation) {
+  const MotionCost cost({points}, standard.table(), 0);
+  const double rotation[3] = {0, 0, 0};
+  const double* at[2] = {rotation, translation.data()};
+  double residuals[7];
+  const bool evaluated = cost.Evaluate(at, residuals, nullptr);
+  if (evaluated) {
+    EXPECT_EQ(cost.sum_of_losses(), kInf);
+  }
+  return evaluated;
+}
+
+// Once the cost is infinite each distance is looked at, with the plane of its own cell. Here all of
+// them are numbers, though parts that stand beside each other in them are near the end of the
+// range.
+TEST(MotionCost, LooksAtEachDistanceWhereTheCostIsInfinite) {
+  constexpr double kHuge = 1.6e308;
+  EXPECT_TRUE(
+      evaluates_at(in_cells({kHuge, 0}), standard_of({kSheetAt128, kSheetAt128}), {kHuge, 0, 0}))
+      << "a point that has moved as far as its plane";
+  EXPECT_TRUE(evaluates_at(in_cells({0.1 * kHuge}), standard_of({{{-1e-4, 0, -0.01}}}), {0, 0, 0}))
+      << "a plane that leans by little";
+  const kestrane::_LASER_TRIPLE x_and_y = {{-0.006, -0.008, 0}};
+  const kestrane::_LASER_TRIPLE x_against_y = {{-0.006, 0.008, 0}};
+  const kestrane::_LASER_TRIPLE x_and_z = {{-0.006, 0, -0.008}};
+  EXPECT_TRUE(evaluates_at(in_cells({0}), standard_of({x_and_y}), {kHuge, -0.7 * kHuge, 0}));
+  EXPECT_TRUE(evaluates_at(in_cells({0}), standard_of({x_and_z}), {kHuge, 0, -0.7 * kHuge}));
+  EXPECT_TRUE(evaluates_at(in_cells({0, 0, -kHuge}),
+                           standard_of({kSheetAt128, x_and_y, x_against_y}), {0, kHuge, 0}))
+      << "the planes of single cells";
+  EXPECT_FALSE(evaluates_at(in_cells({0, -kHuge, 0}),
+                            standard_of({kSheetAt128, x_and_y, x_against_y}), {0, kHuge, 0}));
+  EXPECT_FALSE(
+      evaluates_at(in_cells({0, 0}), standard_of({kSheetAt128, {{kNaN, 0.5, 0.25}}}), {0, 0, 0}))
+      << "the second cell's plane";
+}
+
+// The distances are numbers, but what no motion explains of them is too large to be squared, even
+// times the root of the loss's slope.
+TEST(MotionCost, FailsWhereTheTriangleIsNotFinite) {
+  const fast_scene::Standard standard = flat_standard(1);
+  const MotionCost cost({in_cells({1.7e308, -1.7e308, 1.7e308})}, standard.table(), 0);
+  const double zeros[3] = {0, 0, 0};
+  const double* at[2] = {zeros, zeros};
+  double residuals[7], by_rotation[21], by_translation[21];
+  double* jacobians[2] = {by_rotation, by_translation};
+  EXPECT_FALSE(cost.Evaluate(at, residuals, jacobians));
+  EXPECT_TRUE(cost.Evaluate(at, residuals, nullptr));
+}
+
+// No motion is taken for the one that was seen last before there was any.
+TEST(MotionCost, MovesItsCellsForTheFirstMotionWhateverStoodInItsMemory) {
+  alignas(MotionCost) static std::byte zeroed[sizeof(MotionCost)];
+  const fast_scene::Standard standard = flat_standard(1);
+  auto* const cost =
+      new (static_cast<void*>(zeroed)) MotionCost({columns({{131, 0, 300}})}, standard.table(), 0);
+  const double zeros[3] = {0, 0, 0};
+  const double* at[2] = {zeros, zeros};
+  double residuals[7];
+  EXPECT_TRUE(cost->Evaluate(at, residuals, nullptr));
+  EXPECT_NEAR(0.5 * cost->sum_of_losses(), half_rho(3), kRounding);
+  cost->~MotionCost();
 }
 
 TEST(MotionCost, HasTheSameCostWithAndWithoutDerivatives) {
@@ -293,8 +414,25 @@ TEST(PullsEveryWay, DoesNotHoldForPlanesAcrossOneAxis) {
   fast_scene::Standard nearly = flat_standard(4);
   for (int p = 0; p < 4; ++p) nearly.fill(p, {{-0.0078125, 1e-19, 1e-19}});
   EXPECT_FALSE(MotionCost(points, nearly.table(), 0).pulls_every_way()) << "to rounding";
+  const PointSets near = scattered_points(1, 4, 400, 0.01);  // squares add up to far more than 1
+  for (int p = 0; p < 4; ++p) nearly.fill(p, {{-0.01, 5e-17, 5e-17}});
+  EXPECT_FALSE(MotionCost(near, nearly.table(), 0).pulls_every_way()) << "some rounding errors";
+  for (int p = 0; p < 4; ++p) nearly.fill(p, {{-0.01, 5e-16, 5e-16}});
+  EXPECT_TRUE(MotionCost(near, nearly.table(), 0).pulls_every_way()) << "more than those";
   for (int p = 0; p < 4; ++p) nearly.fill(p, {{-0.0078125, 1e-9, 1e-9}});
   EXPECT_TRUE(MotionCost(points, nearly.table(), 0).pulls_every_way()) << "they lean";
+}
+
+// Every turn shows there, and shifts along two axes.
+TEST(PullsEveryWay, DoesNotHoldForPlanesAlongOneAxis) {
+  const PointSets points = scattered_points(1, 4, 400, 1.0);
+  for (const kestrane::_LASER_TRIPLE& along :
+       {kestrane::_LASER_TRIPLE{{-0.008, 0, -0.002}}, kestrane::_LASER_TRIPLE{{-0.008, -0.002, 0}},
+        kestrane::_LASER_TRIPLE{{0, -0.002, -0.004}}}) {
+    fast_scene::Standard standard = flat_standard(4);
+    for (int p = 0; p < 4; ++p) standard.fill(p, along);
+    EXPECT_FALSE(MotionCost(points, standard.table(), 0).pulls_every_way());
+  }
 }
 
 TEST(PullsEveryWay, DoesNotHoldWithoutPointsThatHaveACell) {
