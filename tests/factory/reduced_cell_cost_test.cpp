@@ -324,4 +324,105 @@ TEST(ReducedCellCost, LosesNothingOverManyPoints) {
               1e-13);
 }
 
+// ---- tilted cells ------------------------------------------------------------------------------
+
+// Corners about (100, 20, z) at the ends of two vectors, one across the other, added and taken off.
+Cell spanned_cell(const Eigen::Vector3d& first, const Eigen::Vector3d& second, double z = 300.0) {
+  Cell cell;
+  for (int k = 0; k < 4; ++k) {
+    const Eigen::Vector3d corner = Eigen::Vector3d(100.0, 20.0, z) + (k < 2 ? -1.0 : 1.0) * first +
+                                   (k % 2 == 0 ? -1.0 : 1.0) * second;
+    cell.corners.row(k) << kNaN, corner.y(), corner.z();
+    cell.x[static_cast<std::size_t>(k)] = corner.x();
+  }
+  return cell;
+}
+
+// Two directions of a plane whose normal is (2, 1, 2) / 3.
+const Eigen::Vector3d kAlong(1.0, -2.0, 0.0);
+const Eigen::Vector3d kAcross(4.0, 2.0, -5.0);
+const Eigen::Vector3d kUp(2.0, 1.0, 2.0);
+
+bool evaluate_alone(const Cell& cell, double& residual) {
+  const double* const x[] = {&cell.x[0], &cell.x[1], &cell.x[2], &cell.x[3]};
+  return ReducedCellCost(cell.points, cell.corners).Evaluate(x, &residual, nullptr);
+}
+
+// From the sums, and point by point as the corners are nearly on a line; with derivatives and
+// without.
+TEST(ReducedCellCost, IsTheDistanceFromATiltedPlane) {
+  for (const double along : {1.0, 0.125}) {
+    Cell cell = spanned_cell(along * kAlong, kAcross);
+    cell.points = PointMatrix3::Constant(8, 3, kNaN);
+    const double heights[] = {0.75, -1.5, 0.375};
+    double squares = 0.0, sum = 0.0;
+    for (int i = 0; i < 3; ++i) {
+      cell.points.row(3 * i) = (Eigen::Vector3d(100.0, 20.0, 300.0) + (0.5 - i) * kAlong +
+                                0.25 * i * kAcross + heights[i] / 3.0 * kUp)
+                                   .transpose();
+      squares += heights[i] * heights[i];
+      sum += heights[i];
+    }
+    constexpr double kRounding = 1e-11;  // of a normal across a narrow cell
+    const double distance = std::sqrt(squares / 8.0);
+    const double depth = 300.0 / 450.0;
+    const Evaluation result = reduced(cell);
+    ASSERT_TRUE(result.done);
+    EXPECT_NEAR(result.residual, distance * depth, kRounding) << along;
+    const double slope = -sum * (2.0 / 3.0) / 4.0 / (8.0 * distance) * depth;
+    for (const double each : result.slopes) EXPECT_NEAR(each, slope, kRounding) << along;
+    double alone = kUnset;
+    ASSERT_TRUE(evaluate_alone(cell, alone));
+    EXPECT_NEAR(alone, distance * depth, kRounding) << along;
+  }
+}
+
+// Lines whose spread along one axis is as large as along the two others.
+TEST(ReducedCellCost, RefusesALineInAnyDirection) {
+  struct Line {
+    Eigen::Vector3d along, across;
+  };
+  for (const Line& line :
+       {Line{{3, 4, 5}, {4, -3, 0}}, Line{{3, 5, 4}, {4, 0, -3}}, Line{{5, 3, 4}, {0, 4, -3}},
+        Line{{1, 0, 0}, {0, 1, 0}}, Line{{0, 1, 0}, {0, 0, 1}}, Line{{0, 0, 1}, {1, 0, 0}}}) {
+    for (const double size : {1e-2, 1.0, 1e3}) {
+      Cell cell = spanned_cell(size * line.along, 0.01 * size * line.across);
+      cell.points = PointMatrix3::Constant(1, 3, 50.0);
+      EXPECT_FALSE(reduced(cell).done) << line.along.transpose();
+      double alone = kUnset;
+      EXPECT_FALSE(evaluate_alone(cell, alone)) << line.along.transpose();
+      EXPECT_EQ(alone, kUnset);
+    }
+  }
+}
+
+// Sums of 10,000 coordinates far from 0 are off by far more than the distances may be.
+TEST(ReducedCellCost, LosesNothingOverManyPointsOfATiltedPlane) {
+  Cell cell = spanned_cell(2.0 * kAlong, kAcross, 900.0);
+  cell.corners.col(1).array() += 1980.0;
+  cell.points = PointMatrix3(30000, 3);
+  long double squares = 0.0L;
+  long double sum = 0.0L;
+  Random random(55);
+  for (Eigen::Index i = 0; i < 30000; ++i) {
+    const Eigen::Vector3d middle(100.0, 2000.0, 900.0);
+    const Eigen::Vector3d point = middle + random.uniform(-2.0, 2.0) * kAlong +
+                                  random.uniform(-1.0, 1.0) * kAcross +
+                                  0.02 * random.gaussian() * kUp;
+    cell.points.row(i) = point.transpose();
+    if (i % 3 != 0) continue;
+    const long double height =
+        (kUp.cast<long double>().dot((point - middle).cast<long double>())) / 3.0L;
+    squares += height * height;
+    sum += height;
+  }
+  const Evaluation result = reduced(cell);
+  ASSERT_TRUE(result.done);
+  const long double distance = std::sqrt(squares / 30000.0L);
+  constexpr double kRounding = 1e-12;  // of 2000
+  EXPECT_NEAR(result.residual, static_cast<double>(distance * 2.0L), kRounding);
+  EXPECT_NEAR(result.slopes[0], static_cast<double>(-sum / 6.0L / 30000.0L / distance * 2.0L),
+              kRounding);
+}
+
 }  // namespace
