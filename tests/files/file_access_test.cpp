@@ -30,6 +30,30 @@
 #include "tests/files/records_under_test.h"
 #include "tests/files/temporary_folder.h"
 
+namespace {
+
+bool writes_nothing = false;  // and reports no error
+int error_of_close = 0;
+
+}  // namespace
+
+// The linker leads the library's calls to these.
+extern "C" {
+ssize_t __real_write(int descriptor, const void* from, size_t size);
+int __real_close(int descriptor);
+
+ssize_t __wrap_write(int descriptor, const void* from, size_t size) {
+  return writes_nothing ? 0 : __real_write(descriptor, from, size);
+}
+
+int __wrap_close(int descriptor) {
+  const int closed = __real_close(descriptor);  // a descriptor is gone even if its close fails
+  if (error_of_close == 0) return closed;
+  errno = error_of_close;
+  return -1;
+}
+}
+
 namespace kestrane {
 namespace {
 
@@ -474,6 +498,27 @@ TEST_F(FileAccess, TellsWhyBytesCouldNotBeWritten) {
   EXPECT_FALSE(full.is_open());
   OutputFile nowhere(folder_.path("missing/file"));
   EXPECT_EQ(nowhere.finish(), ENOENT);
+}
+
+TEST_F(FileAccess, TellsThatADeviceTakesNoMoreBytes) {
+  OutputFile stuck(folder_.path("stuck"));
+  stuck.put("12", 2);
+  writes_nothing = true;
+  errno = EPERM;
+  EXPECT_EQ(stuck.finish(), ENOSPC);
+  writes_nothing = false;
+}
+
+TEST_F(FileAccess, TellsThatClosingFailedUnlessSomethingHadBefore) {
+  OutputFile late(folder_.path("late"));
+  OutputFile full("/dev/full");
+  late.put("12", 2);
+  full.put("12", 2);
+  error_of_close = EIO;
+  EXPECT_EQ(late.finish(), EIO);
+  EXPECT_EQ(full.finish(), ENOSPC);
+  error_of_close = 0;
+  EXPECT_FALSE(late.is_open());
 }
 
 }  // namespace
