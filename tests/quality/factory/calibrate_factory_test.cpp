@@ -14,6 +14,7 @@
 #include "simulation/host_table.h"
 #include "simulation/scanner.h"
 #include "tests/literal/factory_figures.h"
+#include "tests/quality/factory/device_runs.h"
 #include "tests/support/bits.h"
 
 namespace {
@@ -305,7 +306,8 @@ TEST(CalibrateFactory, ReportsPlanesInOrderOnTheCallingThread) {
 TEST(CalibrateFactory, AddsUpWhatSeveralEnginesHaveDone) {
   simulation::CloudSettings cloud = framed(4000);
   cloud.outlier_share = 0.02;
-  const DeviceCloud device = device_of(12, cloud);
+  DeviceCloud device = device_of(12, cloud);
+  device.clouds[7].clear();
   const auto clouds = kestrane::quality::clouds_of(device.clouds);
   for (const bool screen : {true, false}) {
     FactorySettings settings = plain_settings();
@@ -315,6 +317,7 @@ TEST(CalibrateFactory, AddsUpWhatSeveralEnginesHaveDone) {
     const FactoryResult found = calibrate_factory(ready(engines), clouds, settings);
     EXPECT_TRUE(found.table == expected.table) << screen;
     EXPECT_EQ(found.planes[0].screening.dropped.gross > 0, screen);
+    EXPECT_EQ(found.planes[7].reason, "no points");
     EXPECT_EQ(found.device.points, expected.device.points);
     EXPECT_EQ(found.device.q95, expected.device.q95);
     EXPECT_EQ(found.device.q99, expected.device.q99);
@@ -562,6 +565,24 @@ TEST(FactoryFigures, CountEachResidualOnceInTheSecondLook) {
   expect_equal_figures(result.device, literal::figures(pooled));
 }
 
+TEST(FactoryFigures, LeaveOutPointsOnBlocksWithoutAPlane) {
+  DeviceCloud device = device_of(1, framed());
+  device_runs::tilt_middle(device.clouds[0], 50.0, [](const auto&) { return true; });
+  FactorySettings settings = plain_settings();
+  settings.screen = false;
+  const FactoryResult result = calibrate(device.clouds, settings);
+  ASSERT_EQ(result.refused, "");
+  std::int64_t without = 0;
+  for (const auto& point : device.clouds[0]) {
+    const auto at = result.table.lookup(point.y, point.z);
+    if (at && point.z <= 1000.0 && result.table.is_empty(0, *at)) ++without;
+  }
+  EXPECT_GT(without, 100);
+  EXPECT_EQ(counted(result.histogram), result.device.points);
+  const auto valid = literal::valid_points(scene_of(result, 0, device.clouds[0]));
+  EXPECT_EQ(result.planes[0].valid, static_cast<std::int64_t>(valid.size()));
+}
+
 // A cloud along one line fixes no sheet, and none of its points is gross; the job takes it.
 TEST(FactoryFigures, AreOfAllPointsWhereTheScreeningHasNoSheet) {
   PointList line;
@@ -652,6 +673,46 @@ TEST(Repeatability, IsNotDeterminedWhereOneHalfFails) {
     EXPECT_EQ(result.planes[0].reason, "");
     EXPECT_TRUE(std::isnan(result.planes[0].repeatability)) << thin;
     EXPECT_TRUE(std::isnan(result.planes[0].blocks[7 * 50 + 5].repeatability)) << thin;
+  }
+}
+
+// Three sectors; of those frames that are thinned about the axis, the middle one gets a plane that
+// leaves the blocks beside it none in that half. In the whole the other frames outweigh it.
+TEST(Repeatability, LeavesOutBlocksWithoutAPlaneInAHalf) {
+  simulation::CloudSettings narrow = framed(12000);
+  narrow.fan_low_degrees = -5.9;
+  narrow.fan_high_degrees = 5.9;
+  for (const int tilted : {0, 1}) {
+    SCOPED_TRACE(tilted);
+    DeviceCloud device = device_of(1, narrow);
+    PointList& cloud = device.clouds[0];
+    const auto is_thinned = [&](const auto& point) { return point.id % 2 == tilted; };
+    int middle = 0;
+    cloud.erase(std::remove_if(cloud.begin(), cloud.end(),
+                               [&](const auto& point) {
+                                 return is_thinned(point) && std::abs(point.y) < 0.036 * point.z &&
+                                        middle++ % 9 != 0;
+                               }),
+                cloud.end());
+    device_runs::tilt_middle(cloud, 20.0, is_thinned);
+    std::vector<PointList> halves(2);
+    for (const auto& point : cloud) halves[static_cast<std::size_t>(point.id % 2)].push_back(point);
+    FactorySettings settings;
+    settings.screen = false;
+    const FactoryResult whole = calibrate(device.clouds, settings);
+    settings.repeatability = false;
+    const FactoryResult split = calibrate(halves, settings);
+    int without = 0;
+    for (std::size_t b = 0; b < 750; ++b) {
+      const auto& block = whole.planes[0].blocks[b];
+      if (block.origin != Origin::kMeasured) continue;
+      const auto line = static_cast<std::int32_t>(b / 50);
+      const bool empty = split.table.is_empty(tilted, {line, static_cast<std::int32_t>(b % 50)});
+      EXPECT_EQ(std::isnan(block.repeatability), empty) << b;
+      without += empty ? 1 : 0;
+    }
+    EXPECT_GT(without, 10);
+    EXPECT_TRUE(std::isfinite(whole.planes[0].repeatability));
   }
 }
 

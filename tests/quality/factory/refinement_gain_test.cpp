@@ -11,6 +11,7 @@
 #include "kestrane/quality/findings.h"
 #include "quality/factory/job.h"
 #include "simulation/scanner.h"
+#include "tests/quality/factory/device_runs.h"
 #include "tests/support/bits.h"
 
 namespace {
@@ -115,6 +116,7 @@ double plain_rms(kestrane::KESTRANE_LASER_FAC_CALIB& engine, const PointList& gi
     for (const auto& p : given) {
       if (p.id != frame || !(std::abs(p.x - x_at(refined.cells, p)) <= 4.0 * refined.noise))
         continue;
+      if (std::isnan(x_at(run.cells, p))) continue;
       squares += std::pow(p.x - x_at(run.cells, p), 2);
       count += 1.0;
     }
@@ -215,6 +217,28 @@ TEST_F(MeasureGainOnAStrip, LeavesBlocksOutThatHaveNoRefinedPlane) {
     given.push_back({broken.x, 0.0, 256.0, 1});
     expect_by_hand(given, strip({0, 1}));
   }
+}
+
+// Blocks beside the middle that have no plane in the job's table.
+TEST_F(MeasureGainOnAStrip, LeavesBlocksOutThatTheJobHasNoPlaneFor) {
+  PointList cloud = strip({0, 1}, 400);
+  const PointList middle = cloud;
+  for (const double slope : {-0.07, 0.14}) {
+    PointList beside = middle;
+    for (auto& point : beside) {
+      point.y += slope * point.z;
+      point.x += 0.01 * slope * point.z;
+    }
+    cloud.insert(cloud.end(), beside.begin(), beside.end());
+  }
+  PointList job = cloud;
+  device_runs::tilt_middle(job, 50.0, [](const auto&) { return true; });
+  const JobRun run = run_job(engine_, job, false);
+  const auto is_lost = [&](const auto& p) {
+    return !std::isnan(x_at(refined_.cells, p)) && std::isnan(x_at(run.cells, p));
+  };
+  EXPECT_GT(std::count_if(cloud.begin(), cloud.end(), is_lost), 100);
+  expect_by_hand(cloud, job);
 }
 
 // Frame 1 alone is too little for a sector.

@@ -430,14 +430,63 @@ TEST(CalibrateField, WorksOnARangeThatDoesNotBeginAtTheFirstPlane) {
   EXPECT_LE(field_scene::apart(places, result.motion, scene.motion), 0.05);
 }
 
-TEST(CalibrateField, RefusesPointsThatLieExactlyOnTheTable) {
-  // The job drops every frame whose mean distance is not below one and a half times the mean: all
-  // of them where the mean is 0.
+PlaneTable table_across_the_axis() {
   PlaneTable table(1);
-  PointList list;
   for (std::int32_t j = 0; j < 15; ++j) {
     for (std::int32_t k = 0; k < 50; ++k) table.cell(0, {j, k}) = {{-0.0078125, 0, 0}};
   }
+  return table;
+}
+
+// Four frames of 60 points each, off x = 128 by steps of `error`.
+PointList points_across_the_axis(double offset, double error) {
+  PointList list;
+  for (std::int32_t f = 0; f < 4; ++f) {
+    for (int i = 0; i < 60; ++i) {
+      const double y = -100.0 + 200.0 * (i * 37 % 60) / 60 + 0.1 * f;
+      const double z = 240.0 + 80.0 * (i * 53 % 60) / 60 + 0.5 * f;
+      list.push_back({128.0 + offset + error * (i % 3 - 1), y, z, f});
+    }
+  }
+  return list;
+}
+
+// One flat sheet leaves three directions free: of many measurements of it there is one along whose
+// valley the job's solver gets lost.
+TEST(CalibrateField, RefusesAMotionThatTheJobsSolverDoesNotFind) {
+  const PlaneTable table = table_across_the_axis();
+  kestrane::KESTRANE_LASER_FAST_CALIB engine;
+  ASSERT_EQ(engine.init(), KESTRANE_OK);
+  for (int n = 0; n < 200; ++n) {
+    const PointList list = points_across_the_axis(0.02 * (n % 3), 0.01 * (n + 10));
+    const FieldResult result = calibrate_field(engine, table, {list});
+    if (result.refused.empty()) continue;
+    EXPECT_EQ(result.refused, "the job's solver found no motion (status " +
+                                  std::to_string(KESTRANE_ERR_SOLVE_FAILED) + ")");
+    EXPECT_TRUE(result.directions.empty());
+    EXPECT_EQ(result.frame_clusters, 0);
+    EXPECT_EQ(result.used.after(FieldStage::kScreened).points, 240);
+    EXPECT_EQ(result.used.after(FieldStage::kFrameFilter).points, 0);
+    return;
+  }
+  ADD_FAILURE() << "the solver found all motions";
+}
+
+TEST(CalibrateField, RefusesPointsThatNoMotionBringsNearTheTable) {
+  const FieldResult result =
+      calibrate_field(table_across_the_axis(), {points_across_the_axis(1e50, 1e48)});
+  EXPECT_EQ(result.refused,
+            "no point lies within 1.5 of the table after the motion that the job found");
+  EXPECT_EQ(result.used.after(FieldStage::kFrameFilter).points, 240);
+  EXPECT_EQ(result.used.after(FieldStage::kUsed).points, 0);
+  EXPECT_TRUE(result.directions.empty());
+}
+
+TEST(CalibrateField, RefusesPointsThatLieExactlyOnTheTable) {
+  // The job drops every frame whose mean distance is not below one and a half times the mean: all
+  // of them where the mean is 0.
+  const PlaneTable table = table_across_the_axis();
+  PointList list;
   for (int i = 0; i < 400; ++i) list.push_back({128.0, i % 20 - 10.0, 240.0 + i / 20, i / 40});
   const FieldResult result = calibrate_field(table, {list});
   EXPECT_NE(result.refused.find("frame"), std::string::npos) << result.refused;
