@@ -246,6 +246,22 @@ TEST(MotionFigures, SigmaOfAMeanOfFrameErrorsIsTheClosedForm) {
   EXPECT_NEAR(figures.residual, std::sqrt(squares_sum / 10.0), 1e-12);
 }
 
+// The same with 9 frames and 37 points, one of them without an error and in the middle: the sums of
+// the frames are 4 e, and the mean has a weight of 1 / 37.
+TEST(MotionFigures, SigmaHasTheClosedFormOfOddNumbersToo) {
+  const std::vector<double> errors = {0.3, -0.1, 0.2, -0.4, 0.1, 0.1, -0.2, 0.1, -0.1};
+  double squares_sum = 0.0;
+  for (const double error : errors) squares_sum += error * error;
+  UsedPoints used = squares(errors);
+  used.points.push_back({{100.0, 0.0, 300.0}, used.points[0].sheet, 0, 0});
+  const MotionFigures figures = motion_figures(used, {});
+  for (const DirectionFigures& direction : figures.directions) {
+    if (direction_words(direction.vector) != "shift along x") continue;
+    EXPECT_NEAR(direction.sigma, std::sqrt(16.0 * squares_sum * 9.0 / 3.0) / 37.0, 1e-6);
+  }
+  EXPECT_NEAR(figures.residual, std::sqrt(4.0 * squares_sum / 37.0), 1e-12);
+}
+
 // Planes count as clusters from eight on: with all frames of a plane erring alike, frames pretend
 // to more knowledge than there is.
 TEST(MotionFigures, PlanesAreClustersFromEightOn) {
@@ -418,6 +434,9 @@ TEST(MotionFrame, HasTheCentreAndTheMeanDistance) {
   const MotionFrame frame = motion_frame({{1, 0, 300}, {1, 6, 300}, {1, 3, 296}, {1, 3, 304}});
   EXPECT_LE((frame.centre - Vector3d(1, 3, 300)).norm(), 1e-12);
   EXPECT_NEAR(frame.length, std::sqrt(12.5), 1e-12);
+  const MotionFrame odd =
+      motion_frame({{1, 0, 300}, {1, 6, 300}, {1, 3, 296}, {1, 3, 304}, {1, 3, 300}});
+  EXPECT_NEAR(odd.length, std::sqrt(10.0), 1e-12);
 }
 
 TEST(MotionFrame, CountsInUnitsOf1WherePointsHaveNoExtent) {
