@@ -37,6 +37,14 @@ std::size_t cell_index(std::int32_t plane, Block at) {
   return index_of(plane) * kRowCells + index_of(at.line * PlaneTable::kCells + at.cell);
 }
 
+// The cell of (y, z); null outside the fan and where the cell has no plane.
+const _LASER_TRIPLE* find_plane(const PlaneTable& table, std::int32_t plane, double y, double z) {
+  const std::optional<Block> at = table.lookup(y, z);
+  if (!at) return nullptr;
+  const _LASER_TRIPLE& abc = table.cell(plane, *at);
+  return has_plane(abc) ? &abc : nullptr;
+}
+
 bool same_bits(double a, double b) {
   return (std::isnan(a) && std::isnan(b)) ||
          std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
@@ -200,18 +208,14 @@ std::optional<Block> PlaneTable::lookup(double y, double z) const {
 
 double PlaneTable::x_at(std::int32_t plane, double y, double z) const {
   require_plane(*this, plane);
-  const std::optional<Block> at = lookup(y, z);
-  if (!at) return kNothing;
-  const _LASER_TRIPLE& abc = cells_[cell_index(plane, *at)];
-  return has_plane(abc) ? plane_x(abc, y, z) : kNothing;
+  const _LASER_TRIPLE* const abc = find_plane(*this, plane, y, z);
+  return abc != nullptr ? plane_x(*abc, y, z) : kNothing;
 }
 
 double PlaneTable::distance(std::int32_t plane, const Point& point) const {
   require_plane(*this, plane);
-  const std::optional<Block> at = lookup(point.y, point.z);
-  if (!at) return kNothing;
-  const _LASER_TRIPLE& abc = cells_[cell_index(plane, *at)];
-  return has_plane(abc) ? signed_distance(abc, point.x, point.y, point.z) : kNothing;
+  const _LASER_TRIPLE* const abc = find_plane(*this, plane, point.y, point.z);
+  return abc != nullptr ? signed_distance(*abc, point.x, point.y, point.z) : kNothing;
 }
 
 FanPlace PlaneTable::block_middle(Block at) const {
