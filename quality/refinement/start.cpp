@@ -54,10 +54,11 @@ std::vector<double> errors_left_out(const std::vector<Sums>& groups, const Sums&
 }
 
 // Whether the quadratic predicts frames that were left out significantly better than the plane,
-// over the samples near either.
+// over the samples near either. One that is null predicts nothing.
 bool frames_support(const Samples& samples, const std::vector<std::uint8_t>& taken,
-                    const FittedSheet& plane, const FittedSheet& quadratic,
+                    const FittedSheet& plane, const FittedSheet* quadratic,
                     const RefinementSettings& settings) {
+  if (quadratic == nullptr) return false;
   std::vector<std::int32_t> rank(taken.size(), -1);
   std::int32_t frames = 0;
   for (std::size_t f = 0; f < taken.size(); ++f)
@@ -66,14 +67,14 @@ bool frames_support(const Samples& samples, const std::vector<std::uint8_t>& tak
   if (count < kFewestFrames) return false;
   std::vector<Sums> groups(count);
   Sums all;
-  const Sheet& sheet = quadratic.sheet;
+  const Sheet& sheet = quadratic->sheet;
   for (const Sample& s : samples.points) {
     const std::int32_t r = rank[static_cast<std::size_t>(s.frame)];
     if (r < 0) continue;
     const double from_plane = s.x - plane.sheet.at(s.y, s.z);
     const double from_quadratic = s.x - sheet.at(s.y, s.z);
     if (std::abs(from_plane) > settings.cut * plane.scale &&
-        std::abs(from_quadratic) > settings.cut * quadratic.scale)
+        std::abs(from_quadratic) > settings.cut * quadratic->scale)
       continue;
     const double v = (s.y - sheet.y0) / sheet.ys;
     const double w = (s.z - sheet.z0) / sheet.zs;
@@ -87,13 +88,13 @@ bool frames_support(const Samples& samples, const std::vector<std::uint8_t>& tak
 }
 
 std::vector<std::uint8_t> check_frames(const Samples& samples, const FittedSheet& plane,
-                                       const std::optional<FittedSheet>& quadratic, double cut) {
+                                       const FittedSheet* quadratic, double cut) {
   const std::size_t frames = samples.frames.size();
   std::vector<double> scratch;
   FrameMedians medians = frame_medians(
       samples.points, residuals_against(samples.points, plane.sheet), frames, scratch);
   double scale = plane.scale;
-  if (quadratic) {
+  if (quadratic != nullptr) {
     FrameMedians other = frame_medians(
         samples.points, residuals_against(samples.points, quadratic->sheet), frames, scratch);
     if (other.spread < medians.spread) {
@@ -102,6 +103,11 @@ std::vector<std::uint8_t> check_frames(const Samples& samples, const FittedSheet
     }
   }
   return taken_frames(medians, scale, cut);
+}
+
+// Null where there is none.
+const FittedSheet* found(const std::optional<FittedSheet>& sheet) {
+  return sheet ? &*sheet : nullptr;
 }
 
 }  // namespace
@@ -124,15 +130,16 @@ std::optional<Start> robust_start(const Samples& samples, const Spread& spread,
   if (quadratic) quadratic = improve(points, all, *quadratic, Weighting::kHuber);
 
   Start start;
-  start.taken = check_frames(samples, *plane, quadratic, settings.frame_cut);
+  start.taken = check_frames(samples, *plane, found(quadratic), settings.frame_cut);
   plane = improve(points, start.taken, *plane, Weighting::kTukey);
   if (!plane) return std::nullopt;
   if (quadratic) quadratic = improve(points, start.taken, *quadratic, Weighting::kTukey);
 
   start.plane = plane->sheet;
-  const bool bent = quadratic && frames_support(samples, start.taken, *plane, *quadratic, settings);
-  start.residuals = residuals_against(points, bent ? quadratic->sheet : plane->sheet);
-  start.scale = bent ? quadratic->scale : plane->scale;
+  const bool bent = frames_support(samples, start.taken, *plane, found(quadratic), settings);
+  const FittedSheet& nearer = bent ? *quadratic : *plane;
+  start.residuals = residuals_against(points, nearer.sheet);
+  start.scale = nearer.scale;
   return start;
 }
 
