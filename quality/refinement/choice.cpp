@@ -79,34 +79,12 @@ double mean_of(const Squares& squares) {
                            : std::numeric_limits<double>::quiet_NaN();
 }
 
-// Groups evenly spread, at most kScouts.
-std::vector<std::size_t> scouts_of(std::size_t groups) {
-  const std::size_t step = (groups + kScouts - 1) / kScouts;
-  std::vector<std::size_t> scouts;
-  for (std::size_t g = 0; g < groups; g += step) scouts.push_back(g);
-  return scouts;
-}
-
-// By how many standard errors `other` predicts the scouted groups better than `held`.
-double advantage(const Candidate& held, const Candidate& other,
-                 const std::vector<std::size_t>& scouts) {
-  const auto n = static_cast<double>(scouts.size());
-  double mean = 0.0;
-  for (const std::size_t g : scouts) mean += (held.errors[g] - other.errors[g]) / n;
-  double squares = 0.0;
-  for (const std::size_t g : scouts) {
-    const double d = (held.errors[g] - other.errors[g]) - mean;
-    squares += d * d;
-  }
-  return mean / std::sqrt(squares / (n - 1.0) / n);
-}
-
 // Whether some simpler candidate predicts the scouted groups about as well: then this one has
 // nothing to win. The plane is never beaten, everything is measured against it.
 bool is_beaten(const Candidate& candidate, const std::vector<Candidate>& simpler,
                const std::vector<std::size_t>& scouts) {
   return std::any_of(simpler.begin(), simpler.end(), [&](const Candidate& held) {
-    return !(advantage(held, candidate, scouts) > kScoutAdvantage);
+    return !(advantage(held.errors, candidate.errors, scouts) > kScoutAdvantage);
   });
 }
 
@@ -116,7 +94,7 @@ bool is_passed(std::size_t at, const std::vector<Candidate>& tried,
   return at > 0 && std::any_of(tried.begin() + static_cast<std::ptrdiff_t>(at), tried.end(),
                                [&](const Candidate& later) {
                                  return !later.beaten &&
-                                        advantage(tried[at], later, scouts) > kPassed;
+                                        advantage(tried[at].errors, later.errors, scouts) > kPassed;
                                });
 }
 
@@ -160,6 +138,26 @@ void complete(Validation& validation, const BandedMatrix (&penalties)[2],
 }  // namespace
 
 double caution(std::size_t groups) { return groups <= 5 ? 1.3 : groups <= 10 ? 1.1 : 1.0; }
+
+std::vector<std::size_t> scouts_of(std::size_t groups) {
+  const std::size_t step = (groups + kScouts - 1) / kScouts;
+  std::vector<std::size_t> scouts;
+  for (std::size_t g = 0; g < groups; g += step) scouts.push_back(g);
+  return scouts;
+}
+
+double advantage(const std::vector<double>& held, const std::vector<double>& other,
+                 const std::vector<std::size_t>& scouts) {
+  const auto n = static_cast<double>(scouts.size());
+  double mean = 0.0;
+  for (const std::size_t g : scouts) mean += (held[g] - other[g]) / n;
+  double squares = 0.0;
+  for (const std::size_t g : scouts) {
+    const double d = (held[g] - other[g]) - mean;
+    squares += d * d;
+  }
+  return mean / std::sqrt(squares / (n - 1.0) / n);
+}
 
 bool is_significantly_better(const std::vector<double>& held, const std::vector<double>& other,
                              double significance) {

@@ -10,7 +10,7 @@
 // pass for shape.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <vector>
 
 #include "quality/refinement/problem.h"
@@ -36,6 +36,14 @@ Damping choose_damping(const Problem& problem, const NormalEquations& all, const
 
 // What `significance` is multiplied by where there are few groups to judge by.
 double caution(std::size_t groups);
+
+// Groups evenly spread, at most 5: every candidate is tried on these first.
+std::vector<std::size_t> scouts_of(std::size_t groups);
+
+// By how many standard errors the second list of mean squared errors lies below the first, over the
+// scouted groups.
+double advantage(const std::vector<double>& held, const std::vector<double>& other,
+                 const std::vector<std::size_t>& scouts);
 
 // Whether the second list of mean squared errors, one per group, lies significantly below the
 // first: in the mean, and the roots of the errors by `significance` standard errors. Roots, since
