@@ -10,14 +10,12 @@
 
 #include "quality/refinement/penalty.h"
 #include "quality/refinement/validation.h"
-#include "tests/quality/refinement/dense.h"
 #include "tests/quality/refinement/small_problem.h"
 
 namespace {
 
 using namespace kestrane::quality::refinement;
 using quality_tests::bent;
-using quality_tests::dense;
 using quality_tests::SmallProblem;
 
 using Errors = std::vector<double>;
@@ -82,6 +80,23 @@ TEST(SignificantlyBetter, IsNothingWhereAnErrorIsUnknown) {
   EXPECT_FALSE(is_significantly_better(other, Errors(5, 0.01), 1.0));
 }
 
+TEST(Scouts, AreEvenlySpreadAndAtMostFive) {
+  using Groups = std::vector<std::size_t>;
+  EXPECT_EQ(scouts_of(5), (Groups{0, 1, 2, 3, 4}));
+  EXPECT_EQ(scouts_of(6), (Groups{0, 2, 4}));
+  EXPECT_EQ(scouts_of(10), (Groups{0, 2, 4, 6, 8}));
+  EXPECT_EQ(scouts_of(11), (Groups{0, 3, 6, 9}));
+  EXPECT_EQ(scouts_of(20), (Groups{0, 4, 8, 12, 16}));
+}
+
+// Differences 1, 3 and 2: mean 2, deviation 1, so a standard error of 1 / sqrt 3.
+TEST(Advantage, CountsStandardErrorsOfTheScoutedGroups) {
+  const Errors held = {5.0, 99.0, 6.0, 7.0}, other = {4.0, 0.0, 3.0, 5.0};
+  EXPECT_NEAR(advantage(held, other, {0, 2, 3}), 2.0 * std::sqrt(3.0), 1e-14);
+  EXPECT_NEAR(advantage(other, held, {0, 2, 3}), -2.0 * std::sqrt(3.0), 1e-14);
+  EXPECT_NEAR(advantage(held, other, {0, 2}), 2.0, 1e-14);  // 1 and 3: deviation sqrt 2
+}
+
 // --- the choice ------------------------------------------------------------------------------
 
 struct Tried {
@@ -103,8 +118,7 @@ std::vector<Tried> plain_candidates(const NormalEquations& all,
       BandedMatrix factor;
       std::vector<double> values;
       if (!solve_damped(all, nullptr, s, lambda, factor, values)) continue;
-      const Eigen::MatrixXd a = dense(all.matrix);
-      const double degrees = (a + lambda * dense(s)).ldlt().solve(a).trace();
+      const double degrees = trace_of_product(invert(factor), all.matrix);
       queues[order - 2].push_back({{order, lambda}, degrees, {}, false});
     }
   }
@@ -121,11 +135,15 @@ std::vector<Tried> plain_candidates(const NormalEquations& all,
 
 class PlainChoice {
  public:
-  PlainChoice(const SmallProblem& scene, std::int32_t folds)
+  using Change = void (*)(NormalEquations& all, BandedMatrix (&penalties)[2]);
+
+  PlainChoice(const SmallProblem& scene, std::int32_t folds, Change change = nullptr)
       : problem_(scene.problem()),
         all_(equations_of(problem_)),
         groups_(group_frames(problem_, scene.samples.frames.size(), folds)),
-        penalties_{penalty(scene.nodes, scene.active, 2), penalty(scene.nodes, scene.active, 3)} {
+        penalties_{penalty(scene.nodes, scene.active, 2), penalty(scene.nodes, scene.active, 3)},
+        validation_(problem_, all_, groups_) {
+    if (change != nullptr) change(all_, penalties_);
     const std::size_t count = groups_.members.size();
     const std::size_t step = (count + 4) / 5;
     for (std::size_t g = 0; g < count; g += step) scouts_.push_back(g);
@@ -151,21 +169,14 @@ class PlainChoice {
   }
 
  private:
-  double error(const Tried& tried, std::size_t group) const {
-    Validation validation(problem_, all_, groups_);
+  double error(const Tried& tried, std::size_t group) {
     const Squares squares =
-        validation.errors_of(group, validation.equations_of_group(group),
-                             penalties_[tried.damping.order - 2], tried.damping.lambda);
+        validation_.errors_of(group, validation_.equations_of_group(group),
+                              penalties_[tried.damping.order - 2], tried.damping.lambda);
     return squares.sum / static_cast<double>(squares.count);
   }
-  // Student's t of the scouted groups.
-  double advantage(const Tried& held, const Tried& other) const {
-    const auto n = static_cast<double>(scouts_.size());
-    double mean = 0.0, squares = 0.0;
-    for (const std::size_t g : scouts_) mean += (held.errors[g] - other.errors[g]) / n;
-    for (const std::size_t g : scouts_)
-      squares += std::pow(held.errors[g] - other.errors[g] - mean, 2);
-    return mean / std::sqrt(squares / (n - 1.0) / n);
+  double gain(const Tried& held, const Tried& other) const {
+    return advantage(held.errors, other.errors, scouts_);
   }
   void choose_scouted() {
     std::vector<Tried> tried;
@@ -175,14 +186,14 @@ class PlainChoice {
       next.errors.assign(groups_.members.size(), std::numeric_limits<double>::quiet_NaN());
       for (const std::size_t g : scouts_) next.errors[g] = error(next, g);
       for (const Tried& simpler : tried)
-        if (!(advantage(simpler, next) > 1.0)) next.beaten = true;
+        if (!(gain(simpler, next) > 1.0)) next.beaten = true;
       beaten = next.beaten ? beaten + 1 : 0;
       tried.push_back(next);
     }
     for (std::size_t n = 0; n < tried.size(); ++n) {
       bool passed = false;
       for (std::size_t later = n; later < tried.size(); ++later)
-        passed = passed || (!tried[later].beaten && advantage(tried[n], tried[later]) > 5.0);
+        passed = passed || (!tried[later].beaten && gain(tried[n], tried[later]) > 5.0);
       if (!tried[n].beaten && !(passed && n > 0)) worth_.push_back(tried[n]);
     }
     for (Tried& candidate : worth_)
@@ -194,6 +205,7 @@ class PlainChoice {
   NormalEquations all_;
   Groups groups_;
   BandedMatrix penalties_[2];
+  Validation validation_;
   std::vector<std::size_t> scouts_;
   std::vector<Tried> worth_;
 };
@@ -207,17 +219,34 @@ TEST(ChooseDamping, TakesTheSimplestSurfaceThatTheFramesSupport) {
     SmallProblem::Settings settings;
     double (*surface)(double, double);
     std::int32_t folds;
+    PlainChoice::Change change = nullptr;
+  };
+  const PlainChoice::Change no_second = [](NormalEquations&, BandedMatrix(&penalties)[2]) {
+    penalties[0].row(20)[0] = -1e9;
+  };
+  const PlainChoice::Change no_third = [](NormalEquations&, BandedMatrix(&penalties)[2]) {
+    penalties[1].row(20)[0] = -1e9;
+  };
+  // The freer ones have no factor, or those that damp more.
+  const PlainChoice::Change stiff = [](NormalEquations& all, BandedMatrix(&)[2]) {
+    all.matrix.row(20)[0] -= 100.0;
+  };
+  const PlainChoice::Change soft = [](NormalEquations&, BandedMatrix(&penalties)[2]) {
+    penalties[0].row(0)[0] -= 10.0;
+    penalties[1].row(41)[0] -= 1e4;
   };
   const Case cases[] = {
-      {{240, 7, 0.05, 0.0, 1}, flat, 20},     {{240, 7, 0.05, 0.0, 2}, bent, 20},
-      {{300, 12, 0.02, 0.0, 3}, rippled, 20}, {{300, 12, 0.3, 0.0, 4}, bent, 20},
-      {{300, 16, 0.05, 0.1, 5}, bent, 11},    {{300, 6, 0.01, 0.02, 6}, rippled, 5},
-      {{400, 25, 0.1, 0.05, 7}, rippled, 20}};
+      {{240, 7, 0.05, 0.0, 1}, flat, 20},          {{240, 7, 0.05, 0.0, 2}, bent, 20},
+      {{300, 12, 0.02, 0.0, 3}, rippled, 20},      {{300, 12, 0.3, 0.0, 4}, bent, 20},
+      {{300, 16, 0.05, 0.1, 5}, bent, 11},         {{300, 6, 0.01, 0.02, 6}, rippled, 5},
+      {{400, 25, 0.1, 0.05, 7}, rippled, 20},      {{240, 7, 0.02, 0.0, 8}, bent, 7, no_second},
+      {{240, 7, 0.02, 0.0, 9}, bent, 7, no_third}, {{240, 7, 0.02, 0.0, 10}, rippled, 7, stiff},
+      {{240, 7, 0.02, 0.0, 11}, rippled, 7, soft}};
   std::set<std::pair<int, double>> seen;
   for (const Case& c : cases) {
     const SmallProblem scene(c.settings, c.surface);
-    const PlainChoice plain(scene, c.folds);
-    std::vector<double> significances = {1e-3, 1.0, 2.5, 10.0, 1e9};
+    const PlainChoice plain(scene, c.folds, c.change);
+    std::vector<double> significances = {1e-3, 1.0, 2.5, 10.0, 20.0, 40.0, 1e9};
     for (const double edge : plain.edges())
       for (const double side : {1.0 - 1e-5, 1.0 + 1e-5})
         if (edge > 0.0) significances.push_back(edge * side);
@@ -230,6 +259,15 @@ TEST(ChooseDamping, TakesTheSimplestSurfaceThatTheFramesSupport) {
     }
   }
   EXPECT_GE(seen.size(), 4U);
+}
+
+TEST(ChooseDamping, KeepsAPlaneWhereNoSystemHasAFactor) {
+  const SmallProblem scene({240, 12, 0.001}, rippled);
+  const PlainChoice plain(scene, 12, [](NormalEquations& all, BandedMatrix(&)[2]) {
+    all.matrix.row(20)[0] = std::numeric_limits<double>::quiet_NaN();
+  });
+  EXPECT_EQ(plain.chosen(1e-3).order, 2);
+  EXPECT_EQ(plain.chosen(1e-3).lambda, 1e5);
 }
 
 TEST(ChooseDamping, KeepsAPlaneWithFewerThanFiveGroups) {

@@ -85,6 +85,10 @@ TEST(UsableSamples, KnowTheBlockOfTheTableThatTheyLieIn) {
   EXPECT_EQ(at_share(15.01, 700.0, 20), -1);  // beyond the last block
   EXPECT_EQ(at_share(7.5, 130.0, 0), 50 * 7);
   EXPECT_EQ(at_share(7.5, 1500.0, 49), -1);
+  EXPECT_EQ(at_share(-0.9, 176.0, 0), 0);
+  EXPECT_EQ(at_share(-1.1, 176.0, 0), -1);  // as far from the first one
+  EXPECT_EQ(at_share(7.5, std::nextafter(123.0, 150.0), 0), 50 * 7);
+  EXPECT_EQ(at_share(7.5, 123.0, 0), -1);
 }
 
 TEST(UsableSamples, StandInOneOrderAndByTheirFramesRank) {

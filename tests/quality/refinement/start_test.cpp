@@ -29,19 +29,22 @@ struct Cloud {
   std::uint64_t seed;
 };
 
-// On a sheet bowed both ways; every 23rd point lies off, and of ten frames or more the fourth.
-Samples samples_of(const Cloud& cloud) {
+// On a sheet bowed both ways; every 23rd point lies off, and of ten frames or more the fourth, by
+// no more than its points scatter. Frames lie anywhere or are lines at one depth each.
+Samples samples_of(const Cloud& cloud, bool lines = false) {
   simulation::Random random(cloud.seed);
   Samples samples;
   for (int f = 0; f < cloud.frames; ++f) samples.frames.push_back(10 * f);
   for (int n = 0; n < cloud.samples; ++n) {
-    const double y = random.uniform(-80.0, 120.0), z = random.uniform(200.0, 700.0);
-    const double v = y / 100.0, w = (z - 450.0) / 100.0;
     const int frame = n % cloud.frames;
+    const double y = random.uniform(-80.0, 120.0);
+    const double anywhere = random.uniform(200.0, 700.0);
+    const double z = lines ? 200.0 + 500.0 * frame / cloud.frames : anywhere;
+    const double v = y / 100.0, w = (z - 450.0) / 100.0;
     double x = 118.0 + 2.0 * v - 20.0 * w + cloud.bow * (v * v - 0.5 * v * w + 0.3 * w * w) +
                cloud.noise * random.gaussian();
     if (n % 23 == 7) x += random.uniform(-6.0, 6.0) * cloud.noise;
-    if (cloud.frames >= 10 && frame == 3) x += 30.0 * cloud.noise;
+    if (cloud.frames >= 10 && frame == 3) x += 2.0 * cloud.noise;
     samples.points.push_back({x, y, z, frame, 0, 0});
   }
   return samples;
@@ -170,6 +173,42 @@ TEST(RobustStart, TakesTheQuadraticWhereFramesSupportIt) {
       EXPECT_EQ(expected.taken[3], cloud.frames >= 10 ? 0 : 1);
     }
   }
+}
+
+// Frames that are lines: against a plane a bow scatters them all, against a quadratic one that is
+// off bends it.
+TEST(RobustStart, ChecksFramesAgainstTheSheetAboutWhichTheyScatterLess) {
+  int by_quadratic = 0, by_plane = 0;
+  for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+    Samples samples = samples_of({300, 10, seed % 2 == 0 ? 0.0 : 1.0, 0.1, seed}, true);
+    if (seed % 2 == 0) {  // errors that all points of a frame share, one of them large
+      simulation::Random random(100 + seed);
+      std::vector<double> offsets(10);
+      for (double& offset : offsets) offset = 0.05 * random.gaussian();
+      offsets[seed % 10] += 0.5;
+      for (Sample& s : samples.points) s.x += offsets[static_cast<std::size_t>(s.frame)];
+    }
+    const Spread spread = spread_of(samples.points);
+    const Taken all(10, 1);
+    std::vector<double> scratch;
+    FrameMedians medians[2];
+    Taken taken[2];
+    for (const int n : {0, 1}) {
+      const auto fitted =
+          improve(samples.points, all, *absolute_fit(samples.points, all, spread, n == 0 ? 3 : 6),
+                  Weighting::kHuber);
+      medians[n] = frame_medians(samples.points, residuals_against(samples.points, fitted->sheet),
+                                 10, scratch);
+      taken[n] = taken_frames(medians[n], fitted->scale, 5.0);
+    }
+    const int nearer = medians[1].spread < medians[0].spread ? 1 : 0;
+    if (taken[0] != taken[1]) ++(nearer == 1 ? by_quadratic : by_plane);
+    const auto start = robust_start(samples, spread, {});
+    ASSERT_TRUE(start);
+    EXPECT_EQ(start->taken, taken[nearer]) << seed;
+  }
+  EXPECT_GT(by_quadratic, 0);
+  EXPECT_GT(by_plane, 0);
 }
 
 TEST(RobustStart, TakesThePlaneWhereFramesAreFewerThanFive) {
