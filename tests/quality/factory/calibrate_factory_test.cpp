@@ -567,7 +567,7 @@ TEST(FactoryFigures, CountEachResidualOnceInTheSecondLook) {
 
 TEST(FactoryFigures, LeaveOutPointsOnBlocksWithoutAPlane) {
   DeviceCloud device = device_of(1, framed());
-  device_runs::tilt_middle(device.clouds[0], 50.0, [](const auto&) { return true; });
+  device_runs::tilt_middle(device.clouds[0], [](const auto&) { return true; });
   FactorySettings settings = plain_settings();
   settings.screen = false;
   const FactoryResult result = calibrate(device.clouds, settings);
@@ -694,7 +694,7 @@ TEST(Repeatability, LeavesOutBlocksWithoutAPlaneInAHalf) {
                                         middle++ % 9 != 0;
                                }),
                 cloud.end());
-    device_runs::tilt_middle(cloud, 20.0, is_thinned);
+    device_runs::tilt_middle(cloud, is_thinned);
     std::vector<PointList> halves(2);
     for (const auto& point : cloud) halves[static_cast<std::size_t>(point.id % 2)].push_back(point);
     FactorySettings settings;

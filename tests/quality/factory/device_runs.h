@@ -34,16 +34,15 @@ inline std::vector<PointList> clouds_of_device(int planes, double bow, std::uint
 }
 
 // Puts a cloud's points about the axis, of the frames that `is_tilted` takes, on a plane across the
-// depth: z rises by the last digit of 256 where x rises by `step`. Its corners lie beyond 1e17 for
-// a step of 50, and the blocks between them and others have no part in x left, so that they have no
-// plane; for a step of 5 a part is left that cannot be told from zero.
+// depth: z rises by the last digit of 256 where x rises by 20. The corners of its sector lie as far
+// as 1e17 off, and the blocks between them and others have no part in x left: they have no plane.
 template <class IsTilted>
-void tilt_middle(PointList& cloud, double step, const IsTilted& is_tilted) {
+void tilt_middle(PointList& cloud, const IsTilted& is_tilted) {
   int n = 0;
   for (auto& point : cloud) {
     if (!(std::abs(point.y) < 0.036 * point.z) || !is_tilted(point)) continue;
     const int steps = (n * 37) % 101 - 50;
-    point.x = 100.0 + step * steps;
+    point.x = 100.0 + 20.0 * steps;
     point.y = ((n * 53) % 97 - 48) / 6.0;
     point.z = 256.0 + std::ldexp(steps, -44);
     ++n;

@@ -232,7 +232,7 @@ TEST_F(MeasureGainOnAStrip, LeavesBlocksOutThatTheJobHasNoPlaneFor) {
     cloud.insert(cloud.end(), beside.begin(), beside.end());
   }
   PointList job = cloud;
-  device_runs::tilt_middle(job, 50.0, [](const auto&) { return true; });
+  device_runs::tilt_middle(job, [](const auto&) { return true; });
   const JobRun run = run_job(engine_, job, false);
   const auto is_lost = [&](const auto& p) {
     return !std::isnan(x_at(refined_.cells, p)) && std::isnan(x_at(run.cells, p));
