@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
 #include <utility>
 
 #include "quality/cells.h"
@@ -65,9 +66,10 @@ OwnSectors sectors_with_points(CellsOfPlane indicators) {
   OwnSectors own{};
   for (std::int32_t j = 0; j < kBlocks.lines; ++j) {
     const CellsOfPlane line = indicators.subspan(block_index(j, 0), 50);
-    own[static_cast<std::size_t>(j)] = std::any_of(line.begin(), line.end(), [](const auto& cell) {
-      return cell.v[0] != 0.0 || cell.v[1] != 0.0 || cell.v[2] != 0.0;
-    });
+    bool& is_own = own[static_cast<std::size_t>(j)];
+    for (const _LASER_TRIPLE& cell : line) {
+      is_own = is_own || cell.v[0] != 0.0 || cell.v[1] != 0.0 || cell.v[2] != 0.0;
+    }
   }
   return own;
 }
@@ -111,7 +113,7 @@ BlocksInVolume::BlocksInVolume(const PlaneTable& table, const WorkingVolume& vol
 double BlocksInVolume::share(const std::vector<Origin>& origins, Origin wanted) const {
   const auto count = std::count_if(blocks_.begin(), blocks_.end(),
                                    [&](std::uint16_t b) { return origins[b] == wanted; });
-  return static_cast<double>(count) / static_cast<double>(blocks_.size());
+  return static_cast<double>(count) / static_cast<double>(std::ssize(blocks_));
 }
 
 }  // namespace kestrane::quality

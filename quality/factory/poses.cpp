@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
 
 #include "quality/factory/grouping.h"
 #include "quality/factory/order_statistics.h"
@@ -41,7 +42,7 @@ class FrameScatter {
     for (std::size_t f = 0; f < means_.size(); ++f) {
       squares += counts_[f] * (means_[f] - mean) * (means_[f] - mean);
     }
-    const double points_per_frame = points_ / static_cast<double>(means_.size());
+    const double points_per_frame = points_ / static_cast<double>(std::ssize(means_));
     return std::max(0.0, squares / points_ - within_variance() / points_per_frame);
   }
 

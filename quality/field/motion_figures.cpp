@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 #include "quality/field/direction_words.h"
@@ -48,7 +49,7 @@ Sums sum_up(const UsedPoints& used, const RigidMotion& motion, const Eigen::Matr
 Matrix6 cluster_covariance(const Matrix6& inverse, const std::vector<Vector6>& clusters) {
   Matrix6 scatter = Matrix6::Zero();
   for (const Vector6& cluster : clusters) scatter += cluster * cluster.transpose();
-  const auto count = static_cast<double>(clusters.size());
+  const auto count = static_cast<double>(std::ssize(clusters));
   return inverse * scatter * inverse * (count / (count - kUnknowns));
 }
 
@@ -111,7 +112,7 @@ MotionFigures figures_at(const UsedPoints& used, const RigidMotion& motion,
   figures.frame = frame;
   figures.observed = spectrum.projector();
   figures.covariance = covariance_of(spectrum, sums);
-  figures.residual = std::sqrt(sums.squares / static_cast<double>(used.points.size()));
+  figures.residual = std::sqrt(sums.squares / static_cast<double>(std::ssize(used.points)));
   figures.directions = directions_of(spectrum, figures.covariance, figures.residual);
   figures.smallest = motion_of(fixed_part(lengths_of(motion, frame), figures.directions), frame);
   return figures;

@@ -2,13 +2,14 @@
 
 #include <Eigen/Eigenvalues>
 #include <cmath>
+#include <iterator>
 
 namespace kestrane::quality {
 
 MotionFrame motion_frame(const std::vector<Eigen::Vector3d>& points) {
   MotionFrame frame;
   if (points.empty()) return frame;
-  const auto count = static_cast<double>(points.size());
+  const auto count = static_cast<double>(std::ssize(points));
   for (const Eigen::Vector3d& point : points) frame.centre += point;
   frame.centre /= count;
   double squares = 0.0;

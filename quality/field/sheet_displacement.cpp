@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 namespace kestrane::quality {
@@ -21,7 +22,7 @@ double mean_variance(const std::vector<SheetBlock>& blocks, const RigidMotion& m
     const Vector6 row = motion_row(figures.frame, block.point, motion.R * block.normal);
     sum += row.dot(covariance * row);
   }
-  return std::max(0.0, sum) / static_cast<double>(blocks.size());
+  return std::max(0.0, sum) / static_cast<double>(std::ssize(blocks));
 }
 
 }  // namespace
@@ -48,7 +49,7 @@ Displacement sheet_displacement(const std::vector<SheetBlock>& blocks, const Rig
     displacement.plane = block.plane;
     displacement.block = block.at;
   }
-  displacement.rms = std::sqrt(squares / static_cast<double>(blocks.size()));
+  displacement.rms = std::sqrt(squares / static_cast<double>(std::ssize(blocks)));
   displacement.sigma = figures.covariance.by_frame_known
                            ? std::sqrt(mean_variance(blocks, motion, figures))
                            : kNotANumber;

@@ -66,10 +66,11 @@ TEST(PoseFigures, CallAFrameOffByItsDistanceFromTheMedianOfAll) {
   EXPECT_TRUE(result.poses[2].off);
 }
 
-// Plus and minus 1 beside an outlier of 9 in each frame: the scatter is that of the others.
+// Plus and minus 1 beside an outlier of 9 in each frame, all of them about 3: the scatter is that
+// of the others.
 TEST(PoseFigures, LeaveOutliersOutOfTheScatter) {
   const PoseSpread result =
-      pose_figures(points_of({{1.0, 9.0, -1.0}, {9.0, 3.0, 1.0}}), {0, 1}, {0.0, 1.0});
+      pose_figures(points_of({{4.0, 12.0, 2.0}, {12.0, 6.0, 4.0}}), {0, 1}, {3.0, 1.0});
   EXPECT_NEAR(result.within, 1.0, kRounding);
   EXPECT_NEAR(result.between, std::sqrt(1.0 - 0.5), kRounding);
 }
