@@ -114,11 +114,6 @@ double squared_length(const Triangle& r, const Eigen::Vector3d& n) {
   return first * first + second * second + third * third;
 }
 
-double squared_size(const Triangle& r) {
-  return r.r00 * r.r00 + r.r01 * r.r01 + r.r02 * r.r02 + r.r11 * r.r11 + r.r12 * r.r12 +
-         r.r22 * r.r22;
-}
-
 }  // namespace
 
 ReducedCellCost::ReducedCellCost(const PointMatrix3& points, const CellCorners& corners)
@@ -127,8 +122,7 @@ ReducedCellCost::ReducedCellCost(const PointMatrix3& points, const CellCorners& 
   visited_ = static_cast<double>(visited.rows());
   centroid_ = settled_centroid(rows_of(visited));
   triangle_ = reduce_centred(rows_of(visited), centroid_);
-  const Centroid& c = centroid_;
-  reach_ = squared_size(triangle_) + visited_ * (c.x * c.x + c.y * c.y + c.z * c.z);
+  reach_ = visited.squaredNorm();
 }
 
 bool ReducedCellCost::Evaluate(double const* const* x, double* residual, double** jacobians) const {
