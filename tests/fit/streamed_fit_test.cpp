@@ -324,11 +324,27 @@ TEST(StreamedPlaneFit, GoesThroughTheCentroidOfItsLiteralForm) {
 // The same with thin clouds, whose width the moments tell with few digits.
 TEST(FitInBand, KeepsTheRowsOfItsLiteralFormWhereRoundingDecidesInThinClouds) {
   Random random(16);
-  for (int run = 0; run < 40; ++run) {
-    const double height = std::pow(10.0, random.uniform(-4.0, -1.0));
-    expect_literal_rows(rows_on_both_bounds(random, 20 + random.index(100), height), kEverywhere);
+  for (int run = 0; run < 60; ++run) {
+    const double height = std::pow(10.0, random.uniform(-7.0, -2.0));
+    expect_literal_rows(rows_on_both_bounds(random, 4 * (5 + random.index(25)), height),
+                        kEverywhere);
     ASSERT_FALSE(HasFailure()) << run;
   }
+}
+
+// The sum of all distances, about which the band lies, is what rounding has left the centroid off
+// by, once for every row: here far more than the bounds. It moves the rows on one bound into the
+// band and those on the other one out of it.
+TEST(FitInBand, KeepsTheRowsOfItsLiteralFormAboutASumOfDistancesThatIsNotSmall) {
+  PointMatrix3 points(19200, 3);
+  for (Eigen::Index i = 0; i < points.rows(); ++i) {
+    const double off = i % 8 == 0 ? 0.5 : i % 8 == 4 ? -0.5 : 0.0;
+    points.row(i) << 500.1 + off, 10.1 + 200.0 * static_cast<double>(i / 8 % 2),
+        300.1 + 150.0 * static_cast<double>(i / 16 % 2);
+  }
+  const RobustFit robust = expect_literal_rows(points, kEverywhere);
+  EXPECT_EQ(robust.inliers.rows(), points.rows() / 8 * 7);
+  EXPECT_EQ(robust.decompositions, 0);
 }
 
 // Quads of rows at (x, +-y, +-z), of which none turns the others' plane.

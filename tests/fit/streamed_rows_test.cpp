@@ -169,22 +169,26 @@ TEST(StreamedRows, KnowHowFarFromAPlaneTheyLie) {
   EXPECT_LE(rows.farthest_from(plane), 3.0);
 }
 
-// Every distance is 1/8 but for a billionth, which squares about a poor guess of their mean would
-// blur.
+// Distances that differ by little, which squares about a poor guess of their mean would blur.
 TEST(StreamedRows, MeasureDistancesThatAreNearlyAlike) {
-  PointMatrix3 points(256, 3);
-  for (Eigen::Index i = 0; i < 256; ++i) {
-    const double distance = 0.125 + (i / 2 % 2 == 0 ? 0x1p-30 : -0x1p-30);
-    points.row(i) << 64.0 + (i % 2 == 0 ? distance : -distance), static_cast<double>(i / 4 % 8),
-        300.0 + static_cast<double>(i / 32);
+  struct Distance {
+    double mean, off;
+  };
+  for (const Distance& distance : {Distance{0.125, 0x1p-30}, Distance{16.0, 0x1p-22}}) {
+    PointMatrix3 points(256, 3);
+    for (Eigen::Index i = 0; i < 256; ++i) {
+      const double x = distance.mean + (i / 2 % 2 == 0 ? distance.off : -distance.off);
+      points.row(i) << 64.0 + (i % 2 == 0 ? x : -x), 64.0 * static_cast<double>(i / 4 % 8),
+          64.0 * static_cast<double>(i / 32);
+    }
+    StreamedRows rows = rows_of_all(points);
+    rows.settle_centroid();
+    const StreamedPlane plane = rows.plane(For::kResult);
+    const PlaneFitStats stats = rows.measure(kestrane::rows_of(points), plane);
+    EXPECT_NEAR(stats.mean_distance, distance.mean, 1e-15 * distance.mean);
+    EXPECT_NEAR(stats.max_distance, distance.mean + distance.off, 1e-15 * distance.mean);
+    EXPECT_NEAR(stats.std_distance, distance.off, 1e-6 * distance.off);
   }
-  StreamedRows rows = rows_of_all(points);
-  rows.settle_centroid();
-  const StreamedPlane plane = rows.plane(For::kResult);
-  const PlaneFitStats stats = rows.measure(kestrane::rows_of(points), plane);
-  EXPECT_NEAR(stats.mean_distance, 0.125, 1e-15);
-  EXPECT_NEAR(stats.max_distance, 0.125 + 0x1p-30, 1e-15);
-  EXPECT_NEAR(stats.std_distance, 0x1p-30, 0x1p-30 * 1e-6);
 }
 
 TEST(StreamedRows, KnowNothingOfThePlaneOfAPoint) {
