@@ -62,12 +62,12 @@ bool may_be_handed_out(const StreamedPlane& plane) {  // written so that a NaN m
 // The fit of the rows in use; its statistics where their `copies` are given.
 std::optional<PlaneFit> streamed_fit(StreamedRows& rows, const PointRows* copies) {
   rows.settle_centroid();
-  const StreamedPlane plane = rows.plane(StreamedRows::For::kResult);
-  if (!may_be_handed_out(plane)) return std::nullopt;
-  PlaneFit fit{plane.abcd, {}};
-  if (copies != nullptr) fit.stats = rows.measure(*copies, plane);
-  const Side side =
-      side_of(rows, plane, copies != nullptr ? fit.stats.max_distance : rows.farthest_from(plane));
+  const std::optional<StreamedPlane> plane = rows.plane(StreamedRows::For::kResult);
+  if (!plane || !may_be_handed_out(*plane)) return std::nullopt;
+  PlaneFit fit{plane->abcd, {}};
+  if (copies != nullptr) fit.stats = rows.measure(*copies, *plane);
+  const Side side = side_of(
+      rows, *plane, copies != nullptr ? fit.stats.max_distance : rows.farthest_from(*plane));
   if (side == Side::kUndecided) return std::nullopt;
   if (side == Side::kInward) fit.plane *= -1.0;
   return fit;
@@ -121,8 +121,9 @@ RobustFit finished(StreamedRows& rows, bool complete, int decompositions, Wanted
 template <class ByStreamed, class ByDecomposed>
 bool reject(StreamedRows& rows, int& decompositions, ByStreamed by_streamed,
             ByDecomposed by_decomposed) {
-  const StreamedPlane plane = rows.plane(StreamedRows::For::kRejection);
-  if (const std::optional<bool> enough = by_streamed(plane)) return *enough;
+  if (const std::optional<StreamedPlane> plane = rows.plane(StreamedRows::For::kRejection)) {
+    if (const std::optional<bool> enough = by_streamed(*plane)) return *enough;
+  }
   ++decompositions;
   const WorkingRows copied(rows.copy());
   return by_decomposed(copied, decomposed_plane(copied.rows(), copied.sums()));

@@ -3,7 +3,6 @@
 #include <Eigen/Eigenvalues>
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 #include "fit/plane_decomposition.h"
@@ -58,14 +57,6 @@ Vector3d sampled_centre(PointRows rows, double lowest, double highest) {
     used += 1.0;
   }
   return used > 0.0 ? Vector3d(sum / used) : sum;
-}
-
-StreamedPlane unknown_plane() {
-  const Vector3d none = Vector3d::Zero();
-  return {{0.0, 0.0, none, 0.0, none, none, 0.0, 0.0},
-          PlaneAbcd::Zero(),
-          std::numeric_limits<double>::infinity(),
-          0.0};
 }
 
 }  // namespace
@@ -156,16 +147,16 @@ double StreamedRows::reach_from(const Vector3d& point, double usual) const {
 // The normal comes from the moments, or from one pass of reflections: for a result where the
 // moments leave it fewer digits, for a rejection only where rounding of the moments would be the
 // larger part of its bound.
-StreamedPlane StreamedRows::plane(For purpose) {
+std::optional<StreamedPlane> StreamedRows::plane(For purpose) {
   const auto n = static_cast<double>(count());
   if (!moments_.good_for_scatter(dropped_depth(all_rows()))) gather_moments(centroid());
   const Vector3d m = centroid();
   const double sum = moments_.sum.norm();
   const Matrix3d scatter = moments_.products - moments_.sum * moments_.sum.transpose() / n;
   const double trace = scatter.trace();
-  if (!(trace >= kSmallestSize * kSmallestSize)) return unknown_plane();
+  if (!(trace >= kSmallestSize * kSmallestSize)) return std::nullopt;
   const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(scatter);
-  if (solver.info() != Eigen::Success) return unknown_plane();
+  if (solver.info() != Eigen::Success) return std::nullopt;
   const double sizes = m.lpNorm<1>() + std::sqrt(3.0 * trace / n);
   const double of_scatter = scatter_change(moments_.errors, n, trace, sum, sizes);
   StreamedPlane plane;

@@ -78,10 +78,9 @@ class StreamedRows {
   // then their planes go through the very centroid of the decomposed ones.
   void settle_centroid();
 
-  // The plane of the rows in use; nothing is known of that of a cloud that is hardly more than a
-  // point.
+  // The plane of the rows in use; none for a cloud that is hardly more than a point.
   enum class For { kRejection, kResult };
-  StreamedPlane plane(For purpose);
+  std::optional<StreamedPlane> plane(For purpose);
 
   // Each rejection is given by the plane of the rows in use, the second one by a plane through
   // their settled centroid. None, with all rows still in use, where the decomposed plane could keep
