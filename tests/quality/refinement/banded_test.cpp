@@ -133,9 +133,20 @@ TEST(BandedKernel, GivesTheSameBitsInAllForms) {
     for (std::size_t n = 97; n < x.size(); ++n)
       ASSERT_EQ(kestrane_test::bits_of(x[n]), kUntouched) << n;
     x.resize(97);
-    BandedMatrix inverse(97, 51);
+    const auto rest = static_cast<std::ptrdiff_t>(r.entries().size());
+    BandedMatrix longer(100, 51), inverse(100, 51);
+    for (BandedMatrix* matrix : {&longer, &inverse})
+      std::fill(matrix->entries().begin() + rest, matrix->entries().end(),
+                std::bit_cast<double>(kUntouched));
+    std::copy(r.entries().begin(), r.entries().end(), longer.entries().begin());
     std::vector<double> window(2 * 52 * 52, kestrane_test::kNaN), scratch(2 * 52, 1e300);
-    invert_band(r.band(), inverse.band(), window.data(), scratch.data(), forms[form]);
+    const int stride = r.band().stride;
+    invert_band({longer.entries().data(), 97, 51, stride},
+                {inverse.entries().data(), 97, 51, stride}, window.data(), scratch.data(),
+                forms[form]);
+    for (auto at = inverse.entries().begin() + rest; at != inverse.entries().end(); ++at)
+      ASSERT_EQ(kestrane_test::bits_of(*at), kUntouched);
+    inverse.entries().resize(static_cast<std::size_t>(rest));
     for (const double value : inverse.entries()) ASSERT_TRUE(std::isfinite(value));
     BandedMatrix sums(45, 18);
     std::vector<double> right(45);

@@ -213,52 +213,70 @@ class PlainChoice {
 double rippled(double u, double z) { return bent(u, z) + 0.3 * std::sin(0.15 * z + 8.0 * u); }
 double flat(double u, double z) { return 3.0 + 0.02 * z * u - 0.01 * z; }
 
-// In problems of every kind, at significances on both sides of every change of the choice.
-TEST(ChooseDamping, TakesTheSimplestSurfaceThatTheFramesSupport) {
-  struct Case {
-    SmallProblem::Settings settings;
-    double (*surface)(double, double);
-    std::int32_t folds;
-    PlainChoice::Change change = nullptr;
-  };
-  const PlainChoice::Change no_second = [](NormalEquations&, BandedMatrix(&penalties)[2]) {
-    penalties[0].row(20)[0] = -1e9;
-  };
-  const PlainChoice::Change no_third = [](NormalEquations&, BandedMatrix(&penalties)[2]) {
-    penalties[1].row(20)[0] = -1e9;
-  };
-  // The freer ones have no factor, or those that damp more.
-  const PlainChoice::Change stiff = [](NormalEquations& all, BandedMatrix(&)[2]) {
-    all.matrix.row(20)[0] -= 100.0;
-  };
-  const PlainChoice::Change soft = [](NormalEquations&, BandedMatrix(&penalties)[2]) {
-    penalties[0].row(0)[0] -= 10.0;
-    penalties[1].row(41)[0] -= 1e4;
-  };
-  const Case cases[] = {
-      {{240, 7, 0.05, 0.0, 1}, flat, 20},          {{240, 7, 0.05, 0.0, 2}, bent, 20},
-      {{300, 12, 0.02, 0.0, 3}, rippled, 20},      {{300, 12, 0.3, 0.0, 4}, bent, 20},
-      {{300, 16, 0.05, 0.1, 5}, bent, 11},         {{300, 6, 0.01, 0.02, 6}, rippled, 5},
-      {{400, 25, 0.1, 0.05, 7}, rippled, 20},      {{240, 7, 0.02, 0.0, 8}, bent, 7, no_second},
-      {{240, 7, 0.02, 0.0, 9}, bent, 7, no_third}, {{240, 7, 0.02, 0.0, 10}, rippled, 7, stiff},
-      {{240, 7, 0.02, 0.0, 11}, rippled, 7, soft}};
-  std::set<std::pair<int, double>> seen;
-  for (const Case& c : cases) {
-    const SmallProblem scene(c.settings, c.surface);
-    const PlainChoice plain(scene, c.folds, c.change);
-    std::vector<double> significances = {1e-3, 1.0, 2.5, 10.0, 20.0, 40.0, 1e9};
-    for (const double edge : plain.edges())
-      for (const double side : {1.0 - 1e-5, 1.0 + 1e-5})
-        if (edge > 0.0) significances.push_back(edge * side);
-    for (const double significance : significances) {
-      const Damping expected = plain.choice(significance);
-      const Damping chosen = plain.chosen(significance);
-      EXPECT_EQ(chosen.order, expected.order) << c.settings.seed << ", " << significance;
-      EXPECT_EQ(chosen.lambda, expected.lambda) << c.settings.seed << ", " << significance;
-      seen.insert({expected.order, expected.lambda});
-    }
+struct Case {
+  SmallProblem::Settings settings;
+  double (*surface)(double, double);
+  std::int32_t folds;
+  PlainChoice::Change change = nullptr;
+};
+
+// Where the plain choice changes along a fine scale of significances, on both sides, and at the
+// edges of the first candidate. Gives how many dampings were chosen.
+std::size_t expect_plain_choices(const Case& c) {
+  const SmallProblem scene(c.settings, c.surface);
+  const PlainChoice plain(scene, c.folds, c.change);
+  std::vector<double> significances = {1e-2};
+  for (double s = 1e-2; s < 1e4; s *= 1.1) {
+    const Damping here = plain.choice(s), next = plain.choice(1.1 * s);
+    if (here.order != next.order || here.lambda != next.lambda)
+      significances.insert(significances.end(), {s, 1.1 * s});
   }
-  EXPECT_GE(seen.size(), 4U);
+  for (const double edge : plain.edges())
+    for (const double side : {1.0 - 1e-5, 1.0 + 1e-5})
+      if (edge > 0.0) significances.push_back(edge * side);
+  std::set<std::pair<int, double>> seen;
+  for (const double significance : significances) {
+    const Damping expected = plain.choice(significance);
+    const Damping chosen = plain.chosen(significance);
+    EXPECT_EQ(chosen.order, expected.order) << c.settings.seed << ", " << significance;
+    EXPECT_EQ(chosen.lambda, expected.lambda) << c.settings.seed << ", " << significance;
+    seen.insert({expected.order, expected.lambda});
+  }
+  return seen.size();
+}
+
+TEST(ChooseDamping, TakesTheSimplestSurfaceThatTheFramesSupport) {
+  expect_plain_choices({{240, 7, 0.05, 0.0, 1}, flat, 20});
+  EXPECT_GE(expect_plain_choices({{240, 7, 0.05, 0.0, 2}, bent, 20}), 2U);
+  expect_plain_choices({{300, 12, 0.3, 0.0, 4}, bent, 20});
+  expect_plain_choices({{300, 16, 0.05, 0.1, 5}, bent, 11});
+}
+
+TEST(ChooseDamping, FollowsARippleStepByStep) {
+  EXPECT_GE(expect_plain_choices({{300, 12, 0.02, 0.0, 3}, rippled, 20}), 2U);
+  expect_plain_choices({{300, 6, 0.01, 0.02, 6}, rippled, 5});
+  expect_plain_choices({{300, 15, 0.1, 0.05, 7}, rippled, 20});
+}
+
+TEST(ChooseDamping, FollowsABendWithLittleNoise) {
+  EXPECT_GE(expect_plain_choices({{300, 20, 0.005, 0.0, 12}, bent, 20}), 2U);
+  expect_plain_choices({{300, 10, 0.0, 0.002, 13}, bent, 10});
+}
+
+TEST(ChooseDamping, PassesOverSystemsWithoutAFactor) {
+  expect_plain_choices({{240, 7, 0.02, 0.0, 8}, bent, 7, [](auto&, auto& penalties) {
+                          penalties[0].row(20)[0] = -1e9;  // none of the second order
+                        }});
+  expect_plain_choices({{240, 7, 0.02, 0.0, 9}, bent, 7, [](auto&, auto& penalties) {
+                          penalties[1].row(20)[0] = -1e9;  // none of the third
+                        }});
+  expect_plain_choices({{240, 7, 0.02, 0.0, 10}, rippled, 7, [](auto& all, auto&) {
+                          all.matrix.row(20)[0] -= 15.0;  // none of the freer ones
+                        }});
+  expect_plain_choices({{240, 7, 0.02, 0.0, 11}, rippled, 7, [](auto&, auto& penalties) {
+                          penalties[0].row(0)[0] -= 10.0;  // none that damps more
+                          penalties[1].row(41)[0] -= 1e4;
+                        }});
 }
 
 TEST(ChooseDamping, KeepsAPlaneWhereNoSystemHasAFactor) {
