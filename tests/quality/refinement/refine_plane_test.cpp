@@ -6,6 +6,7 @@
 #include <functional>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "kestrane/quality/refinement.h"
 #include "simulation/random.h"
@@ -284,6 +285,27 @@ TEST(RefinePlane, RefinesOneCellOfPoints) {
   const RefinedPlane plane = refine_plane(cloud);
   ASSERT_EQ(plane.refused, "");
   for (const RefinedCorner& corner : plane.corners) EXPECT_TRUE(std::isfinite(corner.sigma));
+}
+
+TEST(RefinePlane, TellsPointsOfBadFramesFromOutliers) {
+  PointList cloud;
+  simulation::Random random(8);
+  for (int n = 0; n < 400; ++n) {
+    const double z = random.uniform(410.0, 425.0);
+    const double y = random.uniform(5.0, 20.0);
+    const int frame = n % 20;
+    const double off = (frame == 7 ? 1.0 : 0.0) + (n == 103 ? 5.0 : 0.0);
+    cloud.push_back(
+        {simulation::sheet_x(kFlat, y, z) + random.uniform(-0.02, 0.02) + off, y, z, 3 * frame});
+  }
+  const RefinedPlane plane = refine_plane(cloud);
+  ASSERT_EQ(plane.refused, "");
+  EXPECT_EQ(plane.counts.points, 400);
+  EXPECT_EQ(plane.counts.bad_frames, 20);
+  EXPECT_EQ(plane.counts.outliers, 1);
+  EXPECT_EQ(plane.counts.used, 379);
+  EXPECT_EQ(plane.frames_used, 19);
+  EXPECT_EQ(plane.frames_left_out, (std::vector<std::int32_t>{21}));
 }
 
 TEST(RefinePlane, ThrowsForWhatIsTheHostsMistake) {
