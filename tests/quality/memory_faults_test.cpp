@@ -22,6 +22,7 @@
 #include "tests/files/temporary_folder.h"
 #include "tests/quality/point_clouds.h"
 #include "tests/quality/stored_records.h"
+#include "tests/support/fault_heap.h"
 #include "tests/support/sanitized.h"
 
 namespace {
@@ -310,6 +311,16 @@ TEST(MemoryFaults, LeaveSafeCalibrationsRepeatable) {
 
 TEST(MemoryFaults, LeaveRefinementsRepeatable) {
   EXPECT_GE(expect_cuts_of_a_long_run_leave_nothing_behind<Refinement>(), 100);
+}
+
+// Without any fault, which is told in no time.
+TEST(MemoryFaults, AreNotWhatARefinementGivesItsMemoryBackFor) {
+  Refinement().operate();  // what stays of a first run stays
+  const fault_heap::Holding before = fault_heap::holding();
+  Refinement().operate();
+  const fault_heap::Holding after = fault_heap::holding();
+  EXPECT_EQ(after.blocks, before.blocks);
+  EXPECT_EQ(after.bytes, before.bytes);
 }
 
 TEST(MemoryFaults, LeaveTheScreeningOfFramesRepeatable) {
