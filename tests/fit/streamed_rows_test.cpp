@@ -121,7 +121,7 @@ double farthest_row(const StreamedRows& rows, const Vector3d& from) {
   return farthest;
 }
 
-// Two rows far out and opposite, on which the first centre has fallen; the rest far from it.
+// The rows from which the first centre is taken stand far from all others.
 TEST(StreamedRows, ReachAsFarAsTheFarthestRow) {
   Random random(2);
   for (int run = 0; run < 20; ++run) {
