@@ -91,11 +91,12 @@ bool is_beaten(const Candidate& candidate, const std::vector<Candidate>& simpler
 // Whether a later candidate is so much better that this one cannot be the last to be held.
 bool is_passed(std::size_t at, const std::vector<Candidate>& tried,
                const std::vector<std::size_t>& scouts) {
-  return at > 0 && std::any_of(tried.begin() + static_cast<std::ptrdiff_t>(at), tried.end(),
-                               [&](const Candidate& later) {
-                                 return !later.beaten &&
-                                        advantage(tried[at].errors, later.errors, scouts) > kPassed;
-                               });
+  if (at == 0) return false;
+  for (std::size_t later = at + 1; later < tried.size(); ++later) {
+    if (!tried[later].beaten && advantage(tried[at].errors, tried[later].errors, scouts) > kPassed)
+      return true;
+  }
+  return false;
 }
 
 // All candidates worth a closer look, with their errors on the scouted groups.

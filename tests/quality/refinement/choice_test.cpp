@@ -273,6 +273,11 @@ TEST(ChooseDamping, PassesOverSystemsWithoutAFactor) {
   expect_plain_choices({{240, 7, 0.02, 0.0, 10}, rippled, 7, [](auto& all, auto&) {
                           all.matrix.row(20)[0] -= 15.0;  // none of the freer ones
                         }});
+  expect_plain_choices({{240, 7, 0.02, 0.0, 10}, bent, 7, [](auto& all, auto&) {
+                          all.matrix.row(20)[0] -= 40.0;  // hardly any
+                        }});
+  expect_plain_choices(
+      {{240, 7, 0.02, 0.0, 10}, bent, 7, [](auto& all, auto&) { all.matrix.row(20)[0] -= 80.0; }});
   expect_plain_choices({{240, 7, 0.02, 0.0, 11}, rippled, 7, [](auto&, auto& penalties) {
                           penalties[0].row(0)[0] -= 10.0;  // none that damps more
                           penalties[1].row(41)[0] -= 1e4;
