@@ -277,8 +277,9 @@ TEST(ChooseDamping, PassesOverSystemsWithoutAFactor) {
   expect_plain_choices({{240, 7, 0.02, 0.0, 10}, rippled, 7, [](auto& all, auto&) {
                           all.matrix.row(20)[0] -= 15.0;  // none of the freer ones
                         }});
-  expect_plain_choices({{240, 7, 0.02, 0.0, 10}, bent, 7, [](auto& all, auto&) {
-                          all.matrix.row(20)[0] -= 120.0;  // hardly any
+  expect_plain_choices({{240, 7, 0.02, 0.0, 10}, bent, 7, [](auto& all, auto& penalties) {
+                          all.matrix.row(20)[0] -= 2e4;  // none but the first of either order
+                          for (auto& penalty : penalties) penalty.row(20)[0] += 1.0;
                         }});
   expect_plain_choices(
       {{240, 7, 0.02, 0.0, 10}, bent, 7, [](auto& all, auto&) { all.matrix.row(20)[0] -= 170.0; }});
