@@ -54,11 +54,11 @@ std::vector<double> errors_left_out(const std::vector<Sums>& groups, const Sums&
 }
 
 // Whether the quadratic predicts frames that were left out significantly better than the plane,
-// over the samples near either. One that is null predicts nothing.
+// over the samples near either. None predicts nothing.
 bool frames_support(const Samples& samples, const std::vector<std::uint8_t>& taken,
-                    const FittedSheet& plane, const FittedSheet* quadratic,
+                    const FittedSheet& plane, const std::optional<FittedSheet>& quadratic,
                     const RefinementSettings& settings) {
-  if (quadratic == nullptr) return false;
+  if (!quadratic) return false;
   std::vector<std::int32_t> rank(taken.size(), -1);
   std::int32_t frames = 0;
   for (std::size_t f = 0; f < taken.size(); ++f)
@@ -88,13 +88,13 @@ bool frames_support(const Samples& samples, const std::vector<std::uint8_t>& tak
 }
 
 std::vector<std::uint8_t> check_frames(const Samples& samples, const FittedSheet& plane,
-                                       const FittedSheet* quadratic, double cut) {
+                                       const std::optional<FittedSheet>& quadratic, double cut) {
   const std::size_t frames = samples.frames.size();
   std::vector<double> scratch;
   FrameMedians medians = frame_medians(
       samples.points, residuals_against(samples.points, plane.sheet), frames, scratch);
   double scale = plane.scale;
-  if (quadratic != nullptr) {
+  if (quadratic) {
     FrameMedians other = frame_medians(
         samples.points, residuals_against(samples.points, quadratic->sheet), frames, scratch);
     if (other.spread < medians.spread) {
@@ -103,11 +103,6 @@ std::vector<std::uint8_t> check_frames(const Samples& samples, const FittedSheet
     }
   }
   return taken_frames(medians, scale, cut);
-}
-
-// Null where there is none.
-const FittedSheet* found(const std::optional<FittedSheet>& sheet) {
-  return sheet ? &*sheet : nullptr;
 }
 
 }  // namespace
@@ -130,13 +125,13 @@ std::optional<Start> robust_start(const Samples& samples, const Spread& spread,
   if (quadratic) quadratic = improve(points, all, *quadratic, Weighting::kHuber);
 
   Start start;
-  start.taken = check_frames(samples, *plane, found(quadratic), settings.frame_cut);
+  start.taken = check_frames(samples, *plane, quadratic, settings.frame_cut);
   plane = improve(points, start.taken, *plane, Weighting::kTukey);
   if (!plane) return std::nullopt;
   if (quadratic) quadratic = improve(points, start.taken, *quadratic, Weighting::kTukey);
 
   start.plane = plane->sheet;
-  const bool bent = frames_support(samples, start.taken, *plane, found(quadratic), settings);
+  const bool bent = frames_support(samples, start.taken, *plane, quadratic, settings);
   const FittedSheet& nearer = bent ? *quadratic : *plane;
   start.residuals = residuals_against(points, nearer.sheet);
   start.scale = nearer.scale;
