@@ -37,11 +37,11 @@ std::size_t cell_index(std::int32_t plane, Block at) {
   return index_of(plane) * kRowCells + index_of(at.line * PlaneTable::kCells + at.cell);
 }
 
-// The cell of (y, z); null outside the fan and where the cell has no plane.
-const _LASER_TRIPLE* find_plane(const PlaneTable& table, std::int32_t plane, double y, double z) {
-  const std::optional<Block> at = table.lookup(y, z);
+// The cell of a block; null where there is no block, or no plane in it.
+const _LASER_TRIPLE* find_plane(const std::vector<_LASER_TRIPLE>& cells, std::int32_t plane,
+                                std::optional<Block> at) {
   if (!at) return nullptr;
-  const _LASER_TRIPLE& abc = table.cell(plane, *at);
+  const _LASER_TRIPLE& abc = cells[cell_index(plane, *at)];
   return has_plane(abc) ? &abc : nullptr;
 }
 
@@ -208,13 +208,13 @@ std::optional<Block> PlaneTable::lookup(double y, double z) const {
 
 double PlaneTable::x_at(std::int32_t plane, double y, double z) const {
   require_plane(*this, plane);
-  const _LASER_TRIPLE* const abc = find_plane(*this, plane, y, z);
+  const _LASER_TRIPLE* const abc = find_plane(cells_, plane, lookup(y, z));
   return abc != nullptr ? plane_x(*abc, y, z) : kNothing;
 }
 
 double PlaneTable::distance(std::int32_t plane, const Point& point) const {
   require_plane(*this, plane);
-  const _LASER_TRIPLE* const abc = find_plane(*this, plane, point.y, point.z);
+  const _LASER_TRIPLE* const abc = find_plane(cells_, plane, lookup(point.y, point.z));
   return abc != nullptr ? signed_distance(*abc, point.x, point.y, point.z) : kNothing;
 }
 
