@@ -8,6 +8,7 @@ import os
 import pathlib
 import re
 import shlex
+import sys
 
 import folders
 from assembly import mutants_of
@@ -133,6 +134,10 @@ class Program:
                 links[match[2]] = shlex.split(match[1])
         self.link, self.command = links[target], None
         self.library = next((link for name, link in links.items() if "libkestrane.so" in name), None)
+        own = " ".join(self.link)
+        if "libkestrane.so" in own and "libkestrane_internal.a" in own:
+            # Its own copies of the units would stay as they are, and let every mutant live.
+            sys.exit(f"mutants: {target} links both the shared library and the internal symbols")
         parts = [part for part in self.link if part.endswith((".o", "simulation.a"))]
         self.digest = hashlib.sha256(b"".join(
             (folders.BUILD / part).read_bytes() for part in parts)).hexdigest()
