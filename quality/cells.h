@@ -7,17 +7,12 @@
 #include <cmath>
 
 #include "kestrane/records.h"
-#include "records/guard.h"
 #include "records/shapes.h"
 
 namespace kestrane::quality {
 
 // Whether a cell has a plane that gives an x: not empty as the jobs see it, a not 0, all finite.
-inline bool has_plane(const _LASER_TRIPLE& abc) {
-  const double a = abc.v[0], b = abc.v[1], c = abc.v[2];
-  if (!std::isfinite(a) || !std::isfinite(b) || !std::isfinite(c) || a == 0.0) return false;
-  return !(std::abs(a) < kGuard && std::abs(b) < kGuard && std::abs(c) < kGuard);
-}
+bool has_plane(const _LASER_TRIPLE& abc);
 
 // x of the plane at (y, z).
 inline double plane_x(const _LASER_TRIPLE& abc, double y, double z) {
