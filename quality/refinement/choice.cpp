@@ -89,12 +89,11 @@ bool is_beaten(const Candidate& candidate, const std::vector<Candidate>& simpler
 }
 
 // Whether a later candidate is so much better that this one cannot be the last to be held.
-bool is_passed(std::size_t at, const std::vector<Candidate>& tried,
+bool is_passed(std::size_t at, const std::vector<Candidate>& candidates,
                const std::vector<std::size_t>& scouts) {
   if (at == 0) return false;
-  for (std::size_t later = at + 1; later < tried.size(); ++later) {
-    if (!tried[later].beaten && advantage(tried[at].errors, tried[later].errors, scouts) > kPassed)
-      return true;
+  for (std::size_t later = at + 1; later < candidates.size(); ++later) {
+    if (advantage(candidates[at].errors, candidates[later].errors, scouts) > kPassed) return true;
   }
   return false;
 }
@@ -117,9 +116,10 @@ std::vector<Candidate> scout(Validation& validation, Candidates candidates,
     beaten = next->beaten ? beaten + 1 : 0;
     tried.push_back(std::move(*next));
   }
+  std::erase_if(tried, [](const Candidate& candidate) { return candidate.beaten; });
   std::vector<Candidate> left;
   for (std::size_t c = 0; c < tried.size(); ++c)
-    if (!tried[c].beaten && !is_passed(c, tried, scouts)) left.push_back(tried[c]);
+    if (!is_passed(c, tried, scouts)) left.push_back(tried[c]);
   return left;
 }
 

@@ -100,7 +100,7 @@ void set_cells(const FanNodes& nodes, const _LASER_PLANE_GRIDS& grids, const Sam
 // Largest, mean and standard deviation of the signed distances per block, in two passes.
 void set_indicators(const Samples& samples, const Estimate& estimate, RefinedPlane& plane) {
   plane.indicators.assign(plane.cells.size(), {});
-  std::vector<double> count(plane.cells.size());
+  std::vector<std::int32_t> count(plane.cells.size());
   const auto each_distance = [&](auto take) {
     for (std::size_t n = 0; n < samples.points.size(); ++n) {
       const Sample& s = samples.points[n];
@@ -111,19 +111,19 @@ void set_indicators(const Samples& samples, const Estimate& estimate, RefinedPla
   };
   each_distance([&](std::size_t block, double r) {
     double* v = plane.indicators[block].v;
-    v[0] = count[block] == 0.0 ? r : std::max(v[0], r);
+    v[0] = count[block] == 0 ? r : std::max(v[0], r);
     v[1] += r;
-    count[block] += 1.0;
+    ++count[block];
   });
   for (std::size_t block = 0; block < count.size(); ++block)
-    if (count[block] > 0.0) plane.indicators[block].v[1] /= count[block];
+    if (count[block] > 0) plane.indicators[block].v[1] /= count[block];
   each_distance([&](std::size_t block, double r) {
     double* v = plane.indicators[block].v;
     v[2] += (r - v[1]) * (r - v[1]);
   });
   for (std::size_t block = 0; block < count.size(); ++block) {
     double* v = plane.indicators[block].v;
-    if (count[block] > 0.0) v[2] = std::sqrt(v[2] / count[block]);
+    if (count[block] > 0) v[2] = std::sqrt(v[2] / count[block]);
   }
 }
 
@@ -171,9 +171,10 @@ RefinedPlane refine_plane(_KESTRANE_ID_POINT3DS points, const RefinementSettings
   if (!start) return refused(plane, "the points fix no plane");
   const Sheet whole = start->plane;
   const std::array<double, 3> q = flat_form(whole);
-  const _LASER_TRIPLE abc = table_form(q[0], q[1], q[2]);
-  if (std::abs(q[0]) < kGuard || !has_plane(abc))
+  if (std::abs(q[0]) < kGuard)
     return refused(plane, "the plane passes through the origin, which no table can hold");
+  const _LASER_TRIPLE abc = table_form(q[0], q[1], q[2]);
+  if (!has_plane(abc)) return refused(plane, "the plane lies too far off for a table to hold");
   plane.whole_plane = {abc.v[0], abc.v[1], abc.v[2]};
 
   const auto estimate = estimate_surface(nodes, grids, samples, std::move(*start), settings);
