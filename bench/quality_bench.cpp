@@ -12,6 +12,7 @@
 #include "kestrane/quality/refinement.h"
 #include "kestrane/quality/screening.h"
 #include "quality/factory/plane_figures.h"
+#include "quality/frame_ids.h"
 #include "simulation/scanner.h"
 
 namespace {
@@ -69,7 +70,7 @@ void FactoryFigures(benchmark::State& state) {
   for (auto _ : state) {
     PlaneFigures plane;
     SizeQuantiles device;
-    measure_plane(cloud.points, frames_of(cloud.points), run, measure, device, plane);
+    measure_plane(cloud.points, distinct_ids(cloud.points), run, measure, device, plane);
     rms = plane.residuals.rms;
     benchmark::ClobberMemory();
   }

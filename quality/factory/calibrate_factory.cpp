@@ -17,6 +17,7 @@
 #include "quality/factory/refinement_gain.h"
 #include "quality/factory/repeatability.h"
 #include "quality/factory/residual_histogram.h"
+#include "quality/frame_ids.h"
 #include "quality/refinement/table_row.h"
 #include "quality/screening/sheet_terms.h"
 #include "quality/side_by_side.h"
@@ -187,7 +188,7 @@ class Device {
   void measure(std::size_t p, std::size_t worker, Cloud cloud, const JobRun& run,
                const JobRun& without, PlaneFigures& plane) {
     Engine& engine = *engines_[worker];
-    const std::vector<std::int32_t> frames = frames_of(cloud);
+    const std::vector<std::int32_t> frames = distinct_ids(cloud);
     sums_[p] = measure_plane(cloud, frames, run, measure_, counts_[worker], plane);
     if (settings_.optimise) {
       plane.optimisation = corner_moves(run, without);

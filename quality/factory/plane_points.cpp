@@ -27,16 +27,6 @@ BlockResiduals::BlockResiduals(CellsOfPlane cells, const _LASER_PLANE_GRIDS& gri
   std::transform(cells.begin(), cells.end(), scales_.begin(), scale_of);
 }
 
-std::vector<std::int32_t> frames_of(Cloud cloud) {
-  std::vector<std::int32_t> frames;
-  for (const _KESTRANE_ID_POINT3D& point : cloud) {
-    if (frames.empty() || frames.back() != point.id) frames.push_back(point.id);
-  }
-  std::sort(frames.begin(), frames.end());
-  frames.erase(std::unique(frames.begin(), frames.end()), frames.end());
-  return frames;
-}
-
 PlanePoints points_on_blocks(Cloud cloud, const std::vector<std::int32_t>& frames,
                              CellsOfPlane cells, const _LASER_PLANE_GRIDS& grids, FitBand band) {
   const BlockResiduals residuals(cells, grids, band);

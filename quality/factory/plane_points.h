@@ -72,9 +72,6 @@ struct PlanePoints {
   std::size_t size() const { return residual.size(); }
 };
 
-// The distinct frame numbers of a cloud, ascending.
-std::vector<std::int32_t> frames_of(Cloud cloud);
-
 // Ranks of frame numbers among `frames`, which holds all that are asked for. Quick where points of
 // one frame follow one another.
 class FrameRanks {

@@ -8,6 +8,7 @@
 
 #include "quality/cells.h"
 #include "quality/factory/job.h"
+#include "quality/frame_ids.h"
 
 namespace kestrane::quality {
 namespace {
@@ -23,7 +24,7 @@ struct Squares {
 class Groups {
  public:
   explicit Groups(Cloud cloud)
-      : frames_(frames_of(cloud)),
+      : frames_(distinct_ids(cloud)),
         count_(std::min<std::size_t>(frames_.size(),
                                      static_cast<std::size_t>(RefinementSettings().folds))) {}
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "quality/field/job_stages.h"
+#include "quality/frame_ids.h"
 
 namespace kestrane::quality {
 namespace {
@@ -18,17 +19,6 @@ constexpr std::array<FieldStage, 5> kStages = {FieldStage::kGiven, FieldStage::k
 std::size_t index_of(FieldStage stage) { return static_cast<std::size_t>(stage); }
 
 using Numbers = std::vector<std::int32_t>;  // ascending
-
-// The numbers of the frames in a list, whose points mostly come frame by frame.
-Numbers numbers_in(const PointList& list) {
-  Numbers numbers;
-  for (const _KESTRANE_ID_POINT3D& point : list) {
-    if (numbers.empty() || numbers.back() != point.id) numbers.push_back(point.id);
-  }
-  std::sort(numbers.begin(), numbers.end());
-  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
-  return numbers;
-}
 
 // What screening left of the list of one plane. Those that were refused have no points.
 PlaneUse screened_use(const PlaneAccount& account, std::int32_t plane) {
@@ -54,7 +44,7 @@ void add_screening_drops(const PlaneAccount& account, std::int32_t plane,
 void count_stage(const PointList& left, FieldStage stage, const std::vector<std::int32_t>& original,
                  std::int32_t first_number, Numbers& numbers, PlaneUse& use,
                  std::vector<DroppedFrame>& dropped) {
-  const Numbers remaining = numbers_in(left);
+  const Numbers remaining = distinct_ids(left);
   for (const std::int32_t number : numbers) {
     if (std::binary_search(remaining.begin(), remaining.end(), number)) continue;
     const auto place = static_cast<std::size_t>(std::int64_t{number} - first_number);
@@ -87,7 +77,7 @@ void sort_dropped(std::vector<DroppedFrame>& dropped) {
 void append_used(const PointList& list, const PlaneTable& table, std::int32_t plane,
                  UsedPoints& used) {
   if (list.empty()) return;
-  const Numbers numbers = numbers_in(list);
+  const Numbers numbers = distinct_ids(list);
   for (const _KESTRANE_ID_POINT3D& point : list) {
     const auto rank = std::lower_bound(numbers.begin(), numbers.end(), point.id) - numbers.begin();
     const Block at = table.lookup(point.y, point.z).value();
@@ -121,7 +111,7 @@ UsedPoints collect_used_points(const ScreenedFrames& screened, const PlaneTable&
   for (std::size_t i = 0; i < screened.lists.size(); ++i) {
     const std::int32_t plane = screened.first_plane + static_cast<std::int32_t>(i);
     PlaneUse& plane_use = use.planes[static_cast<std::size_t>(plane - use.planes.front().plane)];
-    Numbers numbers = numbers_in(screened.lists[i]);
+    Numbers numbers = distinct_ids(screened.lists[i]);
     const auto count = [&](const PointList& left, FieldStage stage) {
       count_stage(left, stage, screened.original[i], screened.first_number, numbers, plane_use,
                   use.dropped);

@@ -3,20 +3,13 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "quality/frame_ids.h"
+
 namespace kestrane::quality {
 namespace {
 
 // Numbers that span no more than this many per point get a table of places.
 constexpr std::int64_t kSpanPerPoint = 4;
-
-// The numbers as they come, one for each run of points.
-std::vector<std::int32_t> numbers_of_runs(const _KESTRANE_ID_POINT3D* points, std::size_t count) {
-  std::vector<std::int32_t> numbers;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (i == 0 || points[i].id != points[i - 1].id) numbers.push_back(points[i].id);
-  }
-  return numbers;
-}
 
 void count_one(Fate fate, DropCounts& dropped) {
   dropped.not_finite += fate == Fate::kNotFinite ? 1 : 0;
@@ -37,7 +30,7 @@ void add(const FrameAccount& frame, PlaneAccount& account) {
 }  // namespace
 
 FrameNumbers::FrameNumbers(const _KESTRANE_ID_POINT3D* points, std::size_t count)
-    : numbers_(numbers_of_runs(points, count)) {
+    : numbers_(ids_of_runs({points, count})) {
   if (numbers_.empty()) return;
   const auto [low, high] = std::minmax_element(numbers_.begin(), numbers_.end());
   const std::int32_t first = *low;

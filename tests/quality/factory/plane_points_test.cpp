@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kestrane/quality/plane_table.h"
+#include "quality/frame_ids.h"
 #include "tests/support/bits.h"
 
 namespace {
@@ -24,21 +25,14 @@ std::vector<kestrane::_LASER_TRIPLE> flat_cells(double a = -0.01) {
 
 kestrane::quality::PlanePoints points_of(const std::vector<_KESTRANE_ID_POINT3D>& cloud,
                                          const std::vector<kestrane::_LASER_TRIPLE>& cells) {
-  return points_on_blocks(cloud, kestrane::quality::frames_of(cloud), cells, PlaneTable().grids(),
-                          kBand);
+  return points_on_blocks(cloud, kestrane::quality::distinct_ids(cloud), cells,
+                          PlaneTable().grids(), kBand);
 }
 
 TEST(FitBandOf, IsThatOfTheJob) {
   EXPECT_EQ(kestrane::quality::fit_band_of(kestrane::LASER_TYPE_STANDARD).nearest, 100.0);
   EXPECT_EQ(kestrane::quality::fit_band_of(kestrane::LASER_TYPE_FAR).nearest, 220.0);
   EXPECT_EQ(kestrane::quality::fit_band_of(kestrane::LASER_TYPE_FAR).farthest, 1000.0);
-}
-
-TEST(FramesOf, AreDistinctAndAscending) {
-  const std::vector<_KESTRANE_ID_POINT3D> cloud = {
-      {1, 0, 300, 4}, {1, 0, 300, 4}, {1, 0, 300, -2}, {1, 0, 300, 9}, {1, 0, 300, 4}};
-  EXPECT_EQ(kestrane::quality::frames_of(cloud), (std::vector<std::int32_t>{-2, 4, 9}));
-  EXPECT_TRUE(kestrane::quality::frames_of({}).empty());
 }
 
 // (100 + 3 - 100) along x, whichever way the coefficients point.

@@ -10,6 +10,7 @@
 
 #include "kestrane/quality/findings.h"
 #include "quality/factory/job.h"
+#include "quality/frame_ids.h"
 #include "simulation/scanner.h"
 #include "tests/quality/factory/device_runs.h"
 #include "tests/support/bits.h"
@@ -108,7 +109,7 @@ double x_at(const std::vector<kestrane::_LASER_TRIPLE>& cells, const _KESTRANE_I
 double plain_rms(kestrane::KESTRANE_LASER_FAC_CALIB& engine, const PointList& given,
                  const PointList& job, const RefinedPlane& refined) {
   double squares = 0.0, count = 0.0;
-  for (const std::int32_t frame : frames_of(job)) {
+  for (const std::int32_t frame : distinct_ids(job)) {
     PointList seen;
     std::copy_if(job.begin(), job.end(), std::back_inserter(seen),
                  [&](const auto& p) { return p.id != frame; });
