@@ -74,10 +74,8 @@ class Candidates {
   std::optional<Candidate> next_[2];
 };
 
-double mean_of(const Squares& squares) {
-  return squares.count > 0 ? squares.sum / static_cast<double>(squares.count)
-                           : std::numeric_limits<double>::quiet_NaN();
-}
+// Not a number where a group has no sample.
+double mean_of(const Squares& squares) { return squares.sum / static_cast<double>(squares.count); }
 
 // Whether some simpler candidate predicts the scouted groups about as well: then this one has
 // nothing to win. The plane is never beaten, everything is measured against it.
@@ -149,7 +147,7 @@ std::vector<std::size_t> scouts_of(std::size_t groups) {
 
 double advantage(const std::vector<double>& held, const std::vector<double>& other,
                  const std::vector<std::size_t>& scouts) {
-  const auto n = static_cast<double>(scouts.size());
+  const auto n = static_cast<double>(std::ssize(scouts));
   double mean = 0.0;
   for (const std::size_t g : scouts) mean += (held[g] - other[g]) / n;
   double squares = 0.0;
@@ -162,7 +160,7 @@ double advantage(const std::vector<double>& held, const std::vector<double>& oth
 
 bool is_significantly_better(const std::vector<double>& held, const std::vector<double>& other,
                              double significance) {
-  const auto n = static_cast<double>(held.size());
+  const auto n = static_cast<double>(std::ssize(held));
   // Errors below the least scale are rounding: without noise nothing is better than a plane.
   const auto size = [](double error) { return std::max(std::sqrt(error), kLeastScale); };
   double squares_gained = 0.0;

@@ -68,7 +68,7 @@ double Sheet::at(double y, double z) const {
 }
 
 Spread spread_of(const std::vector<Sample>& samples) {
-  const auto n = static_cast<double>(samples.size());
+  const auto n = static_cast<double>(std::ssize(samples));
   double y0 = 0.0, z0 = 0.0;
   for (const Sample& s : samples) {
     y0 += s.y;

@@ -34,7 +34,7 @@ double value_of(const Combination& sum, const std::vector<double>& values) {
 // Jackknife over the m groups, (m - 1) / m times the squares about their mean, enlarged by
 // (m - 1) / (m - 3) for its few degrees of freedom.
 double group_variance(const Combination& sum, const LeftOut& left_out) {
-  const auto m = static_cast<double>(left_out.values.size());
+  const auto m = static_cast<double>(std::ssize(left_out.values));
   double mean = 0.0;
   for (const auto& values : left_out.values) mean += value_of(sum, values) / m;
   double squares = 0.0;
@@ -77,7 +77,7 @@ LeftOut leave_out_groups(const Problem& problem, const NormalEquations& all, con
     sum.sum += squares.sum;
     sum.count += squares.count;
   }
-  if (sum.count > 0) result.squared_error = sum.sum / static_cast<double>(sum.count);
+  result.squared_error = sum.sum / static_cast<double>(sum.count);
   return result;
 }
 
