@@ -259,9 +259,14 @@ struct LaneSums {
   int in_level = 0;
 
   KESTRANE_INLINE void add(const double (&chunk)[kSums][kLanes]) {
+    add_last(chunk);
+    if (++in_level == kChunksPerLevel) close_level();
+  }
+
+  // Adds the last chunk of all, whose level is closed next, full or not.
+  KESTRANE_INLINE void add_last(const double (&chunk)[kSums][kLanes]) {
     for (int q = 0; q < kSums; ++q)
       for (int l = 0; l < kLanes; ++l) chunks[q][l] += chunk[q][l];
-    if (++in_level == kChunksPerLevel) close_level();
   }
 
   KESTRANE_INLINE void close_level() {
@@ -305,17 +310,22 @@ KESTRANE_INLINE void put(const From& v, int first, To* lanes) {
 // A chunk of 256 rows: in place, or padded where it is the cloud's last one. So the double that
 // follows a chunk may be read.
 struct ChunkRows {
-  alignas(32) double padded[3 * kChunkRows + 1];
+  alignas(32) double padded[3 * kChunkRows + 1] = {};
 
-  KESTRANE_INLINE const double* at(CloudRows rows, std::int64_t start, const double (&pad)[3]) {
-    const std::int64_t left = rows.count - start;
+  // Pads with a row that is not zero, before any chunk is asked for.
+  KESTRANE_INLINE void pad_with(const double (&row)[3]) {
+    for (int i = 0; i < 3 * kChunkRows; i += 3)
+      for (int k = 0; k < 3; ++k) padded[i + k] = row[k];
+  }
+
+  KESTRANE_INLINE const double* at(CloudRows rows, std::int64_t start) {
+    if (rows.count - start > kChunkRows) return rows.xyz + 3 * start;
+    return last(rows, start);
+  }
+
+  KESTRANE_INLINE const double* last(CloudRows rows, std::int64_t start) {
     const double* xyz = rows.xyz + 3 * start;
-    if (left > kChunkRows) return xyz;
-    for (std::int64_t i = 0; i < 3 * left; ++i) padded[i] = xyz[i];
-    for (std::int64_t i = left; i < kChunkRows; ++i) {
-      for (int k = 0; k < 3; ++k) padded[3 * i + k] = pad[k];
-    }
-    padded[3 * kChunkRows] = 0.0;
+    for (std::int64_t i = 0; i < 3 * (rows.count - start); ++i) padded[i] = xyz[i];
     return padded;
   }
 };
@@ -327,7 +337,9 @@ KESTRANE_INLINE void load_words(const std::uint64_t* in_use, std::int64_t first,
 
 KESTRANE_INLINE void store_words(const std::uint64_t (&chunk)[kChunkWords], std::int64_t first,
                                  std::int64_t words, std::uint64_t* in_use) {
-  for (int w = 0; w < kChunkWords && first + w < words; ++w) in_use[first + w] = chunk[w];
+  const std::int64_t left = words - first;
+  const std::int64_t stored = left < kChunkWords ? left : kChunkWords;
+  for (std::int64_t w = 0; w < stored; ++w) in_use[first + w] = chunk[w];
 }
 
 KESTRANE_INLINE std::int64_t count_of(const std::uint64_t (&words)[kChunkWords]) {
@@ -348,16 +360,14 @@ struct ChunkUse {
   }
 };
 
-// Where rows are copied to, one after another; nowhere, where `out` is null.
+// Where rows are copied to, one after another; nowhere, without any room, where `out` is null.
 struct RowCopy {
   double* out;
   const double* end;
 
   // Whether a whole chunk may be copied row by row: each row is written, and overwritten by the
   // next one where it is not in use, so that no branch has to guess.
-  KESTRANE_INLINE bool has_room_for_a_chunk() const {
-    return out != nullptr && end - out >= 3 * kChunkRows;
-  }
+  KESTRANE_INLINE bool has_room_for_a_chunk() const { return end - out >= 3 * kChunkRows; }
 
   KESTRANE_INLINE void put(const double* row) const {
     *reinterpret_cast<Two*>(out) = two(row);
@@ -377,7 +387,7 @@ struct RowCopy {
 
 // Adds up the coordinates of rows, one row after another, and copies the rows. Each addition waits
 // for the one before, so the rows of a chunk are added while the vectors work on the next chunk, a
-// few after each group. Until a chunk waits, rows of the first one are passed over.
+// few after each group. Until a chunk waits, rows that are not in use are passed over.
 template <class V>
 struct OrderedSums {
   RowCopy copy;
@@ -460,11 +470,12 @@ KESTRANE_INLINE void select(CloudRows rows, const DepthJob& job, std::uint64_t* 
   V::fill(job.point[2], pz);
   const std::int64_t words = words_for(rows.count);
   ChunkRows chunk;
+  chunk.pad_with(job.point);  // whose differences from it are 0
   LaneSums<9> sums;
   moments.count = 0;
   double farthest[kLanes] = {};
   for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start, job.point);
+    const double* const xyz = chunk.at(rows, start);
     std::uint64_t inside[kChunkWords] = {};
     double of_chunk[9][kLanes];
     for (int lane = 0; lane < kLanes; lane += V::kWidth) {
@@ -699,12 +710,12 @@ KESTRANE_INLINE void reject(CloudRows rows, const RejectionJob& job, const std::
   DroppedRows dropped_rows;
   ChunkUse uses[2] = {};  // of the chunk at work and of the one before
   RejectedChunks<V, kSums> chunks{
-      OffMiddle<V, kSums>(job), {}, {copy, chunk.at(rows, 0, job.plane.point), uses[1].masks}};
+      OffMiddle<V, kSums>(job), {}, {copy, chunk.padded, uses[1].masks}};
   V::fill(job.half, chunks.half);
   int now = 0;
   rejection.count = 0;
   for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start, job.plane.point);
+    const double* const xyz = chunk.at(rows, start);
     std::uint64_t word[kChunkWords];
     load_words(in_use, start / kWordRows, words, word);
     ChunkUse& use = uses[now];
@@ -736,23 +747,20 @@ struct Measured {
   LaneSums<2> sums;
   double largest[kLanes] = {};
 
-  // A chunk without its rows beyond `count`.
-  template <bool kFull>
-  KESTRANE_INLINE void chunk(const double* xyz, std::int64_t count) {
+  // A chunk, all of whose rows are in use, or those whose bits are set.
+  template <bool kAll>
+  KESTRANE_INLINE void chunk(const double* xyz, const std::uint64_t (&in_use)[kChunkWords],
+                             double (&of_chunk)[2][kLanes]) {
     using Real = typename V::Real;
-    std::uint64_t word[kChunkWords] = {~std::uint64_t{0}, ~std::uint64_t{0}, ~std::uint64_t{0},
-                                       ~std::uint64_t{0}};
-    drop_padding(count, word);
-    double of_chunk[2][kLanes];
     for (int lane = 0; lane < kLanes; lane += V::kWidth) {
       Real sum{}, squares{}, most{};
       for (int w = 0; w < kChunkWords; ++w) {
         const double* p = xyz + 3 * (kWordRows * w + lane);
-        std::uint64_t used = word[w] >> lane;
+        std::uint64_t used = in_use[w] >> lane;
         for (int g = 0; g < kGroups; ++g, p += 3 * kLanes) {
           Real r = size_of<V>(plane.of(p));
           Real off = r - guess;
-          if (!kFull) {
+          if (!kAll) {
             const typename V::Bits& idle = lanes_not_in_use<V>(used);
             r = V::without(r, idle);
             off = V::without(off, idle);
@@ -768,25 +776,26 @@ struct Measured {
         if (most[l] > largest[lane + l]) largest[lane + l] = most[l];
       }
     }
-    sums.add(of_chunk);
   }
 };
 
 template <class V>
 KESTRANE_INLINE void measure(CloudRows rows, const PointAndNormal& at, double guess,
                              DistanceFigures& figures) {
-  ChunkRows chunk;
+  constexpr std::uint64_t kAllBits = ~std::uint64_t{0};
   Measured<V> measured{Direction<V>(at), {}, {}, {}};
   V::fill(guess, measured.guess);
-  for (std::int64_t start = 0; start < rows.count; start += kChunkRows) {
-    const double* const xyz = chunk.at(rows, start, at.point);
-    const std::int64_t left = rows.count - start;
-    if (left < kChunkRows) {
-      measured.template chunk<false>(xyz, left);
-    } else {
-      measured.template chunk<true>(xyz, kChunkRows);
-    }
+  std::uint64_t in_use[kChunkWords] = {kAllBits, kAllBits, kAllBits, kAllBits};
+  double of_chunk[2][kLanes];
+  std::int64_t start = 0;
+  for (; rows.count - start > kChunkRows; start += kChunkRows) {
+    measured.template chunk<true>(rows.xyz + 3 * start, in_use, of_chunk);
+    measured.sums.add(of_chunk);
   }
+  ChunkRows chunk;
+  drop_padding(rows.count - start, in_use);
+  measured.template chunk<false>(chunk.last(rows, start), in_use, of_chunk);
+  measured.sums.add_last(of_chunk);
   measured.sums.close_level();
   figures = {largest_of(measured.largest), measured.sums.of(0), measured.sums.of(1)};
 }

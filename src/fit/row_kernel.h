@@ -88,8 +88,9 @@ enum class RowVectors { kBaseline, kAvx2 };
 RowVectors best_row_vectors();
 
 // The passes of one vector set, which the processor must have. All rows are in use for `measure`.
-// `reject_and_sum` copies the rows that stay in use to `copies`, in order, unless that is null;
-// there must be room for all rows that were in use, and what lies beyond the copies is overwritten.
+// `reject_and_sum` copies the rows that stay in use to `copies`, in order, unless that is null,
+// without any room; there must be room for all rows that were in use, and what lies beyond the
+// copies is overwritten.
 struct RowPasses {
   void (*select)(CloudRows rows, const DepthJob& job, std::uint64_t* in_use, RowMoments& moments,
                  double& reach);

@@ -337,6 +337,23 @@ TEST_P(RowPassesOf, WriteNothingBeyondTheRoomForCopies) {
   }
 }
 
+// Where there is room for a chunk each row is written, and overwritten by the next one unless it
+// stays in use: behind the copies stands the last row of the last chunk but one.
+TEST_P(RowPassesOf, CopyWithoutAskingWhichRowsStayWhereAChunkHasRoom) {
+  PointMatrix3 points(700, 3);
+  for (int i = 0; i < 700; ++i) points.row(i) << (i < 100 ? 0.0 : 10.0), i, -i;
+  Bits in_use(11, ~std::uint64_t{0}), kept(11);
+  in_use[10] = (std::uint64_t{1} << 60) - 1;
+  PointMatrix3 copies = PointMatrix3::Constant(700, 3, -7.0);
+  Rejection rejection;
+  DistanceSums sums;
+  passes.reject_and_sum(rows_of(points), {{{0, 0, 0}, {1, 0, 0}}, 0.0, 1.0, {}}, in_use.data(),
+                        kept.data(), rejection, sums, copies.data(), 700);
+  EXPECT_EQ(rejection.count, 100);
+  EXPECT_EQ(copies.topRows(100), points.topRows(100));
+  EXPECT_EQ(copies.row(100), points.row(511));
+}
+
 TEST_P(RowPassesOf, MeasureSizesAboutAGuess) {
   Random random(4);
   for (const Eigen::Index count : counts()) {
