@@ -29,9 +29,9 @@ enum class Side { kInward, kOutward, kUndecided };
 // On which side of the origin most rows in use lie, along the plane's normal: decided only where
 // more than half of them lie further from 0 than rounding reaches. All of them do where the plane
 // lies further from the origin than its rows from the plane.
-Side side_of(const StreamedRows& rows, const StreamedPlane& plane, double largest_distance) {
+Side side_of(const StreamedRows& rows, const StreamedPlane& plane) {
   const double error = height_error(plane.cloud, plane.normal_error, plane.heights);
-  if (std::abs(plane.abcd[3]) > 1.001 * largest_distance + 2.0 * error) {
+  if (std::abs(plane.abcd[3]) > 1.001 * rows.farthest_from(plane) + 2.0 * error) {
     return plane.abcd[3] < 0.0 ? Side::kOutward : Side::kInward;
   }
   const Vector3d n = plane.normal();
@@ -59,15 +59,14 @@ bool may_be_handed_out(const StreamedPlane& plane) {  // written so that a NaN m
          std::abs(plane.abcd[0]) > plane.normal_error && plane.clear_of_origin();
 }
 
-// The fit of the rows in use; its statistics where their `copies` are given.
+// The fit of the rows in use, whose centroid is settled; its statistics where their `copies` are
+// given.
 std::optional<PlaneFit> streamed_fit(StreamedRows& rows, const PointRows* copies) {
-  rows.settle_centroid();
-  const std::optional<StreamedPlane> plane = rows.plane(StreamedRows::For::kResult);
-  if (!plane || !may_be_handed_out(*plane)) return std::nullopt;
-  PlaneFit fit{plane->abcd, {}};
-  if (copies != nullptr) fit.stats = rows.measure(*copies, *plane);
-  const Side side = side_of(
-      rows, *plane, copies != nullptr ? fit.stats.max_distance : rows.farthest_from(*plane));
+  const StreamedPlane plane = rows.plane(StreamedRows::For::kResult);
+  if (!may_be_handed_out(plane)) return std::nullopt;
+  PlaneFit fit{plane.abcd, {}};
+  if (copies != nullptr) fit.stats = rows.measure(*copies, plane);
+  const Side side = side_of(rows, plane);
   if (side == Side::kUndecided) return std::nullopt;
   if (side == Side::kInward) fit.plane *= -1.0;
   return fit;
@@ -76,90 +75,84 @@ std::optional<PlaneFit> streamed_fit(StreamedRows& rows, const PointRows* copies
 // ---- every fit by decomposition, of rows that are copied together ------------------------------
 
 // What is left once the rejections are done, or one has failed.
-RobustFit finished(WorkingRows working, bool complete, int decompositions) {
+RobustFit finished(WorkingRows working, bool complete, int decompositions, Wanted wanted) {
   RobustFit result;
   result.complete = complete;
-  result.fit = fit_rows(working.rows(), working.sums());
   result.decompositions = decompositions + 1;
+  if (wanted == Wanted::kPlane) {
+    result.fit = PlaneFit{decomposed_plane(working.rows(), working.sums()), {}};
+    return result;
+  }
+  result.fit = fit_rows(working.rows(), working.sums());
   if (complete) result.inliers = working.release();
   return result;
 }
 
-RobustFit fit_from_second_rejection(WorkingRows working, int decompositions) {
+RobustFit fit_from_second_rejection(WorkingRows working, int decompositions, Wanted wanted) {
   const PlaneAbcd plane = decomposed_plane(working.rows(), working.sums());
   const bool enough = working.reject_beyond_sigmas(plane, kSigmaRejection, kFewestRows);
-  return finished(std::move(working), enough, decompositions + 1);
+  return finished(std::move(working), enough, decompositions + 1, wanted);
 }
 
-RobustFit fit_from_first_rejection(WorkingRows working, int decompositions) {
+RobustFit fit_by_decomposition(const PointMatrix3& points, DepthBand band, Wanted wanted) {
+  WorkingRows working(points, band);
+  if (working.rows().count < kFewestRows) return {};
   const PlaneAbcd plane = decomposed_plane(working.rows(), working.sums());
   if (!working.reject_beyond(plane, kFirstRejection, kFewestRows)) {
-    return finished(std::move(working), false, decompositions + 1);
+    return finished(std::move(working), false, 1, wanted);
   }
-  return fit_from_second_rejection(std::move(working), decompositions + 1);
+  return fit_from_second_rejection(std::move(working), 1, wanted);
 }
 
 // ---- streamed fits, decomposing where they cannot decide ---------------------------------------
 
-// Hands out the fit of the rows in use.
+// Hands out the fit of the rows in use, whose centroid is settled.
 RobustFit finished(StreamedRows& rows, bool complete, int decompositions, Wanted wanted) {
+  const bool all = wanted == Wanted::kAll;
+  PointMatrix3 copies;
+  if (all) copies = rows.take_copies();
+  const PointRows copied = rows_of(copies);
   RobustFit result;
   result.complete = complete;
   result.decompositions = decompositions;
-  const bool long_enough = rows.count() >= kFewestStreamedRows;
-  if (wanted == Wanted::kPlane && long_enough) result.fit = streamed_fit(rows, nullptr);
-  if (result.fit) return result;
-  PointMatrix3 copies = rows.take_copies();
-  const PointRows copied = rows_of(copies);
-  if (wanted == Wanted::kAll && long_enough) result.fit = streamed_fit(rows, &copied);
-  if (!result.fit) return finished(WorkingRows(std::move(copies)), complete, decompositions);
+  if (rows.count() >= kFewestStreamedRows) result.fit = streamed_fit(rows, all ? &copied : nullptr);
+  if (!result.fit) {
+    WorkingRows working(all ? std::move(copies) : rows.copy());
+    return finished(std::move(working), complete, decompositions, wanted);
+  }
   if (complete) result.inliers = std::move(copies);
   return result;
 }
 
 // Does one rejection: by the streamed plane, or by the decomposed one where that cannot decide.
-template <class ByStreamed, class ByDecomposed>
-bool reject(StreamedRows& rows, int& decompositions, ByStreamed by_streamed,
-            ByDecomposed by_decomposed) {
-  if (const std::optional<StreamedPlane> plane = rows.plane(StreamedRows::For::kRejection)) {
-    if (const std::optional<bool> enough = by_streamed(*plane)) return *enough;
-  }
+template <class ByStreamed, class BandAbout>
+bool reject(StreamedRows& rows, int& decompositions, ByStreamed by_streamed, BandAbout band_about) {
+  const StreamedPlane streamed = rows.plane(StreamedRows::For::kRejection);
+  if (const std::optional<bool> enough = by_streamed(streamed)) return *enough;
   ++decompositions;
   const WorkingRows copied(rows.copy());
-  return by_decomposed(copied, decomposed_plane(copied.rows(), copied.sums()));
+  const PlaneAbcd plane = decomposed_plane(copied.rows(), copied.sums());
+  return rows.keep_within(SignedDistance(plane), band_about(copied, plane));
 }
 
 bool reject_beyond_limit(StreamedRows& rows, int& decompositions) {
   return reject(
       rows, decompositions,
       [&rows](const StreamedPlane& plane) { return rows.reject_beyond(plane, kFirstRejection); },
-      [&rows](const WorkingRows&, const PlaneAbcd& plane) {
-        const SignedDistance distance(plane);
-        const DistanceLimit rule{kFirstRejection};
-        return rows.keep_where([&](const double* row) { return rule.keeps(distance(row)); });
+      [](const WorkingRows&, const PlaneAbcd&) {
+        return SigmaBand{-kFirstRejection, kFirstRejection};
       });
 }
 
 bool reject_beyond_band(StreamedRows& rows, int& decompositions) {
-  rows.settle_centroid();
   return reject(
       rows, decompositions,
       [&rows](const StreamedPlane& plane) {
         return rows.reject_beyond_sigmas(plane, kSigmaRejection);
       },
-      [&rows](const WorkingRows& copied, const PlaneAbcd& plane) {
-        const SignedDistance distance(plane);
-        const SigmaBand rule = copied.sigma_band_about(plane, kSigmaRejection);
-        return rows.keep_where([&](const double* row) { return rule.keeps(distance(row)); });
+      [](const WorkingRows& copied, const PlaneAbcd& plane) {
+        return copied.sigma_band_about(plane, kSigmaRejection);
       });
-}
-
-// A fit by decomposition has everything.
-RobustFit only(Wanted wanted, RobustFit fit) {
-  if (wanted == Wanted::kAll) return fit;
-  fit.inliers = PointMatrix3();
-  if (fit.fit) fit.fit->stats = {};
-  return fit;
 }
 
 }  // namespace
@@ -170,30 +163,25 @@ RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Wanted wanted)
 
 RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Wanted wanted,
                       RowVectors vectors) {
-  if (points.rows() < kFewestStreamedRows) {
-    return only(wanted, fit_in_band_by_decomposition(points, band));
-  }
   StreamedRows rows(rows_of(points), wanted == Wanted::kAll, vectors);
   rows.select(band.lowest, band.highest);
   if (rows.count() < kFewestStreamedRows || !rows.in_range()) {
-    return only(wanted, fit_in_band_by_decomposition(points, band));
+    return fit_by_decomposition(points, band, wanted);
   }
   int decompositions = 0;
   if (!reject_beyond_limit(rows, decompositions)) {
-    return only(wanted, finished(rows, false, decompositions, wanted));
+    rows.settle_centroid();
+    return finished(rows, false, decompositions, wanted);
   }
   if (rows.count() < kFewestStreamedRows) {
-    return only(wanted, fit_from_second_rejection(WorkingRows(rows.copy()), decompositions));
+    return fit_from_second_rejection(WorkingRows(rows.copy()), decompositions, wanted);
   }
   const bool enough = reject_beyond_band(rows, decompositions);
-  return only(wanted, finished(rows, enough, decompositions, wanted));
+  return finished(rows, enough, decompositions, wanted);
 }
 
 RobustFit fit_in_band_by_decomposition(const PointMatrix3& points, DepthBand band) {
-  if (points.rows() < kFewestRows) return {};
-  WorkingRows working(points, band);
-  if (working.rows().count < kFewestRows) return {};
-  return fit_from_first_rejection(std::move(working), 0);
+  return fit_by_decomposition(points, band, Wanted::kAll);
 }
 
 std::optional<PlaneFit> streamed_plane_fit(const PointMatrix3& points) {
@@ -201,6 +189,7 @@ std::optional<PlaneFit> streamed_plane_fit(const PointMatrix3& points) {
   StreamedRows rows(all, true, best_row_vectors());
   rows.select(-kEverything, kEverything);
   if (!rows.in_range()) return std::nullopt;
+  rows.settle_centroid();
   return streamed_fit(rows, &all);
 }
 

@@ -3,6 +3,7 @@
 #include <Eigen/Eigenvalues>
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "fit/plane_decomposition.h"
@@ -45,6 +46,13 @@ RejectionJob rejection_job(const Vector3d& point, const Vector3d& normal, double
           {moments_point[0], moments_point[1], moments_point[2]}};
 }
 
+// Of which every error is infinite.
+StreamedPlane unknown_plane() {
+  constexpr double kUnknown = std::numeric_limits<double>::infinity();
+  const Vector3d none = Vector3d::Zero();
+  return {{0.0, 0.0, none, 0.0, none, none, kUnknown, kUnknown}, PlaneAbcd::Zero(), kUnknown, 0.0};
+}
+
 // A centre inside the cloud, from rows spread over all of it. Rows out of the band have no say.
 Vector3d sampled_centre(PointRows rows, double lowest, double highest) {
   Vector3d sum = Vector3d::Zero();
@@ -52,7 +60,7 @@ Vector3d sampled_centre(PointRows rows, double lowest, double highest) {
   const Index step = std::max<Index>(1, rows.count / kSampleRows);
   for (Index i = 0; i < rows.count; i += step) {
     const Eigen::Map<const Vector3d> row(rows.xyz + 3 * i);
-    if (!(row[2] >= lowest && row[2] <= highest) || !row.allFinite()) continue;
+    if (!(row[2] >= lowest && row[2] <= highest)) continue;
     sum += row;
     used += 1.0;
   }
@@ -104,7 +112,7 @@ void StreamedRows::select(double lowest, double highest) {
 }
 
 bool StreamedRows::in_range() const {  // written so that a NaN is not
-  return moments_.products.trace() <= kLargestSize * kLargestSize && std::isfinite(reach_) &&
+  return moments_.products.trace() <= kLargestSize * kLargestSize &&
          moments_.mean().lpNorm<Eigen::Infinity>() <= kLargestSize;
 }
 
@@ -113,7 +121,6 @@ Vector3d StreamedRows::centroid() const {
 }
 
 void StreamedRows::settle_centroid() {
-  if (sums_) return;
   PointSums sums;
   for_each([&sums](const double* row) { sums.add(row); });
   sums_ = sums;
@@ -147,16 +154,15 @@ double StreamedRows::reach_from(const Vector3d& point, double usual) const {
 // The normal comes from the moments, or from one pass of reflections: for a result where the
 // moments leave it fewer digits, for a rejection only where rounding of the moments would be the
 // larger part of its bound.
-std::optional<StreamedPlane> StreamedRows::plane(For purpose) {
+StreamedPlane StreamedRows::plane(For purpose) {
   const auto n = static_cast<double>(count());
   if (!moments_.good_for_scatter(dropped_depth(all_rows()))) gather_moments(centroid());
   const Vector3d m = centroid();
   const double sum = moments_.sum.norm();
   const Matrix3d scatter = moments_.products - moments_.sum * moments_.sum.transpose() / n;
   const double trace = scatter.trace();
-  if (!(trace >= kSmallestSize * kSmallestSize)) return std::nullopt;
-  const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(scatter);
-  if (solver.info() != Eigen::Success) return std::nullopt;
+  if (!(trace >= kSmallestSize * kSmallestSize)) return unknown_plane();
+  const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(scatter);  // of numbers it always ends
   const double sizes = m.lpNorm<1>() + std::sqrt(3.0 * trace / n);
   const double of_scatter = scatter_change(moments_.errors, n, trace, sum, sizes);
   StreamedPlane plane;
@@ -199,7 +205,7 @@ bool StreamedRows::take(RowBits& kept, const Rejection& rejection, const Streame
   moments_ =
       moments_.without(Moments(rejection.dropped, moments_.point, dropped_depth(all_rows())));
   sums_ = PointSums{rejection.sum[0], rejection.sum[1], rejection.sum[2]};
-  kept_by_ = Kept{plane.cloud.centroid, plane.normal(), farthest};
+  near_ = Near{plane.cloud.centroid, plane.normal(), farthest};
   in_use_.swap(kept);
   return true;
 }
@@ -257,9 +263,31 @@ std::optional<bool> StreamedRows::reject_beyond_sigmas(const StreamedPlane& plan
   }
 }
 
+bool StreamedRows::keep_within(const SignedDistance& distance, const SigmaBand& band) {
+  RowBits kept(in_use_.size());
+  Index left = 0;
+  PointSums sums;
+  for (std::size_t w = 0; w < in_use_.size(); ++w) {
+    for (std::uint64_t word = in_use_[w]; word != 0; word &= word - 1) {
+      const auto bit = static_cast<std::size_t>(__builtin_ctzll(word));
+      const double* row = rows_.xyz + 3 * (64 * w + bit);
+      if (!band.keeps(distance(row))) continue;
+      kept[w] |= std::uint64_t{1} << bit;
+      ++left;
+      sums.add(row);
+    }
+  }
+  if (left < kFewestRows) return false;
+  in_use_.swap(kept);
+  sums_ = sums;
+  moments_.count = left;
+  gather_moments(centroid());
+  return true;
+}
+
 // One pass with a guess of the mean. Where the distances are more alike than the guess is good, the
 // deviation has lost digits, and a second pass starts from the mean.
-PlaneFitStats StreamedRows::measure(PointRows rows, const StreamedPlane& plane) const {
+PlaneFitStats StreamedRows::measure(PointRows rows, const StreamedPlane& plane) {
   constexpr double kMeanOfSigma = 0.8;  // mean size of a normal deviate, about
   const double n = plane.cloud.count;
   double guess = kMeanOfSigma * plane.cloud.spreads[2] / std::sqrt(n);
@@ -272,19 +300,20 @@ PlaneFitStats StreamedRows::measure(PointRows rows, const StreamedPlane& plane) 
     passes_.measure({rows.xyz, rows.count}, at, guess, figures);
     off = figures.sum / n;
   }
+  near_ = Near{plane.cloud.centroid, plane.normal(), figures.largest};
   const double variance = std::max(0.0, figures.squares / n - off * off);
   return {figures.largest, guess + off, std::sqrt(variance)};
 }
 
-// A row's distance is that from the plane that it was kept by, but for what the normal has turned
-// and the centroid has moved since.
+// A row's distance is that from the plane that is known to be near, but for what the normal has
+// turned and the centroid has moved since.
 double StreamedRows::farthest_from(const StreamedPlane& plane) const {
-  if (!kept_by_) return plane.cloud.reach;
+  if (!near_) return plane.cloud.reach;
   const Vector3d n = plane.normal();
   const Vector3d& m = plane.cloud.centroid;
-  const double turned = std::min((n - kept_by_->normal).norm(), (n + kept_by_->normal).norm());
-  return kept_by_->farthest + turned * plane.cloud.reach +
-         std::abs(kept_by_->normal.dot(m - kept_by_->point));
+  const double turned = std::min((n - near_->normal).norm(), (n + near_->normal).norm());
+  return near_->farthest + turned * plane.cloud.reach +
+         std::abs(near_->normal.dot(m - near_->point));
 }
 
 PointMatrix3 StreamedRows::copy() const {

@@ -16,6 +16,7 @@
 #include "fit/points.h"
 #include "fit/rejection.h"
 #include "fit/row_kernel.h"
+#include "fit/signed_distance.h"
 
 namespace kestrane {
 
@@ -47,7 +48,8 @@ struct Moments {
   bool good_for_scatter(double depth) const;
 };
 
-// A plane through the centroid of the rows in use, and how well it is known.
+// A plane through the centroid of the rows in use, and how well it is known. Of a cloud that is
+// hardly more than a point nothing is known but that.
 struct StreamedPlane {
   CloudShape cloud;
   PlaneAbcd abcd;       // a normal whose side carries no meaning
@@ -74,13 +76,13 @@ class StreamedRows {
   // Whether the rows in use and their squares are numbers of an ordinary size.
   bool in_range() const;
 
-  // Adds up the rows in use one after another, as a decomposed fit does, unless a rejection has:
+  // Adds up the rows in use one after another, as a decomposed fit does and as a rejection has:
   // then their planes go through the very centroid of the decomposed ones.
   void settle_centroid();
 
-  // The plane of the rows in use; none for a cloud that is hardly more than a point.
+  // The plane of the rows in use.
   enum class For { kRejection, kResult };
-  std::optional<StreamedPlane> plane(For purpose);
+  StreamedPlane plane(For purpose);
 
   // Each rejection is given by the plane of the rows in use, the second one by a plane through
   // their settled centroid. None, with all rows still in use, where the decomposed plane could keep
@@ -88,12 +90,12 @@ class StreamedRows {
   std::optional<bool> reject_beyond(const StreamedPlane& plane, double limit);
   std::optional<bool> reject_beyond_sigmas(const StreamedPlane& plane, double k);
 
-  // Takes the rows for which keeps(row) holds; false as above.
-  template <class Keeps>
-  bool keep_where(Keeps keeps);
+  // Takes the rows in use whose distances the band keeps; false as above.
+  bool keep_within(const SignedDistance& distance, const SigmaBand& band);
 
-  // Statistics of the distances of rows to a plane through their centroid.
-  PlaneFitStats measure(PointRows rows, const StreamedPlane& plane) const;
+  // Statistics of the distances of the rows in use, which are `rows`, to a plane through their
+  // centroid.
+  PlaneFitStats measure(PointRows rows, const StreamedPlane& plane);
 
   // No row in use lies further from the plane.
   double farthest_from(const StreamedPlane& plane) const;
@@ -120,8 +122,9 @@ class StreamedRows {
   double reach_from(const Eigen::Vector3d& point, double usual) const;
   void gather_moments(const Eigen::Vector3d& point);
 
-  // A plane that rows were rejected by: all rows in use lie within `farthest` of it.
-  struct Kept {
+  // A plane that rows were rejected by or measured from: all rows in use lie within `farthest` of
+  // it.
+  struct Near {
     Eigen::Vector3d point;
     Eigen::Vector3d normal;
     double farthest;
@@ -132,33 +135,10 @@ class StreamedRows {
   const RowPasses& passes_;
   RowBits in_use_;
   PointMatrix3 copies_;  // of the rows in use, or none
-  std::optional<Kept> kept_by_;
+  std::optional<Near> near_;
   Moments moments_;
   std::optional<PointSums> sums_;  // one row after another, where they are settled
   double reach_ = 0.0;             // no row in use lies further from the moments' point
 };
-
-template <class Keeps>
-bool StreamedRows::keep_where(Keeps keeps) {
-  RowBits kept(in_use_.size());
-  Eigen::Index count = 0;
-  PointSums sums;
-  for (std::size_t w = 0; w < in_use_.size(); ++w) {
-    for (std::uint64_t word = in_use_[w]; word != 0; word &= word - 1) {
-      const auto bit = static_cast<std::size_t>(__builtin_ctzll(word));
-      const double* row = rows_.xyz + 3 * (64 * w + bit);
-      if (!keeps(row)) continue;
-      kept[w] |= std::uint64_t{1} << bit;
-      ++count;
-      sums.add(row);
-    }
-  }
-  if (count < kFewestRows) return false;
-  in_use_.swap(kept);
-  sums_ = sums;
-  moments_.count = count;
-  gather_moments(centroid());
-  return true;
-}
 
 }  // namespace kestrane

@@ -5,9 +5,11 @@
 
 #include <cstddef>
 #include <new>
+#include <optional>
 
 #include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
+#include "fit/streamed_rows.h"
 #include "tests/fit/plane_clouds.h"
 #include "tests/literal/plane_fit.h"
 
@@ -163,6 +165,30 @@ TEST_F(HeapOfAPlaneFit, StaysWithinTwoCopiesWhereTheOriginLiesInThePlane) {
   PointMatrix3 points(20000, 3);
   points << half, -half;
   EXPECT_LE(peak_of_a_fit(points, kSinglePass), 2 * bytes_of(points) + kSmallBlocks);
+}
+
+TEST_F(HeapOfAPlaneFit, HoldsCopiesOfRowsWhereTheyAreWanted) {
+  using kestrane::StreamedRows;
+  const PointMatrix3 points = sheet(0.05);
+  for (const bool wanted : {false, true}) {
+    StreamedRows rows(kestrane::rows_of(points), wanted, kestrane::best_row_vectors());
+    rows.select(kBand.lowest, kBand.highest);
+    ASSERT_EQ(rows.reject_beyond(rows.plane(StreamedRows::For::kRejection), 2.5), true);
+    const kestrane::StreamedPlane plane = rows.plane(StreamedRows::For::kRejection);
+    std::optional<bool> enough;
+    watched([&] { enough = rows.reject_beyond_sigmas(plane, 2.0); });
+    ASSERT_EQ(enough, true);
+    PointMatrix3 copies = rows.copy();
+    if (!wanted) {
+      EXPECT_LE(watch.peak, kSmallBlocks);
+      continue;
+    }
+    EXPECT_GE(watch.peak, bytes_of(copies));
+    PointMatrix3 taken;
+    watched([&] { taken = rows.take_copies(); });
+    EXPECT_EQ(watch.calls, 0);
+    EXPECT_EQ(taken, copies);
+  }
 }
 
 TEST_F(HeapOfAPlaneFit, IsLeftAloneByALeastSquaresFitOfAFewRows) {

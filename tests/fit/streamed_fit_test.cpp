@@ -398,6 +398,39 @@ TEST(FitInBand, DecomposesASinglePointAfterAPlane) {
   }
 }
 
+// Rows out of the band, however far out or many they are among those from which the first centre is
+// taken, leave no trace.
+TEST(FitInBand, TakesTheFirstCentreFromRowsInTheBand) {
+  Random random(18);
+  const PointMatrix3 sheet = sheet_cloud(random, 6400, {});
+  ASSERT_EQ(expect_literal_fit(sheet, kBand).decompositions, 0);
+  for (const double z : {1e200, -1e200}) {
+    PointMatrix3 points = sheet;
+    points(0, 2) = z;
+    EXPECT_EQ(expect_literal_fit(points, kBand).decompositions, 0) << z;
+    for (Eigen::Index i = 0; i < points.rows(); i += 100) points(i, 2) = z;
+    EXPECT_EQ(expect_literal_fit(points, kBand).decompositions, 0) << "all at " << z;
+  }
+}
+
+// A hundred rows, of which the first rejection leaves forty.
+TEST(FitInBand, DecomposesOnlyTheFitsOfAShortCloud) {
+  std::vector<double> x;
+  for (int i = 0; i < 10; ++i) x.push_back(50.0 + (i % 2 == 0 ? 0.5 : -0.5));
+  for (int i = 0; i < 14; ++i) x.push_back(50.0 + (i % 2 == 0 ? 20.0 : -20.0));
+  const RobustFit robust = expect_literal_fit(quads_at(x), kEverywhere);
+  EXPECT_EQ(robust.inliers.rows(), 40);
+  EXPECT_EQ(robust.decompositions, 2);
+}
+
+TEST(StreamedPlaneFit, IsNoneWhereSquaresAreOutOfRange) {
+  Random random(19);
+  const PointMatrix3 points =
+      box_cloud(random, 700, {random_rotation(random), {9, 6, 0.4}, {5, 50, 20}});
+  EXPECT_TRUE(kestrane::streamed_plane_fit(1e60 * points));
+  EXPECT_FALSE(kestrane::streamed_plane_fit(1e71 * points));
+}
+
 // A few more rows lie behind the origin, all but as far from the plane as it is from the origin.
 TEST(StreamedPlaneFit, TurnsTowardsMostOfItsRows) {
   constexpr Eigen::Index kRows = 20001;
