@@ -178,8 +178,9 @@ double deviation_error(const CloudShape& cloud, const Eigen::Vector3d& normal, d
   const double levers = (normal.cwiseAbs().array() + normal_error).matrix().dot(cloud.rms);
   const double rounding = common_rounding(heights) + 1.001 * 9.0 * kUnitRoundoff * levers;
   const double lever = normal_error * cloud.size / std::sqrt(n);
-  const double turned = sigma > 0.0 ? std::min(lever, 4.0 * lever * lever / sigma) : lever;
-  const double pull = sigma > 0.0 ? std::min(1.0, (2.1 * std::abs(sum) + of_sum) / sigma) : 1.0;
+  // By a sigma of 0 the quotients are infinite, or not a number, which is not the smaller one.
+  const double turned = std::min(lever, 4.0 * lever * lever / sigma);
+  const double pull = std::min(1.0, (2.1 * std::abs(sum) + of_sum) / sigma);
   const double relative = accumulated(n + 8.0 + summation_depth(cloud.rows)) + 1.1 * kUnitNormal;
   return rounding + turned + pull * of_sum + relative * sigma;
 }
