@@ -49,7 +49,8 @@ std::int32_t truncated_budget(double quotient) {
   return std::numeric_limits<std::int32_t>::min();
 }
 
-// Passes for a 99 % chance of one clean sample. The cube stands although a sample has two points.
+// Passes for a 99 % chance of one clean sample; none once all points are in. The cube stands
+// although a sample has two points.
 std::int32_t passes_for(double ratio) {
   return truncated_budget(std::log(0.01) / std::log(1.0 - ratio * ratio * ratio));
 }
@@ -82,9 +83,7 @@ std::vector<Point2> largest_consensus(const PointMatrix2& points, std::int32_t n
     collect_line_inliers(direction, p0, points, settings.threshold, inliers);
     if (inliers.size() <= best.size()) continue;
     best.swap(inliers);
-    const double ratio = static_cast<double>(std::ssize(best)) / n;
-    if (kGuard > std::abs(ratio - 1.0)) break;
-    passes = passes_for(ratio);
+    passes = passes_for(static_cast<double>(std::ssize(best)) / n);
   }
   return best;
 }
