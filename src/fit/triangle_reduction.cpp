@@ -36,7 +36,7 @@ struct Reflection {
 };
 
 Reflection reflection_of(double alpha, double squares) {
-  if (squares == 0.0) return {alpha, 1.0, 0.0};
+  if (squares <= 0.0) return {alpha, 1.0, 0.0};  // 0; not a number goes on
   const double norm = std::sqrt(alpha * alpha + squares);
   const double beta = alpha > 0.0 ? -norm : norm;
   return {beta, alpha - beta, (beta - alpha) / beta};

@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/SVD>
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
 
 #include "fit/triangle_reduction.h"
 #include "tests/fit/plane_clouds.h"
@@ -134,6 +138,91 @@ TEST(ReduceCentred, KeepsTheSingularValuesOfClouds) {
     EXPECT_LE((actual - expected).cwiseAbs().maxCoeff(), kRounding * expected[0]) << count;
     const Eigen::Matrix3d gram = padded.transpose() * padded;
     EXPECT_LE((r.transpose() * r - gram).norm(), kRounding * gram.norm()) << count;
+  }
+}
+
+// The plain form: blocks of 256 rows, each reduced by itself; the triangles of equally many blocks
+// joined, the later one taking the earlier one in; those that are left, from the fewest blocks on.
+namespace plain {
+
+using Column = std::vector<double>;
+
+double dot(const Column& a, const Column& b) {
+  double lanes[4] = {};
+  for (std::size_t i = 0; i < a.size(); ++i) lanes[i % 4] += a[i] * b[i];
+  return (lanes[0] + lanes[2]) + (lanes[1] + lanes[3]);
+}
+
+// Reflects a head and the column below it onto the head, and two other columns with them.
+void reflect(const Column& below, double& head, Column& y, double& y_head, Column& z,
+             double& z_head) {
+  const double squares = dot(below, below);
+  if (squares == 0.0) return;
+  const double norm = std::sqrt(head * head + squares);
+  const double beta = head > 0.0 ? -norm : norm;
+  const double pivot = head - beta;
+  const double tau = (beta - head) / beta;
+  const auto take_off = [&](Column& column, double& column_head) {
+    const double w = tau * (column_head + dot(column, below) / pivot);
+    column_head -= w;
+    for (std::size_t i = 0; i < column.size(); ++i) column[i] -= w / pivot * below[i];
+  };
+  take_off(y, y_head);
+  take_off(z, z_head);
+  head = beta;
+}
+
+Triangle folded(Triangle t, Column x, Column y, Column z) {
+  Column none;
+  double no_head = 0.0;
+  reflect(x, t.r00, y, t.r01, z, t.r02);
+  reflect(y, t.r11, z, t.r12, none, no_head);
+  reflect(z, t.r22, none, no_head, none, no_head);
+  return t;
+}
+
+Triangle joined(const Triangle& t, const Triangle& o) {
+  return folded(t, {o.r00, 0.0, 0.0}, {o.r01, o.r11, 0.0}, {o.r02, o.r12, o.r22});
+}
+
+Triangle reduced(const PointMatrix3& points, const Centroid& m) {
+  struct Part {
+    int blocks;
+    Triangle triangle;
+  };
+  std::vector<Part> parts;
+  for (Eigen::Index start = 0; start < points.rows(); start += 256) {
+    Column x, y, z;
+    for (Eigen::Index i = start; i < std::min(start + 256, points.rows()); ++i) {
+      x.push_back(points(i, 0) - m.x);
+      y.push_back(points(i, 1) - m.y);
+      z.push_back(points(i, 2) - m.z);
+    }
+    Part part{1, folded({}, x, y, z)};
+    while (!parts.empty() && parts.back().blocks == part.blocks) {
+      part = {2 * part.blocks, joined(part.triangle, parts.back().triangle)};
+      parts.pop_back();
+    }
+    parts.push_back(part);
+  }
+  Triangle all;
+  for (; !parts.empty(); parts.pop_back()) all = joined(all, parts.back().triangle);
+  return all;
+}
+
+}  // namespace plain
+
+std::array<double, 6> entries_of(const Triangle& t) {
+  return {t.r00, t.r01, t.r02, t.r11, t.r12, t.r22};
+}
+
+TEST(ReduceCentred, JoinsBlocksInOneOrder) {
+  Random random(12);
+  for (const Eigen::Index count : {1, 2, 3, 100, 255, 256, 257, 512, 768, 1000, 1024, 1800}) {
+    const PointMatrix3 points = 100.0 * scattered(random, count);
+    const Centroid m{2.5, 2.0, 1.5};
+    const auto actual = entries_of(reduce_centred(rows_of(points), m));
+    EXPECT_TRUE(same_bits(actual, entries_of(plain::reduced(points, m)))) << count;
   }
 }
 
