@@ -88,7 +88,6 @@ void reflect_columns(Columns& a, Index k) {
   double tau, beta;
   a.col(k).tail(below + 1).makeHouseholderInPlace(tau, beta);
   a(k, k) = beta;
-  if (!(tau > 0.0)) return;
   const auto essential = a.col(k).tail(below);
   auto bottom = a.bottomRightCorner(below, right);
   double dots[2];
@@ -100,22 +99,26 @@ void reflect_columns(Columns& a, Index k) {
   for (Index j = 0; j < right; ++j) bottom.col(j) -= w(j) * (tau * essential);
 }
 
+// Exchanges column k with the longest one from there on, which may be itself.
+void bring_longest_to(Index k, Columns& a, Matrix3d& v, Vector3d& norms) {
+  Index offset;
+  norms.tail(3 - k).maxCoeff(&offset);
+  a.col(k).swap(a.col(k + offset));
+  v.col(k).swap(v.col(k + offset));
+  std::swap(norms(k), norms(k + offset));
+}
+
 // The triangle R of a column-pivoting Householder QR in the storage of `a`; the columns of `v` are
 // exchanged as those of `a` are.
 Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
   Vector3d norms;
   for (Index k = 0; k < 3; ++k) norms(k) = a.col(k).norm();
-  for (Index k = 0; k < 3; ++k) {
-    Index offset;
-    norms.tail(3 - k).maxCoeff(&offset);
-    if (offset != 0) {
-      a.col(k).swap(a.col(k + offset));
-      v.col(k).swap(v.col(k + offset));
-      std::swap(norms(k), norms(k + offset));
-    }
-    reflect_columns(a, k);
-    if (k == 0) norms = without_first_row(norms, a);
-  }
+  bring_longest_to(0, a, v, norms);
+  reflect_columns(a, 0);
+  norms = without_first_row(norms, a);
+  bring_longest_to(1, a, v, norms);
+  reflect_columns(a, 1);
+  reflect_columns(a, 2);
   return a.topRows(3).triangularView<Eigen::Upper>();
 }
 
@@ -124,8 +127,9 @@ Matrix3d pivoted_triangle(Columns& a, Matrix3d& v) {
 Vector3d thin_direction_in(Columns centred, PointRows rows, const Centroid& centroid) {
   centre(rows, centroid, centred);
   if (!centred.allFinite()) return Vector3d::Constant(std::numeric_limits<double>::quiet_NaN());
-  double scale = centred.cwiseAbs().maxCoeff();
-  if (!(scale > 0.0)) scale = 1.0;
+  // Above 0: points that are all the same stay 0.
+  constexpr double kSmallest = std::numeric_limits<double>::denorm_min();
+  const double scale = std::max(kSmallest, centred.cwiseAbs().maxCoeff());
   centred /= scale;
   Matrix3d v = Matrix3d::Identity();
   // A square matrix needs no reduction and gets none, not even an exchange of columns.
