@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <iterator>
-#include <limits>
 #include <utility>
 
 #include "records/guard.h"
@@ -41,18 +40,13 @@ Eigen::Index picked_row(double u, int k, std::int32_t n) {
   return static_cast<std::int32_t>(position) % n;
 }
 
-// The integer part of a budget of passes. A quotient that 32 bits cannot hold, infinite ones
-// included, becomes the most negative integer, which ends the search.
-std::int32_t truncated_budget(double quotient) {
-  constexpr double kLimit = 2147483648.0;
-  if (quotient > -kLimit - 1.0 && quotient < kLimit) return static_cast<std::int32_t>(quotient);
-  return std::numeric_limits<std::int32_t>::min();
-}
-
-// Passes for a 99 % chance of one clean sample; none once all points are in. The cube stands
+// Passes for a 99 % chance of one clean sample, of which the whole ones count. None, which ends the
+// search, once all points are in, and where 32 bits cannot hold their number. The cube stands
 // although a sample has two points.
-std::int32_t passes_for(double ratio) {
-  return truncated_budget(std::log(0.01) / std::log(1.0 - ratio * ratio * ratio));
+double passes_for(double ratio) {
+  constexpr double kLimit = 2147483648.0;
+  const double passes = std::log(0.01) / std::log(1.0 - ratio * ratio * ratio);
+  return passes < kLimit ? passes : 0.0;
 }
 
 Point2 row_of(const PointMatrix2& points, Eigen::Index i) { return {points(i, 0), points(i, 1)}; }
@@ -71,8 +65,8 @@ std::vector<Point2> largest_consensus(const PointMatrix2& points, std::int32_t n
                                       const ConsensusSettings& settings) {
   Draws draws;
   std::vector<Point2> best, inliers;
-  std::int32_t passes = settings.iterations;
-  for (std::int32_t i = 0; i < passes; ++i) {
+  double passes = settings.iterations;
+  for (std::int32_t i = 0; i + 1.0 <= passes; ++i) {
     const double u0 = draws.next_signed();
     const double u1 = draws.next_signed();
     const Point2 p0 = row_of(points, picked_row(u0, 0, n));
