@@ -413,12 +413,18 @@ TEST(FitInBand, TakesTheFirstCentreFromRowsInTheBand) {
   }
 }
 
-// A hundred rows, of which the first rejection leaves forty.
+// Rows of which the second rejection leaves sixty, and a hundred of which the first leaves forty.
 TEST(FitInBand, DecomposesOnlyTheFitsOfAShortCloud) {
-  std::vector<double> x;
+  std::vector<double> x = {52.0, 48.0};
+  for (int i = 0; i < 15; ++i) x.push_back(50.0 + 0.01 * (i % 3 - 1));
+  RobustFit robust = expect_literal_fit(quads_at(x), kEverywhere);
+  EXPECT_EQ(robust.inliers.rows(), 60);
+  EXPECT_EQ(robust.decompositions, 1);
+
+  x.clear();
   for (int i = 0; i < 10; ++i) x.push_back(50.0 + (i % 2 == 0 ? 0.5 : -0.5));
   for (int i = 0; i < 14; ++i) x.push_back(50.0 + (i % 2 == 0 ? 20.0 : -20.0));
-  const RobustFit robust = expect_literal_fit(quads_at(x), kEverywhere);
+  robust = expect_literal_fit(quads_at(x), kEverywhere);
   EXPECT_EQ(robust.inliers.rows(), 40);
   EXPECT_EQ(robust.decompositions, 2);
 }
