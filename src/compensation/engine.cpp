@@ -101,8 +101,7 @@ void LaserCompensator::set_compensate_param(const _KESTRANE_COMPENSATE_PARAM& pa
 }
 
 void LaserCompensator::compensate(std::int32_t first, std::int32_t last) {
-  if (first >= last) return;
-  KESTRANE_EXPECTS(store_ != nullptr, "init has succeeded");
+  KESTRANE_EXPECTS(first >= last || store_ != nullptr, "init has succeeded");
   KESTRANE_EXPECTS(is_in_table(first, last), "planes of 0 to 99", first, last);
   const double scale = scale_of(param_);
   const std::int32_t end = std::min(last, kMaxPlanes);

@@ -74,13 +74,13 @@ Reading take_planes(InputFile& in, _LASER_PLANE_GRID_OPT_COEFFS_INFOS& table) {
 Reading take_ranges(InputFile& in, _COMPENSATOR_COEFFS& record) {
   Reading done = take_count(in, kMaxRanges, record.range_count);
   for (std::int32_t r = 0; done == Reading::kWhole && r < record.range_count; ++r) {
-    const bool pair = in.take(record.range_first[r]) && in.take(record.range_last[r]);
-    if (!pair) done = Reading::kCut;
+    in.take(record.range_first[r]);  // where this one is missing the next one is, too
+    if (!in.take(record.range_last[r])) done = Reading::kCut;
   }
   return done;
 }
 
-// Number by number: as many as the file holds.
+// Number by number: as many as the file holds, none after its end.
 Reading take_transform(InputFile& in, double* slot) {
   const std::string_view bytes = in.view(kSlotSize * sizeof(double));
   const std::size_t numbers = std::min(bytes.size() / sizeof(double), kFileOrder.size());
@@ -95,8 +95,7 @@ Reading take_transforms(InputFile& in, double* store) {
   Reading done = take_count(in, kTransformSlots, count);
   KESTRANE_EXPECTS_OF("read_compensator_coeffs", count < 1 || store != nullptr,
                       "a coefficient record has its transforms");
-  for (std::int32_t m = 0; done == Reading::kWhole && m < count; ++m)
-    done = take_transform(in, transform_slot(store, m));
+  for (std::int32_t m = 0; m < count; ++m) done = take_transform(in, transform_slot(store, m));
   return done;
 }
 
@@ -153,10 +152,10 @@ void put_transforms(OutputFile& out, const _COMPENSATOR_COEFFS& record) {
 
 _KESTRANE_STATUS read_coefficients(InputFile& in, _COMPENSATOR_COEFFS& record) {
   _LASER_PLANE_GRID_OPT_COEFFS_INFOS& table = *record.opt_coeffs;
-  // The file's number of planes stays in the record, also where it is refused.
-  const bool counted = in.take(table.plane_count);
+  // The file's number of planes stays in the record, also where it is refused. A file without one
+  // ends before its first plane.
+  in.take(table.plane_count);
   if (table.plane_count != record.plane_count) return KESTRANE_ERR_COUNT_MISMATCH;
-  if (!counted) return KESTRANE_OK;
   Reading done = take_planes(in, table);
   if (done == Reading::kWhole) done = take_ranges(in, record);
   if (done == Reading::kWhole) done = take_transforms(in, record.Mbs_factory_to_user);

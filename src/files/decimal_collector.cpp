@@ -12,10 +12,18 @@ constexpr std::int64_t kExponentCap = std::int64_t{1} << 56;  // beyond what any
 enum class Kind { kDigit, kPoint, kMark, kSign, kOther };
 
 Kind kind_of(char c) {
-  if (c >= '0' && c <= '9') return Kind::kDigit;
-  if (c == '.') return Kind::kPoint;
-  if (c == 'e' || c == 'E') return Kind::kMark;
-  return c == '+' || c == '-' ? Kind::kSign : Kind::kOther;
+  switch (c) {
+    case '.':
+      return Kind::kPoint;
+    case 'e':
+    case 'E':
+      return Kind::kMark;
+    case '+':
+    case '-':
+      return Kind::kSign;
+    default:
+      return c >= '0' && c <= '9' ? Kind::kDigit : Kind::kOther;
+  }
 }
 
 }  // namespace

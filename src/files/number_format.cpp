@@ -54,11 +54,14 @@ bool round_to_digits(double value, Decimal& decimal) {
   return true;
 }
 
-// Six digits and room after them, so that eight bytes are copied whatever their number is.
-using DigitText = char[8];
+// So many bytes are copied whatever the number of digits is.
+constexpr std::size_t kCopied = 8;
+
+// Six digits and room after them, so that a copy may begin at each of them.
+using DigitText = char[kDigits + kCopied];
 
 char* put(char* to, const char* from, int count) {
-  std::memcpy(to, from, sizeof(DigitText));
+  std::memcpy(to, from, kCopied);
   return to + count;
 }
 
@@ -87,8 +90,7 @@ char* put_fixed(char* to, const DigitText& digits, int used, int exponent) {
   char* end = put(to, digits, whole);
   if (used <= whole) return end;
   *end++ = '.';
-  std::memcpy(end, digits + whole, static_cast<std::size_t>(kDigits - whole));
-  return end + (used - whole);
+  return put(end, digits + whole, used - whole);
 }
 
 char* put_general(char* to, Decimal decimal) {

@@ -77,9 +77,7 @@ _KESTRANE_STATUS LASER_GRID_PLANE_GROUPS_MANAGER::init_groups(
   for (std::int32_t i = 0; i < record.group_capacity; ++i) {
     const _KESTRANE_STATUS made = managers[i].init(planes);
     if (made != KESTRANE_OK) return made;
-    const _KESTRANE_STATUS used =
-        managers[i].get_laser_plane_grid_corners(planes, record.groups[i]);
-    if (used != KESTRANE_OK) return used;
+    record.groups[i] = &managers[i];  // its count is in use as it was made
   }
   return KESTRANE_OK;
 }

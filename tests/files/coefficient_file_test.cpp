@@ -385,6 +385,19 @@ TEST(CoefficientFile, ReadsAlikeThroughWindowsOfAnySize) {
   }
 }
 
+TEST(CoefficientFile, TakesWhatIsAtHandAlready) {
+  Coefficients source(2, 2, 32), target(2, 2, 33);
+  const TemporaryFolder folder;
+  const std::string path = folder.path("file");
+  ASSERT_EQ(save_compensator_coeffs(*source, path), KESTRANE_OK);
+  Coefficients expected(2, 2, 33);
+  ASSERT_EQ(read_compensator_coeffs(path, *expected), KESTRANE_OK);
+  InputFile in(path);
+  ASSERT_EQ(in.view(1).size(), kFileWindow);
+  EXPECT_EQ(read_coefficients(in, *target), KESTRANE_OK);
+  EXPECT_TRUE(target.all_bytes() == expected.all_bytes());
+}
+
 TEST(CoefficientFile, IgnoresBytesAfterItsEnd) {
   const TemporaryFolder folder;
   const MemoryFile file;

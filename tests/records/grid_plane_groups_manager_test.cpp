@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <new>
 
 #include "kestrane/buffers.h"
 #include "tests/records/owner_checks.h"
@@ -42,6 +43,19 @@ TEST(GridPlaneGroupsManager, FailsOverTheTablesForASmallNegativeNumberOfGroups) 
   EXPECT_NE(block_of(groups), nullptr);
   EXPECT_EQ(groups.group_capacity, -1);
   EXPECT_EQ(managers_of(groups), nullptr);
+}
+
+// A host's own handler for a heap that has run out is not for that.
+TEST(GridPlaneGroupsManager, AsksTheHeapForNoArrayOfNegativeLength) {
+  static int asked = 0;
+  Groups groups;
+  const std::new_handler before = std::set_new_handler([] {
+    ++asked;
+    throw std::bad_alloc();
+  });
+  EXPECT_EQ(groups.init(-1, 1), KESTRANE_ERR_NO_MEMORY);
+  std::set_new_handler(before);
+  EXPECT_EQ(asked, 0);
 }
 
 TEST(GridPlaneGroupsManager, ReturnsTheStatusOfATableThatCannotBeMade) {
