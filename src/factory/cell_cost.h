@@ -9,6 +9,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "ceres/jet.h"
@@ -47,7 +48,7 @@ inline bool corner_normal(const CellCorners& corners, const Eigen::RowVector3d& 
   std::array<double, 3> sorted{spread[0], spread[1], spread[2]};
   std::sort(sorted.begin(), sorted.end());
   const double largest = sorted[2] + kGuard;
-  if (sorted[0] / largest < kLineRatio && sorted[1] / largest < kLineRatio) return false;
+  if (sorted[1] / largest < kLineRatio) return false;  // then the smallest one is, too
 
   int smallest = 0;
   for (int k = 1; k < 3; ++k) {
@@ -63,21 +64,21 @@ inline bool corner_normal(const CellCorners& corners, const Eigen::RowVector3d& 
 // corners  only y and z are read
 // x        of the four corners, with derivatives or without
 //
-// False, with the residual unset, for four corners on a line.
+// None for four corners on a line.
 //
 // The normal is solved anew from the plain values in each evaluation and carries no derivative:
 // derivatives flow through the offset alone, so all four are equal. Points that lie exactly on the
 // plane give a residual of 0 with a derivative that is not finite.
 template <class T>
-bool cell_residual(PointRows points, const CellCorners& corners, const std::array<T, 4>& x,
-                   T* residual) {
+std::optional<T> cell_residual(PointRows points, const CellCorners& corners,
+                               const std::array<T, 4>& x) {
   const T mean_x = (x[0] + x[1] + x[2] + x[3]) / 4.0;
   const double mean_y = (corners(0, 1) + corners(1, 1) + corners(2, 1) + corners(3, 1)) / 4.0;
   const double mean_z = (corners(0, 2) + corners(1, 2) + corners(2, 2) + corners(3, 2)) / 4.0;
   CellCorners plain = corners;
   for (int k = 0; k < 4; ++k) plain(k, 0) = plain_value(x[static_cast<std::size_t>(k)]);
   Eigen::Vector3d normal;
-  if (!corner_normal(plain, {plain_value(mean_x), mean_y, mean_z}, normal)) return false;
+  if (!corner_normal(plain, {plain_value(mean_x), mean_y, mean_z}, normal)) return std::nullopt;
 
   const T offset = -(normal.x() * mean_x + normal.y() * mean_y + normal.z() * mean_z);
   T squares(0.0);
@@ -88,8 +89,7 @@ bool cell_residual(PointRows points, const CellCorners& corners, const std::arra
   }
   // Divided by all points, not by the visited ones: the weight of a cell is settled that way.
   using std::sqrt;
-  *residual = sqrt(squares / static_cast<double>(points.count)) * mean_z / kDepthWeight;
-  return true;
+  return sqrt(squares / static_cast<double>(points.count)) * mean_z / kDepthWeight;
 }
 
 // The same as a functor of the solver's automatic derivatives, over copies of points and corners:
@@ -101,10 +101,14 @@ class OPTIMISIZE_COST_FUNCTION_FIT {
   OPTIMISIZE_COST_FUNCTION_FIT(PointMatrix3 points, PointMatrix3 corners)
       : points_(std::move(points)), corners_(std::move(corners)) {}
 
-  // See cell_residual.
+  // False, with the residual unset, for four corners on a line.
   template <class T>
   bool operator()(const T* x0, const T* x1, const T* x2, const T* x3, T* residual) const {
-    return cell_residual<T>(rows_of(points_), corners_, {*x0, *x1, *x2, *x3}, residual);
+    const std::optional<T> value =
+        cell_residual<T>(rows_of(points_), corners_, {*x0, *x1, *x2, *x3});
+    if (!value) return false;
+    *residual = *value;
+    return true;
   }
 
  private:

@@ -8,18 +8,12 @@
 
 namespace kestrane {
 
-namespace {
-
-// The plane of a cell's corners without its statistics, which nothing reads. False below three
-// rows.
 bool fit_corners(const PointMatrix3& corners, PlaneAbcd& plane) {
   const PointRows rows = rows_of(corners);
   if (rows.count < 3) return false;
   plane = decomposed_plane(rows, sums_of(rows));
   return true;
 }
-
-}  // namespace
 
 void fit_cell_planes(const CellPoints& cell_points, const GridCorners& grid_corners,
                      CellPlanes& cell_planes) {

@@ -10,6 +10,10 @@
 
 namespace kestrane {
 
+// The plane of a cell's corners without its statistics, which nothing reads. False below three
+// rows.
+bool fit_corners(const PointMatrix3& corners, PlaneAbcd& plane);
+
 // Appends to `cell_planes` the plane of the four corners of every cell, shaped like `cell_points`,
 // whose points are not looked at. A cell whose fit fails keeps four zeros and is reported with one
 // line on standard output when all cells are done.

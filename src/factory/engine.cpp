@@ -54,18 +54,22 @@ PointMatrix3 copy_points(const _KESTRANE_ID_POINT3DS& points) {
   double* row = cloud.data();
   for (Eigen::Index i = 0; i < count; ++i, row += 3) {
     const _KESTRANE_ID_POINT3D& point = points.points[i];
-    const bool dropped = std::isnan(point.x);
-    row[0] = dropped ? 0.0 : point.x;
-    row[1] = dropped ? 0.0 : point.y;
-    row[2] = dropped ? 0.0 : point.z;
+    if (std::isnan(point.x)) {
+      std::fill_n(row, 3, 0.0);
+      continue;
+    }
+    row[0] = point.x;
+    row[1] = point.y;
+    row[2] = point.z;
   }
   return cloud;
 }
 
 bool fit_whole_plane(const PointMatrix3& points, _LASER_TYPE type, PlaneAbcd& plane) {
   const RobustFit robust = fit_in_band(points, depth_band_of(type), Wanted::kPlane);
-  if (robust.fit) plane = robust.fit->plane;
-  return robust.complete;
+  if (!robust.complete) return false;
+  plane = robust.fit->plane;
+  return true;
 }
 
 _LASER_TRIPLE triple_of(const _LASER_TRIPLE& triple) { return triple; }

@@ -126,12 +126,17 @@ ReducedCellCost::ReducedCellCost(const PointMatrix3& points, const CellCorners& 
 }
 
 bool ReducedCellCost::Evaluate(double const* const* x, double* residual, double** jacobians) const {
+  return evaluate_by_sums(x, residual, jacobians) || evaluate_by_points(x, residual, jacobians);
+}
+
+bool ReducedCellCost::evaluate_by_sums(double const* const* x, double* residual,
+                                       double** jacobians) const {
   CellCorners corners = corners_;
   for (int k = 0; k < 4; ++k) corners(k, 0) = *x[k];
   Eigen::RowVector3d mean = mean_;
   mean.x() = (corners(0, 0) + corners(1, 0) + corners(2, 0) + corners(3, 0)) / 4.0;
   const std::optional<Eigen::Vector3d> normal = settled_normal(scatter_of(corners, mean));
-  if (!normal) return evaluate_by_points(x, residual, jacobians);
+  if (!normal) return false;
 
   const Eigen::Vector3d& n = *normal;
   const double height = n.x() * (centroid_.x - mean.x()) + n.y() * (centroid_.y - mean.y()) +
@@ -139,10 +144,7 @@ bool ReducedCellCost::Evaluate(double const* const* x, double* residual, double*
   const double squares = squared_length(triangle_, n) + visited_ * height * height;
   const double rounding =
       kRoundingShare * kRoundingShare * (reach_ + visited_ * mean.squaredNorm());
-  if (!(squares > rounding && std::isfinite(squares))) {  // a NaN is not larger
-
-    return evaluate_by_points(x, residual, jacobians);
-  }
+  if (!(squares > rounding && std::isfinite(squares))) return false;  // a NaN is not larger
 
   const auto count = static_cast<double>(points_.count);
   const double distance = std::sqrt(squares / count);
@@ -160,17 +162,19 @@ bool ReducedCellCost::Evaluate(double const* const* x, double* residual, double*
 bool ReducedCellCost::evaluate_by_points(double const* const* x, double* residual,
                                          double** jacobians) const {
   if (jacobians == nullptr) {
-    return cell_residual<double>(points_, corners_, {*x[0], *x[1], *x[2], *x[3]}, residual);
+    const std::optional<double> value =
+        cell_residual<double>(points_, corners_, {*x[0], *x[1], *x[2], *x[3]});
+    if (!value) return false;
+    *residual = *value;
+    return true;
   }
   using Jet = ceres::Jet<double, 4>;
-  Jet value;
-  if (!cell_residual<Jet>(points_, corners_,
-                          {Jet(*x[0], 0), Jet(*x[1], 1), Jet(*x[2], 2), Jet(*x[3], 3)}, &value)) {
-    return false;
-  }
-  *residual = value.a;
+  const std::optional<Jet> value = cell_residual<Jet>(
+      points_, corners_, {Jet(*x[0], 0), Jet(*x[1], 1), Jet(*x[2], 2), Jet(*x[3], 3)});
+  if (!value) return false;
+  *residual = value->a;
   for (int k = 0; k < 4; ++k) {
-    if (jacobians[k] != nullptr) *jacobians[k] = value.v[k];
+    if (jacobians[k] != nullptr) *jacobians[k] = value->v[k];
   }
   return true;
 }

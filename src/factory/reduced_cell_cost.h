@@ -27,6 +27,9 @@ class ReducedCellCost final : public ceres::SizedCostFunction<1, 1, 1, 1, 1> {
   // that both refuse the same corners and give a NaN in the same places.
   bool Evaluate(double const* const* x, double* residual, double** jacobians) const override;
 
+  // The same from the sums alone; false, with nothing written, where the functor decides.
+  bool evaluate_by_sums(double const* const* x, double* residual, double** jacobians) const;
+
  private:
   bool evaluate_by_points(double const* const* x, double* residual, double** jacobians) const;
 

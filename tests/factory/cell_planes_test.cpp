@@ -85,6 +85,19 @@ TEST(CellPlanes, HaveTheBitsOfAFitWithStatistics) {
   }
 }
 
+TEST(CellPlanes, TakeAtLeastThreeCorners) {
+  PointMatrix3 corners(3, 3);
+  corners << 5.0, 0.0, 300.0, 5.0, 1.0, 300.0, 5.0, 0.0, 301.0;  // of x = 5
+  PlaneAbcd plane = PlaneAbcd::Zero();
+  EXPECT_TRUE(kestrane::fit_corners(corners, plane));
+  EXPECT_NEAR(std::abs(plane[3]), 5.0, 1e-12);
+  plane.setZero();
+  for (const Eigen::Index few : {2, 1, 0}) {
+    EXPECT_FALSE(kestrane::fit_corners(corners.topRows(few), plane)) << few;
+    EXPECT_EQ(plane, PlaneAbcd::Zero());
+  }
+}
+
 TEST(CellPlanes, BlendTheTwoSectorsOfACell) {
   kestrane::SectorPlanes sectors(15, PlaneAbcd(1.0, 0.0, 0.0, -100.0));
   sectors[8] = PlaneAbcd(1.0, 0.0, 0.0, -102.0);

@@ -70,6 +70,25 @@ TEST(FactoryEngine, KeepsWhatAFailedRunReached) {
   EXPECT_EQ(std::abs(engine.laser_plane()[0]), 1.0);
 }
 
+// Fifteen sheets side by side, in turn far on either side of the plane between them: each sector
+// would fit, the whole plane does not.
+TEST(FactoryEngine, KeepsThePlaneBeforeWhereTheWholeFitEndsEarly) {
+  KestraneLaserFactoryCalibrator engine;
+  ASSERT_TRUE(engine.init());
+  Cloud good = sheet(120.0, 6000, 9);
+  ASSERT_TRUE(engine.calibrate_one_plane(0, view(good)));
+  const kestrane::PlaneAbcd before = engine.laser_plane();
+  Cloud cloud;
+  for (int s = 0; s < 15; ++s) {
+    const Cloud sector = sheet(s % 2 == 0 ? 100.0 : 200.0, 400, 80 + static_cast<std::uint64_t>(s),
+                               4.0 * s - 29.9, 4.0 * s - 26.1);
+    cloud.insert(cloud.end(), sector.begin(), sector.end());
+  }
+  EXPECT_FALSE(engine.calibrate_one_plane(0, view(cloud)));
+  EXPECT_EQ(engine.laser_plane(), before);
+  EXPECT_TRUE(engine.cell_points().empty());
+}
+
 // All planes of a run's row, held against the fits that it left.
 void expect_divided_by_d_plus_guard(Cloud cloud) {
   KestraneLaserFactoryCalibrator engine;

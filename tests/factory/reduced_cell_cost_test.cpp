@@ -425,4 +425,56 @@ TEST(ReducedCellCost, LosesNothingOverManyPointsOfATiltedPlane) {
               kRounding);
 }
 
+// ---- from the sums alone -----------------------------------------------------------------------
+
+bool sums_decide(const Cell& cell) {
+  const double* const x[] = {&cell.x[0], &cell.x[1], &cell.x[2], &cell.x[3]};
+  double residual = kUnset;
+  const bool decided =
+      ReducedCellCost(cell.points, cell.corners).evaluate_by_sums(x, &residual, nullptr);
+  EXPECT_EQ(decided ? reduced(cell).residual : kUnset, residual) << "what decides is the result";
+  return decided;
+}
+
+// A scanner's cells are evaluated in the same time however many points they have. Left out are
+// those whose corners lie nearly as far from a plane as from each other.
+TEST(ReducedCellCost, NeedsNoPointsForCellsOfAScanner) {
+  Random random(56);
+  int decided = 0;
+  constexpr int kCells = 1000;
+  for (int n = 0; n < kCells; ++n) decided += sums_decide(random_cell(random)) ? 1 : 0;
+  EXPECT_GT(decided, 99 * kCells / 100);
+}
+
+// The adjugate of a flat cell's scatter has its largest column along the normal; the other two are
+// next to nothing and lead nowhere.
+TEST(ReducedCellCost, NeedsNoPointsForFlatCellsAcrossAnyAxis) {
+  const Eigen::Vector3d axes[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  for (int normal = 0; normal < 3; ++normal) {
+    for (const double width : {3.0, 30.0}) {
+      const Eigen::Vector3d first = width * axes[(normal + 1) % 3];
+      const Eigen::Vector3d second = 10.0 * axes[(normal + 2) % 3];
+      Cell cell = spanned_cell(first, second);
+      cell.points = PointMatrix3(1, 3);
+      cell.points.row(0) = (Eigen::Vector3d(100.0, 20.0, 300.0) + 0.5 * axes[normal]).transpose();
+      EXPECT_TRUE(sums_decide(cell)) << normal << " " << width;
+      const Evaluation result = reduced(cell);
+      constexpr double kRounding = 1e-12;
+      EXPECT_NEAR(result.residual, 0.5 * 300.0 / 450.0, kRounding) << normal << " " << width;
+    }
+  }
+}
+
+TEST(ReducedCellCost, LeavesLinesAndPointsOnThePlaneToTheFunctor) {
+  Cell line = spanned_cell({0, 30, 0}, {0, 0, 0.5});
+  line.points = PointMatrix3::Constant(1, 3, 50.0);
+  EXPECT_FALSE(sums_decide(line));
+  Cell on_plane = flat_cell(16.0, 32.0);
+  on_plane.points = PointMatrix3(1, 3);
+  on_plane.points << 100.0, 10.0, 300.0;
+  EXPECT_FALSE(sums_decide(on_plane));
+  on_plane.points(0, 0) = kInf;
+  EXPECT_FALSE(sums_decide(on_plane));
+}
+
 }  // namespace
