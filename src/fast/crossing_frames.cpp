@@ -107,10 +107,9 @@ void compact_frame_ids(const std::vector<std::int32_t>& ids, std::vector<int>& o
 
 bool select_plane_frames(const PlanePoints& list_points, const std::vector<int>& ordinals,
                          PlanePoints& kept, PlaneAbcd& plane) {
-  if (ordinals.empty()) return false;
   const RobustFit robust = fit_in_band(points_to_fit(list_points), kFieldDepths, Wanted::kPlane);
-  if (robust.fit) plane = robust.fit->plane;
   if (!robust.complete) return false;
+  plane = robust.fit->plane;
   select_crossing_frames(plane, group_by_frame(list_points, ordinals), kept);
   return kept.cols() > 0;
 }

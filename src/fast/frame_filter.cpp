@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <iterator>
 
@@ -44,14 +45,15 @@ void take_entries(const PointList& list, const FrameRange& range,
 // Ascending by bucket, input order within one: a counting sort per byte that any bucket number
 // uses, so that neither time nor memory follows the gaps between frame numbers.
 void sort_by_bucket(std::vector<BucketEntry>& entries, std::vector<BucketEntry>& spare) {
+  const auto precedes = [](const BucketEntry& a, const BucketEntry& b) {
+    return a.bucket < b.bucket;
+  };
+  if (std::is_sorted(entries.begin(), entries.end(), precedes))
+    return;  // as a device delivers them
   std::uint32_t used = 0;
-  bool sorted = true;
-  for (std::size_t e = 0; e < entries.size(); ++e) {
-    used |= entries[e].bucket;
-    sorted = sorted && (e == 0 || entries[e - 1].bucket <= entries[e].bucket);
-  }
-  if (sorted) return;  // as a device delivers them
-  for (int shift = 0; shift < 32 && (used >> shift) != 0; shift += 8) {
+  for (const BucketEntry& entry : entries) used |= entry.bucket;
+  const int bits = std::bit_width(used);
+  for (int shift = 0; shift < bits; shift += 8) {
     std::array<std::size_t, 257> start{};
     for (const BucketEntry& entry : entries) ++start[((entry.bucket >> shift) & 255U) + 1];
     for (std::size_t digit = 1; digit < start.size(); ++digit) start[digit] += start[digit - 1];

@@ -199,8 +199,9 @@ void MotionCost::add_plane(const PlanePoints& points, const _LASER_PLANE_BLOCK_I
     const _LASER_TRIPLE* cell =
         number < kCells ? cell_at(standard, plane, index_of(number)) : nullptr;
     if (cell == nullptr) {
+      const auto lost = static_cast<std::int64_t>(count);
       losses_without_cell_ +=
-          static_cast<double>(count) * kLossWidth * std::log(term_of(kNoCellResidual));
+          static_cast<double>(lost) * kLossWidth * std::log(term_of(kNoCellResidual));
       continue;
     }
     exists[number] = true;
@@ -291,7 +292,7 @@ bool MotionCost::every_distance_is_finite() const {
 // False where a distance or a derivative is not finite. The finished sums tell, since a check of
 // every row would cost a good part of the evaluation.
 bool MotionCost::evaluate(const Motion& motion, bool with_triangle) const {
-  if (!(last_.has_losses && last_.motion == motion)) {
+  if (last_.motion != motion) {
     last_ = {};
     last_.motion = motion;
     move_cells(motion);

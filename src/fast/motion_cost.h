@@ -13,6 +13,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "ceres/loss_function.h"
@@ -58,7 +59,7 @@ class MotionCost : public ceres::SizedCostFunction<kRowSize, 3, 3> {
   // What the last evaluated motion gave. The solver asks for a motion's cost before it asks for the
   // derivatives there.
   struct Evaluation {
-    Motion motion;
+    Motion motion = {std::numeric_limits<double>::quiet_NaN()};  // none: it equals no other
     bool has_losses = false;
     bool has_triangle = false;
     double sum_of_losses = 0.0;

@@ -23,6 +23,7 @@ std::array<void*, 64> objects{};
 std::size_t object_count = 0;
 
 std::vector<void*> deleted;
+int deleted_without_an_object = 0;
 
 void* last_object() { return objects[object_count - 1]; }
 
@@ -54,7 +55,10 @@ void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
 
 void __real__ZdlPvm(void* block, std::size_t size);
 void __wrap__ZdlPvm(void* block, std::size_t size) {
-  if (size == sizeof(kestrane::KestraneLaserFastCalibrator)) write_down_if_object(block);
+  if (size == sizeof(kestrane::KestraneLaserFastCalibrator)) {
+    write_down_if_object(block);
+    if (block == nullptr) ++deleted_without_an_object;
+  }
   __real__ZdlPvm(block, size);
 }
 
@@ -81,6 +85,7 @@ class FastInit : public testing::Test {
   static void forget() {
     refuse_block = refuse_object = false;
     deleted.clear();
+    deleted_without_an_object = 0;
   }
 
   static bool has_engine(KESTRANE_LASER_FAST_CALIB& calib) {
@@ -153,6 +158,13 @@ TEST_F(FastInit, FreesEachEngineOnce) {
     deleted.clear();
   }
   EXPECT_EQ(deleted, (std::vector<void*>{second}));
+}
+
+TEST_F(FastInit, GivesNoEngineBackThatItDoesNotHave) {
+  { const KESTRANE_LASER_FAST_CALIB never_ready; }
+  KESTRANE_LASER_FAST_CALIB calib;
+  EXPECT_EQ(calib.init(), KESTRANE_OK);
+  EXPECT_EQ(deleted_without_an_object, 0);
 }
 
 }  // namespace

@@ -275,6 +275,22 @@ TEST(MotionCost, FailsWhereADistanceIsNotFinite) {
   EXPECT_FALSE(evaluates({columns({{128, 0, 300}})}, bad_cell));
 }
 
+TEST(MotionCost, WritesNothingWhereItFails) {
+  const fast_scene::Standard standard = flat_standard(1);
+  const MotionCost cost({columns({{kNaN, 0, 300}})}, standard.table(), 0);
+  constexpr double kUnset = -7;
+  const double zeros[3] = {0, 0, 0};
+  const double* at[2] = {zeros, zeros};
+  double residuals[7], by_rotation[21];
+  double* jacobians[2] = {by_rotation, nullptr};
+  std::fill(std::begin(residuals), std::end(residuals), kUnset);
+  std::fill(std::begin(by_rotation), std::end(by_rotation), kUnset);
+  EXPECT_FALSE(cost.Evaluate(at, residuals, nullptr));
+  EXPECT_FALSE(cost.Evaluate(at, residuals, jacobians));
+  for (const double residual : residuals) EXPECT_EQ(residual, kUnset);
+  for (const double derivative : by_rotation) EXPECT_EQ(derivative, kUnset);
+}
+
 // As the sum over single blocks: the distances are numbers, their squares are too large.
 TEST(MotionCost, HasAnInfiniteCostWhereOnlySquaresOverflow) {
   const fast_scene::Standard standard = flat_standard(1);

@@ -123,6 +123,20 @@ TEST(FoldRows, LetsANaNShow) {
   }
 }
 
+TEST(FoldRows, KeepsNothingOfTheRowsBefore) {
+  RowChunk bad{};
+  bad.column[0][3] = bad.column[5][7] = kNaN;
+  RowTriangle spoilt;
+  RowChunk zeros{};
+  RowTriangle untouched;
+  fold_rows(bad, kFoldedRows, spoilt);
+  fold_rows(zeros, kFoldedRows, untouched);
+  EXPECT_TRUE(std::isnan(spoilt.at[0][0]));
+  for (const auto& row : untouched.at) {
+    for (const double value : row) EXPECT_EQ(value, 0.0);
+  }
+}
+
 // The same reflections one number after the other: four running sums a product, added in pairs.
 void fold_plainly(const Rows& rows, RowTriangle& triangle) {
   Rows a = rows;

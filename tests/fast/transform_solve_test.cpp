@@ -1,5 +1,6 @@
 #include "fast/transform_solve.h"
 
+#include <pthread.h>
 #include <sched.h>
 
 #include <cstdio>
@@ -253,6 +254,30 @@ TEST(SolveTransform, DoesNotThrowWhereStandardOutputIsFull) {
   EXPECT_NO_THROW(status = solve_transform({on_sheet(4)}, &table, 0, 0, transform));
   EXPECT_EQ(status, KESTRANE_OK);
   EXPECT_TRUE(std::cout.bad()) << "the host can see it";
+}
+
+// A host may end its thread in a stream of its own: that is no exception to be caught.
+TEST(SolveTransform, LetsAThreadEndInsideStandardOutput) {
+  class Ending : public std::streambuf {
+    int overflow(int) override { pthread_exit(this); }
+    std::streamsize xsputn(const char*, std::streamsize) override { pthread_exit(this); }
+  } ending;
+  std::streambuf* before = std::cout.rdbuf(&ending);
+  pthread_t thread;
+  const auto solve_one = [](void*) -> void* {
+    const fast_scene::Standard standard = flat_standard(1);
+    const kestrane::_LASER_PLANE_BLOCK_INFOS* table = &standard.table();
+    Eigen::Matrix4d transform;
+    solve_transform({on_sheet(4)}, &table, 0, 0, transform);
+    return nullptr;  // not reached
+  };
+  const bool started = pthread_create(&thread, nullptr, solve_one, nullptr) == 0;
+  void* ended_by = nullptr;
+  if (started) pthread_join(thread, &ended_by);
+  std::cout.rdbuf(before);
+  std::cout.clear();
+  ASSERT_TRUE(started);
+  EXPECT_EQ(ended_by, &ending);
 }
 
 TEST(SolveTransform, StaysOffStandardErrorWhateverThePointsAre) {
