@@ -52,7 +52,7 @@ void sort_by_bucket(std::vector<BucketEntry>& entries, std::vector<BucketEntry>&
     return;  // as a device delivers them
   std::uint32_t used = 0;
   for (const BucketEntry& entry : entries) used |= entry.bucket;
-  const int bits = std::bit_width(used);
+  const auto bits = static_cast<int>(std::bit_width(used));  // unsigned in some libraries
   for (int shift = 0; shift < bits; shift += 8) {
     std::array<std::size_t, 257> start{};
     for (const BucketEntry& entry : entries) ++start[((entry.bucket >> shift) & 255U) + 1];
