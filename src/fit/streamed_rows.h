@@ -48,8 +48,8 @@ struct Moments {
   bool good_for_scatter(double depth) const;
 };
 
-// A plane through the centroid of the rows in use, and how well it is known. Of a cloud that is
-// hardly more than a point nothing is known but that.
+// A plane through the centroid of the rows in use, and how well it is known: not at all for a cloud
+// that is hardly more than a point.
 struct StreamedPlane {
   CloudShape cloud;
   PlaneAbcd abcd;       // a normal whose side carries no meaning

@@ -456,6 +456,19 @@ TEST(StreamedPlaneFit, TurnsTowardsMostOfItsRows) {
   EXPECT_LT(fit->plane[0], 0.0);
 }
 
+// Far along a thin sheet, rounding reaches further than its back stands off the origin, where a few
+// more than half of the rows lie: the side is undecided.
+TEST(StreamedPlaneFit, IsNoneWhereRoundingReachesToMostOfItsRows) {
+  constexpr double kFront = 0.02, kBack = kFront * 2500.0 / 2501.0;
+  for (const double off : {1.002, 2.0}) {  // of the plane, in distances of the front from it
+    std::vector<double> x;
+    for (int i = 0; i < 5001; ++i) x.push_back(off * kFront + (i % 2 == 1 ? kFront : -kBack));
+    PointMatrix3 points = quads_at(x);
+    points.col(1).array() += 1e7;
+    EXPECT_EQ(kestrane::streamed_plane_fit(points).has_value(), off == 2.0) << off;
+  }
+}
+
 TEST(FitInBand, FailsWithoutAFitForFewerThanThreeRows) {
   Random random(14);
   for (const Eigen::Index count : {0, 1, 2, 100}) {
