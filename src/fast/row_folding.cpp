@@ -8,10 +8,10 @@ namespace kestrane {
 namespace {
 
 // The reflection that takes column k of a chunk into the triangle's diagonal. It adds to each later
-// column `shares[j]` times the chunk's column k.
+// column `share[j]` times the chunk's column k.
 template <int k>
 void reflect_diagonal(const double (&dots)[kRowSize], RowTriangle& triangle,
-                      Lanes (&shares)[kRowSize]) {
+                      double (&share)[kRowSize]) {
   double* row = triangle.at[k];
   if (dots[k] == 0.0) return;  // nothing to fold; a NaN goes on
   const double reflected = -std::copysign(std::sqrt(row[k] * row[k] + dots[k]), row[k]);
@@ -19,26 +19,25 @@ void reflect_diagonal(const double (&dots)[kRowSize], RowTriangle& triangle,
   const double scale = 1.0 / (reflected * head);
   row[k] = reflected;
   for (int j = k + 1; j < kRowSize; ++j) {
-    const double share = scale * (head * row[j] + dots[j]);
-    row[j] = row[j] + share * head;
-    shares[j] = Lanes(share);
+    share[j] = scale * (head * row[j] + dots[j]);
+    row[j] = row[j] + share[j] * head;
   }
 }
 
 // Adds column k's share to all later columns and takes the products of column k + 1 with each of
 // them, itself included, in the same walk over the rows.
 template <int k>
-void spread_column(RowChunk& chunk, int rows, const Lanes (&shares)[kRowSize],
+void spread_column(RowChunk& chunk, int rows, const double (&share)[kRowSize],
                    double (&dots)[kRowSize]) {
   Lanes sums[kRowSize];
   for (int i = 0; i < rows; i += kLanes) {
     const Lanes folded = Lanes::load(&chunk.column[k][i]);
-    const Lanes next = Lanes::load(&chunk.column[k + 1][i]) + shares[k + 1] * folded;
+    const Lanes next = Lanes::load(&chunk.column[k + 1][i]) + Lanes(share[k + 1]) * folded;
     next.store(&chunk.column[k + 1][i]);
     sums[k + 1] = sums[k + 1] + next * next;
 #pragma GCC unroll 8
     for (int j = k + 2; j < kRowSize; ++j) {
-      const Lanes later = Lanes::load(&chunk.column[j][i]) + shares[j] * folded;
+      const Lanes later = Lanes::load(&chunk.column[j][i]) + Lanes(share[j]) * folded;
       later.store(&chunk.column[j][i]);
       sums[j] = sums[j] + next * later;
     }
@@ -48,10 +47,10 @@ void spread_column(RowChunk& chunk, int rows, const Lanes (&shares)[kRowSize],
 
 template <int k>
 void fold_column(RowChunk& chunk, int rows, double (&dots)[kRowSize], RowTriangle& triangle) {
-  Lanes shares[kRowSize];
-  reflect_diagonal<k>(dots, triangle, shares);
+  double share[kRowSize] = {};
+  reflect_diagonal<k>(dots, triangle, share);
   if constexpr (k + 1 < kRowSize) {
-    spread_column<k>(chunk, rows, shares, dots);
+    spread_column<k>(chunk, rows, share, dots);
     fold_column<k + 1>(chunk, rows, dots, triangle);
   }
 }
