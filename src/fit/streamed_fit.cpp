@@ -163,6 +163,7 @@ RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Wanted wanted)
 
 RobustFit fit_in_band(const PointMatrix3& points, DepthBand band, Wanted wanted,
                       RowVectors vectors) {
+  if (points.rows() < kFewestStreamedRows) return fit_by_decomposition(points, band, wanted);
   StreamedRows rows(rows_of(points), wanted == Wanted::kAll, vectors);
   rows.select(band.lowest, band.highest);
   if (rows.count() < kFewestStreamedRows || !rows.in_range()) {

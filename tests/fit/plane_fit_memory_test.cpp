@@ -9,6 +9,7 @@
 
 #include "fit/laser_geometry_fitter.h"
 #include "fit/plane_fit.h"
+#include "fit/streamed_fit.h"
 #include "fit/streamed_rows.h"
 #include "tests/fit/plane_clouds.h"
 #include "tests/literal/plane_fit.h"
@@ -188,6 +189,18 @@ TEST_F(HeapOfAPlaneFit, HoldsCopiesOfRowsWhereTheyAreWanted) {
     watched([&] { taken = rows.take_copies(); });
     EXPECT_EQ(watch.calls, 0);
     EXPECT_EQ(taken, copies);
+  }
+}
+
+// A short cloud is decomposed at once: no bits for its rows.
+TEST_F(HeapOfAPlaneFit, IsAskedByAShortCloudForNoMoreThanItsDecomposition) {
+  Random random(5);
+  for (const Eigen::Index count : {4, 40, 63, 64}) {
+    const PointMatrix3 points = sheet_cloud(random, count, {});
+    watched([&] { kestrane::fit_in_band_by_decomposition(points, kBand); });
+    const long decomposed = watch.calls;
+    watched([&] { kestrane::fit_in_band(points, kBand, kestrane::Wanted::kAll); });
+    EXPECT_EQ(watch.calls == decomposed, count < 64) << count;
   }
 }
 
