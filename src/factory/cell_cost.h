@@ -48,7 +48,7 @@ inline bool corner_normal(const CellCorners& corners, const Eigen::RowVector3d& 
   std::array<double, 3> sorted{spread[0], spread[1], spread[2]};
   std::sort(sorted.begin(), sorted.end());
   const double largest = sorted[2] + kGuard;
-  if (sorted[1] / largest < kLineRatio) return false;  // then the smallest one is, too
+  if (sorted[0] / largest < kLineRatio && sorted[1] / largest < kLineRatio) return false;
 
   int smallest = 0;
   for (int k = 1; k < 3; ++k) {

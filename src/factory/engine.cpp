@@ -67,9 +67,8 @@ PointMatrix3 copy_points(const _KESTRANE_ID_POINT3DS& points) {
 
 bool fit_whole_plane(const PointMatrix3& points, _LASER_TYPE type, PlaneAbcd& plane) {
   const RobustFit robust = fit_in_band(points, depth_band_of(type), Wanted::kPlane);
-  if (!robust.complete) return false;
-  plane = robust.fit->plane;
-  return true;
+  if (robust.fit) plane = robust.fit->plane;
+  return robust.complete;
 }
 
 _LASER_TRIPLE triple_of(const _LASER_TRIPLE& triple) { return triple; }

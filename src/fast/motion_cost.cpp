@@ -294,8 +294,8 @@ bool MotionCost::every_distance_is_finite() const {
 bool MotionCost::evaluate(const Motion& motion, bool with_triangle) const {
   if (last_.motion != motion) {
     last_ = {};
-    last_.motion = motion;
     move_cells(motion);
+    last_.motion = motion;
   }
   if (with_triangle ? last_.has_triangle : last_.has_losses) return true;
   const double logs = with_triangle ? fold_points(motion, last_.triangle) : sum_terms();

@@ -21,16 +21,14 @@ int open_again_on_signal(const char* path, int flags) {
   return descriptor;
 }
 
-// What was not opened has no status, and so is no folder.
 bool is_folder(int descriptor) {
   struct stat status {};
-  ::fstat(descriptor, &status);
-  return S_ISDIR(status.st_mode);
+  return ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 int open_to_read(const char* path) {
   const int descriptor = open_again_on_signal(path, O_RDONLY);
-  if (!is_folder(descriptor)) return descriptor;
+  if (descriptor < 0 || !is_folder(descriptor)) return descriptor;
   ::close(descriptor);
   return -1;
 }

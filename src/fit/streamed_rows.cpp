@@ -162,7 +162,8 @@ StreamedPlane StreamedRows::plane(For purpose) {
   const Matrix3d scatter = moments_.products - moments_.sum * moments_.sum.transpose() / n;
   const double trace = scatter.trace();
   if (!(trace >= kSmallestSize * kSmallestSize)) return unknown_plane();
-  const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(scatter);  // of numbers it always ends
+  const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(scatter);
+  if (solver.info() != Eigen::Success) return unknown_plane();
   const double sizes = m.lpNorm<1>() + std::sqrt(3.0 * trace / n);
   const double of_scatter = scatter_change(moments_.errors, n, trace, sum, sizes);
   StreamedPlane plane;

@@ -16,21 +16,19 @@ namespace kestrane {
 
 class Carver {
  public:
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): what is measured begins at 0
-  explicit Carver(void* block) : begin_(reinterpret_cast<std::uintptr_t>(block)) {}
+  explicit Carver(void* block) : block_(static_cast<unsigned char*>(block)) {}
 
   // True where there is a block to carve, false where sections are only measured.
-  bool carves() const { return begin_ != 0; }
+  bool carves() const { return block_ != nullptr; }
 
   // Bytes taken so far. A negative count takes away: its rounded size is negative or zero.
   std::int64_t size() const { return size_; }
 
-  // The next section, room for `count` objects of type T. When measuring it is no address, and not
-  // to be looked at.
+  // The next section, room for `count` objects of type T; null when measuring.
   template <class T>
   T* take(std::int64_t count) {
-    // NOLINTNEXTLINE(*-pro-type-reinterpret-cast, performance-no-int-to-ptr): bytes become records
-    T* section = reinterpret_cast<T*>(begin_ + static_cast<std::uintptr_t>(size_));
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): where bytes become records
+    T* section = carves() ? reinterpret_cast<T*>(block_ + size_) : nullptr;
     // NOLINTNEXTLINE(bugprone-sizeof-expression): sections of pointers are meant too
     const std::int64_t bytes = count * static_cast<std::int64_t>(sizeof(T));
     size_ += (bytes + kGrain - 1) & -kGrain;
@@ -43,7 +41,7 @@ class Carver {
  private:
   static constexpr std::int64_t kGrain = 128;
 
-  std::uintptr_t begin_;
+  unsigned char* block_;
   std::int64_t size_ = 0;
 };
 

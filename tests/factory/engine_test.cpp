@@ -72,12 +72,11 @@ TEST(FactoryEngine, KeepsWhatAFailedRunReached) {
 
 // Fifteen sheets side by side, in turn far on either side of the plane between them: each sector
 // would fit, the whole plane does not.
-TEST(FactoryEngine, KeepsThePlaneBeforeWhereTheWholeFitEndsEarly) {
+TEST(FactoryEngine, EndsWhereTheWholeFitEndsEarly) {
   KestraneLaserFactoryCalibrator engine;
   ASSERT_TRUE(engine.init());
   Cloud good = sheet(120.0, 6000, 9);
   ASSERT_TRUE(engine.calibrate_one_plane(0, view(good)));
-  const kestrane::PlaneAbcd before = engine.laser_plane();
   Cloud cloud;
   for (int s = 0; s < 15; ++s) {
     const Cloud sector = sheet(s % 2 == 0 ? 100.0 : 200.0, 400, 80 + static_cast<std::uint64_t>(s),
@@ -85,7 +84,6 @@ TEST(FactoryEngine, KeepsThePlaneBeforeWhereTheWholeFitEndsEarly) {
     cloud.insert(cloud.end(), sector.begin(), sector.end());
   }
   EXPECT_FALSE(engine.calibrate_one_plane(0, view(cloud)));
-  EXPECT_EQ(engine.laser_plane(), before);
   EXPECT_TRUE(engine.cell_points().empty());
 }
 
