@@ -229,7 +229,7 @@ def _laid_together(
     for number, cloud in records.items():
         row = first_refused(cloud)
         if row is not None:
-            raise ValueError(f"plane {number}: row {row} (counted from 0) is {cloud[row]}")
+            raise ValueError(f"plane {number}: row {row} (counted from 0) is {cloud[row].item()}")
     planes = np.repeat(
         np.array(list(records), np.int32), [cloud.size for cloud in records.values()]
     )

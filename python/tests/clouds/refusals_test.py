@@ -796,7 +796,7 @@ def test_points_that_could_not_be_read_back_are_told_with_their_row(tmp_path):
     cloud = points([[1.0, 2.0, 3.0], [np.inf, 2.0, 3.0]], 4)
     with pytest.raises(ValueError) as caught:
         write(tmp_path / "a.csv", [cloud[:1], cloud])
-    assert str(caught.value) == "plane 1: row 1 (counted from 0) is (inf, 2., 3., 4)"
+    assert str(caught.value) == "plane 1: row 1 (counted from 0) is (inf, 2.0, 3.0, 4)"
     with pytest.raises(ValueError, match=r"^plane 2: shape \(n,\) expected, got \(1, 2\)$"):
         write(tmp_path / "a.csv", {2: cloud.reshape(1, 2)})
 
